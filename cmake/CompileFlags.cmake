@@ -1,0 +1,23 @@
+# Flags that every target of the project is built with.
+add_library(nimbra_flags INTERFACE)
+target_compile_options(nimbra_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
+    -Wcast-align -Wcast-qual -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
+    -Wnull-dereference -Wimplicit-fallthrough -Wdouble-promotion -Wswitch-enum
+    $<$<BOOL:${NIMBRA_WERROR}>:-Werror>)
+# 64-bit files and times on 32-bit boards too: dates after 2038 are computed alike everywhere.
+target_compile_definitions(nimbra_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+
+if(NIMBRA_SANITIZE)
+    target_compile_options(nimbra_flags INTERFACE
+        -fsanitize=${NIMBRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(nimbra_flags INTERFACE -fsanitize=${NIMBRA_SANITIZE})
+endif()
+
+if(NIMBRA_HARDEN)
+    target_compile_options(nimbra_flags INTERFACE
+        -fPIE -fstack-protector-strong -ffunction-sections -fdata-sections)
+    target_compile_definitions(nimbra_flags INTERFACE _FORTIFY_SOURCE=2)
+    target_link_options(nimbra_flags INTERFACE
+        -pie -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--as-needed)
+endif()

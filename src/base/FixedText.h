@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace nimbra {
+
+/// A text of at most N bytes that is always terminated: the "text, N bytes" of every record.
+/// A longer value is cut to its first N bytes. Plain value; copy and share as any other.
+template <std::size_t N>
+class FixedText
+{
+public:
+    FixedText() = default;
+    explicit FixedText(std::string_view text) { Assign(text); }
+
+    /// Takes over `text`, cut to N bytes and at its first zero byte.
+    void Assign(std::string_view text)
+    {
+        const std::size_t length = text.substr(0, text.find('\0')).copy(bytes_, N);
+        std::memset(bytes_ + length, 0, sizeof bytes_ - length);
+    }
+
+    /// Takes over a printf-formatted text, cut to N bytes.
+    [[gnu::format(printf, 2, 3)]] void Format(const char *format, ...)
+    {
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(bytes_, sizeof bytes_, format, arguments);
+        va_end(arguments);
+    }
+
+    void Clear() { Assign({}); }
+    [[nodiscard]] const char *Get() const { return bytes_; }
+    [[nodiscard]] std::string_view View() const { return bytes_; }
+    [[nodiscard]] bool IsEmpty() const { return bytes_[0] == '\0'; }
+
+    bool operator==(const FixedText &other) const { return View() == other.View(); }
+
+private:
+    char bytes_[N + 1] = {};
+};
+
+} // namespace nimbra

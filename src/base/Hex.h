@@ -1,0 +1,23 @@
+#pragma once
+
+#include "base/FixedText.h"
+
+#include <array>
+#include <cstddef>
+
+namespace nimbra {
+
+/// The bytes of a digest as upper-case hexadecimal digits, two a byte. Any thread.
+template <std::size_t N>
+[[nodiscard]] FixedText<2 * N> ToHex(const std::array<unsigned char, N> &bytes)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    char text[2 * N];
+    for (std::size_t i = 0; i < N; ++i) {
+        text[2 * i] = kDigits[bytes[i] >> 4U];
+        text[2 * i + 1] = kDigits[bytes[i] & 0xFU];
+    }
+    return FixedText<2 * N>({text, sizeof text});
+}
+
+} // namespace nimbra

@@ -1,0 +1,22 @@
+#include "base/Log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+
+namespace nimbra {
+
+void Log(const LogSite &site, const char *format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    flockfile(stdout);
+    std::printf("DEBUG: %d:%s:%d:%s(): ", static_cast<int>(std::time(nullptr)), site.Source,
+                site.Line, site.Method);
+    std::vprintf(format, arguments);
+    std::putchar('\n');
+    funlockfile(stdout);
+    va_end(arguments);
+}
+
+} // namespace nimbra
