@@ -1,0 +1,106 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+#include "protocol/Request.h"
+
+#include <cstring>
+#include <string>
+
+namespace nimbra {
+
+namespace {
+
+/// Appends the rows of one kind of access level and adds their number to the total.
+void ListLevels(Database &panel, const char *tableAndCondition, std::int32_t selectType,
+                Paging *page, RowList<AccessLevelInfo> *rows)
+{
+    page->Total += panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s", tableAndCondition));
+    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM %s", tableAndCondition));
+    while (row.Step()) {
+        AccessLevelInfo &level = rows->emplace_back();
+        level.SelectType = selectType;
+        level.LevelNo = row.Number(0);
+        level.Name.Assign(row.Text(1));
+    }
+}
+
+} // namespace
+
+bool DataManager::GetAccessLevel(AccessLevelInfo *level)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    // Groups only, whatever kind was asked for; clients rely on it.
+    level->SelectType = kLevelGroups;
+    Statement row(panel,
+                  SqlText("SELECT IFNULL(Name, '') FROM GroupTable WHERE GroupKind=5 AND No=%d",
+                          level->LevelNo));
+    if (!row.Step())
+        return false;
+    level->Name.Assign(row.Text(0));
+    return true;
+}
+
+bool DataManager::GetAccessLevelEx(std::int32_t selectType, Paging *page,
+                                   RowList<AccessLevelInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    // The page asked for is not applied: clients rely on getting every level at once.
+    if (selectType != kLevelGroups)
+        ListLevels(panel, "AccessLevel", kPlainLevels, page, rows);
+    if (selectType != kPlainLevels)
+        ListLevels(panel, "GroupTable WHERE GroupKind=5", kLevelGroups, page, rows);
+    page->Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement card(panel,
+                   SqlText("SELECT IFNULL(SelectType, 0) FROM Card WHERE No=%d", levels->CardNo));
+    if (!card.Step())
+        return false;
+    levels->SelectType = card.Number(0);
+    std::string list;
+    Statement row(panel, SqlText("SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=%d",
+                                 levels->CardNo));
+    while (row.Step()) {
+        const std::string number = (list.empty() ? "" : " ") + std::to_string(row.Number(0));
+        if (list.size() + number.size() > kLevelListSize)
+            break;
+        list += number;
+    }
+    levels->AccessLevelNo.Assign(list);
+    return true;
+}
+
+bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen() ||
+        !Change(panel, SqlText("UPDATE Card SET SelectType=%d WHERE No=%d", levels.SelectType,
+                               levels.CardNo)) ||
+        !Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", levels.CardNo)))
+        return false;
+    std::string list(levels.AccessLevelNo.View());
+    char *rest = nullptr;
+    for (const char *piece = strtok_r(list.data(), " ", &rest); piece != nullptr;
+         piece = strtok_r(nullptr, " ", &rest)) {
+        if (!Change(panel, SqlText("INSERT INTO CardAccessLevel (Site, No, CardNo, AccessLevelNo) "
+                                   "VALUES (%d, %d, %d, %d)",
+                                   kSite, NextNo(panel, "CardAccessLevel"), levels.CardNo,
+                                   ToNumber(piece))))
+            return false;
+    }
+    return true;
+}
+
+} // namespace nimbra

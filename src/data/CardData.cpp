@@ -1,0 +1,157 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+namespace {
+
+constexpr char kColumns[] =
+    "A.UserNo, IFNULL(A.CardFormatNo, 0), IFNULL(B.Name, ''), IFNULL(A.CardNo, ''), "
+    "IFNULL(A.KeyNumber, 0), IFNULL(A.CardStatus, 0), IFNULL(A.CardType, 0), "
+    "IFNULL(A.NeverExpire, 0), IFNULL(A.ActDate, 0), IFNULL(A.ExpDate, 0)";
+
+/// A card whose format is gone is not found.
+constexpr char kTables[] = "Card AS A JOIN CardFormat AS B ON A.CardFormatNo = B.No";
+
+/// Takes over the columns of kColumns, which begin at column `first`.
+void ReadCard(const Statement &row, int first, CardInfo *card)
+{
+    card->UserNo = row.Number(first);
+    card->FormatNo = row.Number(first + 1);
+    card->FormatName.Assign(row.Text(first + 2));
+    card->CardNumber.Assign(row.Text(first + 3));
+    card->KeyNumber = row.Number(first + 4);
+    card->CardStatus = row.Number(first + 5);
+    card->CardType = row.Number(first + 6);
+    card->NeverExpire = row.Number(first + 7);
+    card->ActDate = row.Number(first + 8);
+    card->ExpDate = row.Number(first + 9);
+}
+
+} // namespace
+
+bool DataManager::GetCardFormat(CardFormatInfo *format)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel,
+                  SqlText("SELECT IFNULL(Name, ''), IFNULL(IsDefault, 0) FROM CardFormat WHERE "
+                          "No=%d",
+                          format->FormatNo));
+    if (!row.Step())
+        return false;
+    format->Name.Assign(row.Text(0));
+    format->Default = row.Number(1);
+    return true;
+}
+
+bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    page->Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM CardFormat"));
+    // The page asked for is not applied: clients rely on getting every format at once.
+    Statement row(panel,
+                  SqlText("SELECT No, IFNULL(Name, ''), IFNULL(IsDefault, 0) FROM CardFormat"));
+    while (row.Step()) {
+        CardFormatInfo &format = rows->emplace_back();
+        format.FormatNo = row.Number(0);
+        format.Name.Assign(row.Text(1));
+        format.Default = row.Number(2);
+    }
+    page->Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::GetCardInfo(CardInfo *card)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel, SqlText("SELECT %s FROM %s WHERE A.No=%d", kColumns, kTables, card->No));
+    if (!row.Step())
+        return false;
+    ReadCard(row, 0, card);
+    return true;
+}
+
+bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    SqlText condition;
+    condition.AppendFilter("A.UserNo=", filter->UserNo);
+    filter->Page.Total =
+        panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s ", kTables) + condition);
+    filter->Page.SetDefaultLimit();
+    filter->Page.AppendTo(condition);
+    Statement row(panel, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
+    while (row.Step()) {
+        CardInfo &card = rows->emplace_back();
+        card.No = row.Number(0);
+        ReadCard(row, 1, &card);
+    }
+    filter->Page.Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::SetCardInfo(const CardInfo &card)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE No!=%d AND CardFormatNo=%d AND "
+                               "CardNo='%s'",
+                               card.No, card.FormatNo, card.CardNumber.Get())))
+        return false;
+    return Change(panel,
+                  SqlText("UPDATE Card SET UserNo=%d, CardFormatNo=%d, CardNo='%s', KeyNumber=%d, "
+                          "CardStatus=%d, CardType=%d, NeverExpire=%d, ActDate=%d, ExpDate=%d "
+                          "WHERE No=%d",
+                          card.UserNo, card.FormatNo, card.CardNumber.Get(), card.KeyNumber,
+                          card.CardStatus, card.CardType, card.NeverExpire, card.ActDate,
+                          card.ExpDate, card.No));
+}
+
+bool DataManager::AddCardInfo(const CardInfo &card)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE CardFormatNo=%d AND CardNo='%s'",
+                               card.FormatNo, card.CardNumber.Get())))
+        return false;
+    return Change(panel,
+                  SqlText("INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
+                          "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES "
+                          "(%d, %d, %d, %d, '%s', %d, %d, %d, %d, %d, %d, %d)",
+                          kSite, NextNo(panel, "Card"), card.UserNo, card.FormatNo,
+                          card.CardNumber.Get(), card.KeyNumber, card.CardStatus, card.CardType,
+                          card.NeverExpire, card.ActDate, card.ExpDate, kPlainLevels));
+}
+
+bool DataManager::DelCardInfo(const CardInfo &card)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    return panel.IsOpen() &&
+           Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", card.No)) &&
+           Change(panel, SqlText("DELETE FROM Card WHERE No=%d", card.No));
+}
+
+bool DataManager::IsTaken(Database &database, const SqlText &duplicates, CallPlace place)
+{
+    if (!Statement(database, duplicates).Step())
+        return false;
+    Log(place.In(kLogSource), "CardFormatNo+CardNo exist");
+    return true;
+}
+
+} // namespace nimbra

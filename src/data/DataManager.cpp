@@ -1,0 +1,129 @@
+#include "data/DataManager.h"
+
+#include "base/Hex.h"
+#include "base/PanelConstants.h"
+#include "data/Database.h"
+#include "data/Shell.h"
+#include "data/SqlText.h"
+
+#include <openssl/sha.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+#include <strings.h>
+
+namespace nimbra {
+
+std::mutex DataManager::changeTurn_;
+std::mutex DataManager::journalTurn_;
+
+namespace {
+
+/// Whether a stored password, a digest in either case, is that of the password given.
+bool IsDigest(const char *stored, const FixedText<64> &digest)
+{
+    return strcasecmp(FixedText<68>(stored).Get(), digest.Get()) == 0;
+}
+
+/// One more than `number`; the panel's numbers wrap like its 32-bit columns.
+std::int32_t Next(std::int32_t number)
+{
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1);
+}
+
+} // namespace
+
+DataManager *DataManager::GetInstance()
+{
+    static auto *const instance = new DataManager;
+    return instance;
+}
+
+bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<68> &password,
+                                AuthorityRecord *authority)
+{
+    const FixedText<64> digest = HashPassword(password.Get());
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement controller(
+        panel, SqlText("SELECT IFNULL(Password, '') FROM Controller WHERE No=1 AND ID='%s'",
+                       userName.Get()));
+    if (controller.Step() && IsDigest(controller.Text(0), digest)) {
+        authority->GrantAll();
+        return true;
+    }
+    Statement user(panel,
+                   SqlText("SELECT UserRole, IFNULL(Password, '') FROM WebUser WHERE ID='%s'",
+                           userName.Get()));
+    if (!user.Step() || !IsDigest(user.Text(1), digest))
+        return false;
+    Statement rights(
+        panel,
+        SqlText("SELECT FormIndex, IFNULL(Authority, 0) FROM UserRoleTable WHERE UserRole=%d",
+                user.Number(0)));
+    while (rights.Step())
+        authority->GrantRoleRight(rights.Number(0), rights.Number(1));
+    return true;
+}
+
+FixedText<64> DataManager::HashPassword(const char *text)
+{
+    std::array<unsigned char, SHA256_DIGEST_LENGTH> digest;
+    SHA256_CTX context;
+    SHA256_Init(&context);
+    SHA256_Update(&context, text, std::strlen(text));
+    SHA256_Final(digest.data(), &context);
+    return ToHex(digest);
+}
+
+void DataManager::AddDBQueryInfo(const char *statement)
+{
+    const std::lock_guard turn(journalTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return;
+    const std::int32_t sequence =
+        Next(panel.FirstNumber(SqlText("SELECT MAX(Idseq) FROM DBQueryInfo")));
+    std::string insert = "INSERT INTO DBQueryInfo (Idseq, QueryData, DbKind) VALUES (" +
+                         std::to_string(sequence) + ", '";
+    for (const char *c = statement; *c != '\0'; ++c)
+        insert.append(*c == '\'' ? 2 : 1, *c);
+    insert += "', 1)";
+    if (panel.Execute(insert.c_str()) != 0)
+        NIMBRA_LOG("sqlite3_exec fail");
+}
+
+void DataManager::WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName,
+                                int eventCode)
+{
+    RunCommand("/nimbra/sbin/nimbra-cgi log 1 " + ShellWord(address.View()) + " 0 " +
+               std::to_string(eventCode) + " 0 0 " + ShellWord(userName.View()) + " 0 0");
+}
+
+bool DataManager::Change(Database &database, const SqlText &sql, CallPlace place)
+{
+    if (database.Execute(sql) != 0) {
+        Log(place.In(kLogSource), "sqlite3_exec fail");
+        return false;
+    }
+    AddDBQueryInfo(sql.Get());
+    return true;
+}
+
+std::int32_t DataManager::NextNo(Database &database, const char *table)
+{
+    return Next(database.FirstNumber(SqlText("SELECT MAX(No) FROM %s", table)));
+}
+
+void Paging::AppendTo(SqlText &sql) const
+{
+    if (Limit != 0)
+        sql.Append(" LIMIT %d", Limit);
+    if (Offset != 0)
+        sql.Append(" OFFSET %d", Offset);
+}
+
+} // namespace nimbra

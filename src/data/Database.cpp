@@ -1,0 +1,75 @@
+#include "data/Database.h"
+
+#include "data/SqlText.h"
+
+#include <sqlite3.h>
+
+namespace nimbra {
+
+namespace {
+
+constexpr int kLockedMilliseconds = 3000;
+
+} // namespace
+
+Database::Database(const char *path, const char *logSource, CallPlace place)
+{
+    if (sqlite3_open(path, &handle_) != SQLITE_OK) {
+        // SQLite hands out a handle even then, and it owns memory.
+        sqlite3_close(handle_);
+        handle_ = nullptr;
+        Log(place.In(logSource), "sqlite3_open fail");
+        return;
+    }
+    sqlite3_busy_timeout(handle_, kLockedMilliseconds);
+}
+
+Database::~Database()
+{
+    sqlite3_close(handle_);
+}
+
+int Database::Execute(const SqlText &sql)
+{
+    return sql.IsRefused() ? SQLITE_ERROR : Execute(sql.Get());
+}
+
+int Database::Execute(const char *sql)
+{
+    return sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr);
+}
+
+std::int32_t Database::FirstNumber(const SqlText &sql)
+{
+    Statement query(*this, sql);
+    return query.Step() ? query.Number(0) : 0;
+}
+
+Statement::Statement(Database &database, const SqlText &sql)
+{
+    if (!sql.IsRefused())
+        sqlite3_prepare_v2(database.handle_, sql.Get(), -1, &handle_, nullptr);
+}
+
+Statement::~Statement()
+{
+    sqlite3_finalize(handle_);
+}
+
+bool Statement::Step()
+{
+    return sqlite3_step(handle_) == SQLITE_ROW;
+}
+
+std::int32_t Statement::Number(int column) const
+{
+    return sqlite3_column_int(handle_, column);
+}
+
+const char *Statement::Text(int column) const
+{
+    const unsigned char *text = sqlite3_column_text(handle_, column);
+    return text == nullptr ? "" : reinterpret_cast<const char *>(text);
+}
+
+} // namespace nimbra

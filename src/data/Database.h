@@ -1,0 +1,65 @@
+#pragma once
+
+#include "base/Log.h"
+
+#include <cstdint>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace nimbra {
+
+class SqlText;
+
+/// One connection to one of the panel's database files, open while the object lives. Waits up to
+/// 3 seconds for a database that the panel has locked. One object, one thread.
+class Database
+{
+public:
+    /// Opens the file `path`. On failure logs "sqlite3_open fail" with `logSource` and the calling
+    /// method; IsOpen() is then false and nothing else may be called.
+    Database(const char *path, const char *logSource, CallPlace place = CallPlace::Here());
+    ~Database();
+    Database(const Database &) = delete;
+    Database &operator=(const Database &) = delete;
+
+    [[nodiscard]] bool IsOpen() const { return handle_ != nullptr; }
+
+    /// Runs a statement that gives no rows. Returns SQLite's result code, 0 on success; a refused
+    /// text is not run and counts as a statement that SQLite refuses. Logs nothing.
+    [[nodiscard]] int Execute(const SqlText &sql);
+    /// The same for a text that is known to be whole.
+    [[nodiscard]] int Execute(const char *sql);
+
+    /// The first column of a query's first row; 0 when the query fails or gives no row.
+    [[nodiscard]] std::int32_t FirstNumber(const SqlText &sql);
+
+private:
+    friend class Statement;
+
+    sqlite3 *handle_ = nullptr;
+};
+
+/// A prepared query and its current row. Lives no longer than its Database. One thread.
+class Statement
+{
+public:
+    /// Prepares `sql`; silent when that fails or the text was refused.
+    Statement(Database &database, const SqlText &sql);
+    ~Statement();
+    Statement(const Statement &) = delete;
+    Statement &operator=(const Statement &) = delete;
+
+    /// Moves to the next row; false when there is none, or on an error.
+    [[nodiscard]] bool Step();
+
+    /// The low 32 bits of a column of the current row; 0 for NULL and for text without digits.
+    [[nodiscard]] std::int32_t Number(int column) const;
+    /// A column of the current row as text, valid until the next Step.
+    [[nodiscard]] const char *Text(int column) const;
+
+private:
+    sqlite3_stmt *handle_ = nullptr;
+};
+
+} // namespace nimbra

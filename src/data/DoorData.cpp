@@ -1,0 +1,105 @@
+#include "base/PanelConstants.h"
+#include "base/Wait.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/Shell.h"
+#include "data/SqlText.h"
+
+#include <string>
+
+namespace nimbra {
+
+namespace {
+
+/// The words of the command tool for a door, by the client's control value.
+constexpr const char *kDoorCommands[] = {"locked", "unlocked", "m_unlock"};
+
+} // namespace
+
+bool DataManager::GetDoorInfo(DoorInfo *door)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel, SqlText("SELECT IFNULL(Name, '') FROM Door WHERE No=%d AND Disable=0",
+                                 door->DoorNo));
+    if (!row.Step())
+        return false;
+    door->Name.Assign(row.Text(0));
+    // A door without a lock relay keeps Status 0.
+    static_cast<void>(GetDoorLock(door->DoorNo, &door->Status));
+    return true;
+}
+
+bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    SqlText condition;
+    condition.AppendFilter("No=", filter->DoorNo);
+    condition.AppendLike("Name", filter->Name.Get());
+    condition.Append(" %s Disable=0", condition.Link());
+    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM Door ") + condition);
+    filter->Page.AppendTo(condition);
+    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
+    while (row.Step()) {
+        DoorInfo &door = rows->emplace_back();
+        door.DoorNo = row.Number(0);
+        door.Name.Assign(row.Text(1));
+        static_cast<void>(GetDoorLock(door.DoorNo, &door.Status));
+    }
+    filter->Page.Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    // A contact of the other sense turns the meaning of the relay around.
+    const bool isInverted =
+        panel.FirstNumber(
+            SqlText("SELECT IFNULL(DoorContactState, 0) FROM Door WHERE No=%d", doorNo)) != 0;
+    Statement relay(panel, SqlText("SELECT IFNULL(RelayOn, 0) FROM RelayStatus WHERE Type=3 AND "
+                                   "No=%d",
+                                   doorNo));
+    if (!relay.Step())
+        return false;
+    *status = (relay.Number(0) == 1) != isInverted ? 1 : 0;
+    return true;
+}
+
+bool DataManager::SetDoorLock(std::int32_t doorNo, std::int32_t control)
+{
+    if (control >= 0 && control < static_cast<std::int32_t>(std::size(kDoorCommands)))
+        RunCommand("/nimbra/sbin/nimbra-cgi door " + std::to_string(doorNo) + " " +
+                   kDoorCommands[control]);
+    PauseSeconds(1);
+    return true;
+}
+
+bool DataManager::GetAuxOutput(std::int32_t outputNo, std::int32_t *status)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement relay(panel, SqlText("SELECT IFNULL(RelayOn, 0) FROM RelayStatus WHERE Type=2 AND "
+                                   "No=%d",
+                                   outputNo));
+    if (!relay.Step())
+        return false;
+    *status = relay.Number(0) == 1 ? 1 : 0;
+    return true;
+}
+
+bool DataManager::SetAuxOutput(std::int32_t outputNo, std::int32_t control)
+{
+    // Unlike a door, an output is not waited for; clients rely on the quick answer.
+    RunCommand("/nimbra/sbin/nimbra-cgi auxout " + std::to_string(outputNo) +
+               (control != 0 ? " on" : " off"));
+    return true;
+}
+
+} // namespace nimbra

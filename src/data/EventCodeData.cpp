@@ -1,0 +1,41 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+bool DataManager::GetEventCode(EventCodeInfo *code)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel,
+                  SqlText("SELECT IFNULL(Name, '') FROM EventCode WHERE EventCode=%d", code->Code));
+    if (!row.Step())
+        return false;
+    code->Desc.Assign(row.Text(0));
+    return true;
+}
+
+bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    SqlText condition;
+    condition.AppendFilter("EventCode=", filter->Code);
+    condition.AppendLike("Name", filter->Desc.Get());
+    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM EventCode ") + condition);
+    filter->Page.AppendTo(condition);
+    Statement row(panel, SqlText("SELECT EventCode, IFNULL(Name, '') FROM EventCode ") + condition);
+    while (row.Step()) {
+        EventCodeInfo &code = rows->emplace_back();
+        code.Code = row.Number(0);
+        code.Desc.Assign(row.Text(1));
+    }
+    filter->Page.Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+} // namespace nimbra

@@ -1,0 +1,95 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+namespace {
+
+constexpr char kColumns[] =
+    "IFNULL(A.Date, 0), IFNULL(A.Type, 0), IFNULL(A.Port, 0), IFNULL(A.DeviceName, ''), "
+    "IFNULL(A.EventCode, 0), IFNULL(B.Name, ''), IFNULL(A.CardNo, 0), IFNULL(A.UserNo, 0), "
+    "IFNULL(A.UserName, ''), IFNULL(A.Res1, 0)";
+constexpr char kTables[] = "Log AS A JOIN Nimbra.EventCode AS B ON A.EventCode=B.EventCode";
+
+/// What every list reports as its Total: clients rely on the fixed number, which is no count.
+constexpr std::int32_t kTotal = 100000;
+
+/// Takes over the columns of kColumns, which begin at column `first`.
+void ReadEvent(const Statement &row, int first, EventInfo *event)
+{
+    event->Date = row.Number(first);
+    event->DeviceType = row.Number(first + 1);
+    event->DevicePort = row.Number(first + 2);
+    event->DeviceName.Assign(row.Text(first + 3));
+    event->EventCode = row.Number(first + 4);
+    event->EventDesc.Assign(row.Text(first + 5));
+    event->CardNo = row.Number(first + 6);
+    event->UserNo = row.Number(first + 7);
+    event->UserName.Assign(row.Text(first + 8));
+    event->VideoTag = row.Number(first + 9);
+}
+
+SqlText Condition(const EventFilter &filter)
+{
+    SqlText condition;
+    condition.AppendFilter("A.No=", filter.EventNo);
+    condition.AppendFilter("A.Date>=", filter.FromTime);
+    condition.AppendFilter("A.Date<=", filter.ToTime);
+    condition.AppendFilter("A.Type=", filter.DeviceType);
+    condition.AppendFilter("A.Port=", filter.DevicePort);
+    condition.AppendLike("A.DeviceName", filter.DeviceName.Get());
+    condition.AppendFilter("A.EventCode=", filter.EventCode);
+    condition.AppendLike("B.Name", filter.EventDesc.Get());
+    condition.AppendFilter("A.CardNo=", filter.CardNo);
+    condition.AppendFilter("A.UserNo=", filter.UserNo);
+    condition.AppendLike("A.UserName", filter.UserName.Get());
+    condition.AppendFilter("A.Res1=", filter.VideoTag);
+    return condition;
+}
+
+} // namespace
+
+bool DataManager::GetEventLog(EventInfo *event)
+{
+    Database log(kLogDatabase, kLogSource);
+    if (!log.IsOpen() || !AttachPanel(log))
+        return false;
+    Statement row(log,
+                  SqlText("SELECT %s FROM %s WHERE A.No = %d", kColumns, kTables, event->EventNo));
+    if (!row.Step())
+        return false;
+    ReadEvent(row, 0, event);
+    return true;
+}
+
+bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
+{
+    Database log(kLogDatabase, kLogSource);
+    if (!log.IsOpen() || !AttachPanel(log))
+        return false;
+    filter->Page.Total = kTotal;
+    filter->Page.SetDefaultLimit();
+    SqlText condition = Condition(*filter);
+    condition.Append(" ORDER BY A.No DESC");
+    filter->Page.AppendTo(condition);
+    Statement row(log, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
+    while (row.Step()) {
+        EventInfo &event = rows->emplace_back();
+        event.EventNo = row.Number(0);
+        ReadEvent(row, 1, &event);
+    }
+    filter->Page.Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::AttachPanel(Database &log, CallPlace place)
+{
+    if (log.Execute(SqlText("ATTACH DATABASE '%s' as Nimbra", kMainDatabase)) == 0)
+        return true;
+    Log(place.In(kLogSource), "sqlite3_exec fail");
+    return false;
+}
+
+} // namespace nimbra

@@ -1,0 +1,68 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/Shell.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+bool DataManager::GetThreatInfo(ThreatInfo *threat)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel, SqlText("SELECT IFNULL(ThreatName, '') FROM ThreatLevel WHERE Level=%d",
+                                 threat->Level));
+    if (!row.Step())
+        return false;
+    threat->Desc.Assign(row.Text(0));
+    return true;
+}
+
+bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    page->Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM ThreatLevel"));
+    // The page asked for is not applied: clients rely on getting every level at once.
+    Statement row(panel, SqlText("SELECT Level, IFNULL(ThreatName, '') FROM ThreatLevel"));
+    while (row.Step()) {
+        ThreatInfo &threat = rows->emplace_back();
+        threat.Level = row.Number(0);
+        threat.Desc.Assign(row.Text(1));
+    }
+    page->Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::GetThreatLevel(std::int32_t *level)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel, SqlText("SELECT IFNULL(ThreatStatus, 0) FROM Threat"));
+    if (!row.Step())
+        return false;
+    *level = row.Number(0);
+    return true;
+}
+
+bool DataManager::SetThreatLevel(std::int32_t level)
+{
+    {
+        const std::lock_guard turn(changeTurn_);
+        Database panel(kMainDatabase, kLogSource);
+        if (!panel.IsOpen())
+            return false;
+        // The one change that is not journalled: the command tool tells the panel of it.
+        if (panel.Execute(SqlText("UPDATE Threat SET ThreatStatus=%d", level)) != 0) {
+            NIMBRA_LOG("sqlite3_exec fail");
+            return false;
+        }
+    }
+    RunCommand("/nimbra/sbin/nimbra-cgi savethreat");
+    return true;
+}
+
+} // namespace nimbra

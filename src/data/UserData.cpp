@@ -1,0 +1,119 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+namespace {
+
+constexpr char kColumns[] =
+    "IFNULL(FirstName, ''), IFNULL(MiddleName, ''), IFNULL(LastName, ''), IFNULL(Phone, ''), "
+    "IFNULL(CellPhone, ''), IFNULL(Email, ''), IFNULL(Ada, 0), IFNULL(Exempt, 0), "
+    "IFNULL(ThreatLevel, 0)";
+
+/// Takes over the columns of kColumns, which begin at column `first`.
+void ReadUser(const Statement &row, int first, UserInfo *user)
+{
+    user->FirstName.Assign(row.Text(first));
+    user->MiddleName.Assign(row.Text(first + 1));
+    user->LastName.Assign(row.Text(first + 2));
+    user->PhoneNumber.Assign(row.Text(first + 3));
+    user->CellPhone.Assign(row.Text(first + 4));
+    user->Email.Assign(row.Text(first + 5));
+    user->Ada = row.Number(first + 6);
+    user->Exempt = row.Number(first + 7);
+    user->ThreatLevel = row.Number(first + 8);
+}
+
+SqlText Condition(const UserInfo &user)
+{
+    SqlText condition;
+    condition.AppendFilter("No=", user.UserNo);
+    condition.AppendLike("FirstName", user.FirstName.Get());
+    condition.AppendLike("MiddleName", user.MiddleName.Get());
+    condition.AppendLike("LastName", user.LastName.Get());
+    // Not the column that is read (Phone): a panel that lacks this one refuses the filter, and
+    // clients rely on the refusal.
+    condition.AppendLike("PhoneNumber", user.PhoneNumber.Get());
+    condition.AppendLike("CellPhone", user.CellPhone.Get());
+    condition.AppendLike("Email", user.Email.Get());
+    condition.AppendFilter("Ada=", user.Ada);
+    condition.AppendFilter("Exempt=", user.Exempt);
+    condition.AppendFilter("ThreatLevel=", user.ThreatLevel);
+    return condition;
+}
+
+} // namespace
+
+bool DataManager::GetUserInfo(UserInfo *user)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel, SqlText("SELECT %s FROM User WHERE No=%d", kColumns, user->UserNo));
+    if (!row.Step())
+        return false;
+    ReadUser(row, 0, user);
+    return true;
+}
+
+bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    SqlText condition = Condition(filter->User);
+    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM User ") + condition);
+    filter->Page.SetDefaultLimit();
+    filter->Page.AppendTo(condition);
+    Statement row(panel, SqlText("SELECT No, %s FROM User ", kColumns) + condition);
+    while (row.Step()) {
+        UserInfo &user = rows->emplace_back();
+        user.UserNo = row.Number(0);
+        ReadUser(row, 1, &user);
+    }
+    filter->Page.Count = static_cast<std::int32_t>(rows->size());
+    return !rows->empty();
+}
+
+bool DataManager::SetUserInfo(const UserInfo &user)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    return panel.IsOpen() &&
+           Change(panel, SqlText("UPDATE User SET FirstName='%s', MiddleName='%s', LastName='%s', "
+                                 "Phone='%s', CellPhone='%s', Email='%s', Ada=%d, Exempt=%d, "
+                                 "ThreatLevel=%d WHERE No=%d",
+                                 user.FirstName.Get(), user.MiddleName.Get(), user.LastName.Get(),
+                                 user.PhoneNumber.Get(), user.CellPhone.Get(), user.Email.Get(),
+                                 user.Ada, user.Exempt, user.ThreatLevel, user.UserNo));
+}
+
+bool DataManager::AddUserInfo(const UserInfo &user)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    return panel.IsOpen() &&
+           Change(panel,
+                  SqlText("INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, "
+                          "CellPhone, Email, Ada, Exempt, ThreatLevel) VALUES (%d, %d, '%s', '%s', "
+                          "'%s', '%s', '%s', '%s', %d, %d, %d)",
+                          kSite, NextNo(panel, "User"), user.FirstName.Get(), user.MiddleName.Get(),
+                          user.LastName.Get(), user.PhoneNumber.Get(), user.CellPhone.Get(),
+                          user.Email.Get(), user.Ada, user.Exempt, user.ThreatLevel));
+}
+
+bool DataManager::DelUserInfo(const UserInfo &user)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    return panel.IsOpen() &&
+           Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card "
+                                 "WHERE UserNo=%d)",
+                                 user.UserNo)) &&
+           Change(panel, SqlText("DELETE FROM Card WHERE UserNo=%d", user.UserNo)) &&
+           Change(panel, SqlText("DELETE FROM User WHERE No=%d", user.UserNo));
+}
+
+} // namespace nimbra

@@ -1,0 +1,36 @@
+#include "base/PanelConstants.h"
+#include "data/DataManager.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+
+namespace nimbra {
+
+namespace {
+
+/// The shortest file name that counts as a picture: one character and a three-letter extension.
+constexpr std::size_t kShortestName = 5;
+
+} // namespace
+
+bool DataManager::GetUserImage(UserImage *image)
+{
+    Database panel(kMainDatabase, kLogSource);
+    if (!panel.IsOpen())
+        return false;
+    Statement row(panel,
+                  SqlText("SELECT IFNULL(ImageFile, '') FROM User WHERE No=%d", image->UserNo));
+    if (!row.Step())
+        return false;
+    image->FileName.Assign(row.Text(0));
+    return image->FileName.View().size() >= kShortestName;
+}
+
+bool DataManager::SetUserImage(const UserImage &image)
+{
+    const std::lock_guard turn(changeTurn_);
+    Database panel(kMainDatabase, kLogSource);
+    return panel.IsOpen() && Change(panel, SqlText("UPDATE User SET ImageFile='%s' WHERE No=%d",
+                                                   image.FileName.Get(), image.UserNo));
+}
+
+} // namespace nimbra
