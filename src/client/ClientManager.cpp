@@ -1,0 +1,179 @@
+#include "client/ClientManager.h"
+
+#include "base/Log.h"
+#include "base/PanelConstants.h"
+#include "base/Thread.h"
+#include "base/Wait.h"
+#include "protocol/SocketOpen.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace nimbra {
+
+namespace {
+
+constexpr int kBacklog = 10;
+constexpr unsigned kAcceptSeconds = 1;
+
+void PrintCount(std::size_t count)
+{
+    std::printf("Client Count: %d\n", static_cast<int>(count));
+}
+
+} // namespace
+
+ClientManager *ClientManager::GetInstance()
+{
+    static auto *const instance = new ClientManager;
+    return instance;
+}
+
+bool ClientManager::Start()
+{
+    stop_.Clear();
+    if (StartThread<&ClientManager::Process>(this) &&
+        StartThread<&ClientManager::CheckClient>(this))
+        return true;
+    NIMBRA_LOG("pthread_create fail");
+    return false;
+}
+
+void ClientManager::Stop()
+{
+    stop_.Set();
+    {
+        const std::lock_guard lock(listLock_);
+        for (const auto &session : sessions_)
+            session->Stop();
+    }
+    for (;;) {
+        std::unique_ptr<ClientWorker> ended;
+        {
+            const std::lock_guard lock(listLock_);
+            if (sessions_.empty())
+                return;
+            // A session that was accepted while the others were told is told here.
+            sessions_.front()->Stop();
+            if (!sessions_.front()->IsRunning()) {
+                ended = std::move(sessions_.front());
+                sessions_.pop_front();
+            }
+        }
+        ended.reset();
+        PauseMillisecond();
+    }
+}
+
+void ClientManager::AddClient(int socket, const char *address, std::int32_t port)
+{
+    const std::lock_guard lock(listLock_);
+    PrintCount(Add(Descriptor(socket), address, port));
+}
+
+void ClientManager::Process()
+{
+    const Descriptor listener = OpenSocket(kClientPort);
+    if (!listener.IsOpen())
+        return NIMBRA_LOG("OpenSocket fail");
+    while (!stop_.IsSet()) {
+        AcceptPending(listener);
+        if (!stop_.IsSet())
+            PauseSeconds(kAcceptSeconds);
+    }
+}
+
+void ClientManager::CheckClient()
+{
+    while (!stop_.IsSet()) {
+        std::size_t count = 0;
+        while (auto ended = TakeEnded(&count)) {
+            ended.reset();
+            PrintCount(count);
+        }
+        PauseMillisecond();
+    }
+}
+
+std::unique_ptr<ClientWorker> ClientManager::TakeEnded(std::size_t *count)
+{
+    const std::lock_guard lock(listLock_);
+    const auto place = std::find_if(sessions_.begin(), sessions_.end(),
+                                    [](const auto &session) { return !session->IsRunning(); });
+    if (place == sessions_.end())
+        return nullptr;
+    std::unique_ptr<ClientWorker> ended = std::move(*place);
+    sessions_.erase(place);
+    *count = sessions_.size();
+    return ended;
+}
+
+Descriptor ClientManager::OpenSocket(int port)
+{
+    Descriptor listener = OpenTcpSocket({kLogSource, __LINE__, __func__});
+    if (!listener.IsOpen())
+        return listener;
+    const SocketAddress address(htonl(INADDR_ANY), port);
+    if (bind(listener.Get(), address.Get(), SocketAddress::Size()) != 0) {
+        NIMBRA_LOG("bind fail");
+        return Descriptor();
+    }
+    if (listen(listener.Get(), kBacklog) != 0) {
+        NIMBRA_LOG("listen fail");
+        return Descriptor();
+    }
+    std::printf("Socket: %d, Port: %d\n", listener.Get(), port);
+    return listener;
+}
+
+Descriptor ClientManager::AcceptClient(const Descriptor &listener, FixedText<32> *address,
+                                       std::int32_t *port)
+{
+    sockaddr_in peer = {};
+    socklen_t size = sizeof peer;
+    Descriptor client(
+        accept4(listener.Get(), reinterpret_cast<sockaddr *>(&peer), &size, SOCK_CLOEXEC));
+    char text[INET_ADDRSTRLEN];
+    if (client.IsOpen() && inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text) != nullptr) {
+        address->Assign(text);
+        *port = ntohs(peer.sin_port);
+    }
+    return client;
+}
+
+void ClientManager::AcceptPending(const Descriptor &listener)
+{
+    while (!stop_.IsSet()) {
+        FixedText<32> address;
+        std::int32_t port = 0;
+        Descriptor client = AcceptClient(listener, &address, &port);
+        if (!client.IsOpen())
+            return;
+        std::size_t count = 0;
+        {
+            const std::lock_guard lock(listLock_);
+            count = Add(std::move(client), address.Get(), port);
+        }
+        PrintCount(count);
+    }
+}
+
+std::size_t ClientManager::Add(Descriptor socket, const char *address, std::int32_t port)
+{
+    try {
+        sessions_.push_back(std::make_unique<ClientWorker>());
+    } catch (const std::bad_alloc &) {
+        // No memory for a session: this client is turned away, the others are served on.
+        return sessions_.size();
+    }
+    sessions_.back()->Start(std::move(socket), address, port);
+    return sessions_.size();
+}
+
+} // namespace nimbra

@@ -1,0 +1,83 @@
+#include "client/ImageFile.h"
+
+#include "base/Descriptor.h"
+#include "base/PanelConstants.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nimbra {
+
+namespace {
+
+/// What other programs of the panel may do with an image: read it.
+constexpr mode_t kImageMode = 0644;
+
+bool IsPlainName(std::string_view name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
+}
+
+std::string PathOf(std::string_view name)
+{
+    return std::string(kImageDirectory) + "/" + std::string(name);
+}
+
+bool WriteAll(int file, const std::vector<char> &bytes)
+{
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t result = write(file, bytes.data() + written, bytes.size() - written);
+        if (result < 1)
+            return false;
+        written += static_cast<std::size_t>(result);
+    }
+    return true;
+}
+
+} // namespace
+
+bool ReadImageFile(std::string_view name, std::vector<char> *bytes)
+{
+    if (!IsPlainName(name))
+        return false;
+    // Non-blocking, so that a pipe in the directory cannot hold the session.
+    const Descriptor file(open(PathOf(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    bytes->resize(static_cast<std::size_t>(status.st_size));
+    std::size_t count = 0;
+    while (count < bytes->size()) {
+        const ssize_t result = read(file.Get(), bytes->data() + count, bytes->size() - count);
+        if (result < 0)
+            return false;
+        if (result == 0)
+            break;
+        count += static_cast<std::size_t>(result);
+    }
+    bytes->resize(count);
+    return true;
+}
+
+bool WriteImageFile(std::string_view name, const std::vector<char> &bytes)
+{
+    if (!IsPlainName(name))
+        return false;
+    std::string temporary = PathOf(".upload-XXXXXX");
+    const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file.IsOpen())
+        return false;
+    if (WriteAll(file.Get(), bytes) && fchmod(file.Get(), kImageMode) == 0 &&
+        fsync(file.Get()) == 0 && std::rename(temporary.c_str(), PathOf(name).c_str()) == 0)
+        return true;
+    unlink(temporary.c_str());
+    return false;
+}
+
+} // namespace nimbra
