@@ -1,0 +1,278 @@
+#include "cloud/ServerManager.h"
+
+#include "base/Random.h"
+#include "base/Thread.h"
+#include "base/Wait.h"
+#include "client/ClientManager.h"
+#include "core/ConfigManager.h"
+#include "protocol/Response.h"
+#include "protocol/SocketIo.h"
+#include "protocol/SocketOpen.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/socket.h>
+
+namespace nimbra {
+
+namespace {
+
+constexpr std::time_t kConnectSeconds = 10;
+constexpr std::time_t kRegistrationSeconds = 30;
+constexpr std::time_t kHeartbeatSeconds = 3;
+constexpr std::time_t kCheckTimeSeconds = 60;
+constexpr int kFailuresToRegister = 10;
+
+/// The link type of a relay with a handshake, and the one kind of relay that is asked for.
+constexpr std::int32_t kRelayWithHandshake = 2;
+constexpr int kRelayType = 0;
+
+/// Whether a connection under way comes about within its time.
+bool IsConnected(const Descriptor &socket)
+{
+    // poll, not select: its sets hold no descriptor above 1023.
+    pollfd wait = {socket.Get(), POLLIN | POLLOUT, 0};
+    if (poll(&wait, 1, kConnectSeconds * 1000) < 1)
+        return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    return getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+} // namespace
+
+ServerManager *ServerManager::GetInstance()
+{
+    static auto *const instance = new ServerManager;
+    return instance;
+}
+
+ServerManager::ServerManager()
+{
+    DrawSessionKey();
+}
+
+bool ServerManager::Start()
+{
+    const ConfigManager &config = *ConfigManager::GetInstance();
+    cloudEnable_ = config.CloudEnable;
+    cloudServerAddr_ = config.CloudServerAddr;
+    cloudServerPort_ = config.CloudServerPort;
+    device_.DeviceId = config.DeviceId;
+    device_.MacAddr = config.MacAddr;
+    device_.ModelName = config.ModelName;
+    device_.PrivateAddr = config.PrivateAddr;
+    device_.PrivatePort = config.PrivatePort;
+    device_.StunAddr.Assign("127.0.0.1");
+    device_.StunPort = 0;
+    quit_.Clear();
+    if (StartThread<&ServerManager::Process>(this))
+        return true;
+    NIMBRA_LOG("pthread_create fail");
+    return false;
+}
+
+void ServerManager::Stop()
+{
+    quit_.Set();
+}
+
+void ServerManager::Process()
+{
+    std::time_t nextRegistration = 0;
+    while (Register(&nextRegistration)) {
+        ConfigManager::GetInstance()->SetCommTime(true);
+        if (!KeepLinked())
+            return;
+    }
+}
+
+bool ServerManager::Register(std::time_t *nextAttempt, CallPlace place)
+{
+    while (!quit_.IsSet()) {
+        PauseSeconds(1);
+        const std::time_t now = std::time(nullptr);
+        if (now < *nextAttempt)
+            continue;
+        *nextAttempt = now + kRegistrationSeconds;
+        if (!cloudEnable_)
+            return false;
+        if (SetDeviceInfo(&device_))
+            return true;
+        Log(place.In(kLogSource), "SetDeviceInfo fail");
+    }
+    return false;
+}
+
+bool ServerManager::KeepLinked(CallPlace place)
+{
+    std::time_t lastAttempt = 0;
+    std::time_t lastCheckTime = 0;
+    int failures = 0;
+    do {
+        const std::time_t now = std::time(nullptr);
+        if (now - lastAttempt >= kHeartbeatSeconds) {
+            lastAttempt = now;
+            ++failures;
+            if (PollServer()) {
+                failures = 0;
+                if (now - lastCheckTime >= kCheckTimeSeconds) {
+                    lastCheckTime = now;
+                    ConfigManager::GetInstance()->SetCommTime(false);
+                }
+            } else {
+                Log(place.In(kLogSource), "Heartbeat fail");
+                if (failures >= kFailuresToRegister)
+                    return true;
+            }
+        }
+        PauseSeconds(1);
+    } while (!quit_.IsSet());
+    return false;
+}
+
+bool ServerManager::SetDeviceInfo(DeviceInfo *device)
+{
+    const Descriptor socket = OpenSocket(cloudServerAddr_, cloudServerPort_);
+    if (!socket.IsOpen()) {
+        NIMBRA_LOG("OpenSocket fail");
+        return false;
+    }
+    char line[kLineSize];
+    FormatResponse(line,
+                   "SetDeviceInfo?DeviceId=%s&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
+                   "&PrivatePort=%d&StunAddr=%s&StunPort=%d\n",
+                   device->DeviceId.Get(), device->MacAddr.Get(), device->ModelName.Get(),
+                   device->PrivateAddr.Get(), device->PrivatePort, device->StunAddr.Get(),
+                   device->StunPort);
+    return Ask(socket, line, "SetDeviceInfoResponse", {{"DeviceNo", device->DeviceNo}});
+}
+
+bool ServerManager::HeartBeat(LinkInfo *link)
+{
+    const Descriptor socket = OpenSocket(cloudServerAddr_, cloudServerPort_);
+    if (!socket.IsOpen()) {
+        NIMBRA_LOG("OpenSocket fail");
+        return false;
+    }
+    char line[kLineSize];
+    FormatResponse(line, "HeartBeat?DeviceNo=%d\n", device_.DeviceNo);
+    return Ask(socket, line, "HeartBeatResponse",
+               {{"DeviceNo", link->DeviceNo},
+                {"LinkType", link->LinkType},
+                {"LinkAddr", link->LinkAddr},
+                {"LinkPort", link->LinkPort},
+                {"RelayKey", link->RelayKey}});
+}
+
+bool ServerManager::PollServer()
+{
+    LinkInfo link;
+    link.DeviceNo = device_.DeviceNo;
+    if (!HeartBeat(&link))
+        return false;
+    if (link.LinkType != 0) {
+        Descriptor session = MakeSession(link);
+        if (session.IsOpen()) {
+            ClientManager::GetInstance()->AddClient(session.Release(), link.LinkAddr.Get(),
+                                                    link.LinkPort);
+            DrawSessionKey();
+        }
+        return true;
+    }
+    device_.StunAddr = link.LinkAddr;
+    // A report that fails is not made again: the heartbeat itself has succeeded.
+    if (portRule_.TakeIn(link.LinkPort, &device_.StunPort))
+        static_cast<void>(SetDeviceInfo(&device_));
+    return true;
+}
+
+Descriptor ServerManager::MakeSession(const LinkInfo &link)
+{
+    Descriptor socket = OpenSocket(link.LinkAddr, link.LinkPort);
+    if (!socket.IsOpen()) {
+        NIMBRA_LOG("OpenSocket fail");
+        return socket;
+    }
+    if (link.LinkType != kRelayWithHandshake)
+        return socket;
+    char line[kLineSize];
+    FormatResponse(line, "RelayDevice?RelayType=%d&RelayKey=%d\n", kRelayType, link.RelayKey);
+    if (!Ask(socket, line, "RelayDeviceResponse", {}))
+        socket.Close();
+    return socket;
+}
+
+Descriptor ServerManager::OpenSocket(const FixedText<32> &host, std::int32_t port)
+{
+    Descriptor socket = OpenTcpSocket({kLogSource, __LINE__, __func__});
+    if (!socket.IsOpen())
+        return socket;
+    const FixedText<32> resolved = ResolveAddress(host);
+    const SocketAddress address(inet_addr(resolved.Get()), port);
+    const std::time_t deadline = std::time(nullptr) + kConnectSeconds;
+    while (std::time(nullptr) < deadline) {
+        if (connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0 ||
+            (errno == EINPROGRESS && IsConnected(socket)))
+            return socket;
+        PauseMillisecond();
+    }
+    NIMBRA_LOG("connect fail %s:%s:%d", host.Get(), resolved.Get(), port);
+    return Descriptor();
+}
+
+FixedText<32> ServerManager::ResolveAddress(const FixedText<32> &host)
+{
+    const char first = host.Get()[0];
+    if ((first < 'A' || first > 'Z') && (first < 'a' || first > 'z'))
+        return host;
+    // Not re-entrant, but no other thread resolves names.
+    const hostent *entry = gethostbyname(host.Get());
+    if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr)
+        return host;
+    char text[INET_ADDRSTRLEN];
+    if (inet_ntop(AF_INET, entry->h_addr_list[0], text, sizeof text) == nullptr)
+        return host;
+    return FixedText<32>(text);
+}
+
+bool ServerManager::Ask(const Descriptor &socket, char *line, const char *name,
+                        std::vector<RequestKey> keys, CallPlace place)
+{
+    const LogSite site = place.In(kLogSource);
+    if (!SendMessage(socket.Get(), line)) {
+        Log(site, "SendMessage fail");
+        return false;
+    }
+    if (!RecvMessage(socket.Get(), line, kLineSize)) {
+        Log(site, "RecvMessage fail");
+        return false;
+    }
+    char *rest = nullptr;
+    const char *command = SplitCommand(line, &rest);
+    if (command == nullptr || strcasecmp(command, name) != 0) {
+        Log(site, "Invalid Command");
+        return false;
+    }
+    std::int32_t result = -1;
+    keys.emplace_back("Result", result);
+    ReadKeys(rest, keys, site);
+    if (result != 0)
+        Log(site, "Result Error: %d", result);
+    return result == 0;
+}
+
+void ServerManager::DrawSessionKey()
+{
+    constexpr std::int32_t kLowest = 10000;
+    constexpr std::int32_t kCount = 10000;
+    sessionKey_ = kLowest + Draw() % kCount;
+}
+
+} // namespace nimbra
