@@ -1,0 +1,77 @@
+#include "base/PanelConstants.h"
+#include "base/Wait.h"
+#include "core/CloudDevice.h"
+
+#include <csignal>
+#include <cstdio>
+#include <initializer_list>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace nimbra {
+
+namespace {
+
+constexpr unsigned kRetrySeconds = 3;
+constexpr char kRule[] = "----------------------------------------";
+
+/// Fills the standard descriptors that the caller left closed: no database or socket may get one,
+/// the log would be written into it.
+void HoldStandardDescriptors()
+{
+    int descriptor = 0;
+    do
+        descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO)
+        close(descriptor);
+}
+
+void PrintBanner(const char *program)
+{
+    std::putchar('\n');
+    std::printf("%s\n%s %s\n%s\n", kRule, program, kVersion, kRule);
+}
+
+void SetSignals()
+{
+    // SIGABRT is ignored like the rest; panels rely on it.
+    for (const int ignored : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2})
+        std::signal(ignored, SIG_IGN);
+    for (const int quit : {SIGINT, SIGQUIT, SIGTERM})
+        std::signal(quit, [](int) { CloudDevice::RequestQuit(); });
+}
+
+/// Tries to start until it succeeds; false when the program was asked to end before.
+bool StartServices()
+{
+    for (;;) {
+        CloudDevice *device = CloudDevice::GetInstance();
+        if (device->Init()) {
+            if (device->Start())
+                return true;
+            device->Stop();
+        }
+        PauseSeconds(kRetrySeconds);
+        if (CloudDevice::IsQuitRequested())
+            return false;
+    }
+}
+
+} // namespace
+
+} // namespace nimbra
+
+int main(int argc, char **argv)
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    nimbra::HoldStandardDescriptors();
+    nimbra::PrintBanner(argc > 0 ? argv[0] : "");
+    nimbra::SetSignals();
+    if (nimbra::CloudDevice::IsQuitRequested() || !nimbra::StartServices())
+        return 0;
+    nimbra::CloudDevice::GetInstance()->Run();
+    nimbra::CloudDevice::GetInstance()->Stop();
+    return 0;
+}
