@@ -1,0 +1,42 @@
+// The main program of the system tests: runs them in a sandbox, in which the panel's paths and
+// ports are free. Listing the tests needs none.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace {
+
+[[noreturn]] void EnterSandbox(char **arguments)
+{
+    std::vector<char *> command;
+    std::string sandbox = NIMBRA_SANDBOX_PATH;
+    std::string keep = "--keep=" NIMBRA_BUILD_DIRECTORY;
+    std::string end = "--";
+    for (std::string *word : {&sandbox, &keep, &end})
+        command.push_back(word->data());
+    for (char **argument = arguments; *argument != nullptr; ++argument)
+        command.push_back(*argument);
+    command.push_back(nullptr);
+    execv(command[0], command.data());
+    std::perror(command[0]);
+    std::exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::vector<char *> given(argv, argv + argc + 1);
+    ::testing::InitGoogleTest(&argc, argv);
+    if (!::testing::GTEST_FLAG(list_tests) && std::getenv("NIMBRA_SANDBOX") == nullptr)
+        EnterSandbox(const_cast<char **>(given.data()));
+    std::signal(SIGPIPE, SIG_IGN);
+    return RUN_ALL_TESTS();
+}
