@@ -90,15 +90,23 @@ TEST(Player, ShowsWordsAndLinesOfATalkThatGoesWell)
               "\nGreeting\n  It has a key.\n    --> Hello?\n    <-- Response?Key=**\nwent well");
 }
 
-TEST(Player, ShowsTheFirstRowsOfManyAndChecksThemAll)
+TEST(Player, ShowsAFewRowsAllAndOfMoreTheFirst)
 {
-    const std::vector<std::string> talk = {"> Rows?", "<5 Row=*"};
-    EXPECT_EQ(Play(talk, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nRow=5\n"}}),
-              "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n"
-              "    <-- (2 more like these)\nwent well");
-    EXPECT_EQ(Play(talk, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nLast\n"}}),
-              "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n"
-              "    expected: Row=*\n    received: Last\n    at line 2 of the talk\nfailed");
+    EXPECT_EQ(Play({"> Rows?", "<5 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nRow=5\n"}}),
+              "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n    <-- Row=4\n"
+              "    <-- Row=5\nwent well");
+    EXPECT_EQ(
+        Play({"> Rows?", "<6 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nRow=5\nRow=6\n"}}),
+        "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n"
+        "    <-- (3 more like these)\nwent well");
+}
+
+TEST(Player, ChecksAlsoTheRowsThatItDoesNotShow)
+{
+    EXPECT_EQ(
+        Play({"> Rows?", "<6 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nLast\nRow=6\n"}}),
+        "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n"
+        "    expected: Row=*\n    received: Last\n    at line 2 of the talk\nfailed");
 }
 
 TEST(Player, FailsWhenAReplyDiffersAndShowsBoth)

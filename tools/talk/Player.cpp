@@ -23,8 +23,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Of many lines that came for one line of a talk, this many are shown.
-constexpr int kShownRows = 3;
+/// Of the lines that came for one line of a talk so many are all shown; of more, the first ones.
+constexpr int kFewRows = 5;
+constexpr int kFirstRows = 3;
 
 const char *const kBold = "\033[1m";
 const char *const kFaint = "\033[2m";
@@ -369,10 +370,10 @@ bool Player::ShowMatch(const char *arrow, const TalkLine &line, int row, const s
     if (!MatchTalkText(line.Text, text, &shown))
         return Fail(line.Text, text);
     const std::string indent = std::string("    ") + arrow + " ";
-    if (row < kShownRows)
+    if (row < kFirstRows || line.Count <= kFewRows)
         Show(kGreen, indent + Printable(shown));
     else if (row + 1 == line.Count)
-        Show(kFaint, indent + "(" + std::to_string(line.Count - kShownRows) + " more like these)");
+        Show(kFaint, indent + "(" + std::to_string(line.Count - kFirstRows) + " more like these)");
     return true;
 }
 
