@@ -1,0 +1,87 @@
+#include "support/TestPanel.h"
+
+#include "panel/SamplePanel.h"
+#include "panel/Sqlite.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace nimbra::test {
+
+TestPanel::TestPanel(const panel::PanelSize &size, bool cloudEnabled)
+{
+    panel::PanelOptions options;
+    options.Size = size;
+    options.CloudEnabled = cloudEnabled;
+    options.CommandTool = NIMBRA_COMMAND_TOOL_PATH;
+    panel::LayOutPanel("/", options);
+}
+
+void TestPanel::Run(const std::string &file, const std::string &sql)
+{
+    panel::SqliteFile(file).Run(sql);
+}
+
+std::vector<Row> TestPanel::Rows(const std::string &file, const std::string &sql)
+{
+    panel::SqliteFile database(file);
+    panel::SqliteStatement statement(database, sql);
+    std::vector<Row> rows;
+    while (statement.Step())
+        rows.push_back(statement.Row());
+    return rows;
+}
+
+std::string TestPanel::Value(const std::string &sql) const
+{
+    const std::vector<Row> rows = Rows(sql);
+    return rows.empty() ? "(no row)" : rows[0].at(0);
+}
+
+std::vector<std::string> TestPanel::Journal() const
+{
+    std::vector<std::string> statements;
+    for (Row &row : Rows("SELECT QueryData FROM DBQueryInfo ORDER BY Idseq"))
+        statements.push_back(std::move(row[0]));
+    return statements;
+}
+
+std::vector<panel::Call> TestPanel::Calls(std::size_t from) const
+{
+    std::vector<panel::Call> calls = panel::ReadCalls(paths_.CallLog);
+    const auto skipped = static_cast<std::ptrdiff_t>(std::min(from, calls.size()));
+    calls.erase(calls.begin(), calls.begin() + skipped);
+    return calls;
+}
+
+std::vector<std::string> TestPanel::Dump(const std::string &file)
+{
+    std::vector<std::string> lines;
+    for (const Row &table :
+         Rows(file, "SELECT name, sql FROM sqlite_master WHERE type='table' ORDER BY name")) {
+        lines.push_back(table[1]);
+        std::string columns;
+        for (const Row &column :
+             Rows(file, "SELECT name FROM pragma_table_info('" + table[0] + "')"))
+            columns += (columns.empty() ? "quote(" : " || ', ' || quote(") + column[0] + ")";
+        for (const Row &row : Rows(file, "SELECT " + columns + " FROM " + table[0]))
+            lines.push_back(table[0] + ": " + row[0]);
+    }
+    return lines;
+}
+
+panel::Call AuditCall(int eventCode, const std::string &userName)
+{
+    return {"log", "1", "127.0.0.1", "0", std::to_string(eventCode), "0", "0", userName, "0", "0"};
+}
+
+ManagementClient LoggedIn(const panel::SampleLogin &login)
+{
+    ManagementClient client;
+    EXPECT_EQ(client.Login(login.Id, login.Password), "LoginResponse?Result=0");
+    return client;
+}
+
+} // namespace nimbra::test

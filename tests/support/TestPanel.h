@@ -1,0 +1,54 @@
+#pragma once
+
+#include "panel/CallLog.h"
+#include "panel/PanelPaths.h"
+#include "panel/SampleData.h"
+#include "support/ManagementClient.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+/// A row of a table as texts; NULL reads as an empty text.
+using Row = std::vector<std::string>;
+
+/// The sample panel, laid out where a real one stands, and what a test looks at on it. Works on
+/// the main database unless another file is named. Any thread, but for the making.
+class TestPanel
+{
+public:
+    explicit TestPanel(const panel::PanelSize &size = {}, bool cloudEnabled = false);
+
+    /// Runs statements that give no rows.
+    void Run(const std::string &sql) const { Run(paths_.MainDatabase, sql); }
+    static void Run(const std::string &file, const std::string &sql);
+    [[nodiscard]] std::vector<Row> Rows(const std::string &sql) const
+    {
+        return Rows(paths_.MainDatabase, sql);
+    }
+    [[nodiscard]] static std::vector<Row> Rows(const std::string &file, const std::string &sql);
+    /// The first column of the first row; "(no row)" when there is none.
+    [[nodiscard]] std::string Value(const std::string &sql) const;
+
+    /// The statements of the journal, in the order of their sequence numbers.
+    [[nodiscard]] std::vector<std::string> Journal() const;
+    /// Every call of the command tool so far, or those from the given one on.
+    [[nodiscard]] std::vector<panel::Call> Calls(std::size_t from = 0) const;
+    /// Each table of a database with all its rows, as texts that tell every value and its type.
+    [[nodiscard]] static std::vector<std::string> Dump(const std::string &file);
+
+    [[nodiscard]] const panel::PanelPaths &Paths() const { return paths_; }
+
+private:
+    panel::PanelPaths paths_{"/"};
+};
+
+/// The call of the command tool that notes an event which a client at 127.0.0.1 has caused.
+[[nodiscard]] panel::Call AuditCall(int eventCode, const std::string &userName = "admin");
+
+/// A client that has logged in; the test fails when it cannot.
+[[nodiscard]] ManagementClient LoggedIn(const panel::SampleLogin &login = panel::kController);
+
+} // namespace nimbra::test
