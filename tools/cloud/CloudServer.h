@@ -1,0 +1,106 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace nimbra::cloud {
+
+/// What the server does with a request line. An empty text that does not close keeps silent until
+/// the panel gives up.
+struct Reply
+{
+    std::string Text; ///< sent as it stands, line feed included
+    std::chrono::milliseconds Delay{0};
+    bool Close = false; ///< closes the connection after the text, without waiting for the panel
+};
+
+/// A request line as it came, without its line feed.
+struct Request
+{
+    std::string Line;
+    std::chrono::steady_clock::time_point Time;
+};
+
+/// A session that the panel is told to open.
+struct Order
+{
+    int LinkType = 2;
+    std::string LinkAddr = "127.0.0.1";
+    int LinkPort = 0;
+    int RelayKey = 0;
+};
+
+/// The server's side of the cloud link: takes registrations, answers heartbeats, and joins
+/// management clients with the sessions that the panel opens on its order. Runs on threads of its
+/// own while the object lives; its methods may be called from any thread.
+class CloudServer
+{
+public:
+    struct Ports
+    {
+        int Server = 9500; ///< where panels register
+        int Relay = 9510;  ///< where panels open the sessions that they are ordered to
+        int Client = 9520; ///< where management clients connect to be joined with a panel
+    };
+    using Answer = std::function<Reply(const std::string &request)>;
+
+    /// Throws std::system_error when a port cannot be had. `linkType` is that of the sessions that
+    /// clients are joined with.
+    explicit CloudServer(Ports ports, int linkType = 2);
+    CloudServer() : CloudServer(Ports()) {}
+    ~CloudServer();
+    CloudServer(const CloudServer &) = delete;
+    CloudServer &operator=(const CloudServer &) = delete;
+
+    /// Replaces the good manners of GoodAnswer; called on a thread of the server.
+    void SetAnswer(Answer answer);
+    /// What a server in order answers to a registration, a heartbeat or a relay handshake.
+    [[nodiscard]] Reply GoodAnswer(const std::string &request);
+    /// Has the next good heartbeat answer order a session.
+    void Queue(const Order &order);
+
+    /// All requests so far, those of handshakes included.
+    [[nodiscard]] std::vector<Request> Requests() const;
+    /// How many requests begin with `word`.
+    [[nodiscard]] std::size_t Count(const std::string &word) const;
+
+private:
+    using Handler = void (CloudServer::*)(int socket);
+
+    void Listen(int port, Handler handler);
+    void Start(std::function<void()> body);
+    void Accept(int listener, Handler handler);
+    /// Remembers a socket, so that it can be shut down at the end; closes it and forgets it.
+    void Hold(int socket);
+    void Drop(int socket);
+
+    void ServePanel(int socket);
+    void ServeRelay(int socket);
+    void ServeClient(int socket);
+    /// Sends what the answer to `line` is; false when the connection is to be closed.
+    [[nodiscard]] bool AnswerLine(int socket, const std::string &line);
+    /// The client that waits for the session with this key, or any client for key 0; -1 if none.
+    [[nodiscard]] int TakeClient(int relayKey);
+
+    const Ports ports_;
+    const int linkType_;
+    mutable std::mutex lock_;
+    Answer answer_;
+    std::vector<Request> requests_;
+    std::deque<Order> orders_;
+    std::map<int, int> waitingClients_; ///< by relay key
+    int nextRelayKey_ = 1001;
+    bool isEnding_ = false;
+    std::set<int> sockets_;
+    int threads_ = 0; ///< detached threads at work
+    std::condition_variable threadEnded_;
+};
+
+} // namespace nimbra::cloud
