@@ -139,11 +139,9 @@ bool ServerManager::KeepLinked(CallPlace place)
 
 bool ServerManager::SetDeviceInfo(DeviceInfo *device)
 {
-    const Descriptor socket = OpenSocket(cloudServerAddr_, cloudServerPort_);
-    if (!socket.IsOpen()) {
-        NIMBRA_LOG("OpenSocket fail");
+    const Descriptor socket = Connect(cloudServerAddr_, cloudServerPort_);
+    if (!socket.IsOpen())
         return false;
-    }
     char line[kLineSize];
     FormatResponse(line,
                    "SetDeviceInfo?DeviceId=%s&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
@@ -156,11 +154,9 @@ bool ServerManager::SetDeviceInfo(DeviceInfo *device)
 
 bool ServerManager::HeartBeat(LinkInfo *link)
 {
-    const Descriptor socket = OpenSocket(cloudServerAddr_, cloudServerPort_);
-    if (!socket.IsOpen()) {
-        NIMBRA_LOG("OpenSocket fail");
+    const Descriptor socket = Connect(cloudServerAddr_, cloudServerPort_);
+    if (!socket.IsOpen())
         return false;
-    }
     char line[kLineSize];
     FormatResponse(line, "HeartBeat?DeviceNo=%d\n", device_.DeviceNo);
     return Ask(socket, line, "HeartBeatResponse",
@@ -195,17 +191,21 @@ bool ServerManager::PollServer()
 
 Descriptor ServerManager::MakeSession(const LinkInfo &link)
 {
-    Descriptor socket = OpenSocket(link.LinkAddr, link.LinkPort);
-    if (!socket.IsOpen()) {
-        NIMBRA_LOG("OpenSocket fail");
-        return socket;
-    }
-    if (link.LinkType != kRelayWithHandshake)
+    Descriptor socket = Connect(link.LinkAddr, link.LinkPort);
+    if (!socket.IsOpen() || link.LinkType != kRelayWithHandshake)
         return socket;
     char line[kLineSize];
     FormatResponse(line, "RelayDevice?RelayType=%d&RelayKey=%d\n", kRelayType, link.RelayKey);
     if (!Ask(socket, line, "RelayDeviceResponse", {}))
         socket.Close();
+    return socket;
+}
+
+Descriptor ServerManager::Connect(const FixedText<32> &host, std::int32_t port, CallPlace place)
+{
+    Descriptor socket = OpenSocket(host, port);
+    if (!socket.IsOpen())
+        Log(place.In(kLogSource), "OpenSocket fail");
     return socket;
 }
 
@@ -218,7 +218,7 @@ Descriptor ServerManager::OpenSocket(const FixedText<32> &host, std::int32_t por
     const SocketAddress address(inet_addr(resolved.Get()), port);
     const std::time_t deadline = std::time(nullptr) + kConnectSeconds;
     while (std::time(nullptr) < deadline) {
-        if (connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0 ||
+        if (::connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0 ||
             (errno == EINPROGRESS && IsConnected(socket)))
             return socket;
         PauseMillisecond();

@@ -72,6 +72,9 @@ private:
     /// Opens the connection that the server ordered, its handshake done; not open on failure.
     [[nodiscard]] Descriptor MakeSession(const LinkInfo &link);
 
+    /// As OpenSocket, and a failure is logged as the calling method's.
+    [[nodiscard]] Descriptor Connect(const FixedText<32> &host, std::int32_t port,
+                                     CallPlace place = CallPlace::Here());
     /// Connects within 10 seconds; not open on failure. The socket is non-blocking.
     [[nodiscard]] Descriptor OpenSocket(const FixedText<32> &host, std::int32_t port);
     /// The dotted address of a host name; any other text as it stands.
