@@ -1,0 +1,166 @@
+#include "support/CommandTest.h"
+
+#include <cctype>
+#include <filesystem>
+
+namespace nimbra::test {
+
+namespace {
+
+constexpr char kHandlers[] = "ClientWorker.cpp";
+constexpr char kDataMethods[] = "DataManager.cpp";
+
+/// A role of the sample panel that nobody else has.
+constexpr char kTestRole[] = "77";
+
+Agent::Options InTimeZone(const std::string &timeZone)
+{
+    Agent::Options options;
+    options.Environment = {{"TZ", timeZone}};
+    return options;
+}
+
+/// A web user whose role has those of the operator's rights for which `condition` holds.
+ManagementClient LoggedInWithRights(const TestPanel &panel, const std::string &condition)
+{
+    constexpr panel::SampleLogin kTester{"tester", panel::kOperator.Password};
+    const std::string role(kTestRole);
+    panel.Run(
+        "DELETE FROM WebUser WHERE ID='tester'; DELETE FROM UserRoleTable WHERE UserRole=" + role +
+        "; INSERT INTO WebUser (ID, Password, UserRole) SELECT 'tester', Password, " + role +
+        " FROM WebUser WHERE ID='operator';"
+        "INSERT INTO UserRoleTable (UserRole, FormIndex, Authority) SELECT " +
+        role + ", FormIndex, Authority FROM UserRoleTable WHERE UserRole=1 AND " + condition);
+    return LoggedIn(kTester);
+}
+
+} // namespace
+
+CommandTest::CommandTest(const panel::PanelSize &size, const std::string &timeZone)
+    : panel_(size), agent_(InTimeZone(timeZone)), client_(LoggedIn())
+{}
+
+void CommandTest::ExpectRefused(const std::string &request, int result, const std::string &message)
+{
+    SCOPED_TRACE(request);
+    const std::string command = CommandOf(request);
+    const std::size_t messages = agent_.CountMessages(kHandlers, command, message);
+    const std::size_t calls = panel_.Calls().size();
+    const std::vector<std::string> content = TestPanel::Dump(panel_.Paths().MainDatabase);
+    EXPECT_EQ(Ask(request), command + "Response?Result=" + std::to_string(result));
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, message, messages + 1));
+    EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), content);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+}
+
+void CommandTest::ExpectFails(const std::string &request)
+{
+    ExpectRefused(request, 1, CommandOf(request) + " fail");
+}
+
+void CommandTest::ExpectChanges(const std::string &request,
+                                const std::vector<std::string> &statements, int eventCode)
+{
+    SCOPED_TRACE(request);
+    std::vector<std::string> journal = panel_.Journal();
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=0");
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(eventCode)}));
+    journal.insert(journal.end(), statements.begin(), statements.end());
+    EXPECT_EQ(panel_.Journal(), journal);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE DbKind IS NOT 1"), "0");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(DISTINCT Idseq) FROM DBQueryInfo"),
+              std::to_string(journal.size()));
+}
+
+void CommandTest::ExpectBreaksOff(const std::string &request,
+                                  const std::vector<std::string> &statements)
+{
+    SCOPED_TRACE(request);
+    const std::string command = CommandOf(request);
+    const std::size_t failures = agent_.CountMessages(kDataMethods, command, "sqlite3_exec fail");
+    const std::size_t calls = panel_.Calls().size();
+    std::vector<std::string> journal = panel_.Journal();
+    EXPECT_EQ(Ask(request), command + "Response?Result=1");
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
+    EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_exec fail"), failures + 1);
+    journal.insert(journal.end(), statements.begin(), statements.end());
+    EXPECT_EQ(panel_.Journal(), journal);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+}
+
+void CommandTest::ExpectNeedsRight(const std::string &request, int formIndex, int authority)
+{
+    SCOPED_TRACE(request);
+    const std::string command = CommandOf(request);
+    const std::string right = "(FormIndex=" + std::to_string(formIndex) +
+                              " AND Authority=" + std::to_string(authority) + ")";
+    ASSERT_EQ(panel_.Value("SELECT COUNT(*) FROM UserRoleTable WHERE UserRole=1 AND " + right),
+              "1");
+    client_.emplace(LoggedInWithRights(panel_, "NOT " + right));
+    ExpectRefused(request + "&Unknown=1", 9, "Authority fail");
+    EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 0U);
+    client_.emplace(LoggedInWithRights(panel_, right));
+    EXPECT_EQ(Ask(request + "&Unknown=1").rfind(command + "Response?Result=0", 0), 0U);
+    EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 1U);
+    client_.emplace(LoggedIn());
+}
+
+void CommandTest::ExpectNeedsDatabase(const std::string &request)
+{
+    SCOPED_TRACE(request);
+    const std::string command = CommandOf(request);
+    const std::filesystem::path away = "/tmp/DatabasesAway";
+    const std::size_t calls = panel_.Calls().size();
+    std::filesystem::rename(panel_.Paths().Databases, away);
+    EXPECT_EQ(Ask(request), command + "Response?Result=1");
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
+    EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_open fail"), 1U);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    std::filesystem::rename(away, panel_.Paths().Databases);
+}
+
+void CommandTest::ExpectReadsKeys(const std::string &request)
+{
+    SCOPED_TRACE(request);
+    const std::vector<std::string> answer = AskList(request);
+    EXPECT_NE(answer[0].find("Result=0"), std::string::npos) << answer[0];
+    EXPECT_EQ(AskList(WithUpperCaseKeys(request)), answer);
+    const std::string command = CommandOf(request);
+    EXPECT_EQ(AskList(command + "?Unknown=1&" + request.substr(command.size() + 1)), answer);
+    EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 1U);
+}
+
+std::string CommandOf(const std::string &request)
+{
+    return request.substr(0, request.find('?'));
+}
+
+std::string WithUpperCaseKeys(const std::string &request)
+{
+    std::string changed = request;
+    bool isKey = false;
+    for (char &c : changed) {
+        if (c == '?' || c == '&')
+            isKey = true;
+        else if (c == '=')
+            isKey = false;
+        else if (isKey)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    return changed;
+}
+
+std::vector<std::string> ListAnswer(const std::string &command, std::size_t total, int offset,
+                                    const std::vector<std::string> &rows)
+{
+    if (rows.empty())
+        return {command + "Response?Result=1"};
+    std::vector<std::string> lines = {command + "Response?Result=0&Total=" + std::to_string(total) +
+                                      "&Offset=" + std::to_string(offset) +
+                                      "&Count=" + std::to_string(rows.size())};
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    return lines;
+}
+
+} // namespace nimbra::test
