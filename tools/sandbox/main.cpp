@@ -1,337 +1,145 @@
-// Runs a command in a world of its own, in which the panel's fixed paths and ports are free:
-// private /tmp, /nimbra and /etc/hosts, and a network with a loopback, a wired eth0 and a second
-// host on the same segment. Nothing of it is left behind.
+#include "sandbox/Child.h"
+#include "sandbox/Network.h"
+#include "sandbox/RealPaths.h"
+#include "sandbox/World.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cctype>
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-#include <string>
-#include <system_error>
-#include <utility>
-#include <vector>
+#include <sstream>
 
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/file.h>
-#include <sys/mount.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-namespace nimbra {
-
-namespace {
+namespace nimbra::sandbox {
 
 namespace fs = std::filesystem;
 
-constexpr int kCannotRun = 125;
+/// Tells the command where it runs: "namespaces" in a private world, "real" on the real paths.
+constexpr char kKindVariable[] = "NIMBRA_SANDBOX";
 
-/// The root of the new world while it is built: it hides the old /tmp, which it replaces.
-constexpr char kNewRoot[] = "/tmp";
-
-/// Where the network of the second host can be entered, inside the world.
-constexpr char kPeerNetwork[] = "/tmp/.peer-network";
-
-struct Options
+/// The file that the command's name stands for, looked for as a shell does.
+static fs::path FindProgram(const std::string &name)
 {
-    bool HostNetwork = false;
-    bool NoNamespaces = false;
-    std::vector<std::string> Keep;
-    std::vector<std::string> Command;
-};
-
-[[noreturn]] void Fail(const std::string &what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
-void Check(int result, const std::string &what)
-{
-    if (result < 0)
-        Fail(what);
-}
-
-void WriteFile(const fs::path &path, const std::string &text)
-{
-    std::ofstream(path) << text;
-}
-
-/// A directory below the old /tmp that stays visible at its path, held while /tmp is replaced.
-struct KeptDirectory
-{
-    fs::path Path;
-    int Descriptor;
-};
-
-bool IsBelowTmp(const fs::path &path)
-{
-    const auto relative = path.lexically_relative("/tmp");
-    return !relative.empty() && *relative.begin() != ".." && relative != ".";
-}
-
-std::vector<KeptDirectory> HoldDirectories(const std::vector<std::string> &wanted)
-{
-    std::vector<KeptDirectory> kept;
-    for (const std::string &name : wanted) {
-        const fs::path path = fs::weakly_canonical(name);
-        if (!IsBelowTmp(path))
-            continue;
-        const int descriptor = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        Check(descriptor, path);
-        kept.push_back({path, descriptor});
+    if (name.find('/') != std::string::npos)
+        return fs::absolute(name).lexically_normal();
+    const char *path = std::getenv("PATH");
+    std::istringstream directories(path == nullptr ? "/usr/bin:/bin" : path);
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        const fs::path candidate = fs::absolute(directory) / name;
+        if (access(candidate.c_str(), X_OK) == 0 && !fs::is_directory(candidate))
+            return candidate;
     }
-    return kept;
+    return {};
 }
 
-void Bind(const fs::path &source, const fs::path &target)
+/// What the command needs from below /tmp: its directory and the working directory, by the names
+/// used for them and by their true ones.
+static std::vector<fs::path> Needed(const fs::path &program)
 {
-    Check(mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr),
-          "cannot show " + target.string());
-}
-
-/// Shows one entry of the old root in the new one; the panel's own paths start empty.
-void ShowEntry(const fs::directory_entry &entry)
-{
-    const std::string name = entry.path().filename();
-    const fs::path target = fs::path(kNewRoot) / name;
-    if (name == "tmp" || name == "nimbra")
-        return;
-    if (entry.is_symlink())
-        return fs::copy_symlink(entry.path(), target);
-    if (!entry.is_directory())
-        return;
-    fs::create_directory(target);
-    Bind(entry.path(), target);
-}
-
-/// Puts a copy over the hosts file that the command may rewrite.
-void ReplaceHosts()
-{
-    const fs::path hosts = fs::path(kNewRoot) / "etc/hosts";
-    if (!fs::exists(hosts))
-        return;
-    const fs::path copy = fs::path(kNewRoot) / ".hosts";
-    fs::copy_file(hosts, copy);
-    fs::permissions(copy, fs::perms::owner_write, fs::perm_options::add);
-    Bind(copy, hosts);
-}
-
-void BuildRoot(const std::vector<std::string> &wanted)
-{
-    Check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "cannot unshare mounts");
-    const std::vector<KeptDirectory> kept = HoldDirectories(wanted);
-    Check(mount("tmpfs", kNewRoot, "tmpfs", 0, "mode=755"), "cannot mount a tmpfs");
-    for (const fs::directory_entry &entry : fs::directory_iterator("/"))
-        ShowEntry(entry);
-    const fs::path tmp = fs::path(kNewRoot) / "tmp";
-    fs::create_directories(fs::path(kNewRoot) / "nimbra");
-    fs::create_directory(tmp);
-    fs::permissions(tmp, fs::perms::all | fs::perms::sticky_bit);
-    for (const KeptDirectory &directory : kept) {
-        const fs::path target = kNewRoot + directory.Path.string();
-        fs::create_directories(target);
-        Bind("/proc/self/fd/" + std::to_string(directory.Descriptor), target);
-        close(directory.Descriptor);
+    std::vector<fs::path> needed{fs::current_path()};
+    for (const fs::path &file : {program, fs::weakly_canonical(program)}) {
+        const fs::path directory = file.parent_path();
+        // All of /tmp cannot be kept; of a program right in it, only its file is.
+        needed.push_back(directory == "/tmp" ? file : directory);
     }
-    ReplaceHosts();
+    return needed;
 }
 
-/// Runs `ip -batch -` with the given lines; throws when it fails.
-void Ip(const std::string &lines)
+static int Complain(const std::string &what)
 {
-    std::FILE *ip = popen("ip -batch -", "w");
-    if (ip == nullptr)
-        Fail("cannot run ip");
-    std::fputs(lines.c_str(), ip);
-    if (pclose(ip) != 0)
-        throw std::runtime_error("ip cannot set up the network");
+    std::fprintf(stderr, "nimbra-sandbox: %s\n", what.c_str());
+    return kSandboxFailed;
 }
 
-/// The second host: makes its network, waits until the wire is laid, and configures its end.
-[[noreturn]] void BuildPeer(int ready, int go)
+static int RunOnRealPaths(const fs::path &program, const std::vector<std::string> &command,
+                          const std::string &reason)
 {
     try {
-        Check(unshare(CLONE_NEWNET), "cannot make a second network");
-        const std::string handle = kNewRoot + std::string(kPeerNetwork);
-        WriteFile(handle, "");
-        Bind("/proc/self/ns/net", handle);
-        char token = 0;
-        if (write(ready, "r", 1) != 1 || read(go, &token, 1) != 1)
-            _exit(kCannotRun);
-        Ip("link set lo up\n"
-           "link set peer0 name eth0\n"
-           "address add 192.168.77.20/24 broadcast + dev eth0\n"
-           "link set eth0 up\n");
-        _exit(EXIT_SUCCESS);
+        const RealPaths paths;
+        // Nothing may work on the paths any more when they are given back.
+        const Outcome outcome = RunChild(program, command, Leftovers::End, [] {
+            unsetenv(kSecondHostVariable);
+            setenv(kKindVariable, "real", 1);
+        });
+        return outcome.Status ? *outcome.Status : Complain(outcome.Failure);
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "nimbra-sandbox: %s\n", error.what());
-        _exit(kCannotRun);
+        return Complain("no private world (" + reason + "), and " + error.what());
     }
 }
 
-void BuildNetwork()
+static int RunOnSecondHost(const fs::path &program, const std::vector<std::string> &command)
 {
-    int ready[2];
-    int go[2];
-    Check(pipe2(ready, O_CLOEXEC), "pipe");
-    Check(pipe2(go, O_CLOEXEC), "pipe");
-    const pid_t peer = fork();
-    Check(peer, "fork");
-    if (peer == 0)
-        BuildPeer(ready[1], go[0]);
-    close(ready[1]);
-    char token = 0;
-    if (read(ready[0], &token, 1) == 1) {
-        Ip("link set lo up\n"
-           "link add eth0 address 00:1a:2b:3c:4d:5e type veth peer name peer0 netns " +
-           std::to_string(peer) +
-           "\n"
-           "address add 192.168.77.10/24 broadcast + dev eth0\n"
-           "link set eth0 up\n"
-           "route add default via 192.168.77.20\n");
-        if (write(go[1], "g", 1) != 1)
-            Fail("pipe");
-    }
-    int status = 0;
-    Check(waitpid(peer, &status, 0), "waitpid");
-    for (const int descriptor : {ready[0], go[0], go[1]})
-        close(descriptor);
-    if (status != 0)
-        throw std::runtime_error("the second host cannot be set up");
+    const char *secondHost = std::getenv(kSecondHostVariable);
+    if (secondHost == nullptr)
+        return Complain("--peer works only inside a sandbox that has a network of its own");
+    const Outcome outcome =
+        RunChild(program, command, Leftovers::RunOn, [secondHost] { EnterSecondHost(secondHost); });
+    return outcome.Status ? *outcome.Status : Complain(outcome.Failure);
 }
 
-[[noreturn]] void Execute(const std::vector<std::string> &command)
+static int RunInWorld(const fs::path &program, const std::vector<std::string> &command,
+                      const WorldOptions &options)
 {
-    std::vector<char *> arguments;
-    for (const std::string &argument : command)
-        arguments.push_back(const_cast<char *>(argument.c_str()));
-    arguments.push_back(nullptr);
-    execvp(arguments[0], arguments.data());
-    Fail(command[0]);
+    const Outcome outcome = RunChild(program, command, Leftovers::RunOn, [&options] {
+        EnterWorld(options);
+        setenv(kKindVariable, "namespaces", 1);
+    });
+    return outcome.Status ? *outcome.Status : RunOnRealPaths(program, command, outcome.Failure);
 }
 
-/// Unshares what the world needs of its own; false when the machine refuses it.
-bool EnterNamespaces(const Options &options)
+static int Main(int argc, char **argv)
 {
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    const int flags =
-        CLONE_NEWNS | (options.HostNetwork ? 0 : CLONE_NEWNET) | (user == 0 ? 0 : CLONE_NEWUSER);
-    if (unshare(flags) != 0)
-        return false;
-    if (user != 0) {
-        WriteFile("/proc/self/setgroups", "deny");
-        WriteFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-        WriteFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-    }
-    return true;
-}
-
-[[noreturn]] void RunInWorld(const Options &options)
-{
-    const std::string directory = fs::current_path();
-    std::vector<std::string> keep = options.Keep;
-    keep.push_back(directory);
-    if (options.Command[0].find('/') != std::string::npos)
-        keep.push_back(fs::absolute(options.Command[0]).parent_path());
-    keep.push_back(fs::canonical("/proc/self/exe").parent_path());
-    BuildRoot(keep);
-    if (!options.HostNetwork)
-        BuildNetwork();
-    Check(chroot(kNewRoot), "cannot enter the new root");
-    Check(chdir(directory.c_str()), directory);
-    setenv("NIMBRA_SANDBOX", "namespaces", 1);
-    Execute(options.Command);
-}
-
-volatile std::sig_atomic_t runningChild = 0;
-
-/// Runs the command on the machine's real paths, one at a time, and clears them afterwards.
-int RunOnRealPaths(const Options &options)
-{
-    const std::vector<fs::path> paths = {"/nimbra", "/tmp/NimbraDB"};
-    const int root = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    Check(root, "/");
-    Check(flock(root, LOCK_EX), "cannot wait for the turn");
-    for (const fs::path &path : paths)
-        if (fs::exists(path))
-            throw std::runtime_error("no namespaces here, and " + path.string() + " is in use");
-    std::ifstream hosts("/etc/hosts");
-    const std::string savedHosts{std::istreambuf_iterator<char>(hosts), {}};
-    const pid_t child = fork();
-    Check(child, "fork");
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        setenv("NIMBRA_SANDBOX", "real", 1);
-        try {
-            Execute(options.Command);
-        } catch (const std::exception &error) {
-            std::fprintf(stderr, "nimbra-sandbox: %s\n", error.what());
-            _exit(kCannotRun);
-        }
-    }
-    runningChild = child;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        std::signal(signal, [](int number) { kill(runningChild, number); });
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
-        continue;
-    for (const fs::path &path : paths)
-        fs::remove_all(path);
-    if (!savedHosts.empty())
-        WriteFile("/etc/hosts", savedHosts);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-int Run(const Options &options)
-{
-    if (!options.NoNamespaces && EnterNamespaces(options))
-        RunInWorld(options);
-    if (geteuid() == 0)
-        return RunOnRealPaths(options);
-    throw std::runtime_error("this machine refuses namespaces, and the real paths need root");
-}
-
-} // namespace
-
-} // namespace nimbra
-
-int main(int argc, char **argv)
-{
-    CLI::App app("Runs a command in a world of its own, with private /tmp, /nimbra, /etc/hosts and "
-                 "network: nimbra-sandbox [OPTIONS] [--] COMMAND [ARGUMENTS...]. Needs root, or a "
-                 "kernel that "
-                 "lets users make namespaces.");
-    nimbra::Options options;
-    app.add_flag("--host-network", options.HostNetwork, "Use the machine's own network");
-    app.add_flag("--no-namespaces", options.NoNamespaces,
-                 "Use the machine's real paths, one command at a time, and clear them afterwards");
-    app.add_option("--keep", options.Keep, "A directory below /tmp that stays visible")
-        ->type_name("DIR")
-        ->expected(1)
-        ->allow_extra_args(false);
+    CLI::App app(
+        "nimbra-sandbox [OPTIONS] [--] COMMAND [ARGUMENTS...]\n\n"
+        "Runs a command in a private world: the machine as it is, but with a fresh, writable /tmp\n"
+        "and /nimbra, an /etc/hosts of its own, and a network of its own where eth0 is\n"
+        "192.168.77.10 and a second host stands at 192.168.77.20. All of it is gone with the last\n"
+        "process in it. The exit status is that of the command; 125 means that there was no\n"
+        "world for it.\n\n"
+        "Where namespaces are refused, root may use the real paths, one command at a time, if\n"
+        "neither /nimbra nor /tmp/NimbraDB exists.");
+    app.set_help_flag("-h,--help", "Print this help and exit");
     app.prefix_command();
+    WorldOptions options;
+    bool peer = false;
+    bool noNamespaces = false;
+    std::vector<std::string> keep;
+    app.add_flag("--host-network", options.HostNetwork, "Keep the machine's network");
+    app.add_flag("--peer", peer, "Inside a sandbox: run the command on the second host");
+    app.add_option("--keep", keep, "Leave this directory below /tmp visible; may be repeated")
+        ->allow_extra_args(false);
+    app.add_flag("--no-namespaces", noNamespaces, "Use the real paths, as where they are refused");
     CLI11_PARSE(app, argc, argv);
-    options.Command = app.remaining();
-    if (!options.Command.empty() && options.Command[0] == "--")
-        options.Command.erase(options.Command.begin());
-    if (options.Command.empty()) {
-        std::fprintf(stderr, "nimbra-sandbox: no command to run; see --help\n");
-        return nimbra::kCannotRun;
+
+    std::vector<std::string> command = app.remaining();
+    if (!command.empty() && command.front() == "--")
+        command.erase(command.begin());
+    if (command.empty())
+        return Complain("no command given; --help tells more");
+    const fs::path program = FindProgram(command.front());
+    if (program.empty()) {
+        Complain(command.front() + ": command not found");
+        return kNotFound;
     }
+    if (peer)
+        return RunOnSecondHost(program, command);
+    if (noNamespaces)
+        return RunOnRealPaths(program, command, "not wanted");
+    options.Keep = Needed(program);
+    for (const std::string &directory : keep)
+        options.Keep.push_back(fs::absolute(directory));
+    return RunInWorld(program, command, options);
+}
+
+} // namespace nimbra::sandbox
+
+int main(int argc, char *argv[])
+{
     try {
-        return nimbra::Run(options);
+        return nimbra::sandbox::Main(argc, argv);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "nimbra-sandbox: %s\n", error.what());
-        return nimbra::kCannotRun;
+        return nimbra::sandbox::kSandboxFailed;
     }
 }
