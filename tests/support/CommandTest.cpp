@@ -1,6 +1,7 @@
 #include "support/CommandTest.h"
 
 #include <cctype>
+#include <csignal>
 #include <filesystem>
 
 namespace nimbra::test {
@@ -39,6 +40,15 @@ ManagementClient LoggedInWithRights(const TestPanel &panel, const std::string &c
 CommandTest::CommandTest(const panel::PanelSize &size, const std::string &timeZone)
     : panel_(size), agent_(InTimeZone(timeZone)), client_(LoggedIn())
 {}
+
+CommandTest::~CommandTest()
+{
+    agent_.Signal(SIGTERM);
+    static_cast<void>(WaitUntil([this] {
+        client_->SendLine("Heartbeat?");
+        return client_->Socket() < 0 || client_->IsClosedByPeer(milliseconds(20));
+    }));
+}
 
 void CommandTest::ExpectRefused(const std::string &request, int result, const std::string &message)
 {

@@ -19,6 +19,8 @@ class CommandTest : public ::testing::Test
 {
 protected:
     explicit CommandTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
+    /// Asks the agent to end and talks on meanwhile, so that it need not wait for the client.
+    ~CommandTest() override;
 
     [[nodiscard]] std::string Ask(const std::string &request) { return client_->Ask(request); }
     [[nodiscard]] std::vector<std::string> AskList(const std::string &request)
