@@ -1,0 +1,97 @@
+#include "support/DiscoveryProbe.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace nimbra::test {
+
+namespace {
+
+constexpr char kPanelAddress[] = "192.168.77.10";
+constexpr int kProbePort = 9701;
+constexpr int kAnswerPort = 9702;
+
+sockaddr_in AddressOf(const char *address, int port)
+{
+    sockaddr_in result = {};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(static_cast<std::uint16_t>(port));
+    inet_pton(AF_INET, address, &result.sin_addr);
+    return result;
+}
+
+/// A datagram socket of the second host. Only the thread that makes it moves to that network.
+int SocketOnSecondHost()
+{
+    int socket = -1;
+    std::thread([&socket] {
+        const char *name = std::getenv("NIMBRA_SECOND_HOST");
+        const int network = name == nullptr ? -1 : open(name, O_RDONLY | O_CLOEXEC);
+        if (network >= 0 && setns(network, CLONE_NEWNET) == 0)
+            socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        close(network);
+    }).join();
+    return socket;
+}
+
+} // namespace
+
+DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
+{
+    const int on = 1;
+    const sockaddr_in own = AddressOf("0.0.0.0", kAnswerPort);
+    if (socket_ < 0 || setsockopt(socket_, SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
+        bind(socket_, reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
+        throw std::system_error(errno, std::generic_category(), "no probe on the second host");
+}
+
+DiscoveryProbe::~DiscoveryProbe()
+{
+    close(socket_);
+}
+
+void DiscoveryProbe::Send(std::string_view datagram) const
+{
+    SendTo(kPanelAddress, datagram);
+}
+
+void DiscoveryProbe::Broadcast(std::string_view datagram) const
+{
+    SendTo("192.168.77.255", datagram);
+}
+
+std::optional<std::string> DiscoveryProbe::Receive(milliseconds limit) const
+{
+    pollfd wait = {socket_, POLLIN, 0};
+    if (poll(&wait, 1, static_cast<int>(limit.count())) < 1)
+        return std::nullopt;
+    std::array<char, 2048> bytes;
+    const ssize_t count = recv(socket_, bytes.data(), bytes.size(), 0);
+    return std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+}
+
+std::string DiscoveryProbe::Ask(std::string_view datagram) const
+{
+    Send(datagram);
+    return Receive().value_or("(no answer)");
+}
+
+void DiscoveryProbe::SendTo(const char *address, std::string_view datagram) const
+{
+    const sockaddr_in panel = AddressOf(address, kProbePort);
+    sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&panel),
+           sizeof panel);
+}
+
+} // namespace nimbra::test

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "support/Waiting.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace nimbra::test {
+
+/// A management tool on the second host of the segment: sends probes to the panel and receives
+/// the answers that are broadcast. One thread.
+class DiscoveryProbe
+{
+public:
+    /// Throws std::system_error when the second host cannot be entered.
+    DiscoveryProbe();
+    ~DiscoveryProbe();
+    DiscoveryProbe(const DiscoveryProbe &) = delete;
+    DiscoveryProbe &operator=(const DiscoveryProbe &) = delete;
+
+    /// Sends one datagram to the panel's address, or to everyone on the segment.
+    void Send(std::string_view datagram) const;
+    void Broadcast(std::string_view datagram) const;
+    /// The next answer; nothing when none comes in time.
+    [[nodiscard]] std::optional<std::string> Receive(milliseconds limit = kSoon) const;
+    /// Sends a probe and receives one answer.
+    [[nodiscard]] std::string Ask(std::string_view datagram) const;
+
+private:
+    void SendTo(const char *address, std::string_view datagram) const;
+
+    int socket_ = -1;
+};
+
+} // namespace nimbra::test
