@@ -1,0 +1,104 @@
+#include "base/Descriptor.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace nimbra {
+namespace {
+
+bool IsOpenInProcess(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
+int OpenSomething()
+{
+    return open("/dev/null", O_RDWR | O_CLOEXEC);
+}
+
+TEST(Descriptor, ClosesWhatItOwnsWhenItGoes)
+{
+    const int number = OpenSomething();
+    {
+        const Descriptor owner(number);
+        EXPECT_TRUE(owner.IsOpen());
+        EXPECT_EQ(owner.Get(), number);
+        EXPECT_TRUE(IsOpenInProcess(number));
+    }
+    EXPECT_FALSE(IsOpenInProcess(number));
+}
+
+TEST(Descriptor, OwnsNothingWhenMadeOfNothing)
+{
+    EXPECT_FALSE(Descriptor().IsOpen());
+    EXPECT_FALSE(Descriptor(-1).IsOpen());
+    EXPECT_FALSE(Descriptor(0).IsOpen());
+}
+
+TEST(Descriptor, NeverClosesStandardInput)
+{
+    const int spare = IsOpenInProcess(0) ? -1 : open("/dev/null", O_RDONLY);
+    ASSERT_TRUE(IsOpenInProcess(0));
+    {
+        Descriptor none(0);
+        none.Close();
+    }
+    EXPECT_TRUE(IsOpenInProcess(0));
+    if (spare != -1)
+        close(spare);
+}
+
+TEST(Descriptor, ClosesOnlyOnce)
+{
+    const int number = OpenSomething();
+    Descriptor owner(number);
+    owner.Close();
+    EXPECT_FALSE(owner.IsOpen());
+    EXPECT_FALSE(IsOpenInProcess(number));
+    const int again = OpenSomething();
+    ASSERT_EQ(again, number);
+    owner.Close();
+    EXPECT_TRUE(IsOpenInProcess(again));
+    close(again);
+}
+
+TEST(Descriptor, HandsOnWhatItOwned)
+{
+    const int number = OpenSomething();
+    {
+        Descriptor owner(number);
+        EXPECT_EQ(owner.Release(), number);
+        EXPECT_FALSE(owner.IsOpen());
+    }
+    EXPECT_TRUE(IsOpenInProcess(number));
+    close(number);
+}
+
+TEST(Descriptor, MovesItsOwnership)
+{
+    const int number = OpenSomething();
+    Descriptor first(number);
+    {
+        const Descriptor second(std::move(first));
+        EXPECT_EQ(second.Get(), number);
+    }
+    EXPECT_FALSE(IsOpenInProcess(number));
+}
+
+TEST(Descriptor, ClosesTheOldOneWhenItTakesOverANewOne)
+{
+    const int oldNumber = OpenSomething();
+    const int newNumber = OpenSomething();
+    Descriptor owner(oldNumber);
+    owner = Descriptor(newNumber);
+    EXPECT_EQ(owner.Get(), newNumber);
+    EXPECT_FALSE(IsOpenInProcess(oldNumber));
+    EXPECT_TRUE(IsOpenInProcess(newNumber));
+}
+
+} // namespace
+} // namespace nimbra

@@ -1,0 +1,129 @@
+#include "base/FixedText.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+namespace nimbra {
+namespace {
+
+using std::string_view_literals::operator""sv;
+
+TEST(FixedText, IsEmptyWhenMade)
+{
+    const FixedText<8> text;
+    EXPECT_TRUE(text.IsEmpty());
+    EXPECT_STREQ(text.Get(), "");
+    EXPECT_EQ(text.View(), "");
+}
+
+TEST(FixedText, KeepsOneByteLessThanItsBound)
+{
+    const FixedText<8> text("1234567");
+    EXPECT_STREQ(text.Get(), "1234567");
+    EXPECT_FALSE(text.IsEmpty());
+}
+
+TEST(FixedText, KeepsAsManyBytesAsItsBound)
+{
+    EXPECT_STREQ(FixedText<8>("12345678").Get(), "12345678");
+    EXPECT_EQ(FixedText<8>("12345678").View().size(), 8U);
+}
+
+TEST(FixedText, CutsOneByteMoreThanItsBound)
+{
+    EXPECT_STREQ(FixedText<8>("123456789").Get(), "12345678");
+}
+
+TEST(FixedText, CutsFarMoreThanItsBound)
+{
+    EXPECT_EQ(FixedText<32>(std::string(100000, 'x')).View(), std::string(32, 'x'));
+}
+
+TEST(FixedText, OfOneByteKeepsOne)
+{
+    EXPECT_STREQ(FixedText<1>("").Get(), "");
+    EXPECT_STREQ(FixedText<1>("ab").Get(), "a");
+}
+
+TEST(FixedText, EndsAtAZeroByte)
+{
+    EXPECT_EQ(FixedText<8>("ab\0cd"sv).View(), "ab");
+    EXPECT_EQ(FixedText<8>("\0abcd"sv).View(), "");
+    EXPECT_EQ(FixedText<8>("1234567\0"sv).View(), "1234567");
+    EXPECT_EQ(FixedText<4>("1234\0005"sv).View(), "1234");
+}
+
+TEST(FixedText, KeepsEveryOtherByteAsItIs)
+{
+    std::string bytes;
+    for (int byte = 1; byte < 256; ++byte)
+        bytes += static_cast<char>(byte);
+    EXPECT_EQ(FixedText<255>(bytes).View(), bytes);
+}
+
+TEST(FixedText, LeavesNothingOfALongerValueBehind)
+{
+    FixedText<8> text("12345678");
+    text.Assign("ab");
+    for (int i = 2; i <= 8; ++i)
+        EXPECT_EQ(text.Get()[i], '\0') << i;
+}
+
+TEST(FixedText, IsEmptyAfterClear)
+{
+    FixedText<8> text("12345678");
+    text.Clear();
+    EXPECT_TRUE(text.IsEmpty());
+    for (int i = 0; i <= 8; ++i)
+        EXPECT_EQ(text.Get()[i], '\0') << i;
+}
+
+TEST(FixedText, FormatsUpToItsBound)
+{
+    FixedText<8> text;
+    text.Format("%s", "1234567");
+    EXPECT_STREQ(text.Get(), "1234567");
+    text.Format("%s", "12345678");
+    EXPECT_STREQ(text.Get(), "12345678");
+}
+
+TEST(FixedText, CutsAFormattedTextAtItsBound)
+{
+    FixedText<8> text;
+    text.Format("%s", "123456789");
+    EXPECT_STREQ(text.Get(), "12345678");
+    text.Format("%d-%s", -2147483647 - 1, "x");
+    EXPECT_STREQ(text.Get(), "-2147483");
+}
+
+TEST(FixedText, FormatReplacesALongerValue)
+{
+    FixedText<8> text("12345678");
+    text.Format("%s", "a");
+    EXPECT_EQ(text.View(), "a");
+    text.Format("%s", "");
+    EXPECT_TRUE(text.IsEmpty());
+}
+
+TEST(FixedText, ComparesByItsText)
+{
+    FixedText<8> formatted("12345678");
+    formatted.Format("%s", "ab");
+    EXPECT_TRUE(formatted == FixedText<8>("ab"));
+    EXPECT_FALSE(formatted == FixedText<8>("abc"));
+    EXPECT_FALSE(formatted == FixedText<8>("AB"));
+    EXPECT_TRUE(FixedText<2>("abc") == FixedText<2>("abd"));
+}
+
+TEST(FixedText, CopiesAsAValue)
+{
+    FixedText<8> first("first");
+    const FixedText<8> second = first;
+    first.Assign("other");
+    EXPECT_STREQ(second.Get(), "first");
+}
+
+} // namespace
+} // namespace nimbra

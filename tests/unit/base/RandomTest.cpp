@@ -1,0 +1,78 @@
+#include "base/Random.h"
+
+#include <climits>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace nimbra {
+namespace {
+
+/// What the generator gives first after it was seeded; the test must be its only user.
+int FirstDraw(unsigned seed)
+{
+    std::srand(seed);
+    return std::rand();
+}
+
+TEST(Random, GivesTheFirstNumberOfTheSeed)
+{
+    for (const unsigned seed : {0U, 1U, 2U, 12345U, 2147483647U, 2147483648U, UINT_MAX}) {
+        const int expected = FirstDraw(seed);
+        EXPECT_EQ(SeedAndDraw(seed), expected) << seed;
+        EXPECT_EQ(SeedAndDraw(seed), expected) << seed;
+    }
+}
+
+TEST(Random, IsNeitherNegativeNorConstant)
+{
+    static_assert(RAND_MAX == 2147483647);
+    std::set<int> drawn;
+    for (unsigned seed = 1; seed <= 1000; ++seed) {
+        const int number = SeedAndDraw(seed * 1000003U);
+        EXPECT_GE(number, 0);
+        drawn.insert(number);
+    }
+    EXPECT_GT(drawn.size(), 900U);
+}
+
+TEST(Random, DrawGoesOnFromTheSeed)
+{
+    std::srand(42);
+    const int first = std::rand();
+    const int second = std::rand();
+    const int third = std::rand();
+    EXPECT_EQ(SeedAndDraw(42), first);
+    EXPECT_EQ(Draw(), second);
+    EXPECT_EQ(Draw(), third);
+}
+
+TEST(Random, SeedsAndDrawsInOneStepAmongThreads)
+{
+    constexpr unsigned kThreads = 4;
+    constexpr int kRounds = 2000;
+    std::vector<int> expected;
+    for (unsigned seed = 0; seed < kThreads; ++seed)
+        expected.push_back(FirstDraw(seed + 100));
+    std::atomic<int> strays = 0;
+    std::vector<std::thread> threads;
+    for (unsigned thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([&strays, &expected, thread] {
+            for (int round = 0; round < kRounds; ++round) {
+                if (SeedAndDraw(thread + 100) != expected[thread])
+                    ++strays;
+                if (Draw() < 0)
+                    ++strays;
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(strays, 0);
+}
+
+} // namespace
+} // namespace nimbra
