@@ -3,6 +3,7 @@
 #include <cctype>
 #include <csignal>
 #include <filesystem>
+#include <utility>
 
 namespace nimbra::test {
 
@@ -21,10 +22,9 @@ Agent::Options InTimeZone(const std::string &timeZone)
     return options;
 }
 
-/// A web user whose role has those of the operator's rights for which `condition` holds.
-ManagementClient LoggedInWithRights(const TestPanel &panel, const std::string &condition)
+/// Logs in as a web user whose role has those of the operator's rights for which `condition` holds.
+void LogInWithRights(const TestPanel &panel, const std::string &condition, ManagementClient &client)
 {
-    constexpr panel::SampleLogin kTester{"tester", panel::kOperator.Password};
     const std::string role(kTestRole);
     panel.Run(
         "DELETE FROM WebUser WHERE ID='tester'; DELETE FROM UserRoleTable WHERE UserRole=" + role +
@@ -32,7 +32,7 @@ ManagementClient LoggedInWithRights(const TestPanel &panel, const std::string &c
         " FROM WebUser WHERE ID='operator';"
         "INSERT INTO UserRoleTable (UserRole, FormIndex, Authority) SELECT " +
         role + ", FormIndex, Authority FROM UserRoleTable WHERE UserRole=1 AND " + condition);
-    return LoggedIn(kTester);
+    EXPECT_EQ(client.Login("tester", panel::kOperator.Password), "LoginResponse?Result=0");
 }
 
 } // namespace
@@ -48,6 +48,14 @@ CommandTest::~CommandTest()
         client_->SendLine("Heartbeat?");
         return client_->Socket() < 0 || client_->IsClosedByPeer(milliseconds(20));
     }));
+}
+
+std::vector<std::string> CommandTest::Lines(const std::string &sql) const
+{
+    std::vector<std::string> lines;
+    for (Row &row : panel_.Rows(sql))
+        lines.push_back(std::move(row[0]));
+    return lines;
 }
 
 void CommandTest::ExpectRefused(const std::string &request, int result, const std::string &message)
@@ -107,13 +115,14 @@ void CommandTest::ExpectNeedsRight(const std::string &request, int formIndex, in
                               " AND Authority=" + std::to_string(authority) + ")";
     ASSERT_EQ(panel_.Value("SELECT COUNT(*) FROM UserRoleTable WHERE UserRole=1 AND " + right),
               "1");
-    client_.emplace(LoggedInWithRights(panel_, "NOT " + right));
+    LogInWithRights(panel_, "NOT " + right, *client_);
     ExpectRefused(request + "&Unknown=1", 9, "Authority fail");
     EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 0U);
-    client_.emplace(LoggedInWithRights(panel_, right));
-    EXPECT_EQ(Ask(request + "&Unknown=1").rfind(command + "Response?Result=0", 0), 0U);
+    LogInWithRights(panel_, right, *client_);
+    EXPECT_EQ(AskList(request + "&Unknown=1")[0].rfind(command + "Response?Result=0", 0), 0U);
     EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 1U);
-    client_.emplace(LoggedIn());
+    EXPECT_EQ(client_->Login(panel::kController.Id, panel::kController.Password),
+              "LoginResponse?Result=0");
 }
 
 void CommandTest::ExpectNeedsDatabase(const std::string &request)

@@ -27,6 +27,8 @@ protected:
     {
         return client_->AskList(request);
     }
+    /// The first column of a query's rows.
+    [[nodiscard]] std::vector<std::string> Lines(const std::string &sql) const;
 
     /// Shows that a request is answered with a result code alone, that the command's handler logs
     /// `message`, and that nothing is changed, journalled or audited.
@@ -53,7 +55,7 @@ protected:
 
     TestPanel panel_;
     Agent agent_;
-    /// Always there; a new one is made where the user changes.
+    /// Always there; a new one is made where another connection is needed.
     std::optional<ManagementClient> client_;
 };
 
