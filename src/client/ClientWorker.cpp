@@ -100,14 +100,14 @@ void ClientWorker::Process()
     }
 }
 
-void ClientWorker::Dispatch(char *line)
+void ClientWorker::Dispatch(char *line, CallPlace place)
 {
     const std::size_t known = isLoggedIn_ ? std::size(kCommands) : kCommandsBeforeLogin;
     const Command *const end = kCommands + known;
     const Command *command = std::find_if(
         kCommands, end, [line](const Command &c) { return strcasestr(line, c.Word) != nullptr; });
     if (command == end)
-        return NIMBRA_LOG("Invalid Message");
+        return Log(place.In(kLogSource), "Invalid Message");
     try {
         (this->*command->Handler)(line);
     } catch (const std::bad_alloc &) {

@@ -67,7 +67,8 @@ private:
     /// The session's thread: reads and serves lines until it is stopped or idle too long.
     void Run();
     void Process();
-    void Dispatch(char *line);
+    /// Serves one line; a line without a known word is only logged, as the caller's.
+    void Dispatch(char *line, CallPlace place = CallPlace::Here());
 
     /// The handlers. Each is given the request line, which it may change.
     void Hello(char *line);
