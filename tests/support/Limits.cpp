@@ -1,0 +1,106 @@
+#include "support/Limits.h"
+
+#include "support/Files.h"
+#include "support/Program.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace nimbra::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned kUser = 64123;                         ///< nobody else's
+constexpr char kOwnAgent[] = "/nimbra/sbin/nimbra-agent"; ///< copy that the user can reach
+
+/// Whether the caller can become the ordinary user: root of a user namespace often knows no other.
+bool HasUser()
+{
+    std::istringstream map(ReadFile("/proc/self/uid_map"));
+    unsigned first = 0;
+    unsigned outside = 0;
+    unsigned count = 0;
+    while (map >> first >> outside >> count)
+        if (kUser >= first && kUser - first < count)
+            return true;
+    return false;
+}
+
+std::vector<std::string> RunByUser(uid_t user)
+{
+    const std::string id = std::to_string(user);
+    return {"setpriv", "--reuid=" + id, "--regid=" + id, "--clear-groups", "--pdeathsig=KILL"};
+}
+
+void OpenToEveryone(const fs::path &directory)
+{
+    fs::permissions(directory, fs::perms(0777));
+    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(directory))
+        fs::permissions(entry.path(), fs::perms::all);
+}
+
+} // namespace
+
+Agent::Options AsBoundUser()
+{
+    Agent::Options options;
+    if (!HasUser())
+        return options;
+    for (const char *directory : {"/tmp/NimbraDB", "/nimbra"})
+        OpenToEveryone(directory);
+    // The build directory may lie where only its owner can go.
+    std::string script = std::string("cp \"$0\" ") + kOwnAgent + " && exec";
+    for (const std::string &word : RunByUser(kUser))
+        script += " " + word;
+    options.Wrapper = {"sh", "-c", script + " " + kOwnAgent};
+    return options;
+}
+
+SoftLimit::SoftLimit(const Agent &agent, std::string resource, std::size_t value)
+    : agent_(agent.Pid()), resource_(std::move(resource))
+{
+    const ProgramResult now =
+        RunProgram({"prlimit", "--pid=" + std::to_string(agent_), "--" + resource_, "--output=SOFT",
+                    "--noheadings", "--raw"});
+    before_ = now.Output.substr(0, now.Output.find_first_of(" \n"));
+    Set(std::to_string(value));
+}
+
+SoftLimit::~SoftLimit()
+{
+    try {
+        Set(before_);
+    } catch (const std::exception &error) {
+        ADD_FAILURE() << error.what();
+    }
+}
+
+void SoftLimit::Set(const std::string &value) const
+{
+    const std::string process = std::to_string(agent_);
+    struct stat owner
+    {};
+    stat(("/proc/" + process).c_str(), &owner);
+    // As the agent's own user: root may lack the right to limit another's process.
+    std::vector<std::string> command;
+    if (owner.st_uid != 0)
+        command = RunByUser(owner.st_uid);
+    for (const std::string &word :
+         {std::string("prlimit"), "--pid=" + process, "--" + resource_ + "=" + value + ":"})
+        command.push_back(word);
+    const ProgramResult result = RunProgram(command);
+    if (result.Status != 0)
+        throw std::runtime_error("the agent's " + resource_ +
+                                 " cannot be limited: " + result.Output);
+}
+
+} // namespace nimbra::test
