@@ -1,0 +1,566 @@
+#include "protocol/SocketIo.h"
+
+#include "base/Descriptor.h"
+#include "support/Waiting.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace nimbra {
+namespace {
+
+using std::string_view_literals::operator""sv;
+
+/// How a session is connected to its client.
+enum class Kind
+{
+    Local,
+    Tcp,
+};
+
+Descriptor Listen(sockaddr_in *address)
+{
+    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    address->sin_family = AF_INET;
+    address->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof *address;
+    EXPECT_EQ(bind(listener.Get(), reinterpret_cast<sockaddr *>(address), size), 0);
+    EXPECT_EQ(listen(listener.Get(), 1), 0);
+    EXPECT_EQ(getsockname(listener.Get(), reinterpret_cast<sockaddr *>(address), &size), 0);
+    return listener;
+}
+
+/// A session's socket, blocking as it comes, and its client's end.
+class Connection
+{
+public:
+    explicit Connection(Kind kind = Kind::Tcp)
+    {
+        if (kind == Kind::Local) {
+            int ends[2];
+            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+            session_ = Descriptor(ends[0]);
+            client_ = Descriptor(ends[1]);
+            return;
+        }
+        sockaddr_in address = {};
+        const Descriptor listener = Listen(&address);
+        client_ = Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(
+            connect(client_.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+            0);
+        session_ = Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    }
+
+    [[nodiscard]] int Session() const { return session_.Get(); }
+
+    /// What the client does.
+    void Send(std::string_view bytes) const
+    {
+        while (!bytes.empty()) {
+            const ssize_t count = send(client_.Get(), bytes.data(), bytes.size(), 0);
+            ASSERT_GT(count, 0);
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+    }
+    [[nodiscard]] std::string Receive(std::size_t count) const
+    {
+        std::string bytes(count, '\0');
+        const ssize_t result = recv(client_.Get(), bytes.data(), count, MSG_WAITALL);
+        bytes.resize(result > 0 ? static_cast<std::size_t>(result) : 0);
+        return bytes;
+    }
+    void Close() { client_.Close(); }
+    void EndSending() const { shutdown(client_.Get(), SHUT_WR); }
+    void Reset()
+    {
+        const linger atOnce = {1, 0};
+        setsockopt(client_.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        Close();
+    }
+    /// Everything that the session still sends until it closes.
+    [[nodiscard]] std::string Drain()
+    {
+        session_.Close();
+        std::string bytes;
+        for (;;) {
+            const std::string part = Receive(1U << 16U);
+            bytes += part;
+            if (part.size() < 1U << 16U)
+                return bytes;
+        }
+    }
+
+private:
+    Descriptor session_;
+    Descriptor client_;
+};
+
+/// Watches how long a routine takes; made right before it is called.
+class Watch
+{
+public:
+    /// The limit, 5 seconds by a clock of whole seconds, ran to its end and no further.
+    void ExpectWholeLimit() const
+    {
+        EXPECT_GE(std::time(nullptr) - begin_, 5);
+        EXPECT_GE(watch_.Seconds(), 3.9);
+        EXPECT_LT(watch_.Seconds(), 8.0);
+    }
+    /// The limit was not waited for.
+    void ExpectAtOnce() const { EXPECT_LT(watch_.Seconds(), 3.0); }
+
+private:
+    std::time_t begin_ = std::time(nullptr);
+    test::Stopwatch watch_;
+};
+
+/// The line that the session receives next; "(none)" when it fails.
+std::string ReceiveLine(const Connection &connection, std::size_t size = kLineSize)
+{
+    // Exactly as long as is said, so that a byte too many is noticed.
+    std::vector<char> line(size);
+    return RecvMessage(connection.Session(), line.data(), size) ? line.data() : "(none)";
+}
+
+std::string RandomBytes(std::size_t count)
+{
+    std::mt19937 random(4711);
+    std::string bytes(count, '\0');
+    for (char &byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+class SocketIo : public ::testing::TestWithParam<Kind>
+{
+protected:
+    static void SetUpTestSuite() { std::signal(SIGPIPE, SIG_IGN); }
+};
+
+TEST_P(SocketIo, ReceivesALineWithoutItsLineFeed)
+{
+    const Connection connection(GetParam());
+    connection.Send("Hello?\n");
+    EXPECT_EQ(ReceiveLine(connection), "Hello?");
+}
+
+TEST_P(SocketIo, ReceivesAnEmptyLine)
+{
+    const Connection connection(GetParam());
+    connection.Send("\n\nx\n");
+    EXPECT_EQ(ReceiveLine(connection), "");
+    EXPECT_EQ(ReceiveLine(connection), "");
+    EXPECT_EQ(ReceiveLine(connection), "x");
+}
+
+TEST_P(SocketIo, KeepsEveryByteButTheLineFeed)
+{
+    const Connection connection(GetParam());
+    connection.Send("a\0b\r\xff\n"sv);
+    char line[16];
+    std::memset(line, 'x', sizeof line);
+    ASSERT_TRUE(RecvMessage(connection.Session(), line, sizeof line));
+    EXPECT_EQ(std::string_view(line, 7), "a\0b\r\xff\0x"sv);
+}
+
+TEST_P(SocketIo, TakesNoByteOfTheNextLine)
+{
+    const Connection connection(GetParam());
+    connection.Send("Hello?\nLogin?Username=a&Password=b\nraw");
+    EXPECT_EQ(ReceiveLine(connection), "Hello?");
+    char rest[64];
+    const ssize_t count = recv(connection.Session(), rest, sizeof rest, MSG_PEEK | MSG_DONTWAIT);
+    ASSERT_GT(count, 0);
+    EXPECT_EQ(std::string_view(rest, static_cast<std::size_t>(count)),
+              "Login?Username=a&Password=b\nraw");
+    EXPECT_EQ(ReceiveLine(connection), "Login?Username=a&Password=b");
+}
+
+TEST_P(SocketIo, ReceivesALineThatComesByteByByte)
+{
+    const Connection connection(GetParam());
+    std::thread client([&] {
+        for (const char byte : "GetDoorInfo?DoorNo=1\n"sv) {
+            connection.Send({&byte, 1});
+            std::this_thread::sleep_for(test::milliseconds(2));
+        }
+    });
+    EXPECT_EQ(ReceiveLine(connection), "GetDoorInfo?DoorNo=1");
+    client.join();
+}
+
+TEST_P(SocketIo, AcceptsALineOf1023Bytes)
+{
+    const Connection connection(GetParam());
+    connection.Send(std::string(1023, 'x') + "\nnext\n");
+    EXPECT_EQ(ReceiveLine(connection), std::string(1023, 'x'));
+    EXPECT_EQ(ReceiveLine(connection), "next");
+}
+
+TEST_P(SocketIo, RefusesALineOf1024BytesAndReadsItsTailAsTheNext)
+{
+    const Connection connection(GetParam());
+    const Watch watch;
+    connection.Send(std::string(1024, 'x') + "\nnext\n");
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    EXPECT_EQ(ReceiveLine(connection), "");
+    EXPECT_EQ(ReceiveLine(connection), "next");
+    watch.ExpectAtOnce();
+}
+
+TEST_P(SocketIo, ReadsTheTailOfALongLineAsTheNext)
+{
+    const Connection connection(GetParam());
+    connection.Send(std::string(1024, 'x') + std::string(1024, 'y') + "tail\nnext\n");
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    EXPECT_EQ(ReceiveLine(connection), "tail");
+    EXPECT_EQ(ReceiveLine(connection), "next");
+}
+
+TEST_P(SocketIo, HoldsToTheSizeOfTheBuffer)
+{
+    const Connection connection(GetParam());
+    connection.Send("abc\nabcd\n\n");
+    EXPECT_EQ(ReceiveLine(connection, 4), "abc");
+    EXPECT_EQ(ReceiveLine(connection, 4), "(none)");
+    EXPECT_EQ(ReceiveLine(connection, 1), "");
+    EXPECT_EQ(ReceiveLine(connection, 1), "");
+}
+
+TEST_P(SocketIo, ReceivesNothingIntoABufferWithoutRoom)
+{
+    const Connection connection(GetParam());
+    connection.Send("a\n");
+    char none = 'x';
+    EXPECT_FALSE(RecvMessage(connection.Session(), &none, 0));
+    EXPECT_EQ(none, 'x');
+    EXPECT_EQ(ReceiveLine(connection), "a");
+}
+
+TEST_P(SocketIo, ReceivesWhatWasSentBeforeThePeerClosed)
+{
+    Connection connection(GetParam());
+    connection.Send("first\nsecond\n");
+    connection.Close();
+    EXPECT_EQ(ReceiveLine(connection), "first");
+    EXPECT_EQ(ReceiveLine(connection), "second");
+}
+
+TEST_P(SocketIo, SendsAText)
+{
+    const Connection connection(GetParam());
+    EXPECT_TRUE(SendMessage(connection.Session(), "HelloResponse?Result=0&Key=1\n"));
+    EXPECT_TRUE(SendMessage(connection.Session(), "\n"));
+    EXPECT_EQ(connection.Receive(30), "HelloResponse?Result=0&Key=1\n\n");
+}
+
+TEST_P(SocketIo, SendsATextUpToItsTerminator)
+{
+    Connection connection(GetParam());
+    EXPECT_TRUE(SendMessage(connection.Session(), "ab\0cd"));
+    EXPECT_EQ(connection.Drain(), "ab");
+}
+
+TEST_P(SocketIo, SendsMoreThanTheSocketHoldsToAReader)
+{
+    const Connection connection(GetParam());
+    const std::string text(std::size_t{8} << 20U, 't');
+    bool isSent = false;
+    std::thread session([&] { isSent = SendMessage(connection.Session(), text.c_str()); });
+    EXPECT_EQ(connection.Receive(text.size()), text);
+    session.join();
+    EXPECT_TRUE(isSent);
+}
+
+TEST_P(SocketIo, FailsAtOnceOnASocketThatIsNone)
+{
+    char line[16];
+    std::vector<char> bytes;
+    const Watch watch;
+    EXPECT_FALSE(SendMessage(-1, "x"));
+    EXPECT_EQ(SendBuffer(-1, "x", 1), 0U);
+    EXPECT_FALSE(RecvMessage(-1, line, sizeof line));
+    EXPECT_EQ(RecvBuffer(-1, &bytes, 1), 0U);
+    EXPECT_TRUE(bytes.empty());
+    watch.ExpectAtOnce();
+}
+
+TEST_P(SocketIo, SendsRawBytes)
+{
+    Connection connection(GetParam());
+    const std::string bytes = std::string("a\0\n\xff\0b"sv) + RandomBytes(5000);
+    EXPECT_EQ(SendBuffer(connection.Session(), bytes.data(), bytes.size()), bytes.size());
+    EXPECT_EQ(connection.Drain(), bytes);
+}
+
+TEST_P(SocketIo, SendsNothingOfNoBytes)
+{
+    Connection connection(GetParam());
+    EXPECT_EQ(SendBuffer(connection.Session(), "x", 0), 0U);
+    EXPECT_EQ(connection.Drain(), "");
+}
+
+TEST_P(SocketIo, SendsAWholeFileToAReader)
+{
+    const Connection connection(GetParam());
+    const std::string bytes = RandomBytes(std::size_t{4} << 20U);
+    std::size_t sent = 0;
+    std::thread session(
+        [&] { sent = SendBuffer(connection.Session(), bytes.data(), bytes.size()); });
+    EXPECT_TRUE(connection.Receive(bytes.size()) == bytes);
+    session.join();
+    EXPECT_EQ(sent, bytes.size());
+}
+
+TEST_P(SocketIo, ReceivesExactlyTheBytesAskedFor)
+{
+    const Connection connection(GetParam());
+    connection.Send("12345Hello?\n");
+    std::vector<char> bytes = {'o', 'l', 'd', 'e', 'r', ' ', 'o', 'n', 'e', 's'};
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 5), 5U);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
+    EXPECT_EQ(ReceiveLine(connection), "Hello?");
+}
+
+TEST_P(SocketIo, ReceivesAWholeFile)
+{
+    const Connection connection(GetParam());
+    const std::string sent = RandomBytes((std::size_t{4} << 20U) + 7);
+    std::thread client([&] { connection.Send(sent); });
+    std::vector<char> bytes;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, sent.size()), sent.size());
+    client.join();
+    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), sent.begin(), sent.end()));
+}
+
+TEST_P(SocketIo, ReceivesBytesThatComeInPieces)
+{
+    const Connection connection(GetParam());
+    const std::string sent = RandomBytes(100);
+    std::thread client([&] {
+        for (const char &byte : sent) {
+            connection.Send({&byte, 1});
+            std::this_thread::sleep_for(test::milliseconds(1));
+        }
+    });
+    std::vector<char> bytes;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, sent.size()), sent.size());
+    client.join();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), sent);
+}
+
+TEST_P(SocketIo, ReceivesNothingOfNoBytes)
+{
+    const Connection connection(GetParam());
+    connection.Send("x\n");
+    std::vector<char> bytes = {'o', 'l', 'd'};
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 0), 0U);
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_EQ(ReceiveLine(connection), "x");
+}
+
+// Each of the tests below waits for a limit.
+
+TEST_P(SocketIo, WaitsTheWholeLimitForALine)
+{
+    const Connection connection(GetParam());
+    const Watch watch;
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectWholeLimit();
+}
+
+TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatHasClosed)
+{
+    Connection connection(GetParam());
+    connection.Close();
+    const Watch watch;
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectWholeLimit();
+}
+
+TEST_P(SocketIo, LosesAHalfLineAtTheLimit)
+{
+    const Connection connection(GetParam());
+    connection.Send("GetDoorInfo?Doo");
+    const Watch watch;
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectWholeLimit();
+    connection.Send("rNo=1\nnext\n");
+    EXPECT_EQ(ReceiveLine(connection), "rNo=1");
+    EXPECT_EQ(ReceiveLine(connection), "next");
+}
+
+TEST_P(SocketIo, GivesAWholeLineOneLimitHoweverItsBytesCome)
+{
+    const Connection connection(GetParam());
+    const Watch watch;
+    std::thread client([&] {
+        // More than the limit is long, had each byte one of its own.
+        const test::Stopwatch sending;
+        while (sending.Seconds() < 7) {
+            connection.Send("x");
+            std::this_thread::sleep_for(test::milliseconds(100));
+        }
+    });
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectWholeLimit();
+    client.join();
+}
+
+TEST_P(SocketIo, NeverSendsAnEmptyText)
+{
+    Connection connection(GetParam());
+    const Watch watch;
+    EXPECT_FALSE(SendMessage(connection.Session(), ""));
+    watch.ExpectWholeLimit();
+    EXPECT_EQ(connection.Drain(), "");
+}
+
+TEST_P(SocketIo, GivesUpATextThatNobodyReads)
+{
+    const Connection connection(GetParam());
+    const std::string text(std::size_t{32} << 20U, 't');
+    const Watch watch;
+    EXPECT_FALSE(SendMessage(connection.Session(), text.c_str()));
+    watch.ExpectWholeLimit();
+}
+
+TEST_P(SocketIo, CountsTheBytesThatItSentUntilTheLimit)
+{
+    Connection connection(GetParam());
+    const std::string bytes = RandomBytes(std::size_t{32} << 20U);
+    const Watch watch;
+    const std::size_t sent = SendBuffer(connection.Session(), bytes.data(), bytes.size());
+    watch.ExpectWholeLimit();
+    EXPECT_GT(sent, 0U);
+    EXPECT_LT(sent, bytes.size());
+    EXPECT_TRUE(connection.Drain() == bytes.substr(0, sent));
+}
+
+TEST_P(SocketIo, CountsTheBytesThatCameUntilTheLimit)
+{
+    const Connection connection(GetParam());
+    connection.Send("12345");
+    std::vector<char> bytes;
+    const Watch watch;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 6), 5U);
+    watch.ExpectWholeLimit();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
+}
+
+TEST_P(SocketIo, WaitsTheWholeLimitForBytesOfAPeerThatHasClosed)
+{
+    Connection connection(GetParam());
+    connection.Send("12345");
+    connection.Close();
+    std::vector<char> bytes;
+    const Watch watch;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 100), 5U);
+    watch.ExpectWholeLimit();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
+}
+
+TEST_P(SocketIo, TakesMemoryOnlyForBytesThatCome)
+{
+    const Connection connection(GetParam());
+    const std::string sent = RandomBytes(100000);
+    std::thread client([&] { connection.Send(sent); });
+    std::vector<char> bytes;
+    const Watch watch;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, std::size_t{1} << 30U), sent.size());
+    watch.ExpectWholeLimit();
+    client.join();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), sent);
+    EXPECT_LT(bytes.capacity(), std::size_t{1} << 20U);
+}
+
+std::string NameOf(const ::testing::TestParamInfo<Kind> &kind)
+{
+    return kind.param == Kind::Local ? "Local" : "Tcp";
+}
+
+INSTANTIATE_TEST_SUITE_P(, SocketIo, ::testing::Values(Kind::Local, Kind::Tcp), NameOf);
+
+// What ends a transfer at once differs between the kinds of sockets.
+
+class SocketIoError : public SocketIo
+{};
+
+TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasClosed)
+{
+    Connection connection(Kind::Local);
+    connection.Close();
+    const Watch watch;
+    EXPECT_FALSE(SendMessage(connection.Session(), "HeartbeatResponse?Result=0\n"));
+    EXPECT_EQ(SendBuffer(connection.Session(), "xyz", 3), 0U);
+    watch.ExpectAtOnce();
+}
+
+TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasReset)
+{
+    Connection connection(Kind::Tcp);
+    connection.Reset();
+    const Watch watch;
+    EXPECT_FALSE(SendMessage(connection.Session(), "HeartbeatResponse?Result=0\n"));
+    EXPECT_FALSE(SendMessage(connection.Session(), "HeartbeatResponse?Result=0\n"));
+    watch.ExpectAtOnce();
+}
+
+TEST_F(SocketIoError, SendEndsWhenAPeerClosesInTheMiddle)
+{
+    Connection connection(Kind::Tcp);
+    const std::string bytes(std::size_t{32} << 20U, 'b');
+    std::size_t sent = 0;
+    const Watch watch;
+    std::thread session(
+        [&] { sent = SendBuffer(connection.Session(), bytes.data(), bytes.size()); });
+    EXPECT_EQ(connection.Receive(1000), std::string(1000, 'b'));
+    connection.Close();
+    session.join();
+    watch.ExpectAtOnce();
+    EXPECT_GE(sent, 1000U);
+    EXPECT_LT(sent, bytes.size());
+}
+
+TEST_F(SocketIoError, ReceiveFailsAtOnceWhenAPeerHasReset)
+{
+    Connection connection(Kind::Tcp);
+    connection.Reset();
+    const Watch watch;
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectAtOnce();
+}
+
+TEST_F(SocketIoError, ReceiveCountsWhatCameBeforeAReset)
+{
+    Connection connection(Kind::Local);
+    connection.Send("12345");
+    // Closing with something unread resets a local connection.
+    ASSERT_EQ(send(connection.Session(), "unread", 6, 0), 6);
+    connection.Close();
+    std::vector<char> bytes;
+    const Watch watch;
+    EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 100), 5U);
+    watch.ExpectAtOnce();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
+}
+
+} // namespace
+} // namespace nimbra
