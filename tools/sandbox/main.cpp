@@ -55,6 +55,9 @@ static int Complain(const std::string &what)
 static int RunOnRealPaths(const fs::path &program, const std::vector<std::string> &command,
                           const std::string &reason)
 {
+    const char *kind = std::getenv(kKindVariable);
+    if (kind != nullptr && std::string(kind) == "real")
+        return Complain("no private world (" + reason + "), and the real paths are in use already");
     try {
         const RealPaths paths;
         // Nothing may work on the paths any more when they are given back.

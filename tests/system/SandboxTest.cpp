@@ -1,0 +1,391 @@
+#include "support/Files.h"
+#include "support/Program.h"
+#include "support/Waiting.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// These tests run in a sandbox themselves, which is the machine that the sandboxes they start must
+// leave untouched.
+namespace nimbra::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kSandbox[] = NIMBRA_SANDBOX_PATH;
+
+/// Runs a shell script in a sandbox.
+ProgramResult Inside(const std::string &script)
+{
+    return RunProgram({kSandbox, "--", "sh", "-c", script});
+}
+
+/// Runs a shell script on the machine's real paths.
+ProgramResult OnRealPaths(const std::string &script)
+{
+    return RunProgram({kSandbox, "--no-namespaces", "sh", "-c", script});
+}
+
+/// The sandbox program where everyone may run it, below the fresh /tmp or elsewhere.
+std::string CopyTo(const fs::path &directory)
+{
+    fs::create_directories(directory);
+    fs::copy_file(kSandbox, directory / "sandbox-copy", fs::copy_options::overwrite_existing);
+    return directory / "sandbox-copy";
+}
+
+/// A machine without a panel, whose real paths are free.
+class SandboxOnRealPaths : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        // Only in a private world are the paths the test's own to remove.
+        ASSERT_STREQ(std::getenv("NIMBRA_SANDBOX"), "namespaces");
+        fs::remove_all("/nimbra");
+        fs::remove_all("/tmp/NimbraDB");
+    }
+    void TearDown() override { fs::create_directory("/nimbra"); }
+};
+
+/// Starts a sandbox with a shell script whose first word of output is waited for.
+class RunningSandbox
+{
+public:
+    explicit RunningSandbox(const std::string &script)
+    {
+        int output[2];
+        if (pipe(output) != 0)
+            throw std::runtime_error("pipe");
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            dup2(output[1], STDOUT_FILENO);
+            close(output[0]);
+            close(output[1]);
+            execl(kSandbox, kSandbox, "--", "sh", "-c", script.c_str(), nullptr);
+            _exit(127);
+        }
+        close(output[1]);
+        output_ = output[0];
+    }
+    ~RunningSandbox() { close(output_); }
+    RunningSandbox(const RunningSandbox &) = delete;
+    RunningSandbox &operator=(const RunningSandbox &) = delete;
+
+    /// Waits for output, or for its end: true when every process that could write has ended.
+    [[nodiscard]] bool ReadSome() const
+    {
+        pollfd wait{output_, POLLIN, 0};
+        char bytes[64];
+        return poll(&wait, 1, static_cast<int>(kSoon.count())) == 1 &&
+               read(output_, bytes, sizeof bytes) > 0;
+    }
+    [[nodiscard]] bool HasOutputEnded() const
+    {
+        pollfd wait{output_, POLLIN, 0};
+        char bytes[64];
+        return poll(&wait, 1, static_cast<int>(kSoon.count())) == 1 &&
+               read(output_, bytes, sizeof bytes) == 0;
+    }
+    void Signal(int number) const { kill(pid_, number); }
+    [[nodiscard]] int WaitStatus() const
+    {
+        int status = -1;
+        waitpid(pid_, &status, 0);
+        return status;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int output_ = -1;
+};
+
+} // namespace
+
+TEST(Sandbox, ReturnsTheExitStatusOfTheCommand)
+{
+    EXPECT_EQ(Inside("exit 0").Status, 0);
+    EXPECT_EQ(Inside("exit 7").Status, 7);
+    EXPECT_EQ(Inside("kill -9 $$").Status, 137);
+}
+
+TEST(Sandbox, TellsACommandThatItCannotRun)
+{
+    const ProgramResult missing = RunProgram({kSandbox, "no-such-program"});
+    EXPECT_EQ(missing.Status, 127);
+    EXPECT_EQ(missing.Output, "nimbra-sandbox: no-such-program: command not found\n");
+    WriteFile("/tmp/plain", "no program");
+    EXPECT_EQ(RunProgram({kSandbox, "/tmp/plain"}).Status, 126);
+    EXPECT_EQ(RunProgram({kSandbox}).Status, 125);
+}
+
+TEST(Sandbox, PassesArgumentsOnAsTheyAre)
+{
+    const ProgramResult result =
+        RunProgram({kSandbox, "printf", "<%s>", "--keep", "a b", "", "--", "-h"});
+    EXPECT_EQ(result.Output, "<--keep><a b><><--><-h>");
+}
+
+TEST(Sandbox, GivesAFreshTmpAndPanelDirectory)
+{
+    WriteFile("/tmp/outside", "x");
+    WriteFile("/nimbra/outside", "x");
+    const ProgramResult result = Inside("ls -A /nimbra; test ! -e /tmp/outside && touch /tmp/a "
+                                        "/nimbra/b && mkdir /tmp/NimbraDB && echo fresh");
+    EXPECT_EQ(result.Output, "fresh\n");
+    EXPECT_FALSE(fs::exists("/tmp/a"));
+    EXPECT_FALSE(fs::exists("/nimbra/b"));
+    EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
+    EXPECT_TRUE(fs::exists("/nimbra/outside"));
+}
+
+TEST(Sandbox, ShowsTheRestOfTheMachine)
+{
+    for (const char *path : {"/", "/usr/bin", "/dev", "/bin"})
+        EXPECT_EQ(Inside("ls " + std::string(path)).Output, RunProgram({"ls", path}).Output)
+            << path;
+}
+
+TEST(Sandbox, LetsTheHostsFileBeRewrittenInPlace)
+{
+    const std::string before = ReadFile("/etc/hosts");
+    const ProgramResult result = Inside(
+        "echo 10.9.8.7 cloud.nimbra.example > /etc/hosts; getent hosts cloud.nimbra.example");
+    EXPECT_EQ(result.Output, "10.9.8.7        cloud.nimbra.example\n");
+    EXPECT_EQ(ReadFile("/etc/hosts"), before);
+}
+
+TEST(Sandbox, FailsLookUpsAtOnce)
+{
+    const Stopwatch watch;
+    EXPECT_EQ(Inside("getent hosts nowhere.nimbra.example").Status, 2);
+    EXPECT_LT(watch.Seconds(), 4.0);
+}
+
+TEST(Sandbox, HasLoopbackAndAWiredInterfaceThatCarries)
+{
+    const ProgramResult result = Inside("ip -o -4 addr show; ip -o link show eth0; ip route");
+    EXPECT_NE(result.Output.find("127.0.0.1/8"), std::string::npos) << result.Output;
+    EXPECT_NE(result.Output.find("192.168.77.10/24"), std::string::npos);
+    EXPECT_NE(result.Output.find("00:1a:2b:3c:4d:5e"), std::string::npos);
+    EXPECT_NE(result.Output.find("state UP"), std::string::npos);
+    EXPECT_NE(result.Output.find("default via 192.168.77.20 dev eth0"), std::string::npos);
+}
+
+TEST(Sandbox, RunsACommandOnTheSecondHost)
+{
+    const ProgramResult result =
+        Inside(std::string(kSandbox) + " --peer ip -o -4 addr show; ip -o -4 addr show eth0");
+    const std::size_t other = result.Output.find("192.168.77.20/24");
+    const std::size_t own = result.Output.find("192.168.77.10/24");
+    ASSERT_NE(own, std::string::npos) << result.Output;
+    EXPECT_LT(other, own);
+    EXPECT_EQ(result.Status, 0);
+}
+
+TEST(Sandbox, IsReachedFromTheSecondHost)
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(7777);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    std::thread visitor([] {
+        EXPECT_EQ(RunProgram({kSandbox, "--peer", "bash", "-c",
+                              "echo greetings > /dev/tcp/192.168.77.10/7777"})
+                      .Status,
+                  0);
+    });
+    pollfd wait{listener, POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, static_cast<int>(kSoon.count())), 1);
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    const int connection =
+        accept4(listener, reinterpret_cast<sockaddr *>(&peer), &length, SOCK_CLOEXEC);
+    char bytes[64];
+    const ssize_t count = recv(connection, bytes, sizeof bytes, 0);
+    visitor.join();
+    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
+              "greetings\n");
+    EXPECT_EQ(ntohl(peer.sin_addr.s_addr), 0xC0A84D14U) << "192.168.77.20";
+    close(connection);
+    close(listener);
+}
+
+TEST(Sandbox, CannotRunOnASecondHostThatIsNotThere)
+{
+    const ProgramResult result =
+        RunProgram({"env", "-u", "NIMBRA_SECOND_HOST", kSandbox, "--peer", "true"});
+    EXPECT_EQ(result.Status, 125);
+    EXPECT_NE(result.Output.find("--peer works only inside"), std::string::npos);
+}
+
+TEST(Sandbox, KeepsTheNetworkOfTheMachineWhenAsked)
+{
+    const std::string own = fs::read_symlink("/proc/self/ns/net").string() + "\n";
+    EXPECT_EQ(RunProgram({kSandbox, "--host-network", "readlink", "/proc/self/ns/net"}).Output,
+              own);
+    EXPECT_NE(Inside("readlink /proc/self/ns/net").Output, own);
+}
+
+TEST(Sandbox, RunsSideBySideWithOthers)
+{
+    const std::string sandbox = kSandbox;
+    const ProgramResult result = Inside(
+        "for i in 1 2 3 4 5 6; do " + sandbox +
+        " sh -c 'echo '$i' > /nimbra/own; sleep 0.3; cat /nimbra/own; ip -br addr show eth0' & "
+        "done | sort; wait");
+    for (int i = 1; i <= 6; ++i)
+        EXPECT_NE(result.Output.find(std::to_string(i) + "\n"), std::string::npos) << result.Output;
+    EXPECT_EQ(result.Status, 0);
+}
+
+TEST(Sandbox, StaysWhereItWasStartedBelowTmpToo)
+{
+    const std::string copy = CopyTo("/tmp/clone/build");
+    WriteFile("/tmp/clone/source", "kept\n");
+    WriteFile("/tmp/other", "hidden");
+    const ProgramResult result =
+        RunProgram({"sh", "-c",
+                    "cd /tmp/clone && build/sandbox-copy sh -c 'pwd; cat source; ls /tmp; "
+                    "echo back > written'"});
+    EXPECT_EQ(result.Output, "/tmp/clone\nkept\nclone\n");
+    EXPECT_EQ(ReadFile("/tmp/clone/written"), "back\n") << "the clone is the real one";
+
+    EXPECT_EQ(RunProgram({"sh", "-c", "cd / && " + copy + " --keep /tmp/clone -- ls /tmp"}).Output,
+              "clone\n");
+    EXPECT_EQ(RunProgram({"sh", "-c", "cd / && " + copy + " -- ls /tmp"}).Output, "")
+        << "nothing below /tmp is needed by this command";
+    EXPECT_EQ(RunProgram({"sh", "-c", "cd /tmp && " + copy + " -- pwd"}).Output, "/tmp\n");
+}
+
+TEST(Sandbox, RunsAProgramThatLiesInTmpItself)
+{
+    WriteFile("/tmp/program", "#!/bin/sh\nls /tmp\n");
+    fs::permissions("/tmp/program", fs::perms(0755));
+    EXPECT_EQ(RunProgram({"sh", "-c", "cd / && " + std::string(kSandbox) + " /tmp/program"}).Output,
+              "program\n");
+}
+
+TEST(Sandbox, WorksForAUserWithoutRights)
+{
+    const std::string copy = CopyTo("/tmp/unprivileged");
+    const ProgramResult result = RunUnprivileged({copy, "--", "sh", "-c",
+                                                  "id -u; echo 10.1.1.1 name > /etc/hosts && touch "
+                                                  "/nimbra/a /tmp/b && ip -br addr show eth0;"
+                                                  " readlink /proc/self/ns/user"});
+    EXPECT_EQ(result.Status, 0) << result.Output;
+    EXPECT_EQ(result.Output.substr(0, 2), "0\n");
+    EXPECT_NE(result.Output.find("192.168.77.10/24"), std::string::npos) << result.Output;
+    EXPECT_FALSE(fs::exists("/tmp/b"));
+}
+
+TEST(Sandbox, EndsTheCommandWithItself)
+{
+    const RunningSandbox sandbox("echo up; exec sleep 1000");
+    ASSERT_TRUE(sandbox.ReadSome());
+    sandbox.Signal(SIGKILL);
+    EXPECT_TRUE(sandbox.HasOutputEnded()) << "the command lives on";
+    EXPECT_EQ(sandbox.WaitStatus(), SIGKILL);
+}
+
+TEST(Sandbox, PassesSignalsOnToTheCommand)
+{
+    const RunningSandbox sandbox("trap 'exit 3' TERM; echo up; while :; do sleep 0.05; done");
+    ASSERT_TRUE(sandbox.ReadSome());
+    sandbox.Signal(SIGTERM);
+    const int status = sandbox.WaitStatus();
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST_F(SandboxOnRealPaths, GivesThemBackAsTheyWere)
+{
+    const std::string hosts = ReadFile("/etc/hosts");
+    const std::string before = RunProgram({"ls", "-A", "/tmp"}).Output;
+    const ProgramResult result =
+        OnRealPaths("echo $NIMBRA_SANDBOX; ls -d /nimbra; mkdir /tmp/NimbraDB; "
+                    "touch /nimbra/a /tmp/NimbraDB/b; echo 10.1.1.1 x > /etc/hosts; exit 4");
+    EXPECT_EQ(result.Status, 4);
+    EXPECT_EQ(result.Output, "real\n/nimbra\n");
+    EXPECT_FALSE(fs::exists("/nimbra"));
+    EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
+    EXPECT_EQ(ReadFile("/etc/hosts"), hosts);
+    EXPECT_EQ(RunProgram({"ls", "-A", "/tmp"}).Output, before);
+}
+
+TEST_F(SandboxOnRealPaths, RefusesPathsThatAreInUse)
+{
+    for (const char *path : {"/nimbra", "/tmp/NimbraDB"}) {
+        fs::create_directory(path);
+        WriteFile(std::string(path) + "/precious", "x");
+        const ProgramResult result = OnRealPaths("echo ran");
+        EXPECT_EQ(result.Status, 125);
+        EXPECT_EQ(result.Output, "nimbra-sandbox: no private world (not wanted), and the real " +
+                                     std::string(path) + " is in use\n");
+        EXPECT_TRUE(fs::exists(std::string(path) + "/precious"));
+        fs::remove_all(path);
+    }
+}
+
+TEST_F(SandboxOnRealPaths, AreUsedByOneCommandAtATime)
+{
+    const std::string turn = std::string(kSandbox) +
+                             " --no-namespaces sh -c 'mkdir /nimbra/alone && sleep 0.2 && echo ok'";
+    const ProgramResult result =
+        RunProgram({"sh", "-c", turn + " & " + turn + " & " + turn + " & wait"});
+    EXPECT_EQ(result.Output, "ok\nok\nok\n");
+    EXPECT_FALSE(fs::exists("/nimbra"));
+}
+
+TEST_F(SandboxOnRealPaths, EndsWhatTheCommandLeavesRunning)
+{
+    const ProgramResult result =
+        OnRealPaths("setsid sh -c 'echo $$ > /tmp/left; exec sleep 1000' >/dev/null 2>&1 & "
+                    "while ! test -s /tmp/left; do sleep 0.01; done");
+    EXPECT_EQ(result.Status, 0) << result.Output;
+    const int left = std::stoi(ReadFile("/tmp/left"));
+    EXPECT_EQ(kill(left, 0), -1);
+}
+
+TEST_F(SandboxOnRealPaths, CleansUpAfterAHolderThatWasKilled)
+{
+    const std::string hosts = ReadFile("/etc/hosts");
+    const ProgramResult killed = OnRealPaths(
+        "mkdir /tmp/NimbraDB; echo 10.1.1.1 x > /etc/hosts; kill -9 $PPID; exec sleep 1000");
+    EXPECT_EQ(killed.Status, 137);
+    ASSERT_TRUE(fs::exists("/tmp/NimbraDB"));
+    const ProgramResult next = OnRealPaths("test ! -e /tmp/NimbraDB && cat /etc/hosts");
+    EXPECT_EQ(next.Status, 0);
+    EXPECT_EQ(next.Output, hosts);
+    EXPECT_FALSE(fs::exists("/nimbra"));
+}
+
+TEST_F(SandboxOnRealPaths, AreNotForAUserWithoutRights)
+{
+    // In a user namespace without any mapping nobody is root.
+    const ProgramResult result =
+        RunProgram({"unshare", "--user", kSandbox, "--no-namespaces", "echo", "ran"});
+    EXPECT_EQ(result.Status, 125);
+    EXPECT_EQ(result.Output, "nimbra-sandbox: no private world (not wanted), and only root may use "
+                             "the real paths\n");
+}
+
+} // namespace nimbra::test
