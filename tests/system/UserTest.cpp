@@ -1,0 +1,559 @@
+#include "support/CommandTest.h"
+
+#include <bit>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+/// Users 3, 4, 8 with and without values, and cards with access levels for two of them.
+constexpr char kUsers[] = R"(
+DELETE FROM User;
+DELETE FROM Card;
+DELETE FROM CardAccessLevel;
+INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone, Email, Ada, Exempt,
+        ThreatLevel, ImageFile) VALUES
+    (1, 3, 'Ada', 'King', 'Lovelace', '555-1', '555-2', 'ada@nimbra.example', 1, 2, 3, 'ada.jpg'),
+    (2, 4, NULL, NULL, 'Nobody', NULL, NULL, NULL, NULL, NULL, NULL, NULL),
+    (1, 8, 'Alan', '', 'Turing', '', '', '', 0, 0, -2, 'alan.jpg');
+INSERT INTO Card (No, UserNo, CardFormatNo, CardNo) VALUES
+    (20, 3, 1, '200'), (21, 3, 1, '210'), (22, 8, 1, '220'), (3, 4, 1, '30');
+INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES
+    (1, 20, 1), (2, 20, 2), (3, 21, 1), (4, 22, 1), (5, 3, 1);
+)";
+
+/// The texts of a user by their keys, in the order of the statements.
+constexpr const char *kTextKeys[] = {"FirstName",   "MiddleName", "LastName",
+                                     "PhoneNumber", "CellPhone",  "Email"};
+
+/// The column of a text.
+std::string ColumnOf(const std::string &key)
+{
+    return key == "PhoneNumber" ? "Phone" : key;
+}
+
+/// A request with all texts the same.
+std::string WithTexts(const std::string &start, const std::string &text)
+{
+    std::string request = start;
+    for (const char *key : kTextKeys)
+        request += std::string("&") + key + "=" + text;
+    return request;
+}
+
+class User : public CommandTest
+{
+protected:
+    User() { panel_.Run(kUsers); }
+
+    /// The answer to a list request for the users of a condition, one page of them.
+    std::vector<std::string> Listed(const std::string &condition, int offset = 0, int limit = 25)
+    {
+        const std::string from = " FROM User WHERE " + condition;
+        const std::vector<std::string> rows =
+            Lines("SELECT printf('UserNo=%d&FirstName=%s&MiddleName=%s&LastName=%s&PhoneNumber=%s"
+                  "&CellPhone=%s&Email=%s&Ada=%d&Exempt=%d&ThreatLevel=%d', No, FirstName, "
+                  "MiddleName, LastName, Phone, CellPhone, Email, Ada, Exempt, ThreatLevel)" +
+                  from + " ORDER BY No LIMIT " + std::to_string(limit) + " OFFSET " +
+                  std::to_string(offset));
+        return ListAnswer("GetUserInfoEx", std::stoul(panel_.Value("SELECT COUNT(*)" + from)),
+                          offset, rows);
+    }
+
+    /// Replaces all users by so many.
+    void MakeUsers(int count)
+    {
+        panel_.Run("DELETE FROM User; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
+                   "FROM N WHERE No < " +
+                   std::to_string(count) +
+                   ") INSERT INTO User (No, FirstName, LastName) SELECT No, 'First ' || No, "
+                   "'Last ' || (No % 2) FROM N");
+    }
+
+    /// What is stored of a user, its values separated by bars.
+    std::string Stored(int no)
+    {
+        return panel_.Value(
+            "SELECT Site || '|' || quote(FirstName) || '|' || quote(MiddleName) || '|' || "
+            "quote(LastName) || '|' || quote(Phone) || '|' || quote(CellPhone) || '|' || "
+            "quote(Email) || '|' || quote(Ada) || '|' || quote(Exempt) || '|' || "
+            "quote(ThreatLevel) || '|' || quote(ImageFile) FROM User WHERE No=" +
+            std::to_string(no));
+    }
+
+    /// Makes each statement on a table fail that does `what`: "INSERT", "UPDATE" or "DELETE".
+    void Refuse(const std::string &what, const std::string &table)
+    {
+        panel_.Run("CREATE TRIGGER Refuse BEFORE " + what + " ON " + table +
+                   " BEGIN SELECT RAISE(FAIL, 'refused'); END");
+    }
+};
+
+} // namespace
+
+TEST_F(User, GetUserInfoTellsEveryField)
+{
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=3"),
+              "GetUserInfoResponse?Result=0&UserNo=3&FirstName=Ada&MiddleName=King"
+              "&LastName=Lovelace&PhoneNumber=555-1&CellPhone=555-2&Email=ada@nimbra.example"
+              "&Ada=1&Exempt=2&ThreatLevel=3");
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=8"),
+              "GetUserInfoResponse?Result=0&UserNo=8&FirstName=Alan&MiddleName=&LastName=Turing"
+              "&PhoneNumber=&CellPhone=&Email=&Ada=0&Exempt=0&ThreatLevel=-2");
+}
+
+TEST_F(User, NullColumnsReadAsEmptyAndZero)
+{
+    const std::string user = "UserNo=4&FirstName=&MiddleName=&LastName=Nobody&PhoneNumber="
+                             "&CellPhone=&Email=&Ada=0&Exempt=0&ThreatLevel=0";
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=4"), "GetUserInfoResponse?Result=0&" + user);
+    EXPECT_EQ(AskList("GetUserInfoEx?UserNo=4"), ListAnswer("GetUserInfoEx", 1, 0, {user}));
+}
+
+TEST_F(User, GetUserInfoReadsItsKeyAndAsksForUserZeroWithoutIt)
+{
+    ExpectReadsKeys("GetUserInfo?UserNo=3");
+    ExpectFails("GetUserInfo?");
+    ExpectFails("GetUserInfo?UserNo=5");
+    ExpectFails("GetUserInfo?UserNo=-3");
+    panel_.Run("UPDATE User SET No=0 WHERE No=4");
+    EXPECT_EQ(Ask("GetUserInfo?").rfind("GetUserInfoResponse?Result=0&UserNo=0&", 0), 0U);
+}
+
+TEST_F(User, StoredTextsAreCutAt32Bytes)
+{
+    const std::string text = "0123456789abcdefghijklmnopqrstuv";
+    panel_.Run("UPDATE User SET FirstName='1" + text + "', MiddleName='2" + text +
+               "', LastName='3" + text + "', Phone='4" + text + "', CellPhone='5" + text +
+               "', Email='6" + text + "' WHERE No=3");
+    const std::string cut = text.substr(0, 31);
+    const std::string user = "UserNo=3&FirstName=1" + cut + "&MiddleName=2" + cut + "&LastName=3" +
+                             cut + "&PhoneNumber=4" + cut + "&CellPhone=5" + cut + "&Email=6" +
+                             cut + "&Ada=1&Exempt=2&ThreatLevel=3";
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=3"), "GetUserInfoResponse?Result=0&" + user);
+    EXPECT_EQ(AskList("GetUserInfoEx?UserNo=3"), ListAnswer("GetUserInfoEx", 1, 0, {user}));
+}
+
+TEST_F(User, GetUserInfoExListsAllUsersOnPagesOf25)
+{
+    MakeUsers(60);
+    EXPECT_EQ(AskList("GetUserInfoEx?").size(), 26U);
+    EXPECT_EQ(AskList("GetUserInfoEx?"), Listed("1"));
+    EXPECT_EQ(AskList("GetUserInfoEx?Limit=0"), Listed("1"));
+    EXPECT_EQ(AskList("GetUserInfoEx?Offset=50"), Listed("1", 50));
+    EXPECT_EQ(AskList("GetUserInfoEx?LastName=Last 1"), Listed("No % 2"));
+}
+
+TEST_F(User, PagesAreCutByOffsetAndLimitAndTheTotalCountsAll)
+{
+    MakeUsers(60);
+    struct Page
+    {
+        int Offset;
+        int Limit;
+    };
+    for (const Page page : {Page{10, 5}, {0, 1}, {59, 1}, {58, 5}, {0, 60}, {30, 100}})
+        EXPECT_EQ(AskList("GetUserInfoEx?Offset=" + std::to_string(page.Offset) +
+                          "&Limit=" + std::to_string(page.Limit)),
+                  Listed("1", page.Offset, page.Limit));
+    EXPECT_EQ(AskList("GetUserInfoEx?Offset=10&Limit=5")[0],
+              "GetUserInfoExResponse?Result=0&Total=60&Offset=10&Count=5");
+    EXPECT_EQ(AskList("GetUserInfoEx?LastName=Last 1&Offset=28&Limit=5")[0],
+              "GetUserInfoExResponse?Result=0&Total=30&Offset=28&Count=2");
+}
+
+TEST_F(User, AnEmptyPageFails)
+{
+    ExpectFails("GetUserInfoEx?Offset=3");
+    ExpectFails("GetUserInfoEx?LastName=nowhere");
+    panel_.Run("DELETE FROM User");
+    ExpectFails("GetUserInfoEx?");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(User, GetUserInfoExReadsItsKeys)
+{
+    panel_.Run("ALTER TABLE User ADD COLUMN PhoneNumber TEXT; UPDATE User SET PhoneNumber='555'");
+    ExpectReadsKeys("GetUserInfoEx?UserNo=3&FirstName=Ada&MiddleName=King&LastName=Lovelace"
+                    "&PhoneNumber=5&CellPhone=5&Email=ada&Ada=1&Exempt=2&ThreatLevel=3&Offset=0"
+                    "&Limit=5");
+}
+
+TEST_F(User, FiltersApplyAloneAndInPairsAndTheTotalCountsWithThem)
+{
+    struct Filter
+    {
+        std::string Key;
+        std::string Yes; ///< in every second user, not the same ones for any two filters
+        std::string No;
+    };
+    const std::vector<Filter> filters = {
+        {"FirstName", "Annabel", "Bert"},
+        {"MiddleName", "Mac Annals", "Mo"},
+        {"LastName", "Hannes", "Smith"},
+        {"PhoneNumber", "ann-1", "555"},
+        {"CellPhone", "+49 ANN 2", "+44"},
+        {"Email", "joann@nimbra.example", "x@nimbra.example"},
+        {"Ada", "7", "0"},
+        {"Exempt", "7", "1"},
+        {"ThreatLevel", "7", "-7"},
+    };
+    panel_.Run("ALTER TABLE User ADD COLUMN PhoneNumber TEXT; DELETE FROM User");
+    for (unsigned no = 1; no <= 16; ++no) {
+        std::string columns = "No";
+        std::string values = std::to_string(no);
+        unsigned mask = 0;
+        for (const Filter &filter : filters) {
+            const bool isYes = std::popcount((no - 1) & ++mask) % 2 != 0;
+            columns += ", " + filter.Key;
+            values += ", '" + (isYes ? filter.Yes : filter.No) + "'";
+        }
+        panel_.Run("INSERT INTO User (" + columns + ") VALUES (" + values + ")");
+    }
+    struct Clause
+    {
+        std::string Pair;
+        std::string Condition;
+    };
+    std::vector<Clause> clauses = {{"UserNo=6", "No=6"}};
+    for (const Filter &filter : filters) {
+        const bool isNumber = filter.Yes == "7";
+        clauses.push_back(
+            {filter.Key + (isNumber ? "=7" : "=ann"),
+             isNumber ? filter.Key + "=7" : "instr(lower(" + filter.Key + "), 'ann') > 0"});
+    }
+    for (std::size_t i = 0; i < clauses.size(); ++i) {
+        SCOPED_TRACE(clauses[i].Pair);
+        const auto alone = AskList("GetUserInfoEx?" + clauses[i].Pair);
+        EXPECT_EQ(alone, Listed(clauses[i].Condition));
+        EXPECT_EQ(alone.size(), i == 0 ? 2U : 9U);
+        for (std::size_t j = i + 1; j < clauses.size(); ++j) {
+            SCOPED_TRACE(clauses[j].Pair);
+            const auto both = AskList("GetUserInfoEx?" + clauses[j].Pair + "&" + clauses[i].Pair);
+            EXPECT_EQ(both, Listed(clauses[i].Condition + " AND " + clauses[j].Condition));
+            EXPECT_TRUE(i == 0 || both.size() == 5U) << both[0];
+        }
+    }
+    EXPECT_EQ(AskList("GetUserInfoEx?UserNo=0&Ada=0&Exempt=0&ThreatLevel=0"), Listed("1"));
+}
+
+TEST_F(User, ThePhoneFilterFailsOnAPanelWithoutAPhoneNumberColumn)
+{
+    ExpectFails("GetUserInfoEx?PhoneNumber=555");
+    ExpectFails("GetUserInfoEx?PhoneNumber=555&UserNo=3");
+}
+
+TEST_F(User, ThePhoneFilterReadsThePhoneNumberColumnWhereThereIsOne)
+{
+    panel_.Run("ALTER TABLE User ADD COLUMN PhoneNumber TEXT;"
+               "UPDATE User SET PhoneNumber='777' WHERE No=3;"
+               "UPDATE User SET PhoneNumber='888', Phone='777' WHERE No=8");
+    EXPECT_EQ(AskList("GetUserInfoEx?PhoneNumber=777")[1].rfind("UserNo=3&", 0), 0U);
+    EXPECT_EQ(AskList("GetUserInfoEx?PhoneNumber=777")[0],
+              "GetUserInfoExResponse?Result=0&Total=1&Offset=0&Count=1");
+    ExpectFails("GetUserInfoEx?PhoneNumber=555-1");
+}
+
+TEST_F(User, AFilterTextIsCutAt32Bytes)
+{
+    const std::string text = "0123456789abcdefghijklmnopqrstuv";
+    panel_.Run("UPDATE User SET LastName='" + text + "' WHERE No=3");
+    EXPECT_EQ(AskList("GetUserInfoEx?LastName=" + text + "wxyz"), Listed("No=3"));
+}
+
+TEST_F(User, AQuoteInAFilterBreaksTheQueryAndADoubledOneIsAQuote)
+{
+    panel_.Run("ALTER TABLE User ADD COLUMN PhoneNumber TEXT; UPDATE User SET FirstName='o''k', "
+               "MiddleName='o''k', LastName='o''k', PhoneNumber='o''k', CellPhone='o''k', "
+               "Email='o''k' WHERE No=8");
+    for (const std::string key : kTextKeys) {
+        ExpectFails("GetUserInfoEx?" + key + "=o'k");
+        EXPECT_EQ(AskList("GetUserInfoEx?" + key + "=o''k"), Listed("No=8"));
+    }
+}
+
+TEST_F(User, SetUserInfoWritesEveryColumn)
+{
+    ExpectChanges("SetUserInfo?UserNo=4&FirstName=Grace&MiddleName=B.&LastName=Hopper"
+                  "&PhoneNumber=555-7&CellPhone=555-8&Email=grace@nimbra.example&Ada=4&Exempt=-5"
+                  "&ThreatLevel=6",
+                  {"UPDATE User SET FirstName='Grace', MiddleName='B.', LastName='Hopper', "
+                   "Phone='555-7', CellPhone='555-8', Email='grace@nimbra.example', Ada=4, "
+                   "Exempt=-5, ThreatLevel=6 WHERE No=4"},
+                  10303);
+    EXPECT_EQ(Stored(4), "2|'Grace'|'B.'|'Hopper'|'555-7'|'555-8'|'grace@nimbra.example'|4|-5|6|"
+                         "NULL");
+    EXPECT_EQ(Stored(8), "1|'Alan'|''|'Turing'|''|''|''|0|0|-2|'alan.jpg'");
+}
+
+TEST_F(User, SetUserInfoReadsItsKeys)
+{
+    ExpectReadsKeys("SetUserInfo?UserNo=8&FirstName=F&MiddleName=M&LastName=L&PhoneNumber=P"
+                    "&CellPhone=C&Email=E&Ada=1&Exempt=2&ThreatLevel=3");
+    const std::vector<std::string> journal = panel_.Journal();
+    ASSERT_EQ(journal.size(), 3U);
+    EXPECT_EQ(journal[0], "UPDATE User SET FirstName='F', MiddleName='M', LastName='L', "
+                          "Phone='P', CellPhone='C', Email='E', Ada=1, Exempt=2, ThreatLevel=3 "
+                          "WHERE No=8");
+    EXPECT_EQ(journal[1], journal[0]);
+    EXPECT_EQ(journal[2], journal[0]);
+}
+
+TEST_F(User, SetUserInfoClearsTheColumnsOfKeysLeftOut)
+{
+    ExpectChanges("SetUserInfo?UserNo=3&LastName=Byron",
+                  {"UPDATE User SET FirstName='', MiddleName='', LastName='Byron', Phone='', "
+                   "CellPhone='', Email='', Ada=0, Exempt=0, ThreatLevel=0 WHERE No=3"},
+                  10303);
+    // The picture and the site are no fields of the command.
+    EXPECT_EQ(Stored(3), "1|''|''|'Byron'|''|''|''|0|0|0|'ada.jpg'");
+}
+
+TEST_F(User, SetUserInfoOfAnUnknownUserSucceeds)
+{
+    ExpectChanges("SetUserInfo?UserNo=99&LastName=Nobody",
+                  {"UPDATE User SET FirstName='', MiddleName='', LastName='Nobody', Phone='', "
+                   "CellPhone='', Email='', Ada=0, Exempt=0, ThreatLevel=0 WHERE No=99"},
+                  10303);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "3");
+}
+
+TEST_F(User, SetUserInfoNeedsANumberAndALastName)
+{
+    for (const char *keys : {"", "UserNo=3", "LastName=Byron", "UserNo=0&LastName=Byron",
+                             "UserNo=none&LastName=Byron", "UserNo=3&FirstName=Ada&LastName="})
+        ExpectRefused(std::string("SetUserInfo?") + keys, 2, "Message fail");
+    EXPECT_EQ(agent_.CountInLog("SetUserInfo fail"), 0U);
+}
+
+TEST_F(User, AnEmptyValueTakesTheNextPair)
+{
+    EXPECT_EQ(Ask("SetUserInfo?UserNo=8&LastName=&FirstName=Alan"), "SetUserInfoResponse?Result=0");
+    EXPECT_EQ(Stored(8), "1|''|''|'FirstName=Alan'|''|''|''|0|0|0|'alan.jpg'");
+}
+
+TEST_F(User, TextsAreStoredUpTo32Bytes)
+{
+    const std::string text = "0123456789abcdefghijklmnopqrstuv";
+    ASSERT_EQ(text.size(), 32U);
+    const std::string quoted = "'" + text + "'";
+    EXPECT_EQ(Ask(WithTexts("SetUserInfo?UserNo=8", text)), "SetUserInfoResponse?Result=0");
+    std::string stored = "1";
+    for (int i = 0; i < 6; ++i)
+        stored += "|" + quoted;
+    EXPECT_EQ(Stored(8), stored + "|0|0|0|'alan.jpg'");
+    EXPECT_EQ(Ask(WithTexts("SetUserInfo?UserNo=3", text + "wxyz")),
+              "SetUserInfoResponse?Result=0");
+    EXPECT_EQ(Stored(3), stored + "|0|0|0|'ada.jpg'");
+    EXPECT_EQ(Ask(WithTexts("AddUserInfo?Ada=1", text)), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(Stored(9), stored + "|1|0|0|NULL");
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=9"),
+              WithTexts("GetUserInfoResponse?Result=0&UserNo=9", text) +
+                  "&Ada=1&Exempt=0&ThreatLevel=0");
+}
+
+TEST_F(User, AQuoteInATextBreaksTheStatementAndADoubledOneIsStoredAsAQuote)
+{
+    for (const std::string key : kTextKeys) {
+        const std::string name = key == "LastName" ? "" : "&LastName=L";
+        for (const char *text : {"'", "O'Neil", "x'''", "',No=1--"}) {
+            ExpectBreaksOff("SetUserInfo?UserNo=8" + name + "&" + key + "=" + text, {});
+            ExpectBreaksOff("AddUserInfo?Ada=1" + name + "&" + key + "=" + text, {});
+        }
+        EXPECT_EQ(Ask("SetUserInfo?UserNo=8" + name + "&" + key + "=O''Neil"),
+                  "SetUserInfoResponse?Result=0");
+        EXPECT_EQ(panel_.Value("SELECT " + ColumnOf(key) + " FROM User WHERE No=8"), "O'Neil");
+    }
+    EXPECT_EQ(panel_.Journal().size(), 6U);
+    EXPECT_EQ(panel_.Journal()[0],
+              "UPDATE User SET FirstName='O''Neil', MiddleName='', LastName='L', Phone='', "
+              "CellPhone='', Email='', Ada=0, Exempt=0, ThreatLevel=0 WHERE No=8");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "3");
+}
+
+TEST_F(User, TextsOfQuotesAloneFillTheJournalToo)
+{
+    const std::string quotes(32, '\'');
+    EXPECT_EQ(Ask(WithTexts("AddUserInfo?Ada=1", quotes)), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT Email FROM User WHERE No=9"), std::string(16, '\''));
+    std::string texts;
+    for (int i = 0; i < 6; ++i)
+        texts += "'" + quotes + "', ";
+    EXPECT_EQ(panel_.Journal(),
+              std::vector<std::string>(
+                  {"INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone, "
+                   "Email, Ada, Exempt, ThreatLevel) VALUES (1, 9, " +
+                   texts + "1, 0, 0)"}));
+}
+
+TEST_F(User, ADoubledQuoteThatIsCutInTheMiddleBreaksTheStatement)
+{
+    ExpectBreaksOff("SetUserInfo?UserNo=8&LastName=" + std::string(31, 'x') + "''", {});
+    EXPECT_EQ(Ask("SetUserInfo?UserNo=8&LastName=" + std::string(30, 'x') + "''"),
+              "SetUserInfoResponse?Result=0");
+}
+
+TEST_F(User, AddUserInfoTakesTheNextNumber)
+{
+    ExpectChanges("AddUserInfo?FirstName=Grace&MiddleName=B.&LastName=Hopper&PhoneNumber=555-7"
+                  "&CellPhone=555-8&Email=grace@nimbra.example&Ada=4&Exempt=-5&ThreatLevel=6",
+                  {"INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone, "
+                   "Email, Ada, Exempt, ThreatLevel) VALUES (1, 9, 'Grace', 'B.', 'Hopper', "
+                   "'555-7', '555-8', 'grace@nimbra.example', 4, -5, 6)"},
+                  10301);
+    EXPECT_EQ(Stored(9), "1|'Grace'|'B.'|'Hopper'|'555-7'|'555-8'|'grace@nimbra.example'|4|-5|6|"
+                         "NULL");
+    ExpectChanges("AddUserInfo?LASTNAME=Only",
+                  {"INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone, "
+                   "Email, Ada, Exempt, ThreatLevel) VALUES (1, 10, '', '', 'Only', '', '', '', 0, "
+                   "0, 0)"},
+                  10301);
+    EXPECT_EQ(Stored(10), "1|''|''|'Only'|''|''|''|0|0|0|NULL");
+}
+
+TEST_F(User, AddUserInfoReadsItsKeys)
+{
+    ExpectReadsKeys("AddUserInfo?FirstName=F&MiddleName=M&LastName=L&PhoneNumber=P&CellPhone=C"
+                    "&Email=E&Ada=1&Exempt=2&ThreatLevel=3");
+    EXPECT_EQ(Stored(9), "1|'F'|'M'|'L'|'P'|'C'|'E'|1|2|3|NULL");
+    EXPECT_EQ(Stored(10), Stored(9));
+    EXPECT_EQ(Stored(11), Stored(9));
+}
+
+TEST_F(User, TheFirstUserOfAnEmptyTableIsNumberOneOfSiteOne)
+{
+    panel_.Run("DELETE FROM User");
+    EXPECT_EQ(Ask("AddUserInfo?LastName=First"), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Rows("SELECT Site, No, LastName FROM User"),
+              std::vector<Row>({{"1", "1", "First"}}));
+}
+
+TEST_F(User, ANewUserIsNumberOneWhenTheLargestNumberCannotBeRead)
+{
+    // A view that takes new rows, but gives none: its index serves only users of number -1.
+    panel_.Run("ALTER TABLE User RENAME TO AllUsers;"
+               "CREATE INDEX OnlyOne ON AllUsers (No) WHERE No=-1;"
+               "CREATE VIEW User AS SELECT * FROM AllUsers INDEXED BY OnlyOne;"
+               "CREATE TRIGGER AddUser INSTEAD OF INSERT ON User BEGIN "
+               "INSERT INTO AllUsers (No, LastName) VALUES (NEW.No, NEW.LastName); END");
+    EXPECT_EQ(Ask("AddUserInfo?LastName=First"), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT LastName FROM AllUsers WHERE No=1"), "First");
+}
+
+TEST_F(User, UserNoIsNoKeyOfAddUserInfo)
+{
+    EXPECT_EQ(Ask("AddUserInfo?UserNo=77&LastName=Seven"), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "AddUserInfo", "Invalid Token: UserNo"), 1U);
+    EXPECT_EQ(panel_.Value("SELECT No FROM User WHERE LastName='Seven'"), "9");
+}
+
+TEST_F(User, AddUserInfoNeedsALastName)
+{
+    ExpectRefused("AddUserInfo?", 2, "Message fail");
+    ExpectRefused("AddUserInfo?FirstName=Ada&Ada=1", 2, "Message fail");
+    ExpectRefused("AddUserInfo?FirstName=Ada&LastName=", 2, "Message fail");
+    EXPECT_EQ(agent_.CountInLog("AddUserInfo fail"), 0U);
+}
+
+TEST_F(User, DelUserInfoRemovesLevelsThenCardsThenTheUser)
+{
+    ExpectChanges("DelUserInfo?UserNo=3",
+                  {"DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card WHERE "
+                   "UserNo=3)",
+                   "DELETE FROM Card WHERE UserNo=3", "DELETE FROM User WHERE No=3"},
+                  10302);
+    EXPECT_EQ(Lines("SELECT No FROM User ORDER BY No"), std::vector<std::string>({"4", "8"}));
+    EXPECT_EQ(Lines("SELECT No FROM Card ORDER BY No"), std::vector<std::string>({"3", "22"}));
+    EXPECT_EQ(Lines("SELECT No FROM CardAccessLevel ORDER BY No"),
+              std::vector<std::string>({"4", "5"}));
+}
+
+TEST_F(User, DelUserInfoReadsItsKeyAndDeletesUserZeroWithoutIt)
+{
+    ExpectReadsKeys("DelUserInfo?UserNo=8");
+    EXPECT_EQ(Lines("SELECT No FROM User ORDER BY No"), std::vector<std::string>({"3", "4"}));
+    panel_.Run("INSERT INTO User (No, LastName) VALUES (0, 'Zero')");
+    ExpectChanges("DelUserInfo?",
+                  {"DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card WHERE "
+                   "UserNo=0)",
+                   "DELETE FROM Card WHERE UserNo=0", "DELETE FROM User WHERE No=0"},
+                  10302);
+    EXPECT_EQ(Lines("SELECT No FROM User ORDER BY No"), std::vector<std::string>({"3", "4"}));
+}
+
+TEST_F(User, DelUserInfoThatFailsAtTheLevelsChangesNothing)
+{
+    Refuse("DELETE", "CardAccessLevel");
+    ExpectBreaksOff("DelUserInfo?UserNo=3", {});
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel"), "5");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "4");
+}
+
+TEST_F(User, DelUserInfoThatFailsAtTheCardsHasRemovedTheLevels)
+{
+    Refuse("DELETE", "Card");
+    ExpectBreaksOff("DelUserInfo?UserNo=3",
+                    {"DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card WHERE "
+                     "UserNo=3)"});
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel"), "2");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "4");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "3");
+}
+
+TEST_F(User, DelUserInfoThatFailsAtTheUserHasRemovedLevelsAndCards)
+{
+    Refuse("DELETE", "User");
+    ExpectBreaksOff("DelUserInfo?UserNo=3",
+                    {"DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card WHERE "
+                     "UserNo=3)",
+                     "DELETE FROM Card WHERE UserNo=3"});
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel"), "2");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "2");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "3");
+}
+
+TEST_F(User, SetAndAddFailWithTheirStatement)
+{
+    Refuse("UPDATE", "User");
+    ExpectBreaksOff("SetUserInfo?UserNo=3&LastName=Byron", {});
+    panel_.Run("DROP TABLE User");
+    ExpectBreaksOff("AddUserInfo?LastName=Byron", {});
+    ExpectFails("GetUserInfo?UserNo=3");
+    ExpectFails("GetUserInfoEx?");
+}
+
+TEST_F(User, TheAuditEntryNamesTheUserWhoIsLoggedIn)
+{
+    EXPECT_EQ(client_->Login(panel::kOperator.Id, panel::kOperator.Password),
+              "LoginResponse?Result=0");
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(Ask("DelUserInfo?UserNo=99"), "DelUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(calls),
+              std::vector<panel::Call>({AuditCall(10302, panel::kOperator.Id)}));
+}
+
+TEST_F(User, EachCommandNeedsItsRight)
+{
+    ExpectNeedsRight("GetUserInfo?UserNo=3", 3, 0);
+    ExpectNeedsRight("GetUserInfoEx?UserNo=3", 3, 0);
+    ExpectNeedsRight("SetUserInfo?UserNo=3&LastName=Byron", 3, 2);
+    ExpectNeedsRight("AddUserInfo?LastName=Byron", 3, 1);
+    ExpectNeedsRight("DelUserInfo?UserNo=3", 3, 2);
+}
+
+TEST_F(User, EachCommandFailsWhileTheDatabaseCannotBeOpened)
+{
+    ExpectNeedsDatabase("GetUserInfo?UserNo=3");
+    ExpectNeedsDatabase("GetUserInfoEx?");
+    ExpectNeedsDatabase("SetUserInfo?UserNo=3&LastName=Byron");
+    ExpectNeedsDatabase("AddUserInfo?LastName=Byron");
+    ExpectNeedsDatabase("DelUserInfo?UserNo=3");
+    EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+    EXPECT_EQ(AskList("GetUserInfoEx?")[0],
+              "GetUserInfoExResponse?Result=0&Total=3&Offset=0&Count=3");
+}
+
+} // namespace nimbra::test
