@@ -2,10 +2,12 @@
 
 #include "panel/SamplePanel.h"
 #include "panel/Sqlite.h"
+#include "support/Files.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <utility>
 
 namespace nimbra::test {
@@ -70,6 +72,21 @@ std::vector<std::string> TestPanel::Dump(const std::string &file)
             lines.push_back(table[0] + ": " + row[0]);
     }
     return lines;
+}
+
+std::map<std::string, std::string> TestPanel::Files() const
+{
+    std::map<std::string, std::string> files;
+    const auto add = [&files](const std::filesystem::directory_entry &entry) {
+        files[entry.path()] = entry.is_regular_file() ? ReadFile(entry.path()) : "(special)";
+    };
+    for (const auto &entry : std::filesystem::recursive_directory_iterator("/nimbra"))
+        if (entry.path() != paths_.CallLog)
+            add(entry);
+    for (const auto &entry : std::filesystem::directory_iterator("/tmp"))
+        if (entry.path().filename().string().rfind("owned", 0) == 0)
+            add(entry);
+    return files;
 }
 
 panel::Call AuditCall(int eventCode, const std::string &userName)

@@ -6,6 +6,7 @@
 #include "support/ManagementClient.h"
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,10 @@ public:
     [[nodiscard]] std::vector<panel::Call> Calls(std::size_t from = 0) const;
     /// Each table of a database with all its rows, as texts that tell every value and its type.
     [[nodiscard]] static std::vector<std::string> Dump(const std::string &file);
+
+    /// The files below /nimbra, but for the call log, and those in /tmp whose names begin with
+    /// "owned": with their content, or "(special)" for what is no plain file.
+    [[nodiscard]] std::map<std::string, std::string> Files() const;
 
     [[nodiscard]] const panel::PanelPaths &Paths() const { return paths_; }
 

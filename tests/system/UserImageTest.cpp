@@ -1,0 +1,651 @@
+// The photographs of users: up and down, whole or not at all.
+
+#include "support/CommandTest.h"
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace nimbra::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kUploadDone[] = "SetUserImageResponse?Result=0";
+constexpr char kUploadFails[] = "SetUserImageResponse?Result=1";
+constexpr char kUploadNotOpened[] = "SetUserImageResponse?Result=2";
+constexpr char kUploadShort[] = "SetUserImageResponse?Result=3";
+constexpr char kDownloadNotOpened[] = "GetUserImageResponse?Result=2";
+constexpr char kHandlers[] = "ClientWorker.cpp";
+
+constexpr std::size_t kLarge = std::size_t{3} * 1024 * 1024;
+
+/// Bytes of every value, line feeds and zeros among them; others for each `seed`.
+std::string Picture(std::size_t size, unsigned seed = 1)
+{
+    std::minstd_rand random(seed);
+    std::string bytes(size, '\0');
+    for (char &byte : bytes)
+        byte = static_cast<char>(random() >> 8U);
+    return bytes;
+}
+
+std::string UploadLine(int userNo, const std::string &name, std::size_t size)
+{
+    return "SetUserImage?UserNo=" + std::to_string(userNo) + "&FileName=" + name +
+           "&Size=" + std::to_string(size);
+}
+
+/// Uploads a picture; the answer line.
+std::string Upload(ManagementClient &client, int userNo, const std::string &name,
+                   const std::string &bytes)
+{
+    client.SendLine(UploadLine(userNo, name, bytes.size()));
+    client.Send(bytes);
+    return client.ReadLine().value_or("(no answer)");
+}
+
+/// What a download consists of.
+std::string DownloadAnswer(const std::string &name, std::size_t size)
+{
+    return "GetUserImageResponse?Result=0&FileName=" + name + "&Size=" + std::to_string(size);
+}
+
+class UserImage : public CommandTest
+{
+protected:
+    [[nodiscard]] fs::path PathOf(const std::string &name) const
+    {
+        return panel_.Paths().Images / name;
+    }
+
+    [[nodiscard]] std::string StoredName(int userNo) const
+    {
+        return panel_.Value("SELECT ImageFile FROM User WHERE No=" + std::to_string(userNo));
+    }
+
+    void StoreName(int userNo, const std::string &name) const
+    {
+        panel_.Run("UPDATE User SET ImageFile='" + name + "' WHERE No=" + std::to_string(userNo));
+    }
+
+    void ExpectDownload(int userNo, const std::string &name, const std::string &bytes)
+    {
+        EXPECT_EQ(Ask("GetUserImage?UserNo=" + std::to_string(userNo)),
+                  DownloadAnswer(name, bytes.size()));
+        EXPECT_TRUE(client_->ReadBytes(bytes.size()) == bytes) << name;
+        ExpectInStep();
+    }
+
+    /// Shows that the session stands at the beginning of a line, on both ways.
+    void ExpectInStep() { EXPECT_EQ(Ask("Heartbeat?"), "HeartbeatResponse?Result=0"); }
+
+    /// Shows that an upload is stored, recorded, journalled and audited, and that no other file
+    /// and no other row is touched.
+    void ExpectUpload(int userNo, const std::string &name, const std::string &bytes)
+    {
+        std::map<std::string, std::string> files = panel_.Files();
+        std::vector<std::string> journal = panel_.Journal();
+        const std::size_t calls = panel_.Calls().size();
+        const std::string others = "SELECT No, ImageFile FROM User WHERE No IS NOT " +
+                                   std::to_string(userNo) + " ORDER BY No";
+        const std::vector<Row> rows = panel_.Rows(others);
+        EXPECT_EQ(Upload(*client_, userNo, name, bytes), kUploadDone) << name;
+        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10303)}));
+        files[PathOf(name)] = bytes;
+        EXPECT_TRUE(panel_.Files() == files) << name;
+        EXPECT_EQ(panel_.Rows(others), rows);
+        journal.push_back("UPDATE User SET ImageFile='" + name +
+                          "' WHERE No=" + std::to_string(userNo));
+        EXPECT_EQ(panel_.Journal(), journal);
+    }
+
+    /// Takes down what an upload could change, for ExpectUntouched.
+    void Remember()
+    {
+        files_ = panel_.Files();
+        database_ = TestPanel::Dump(panel_.Paths().MainDatabase);
+        calls_ = panel_.Calls().size();
+    }
+
+    /// Shows that no file, no row and no journal entry is other than at Remember, and that nothing
+    /// was audited.
+    void ExpectUntouched()
+    {
+        EXPECT_TRUE(panel_.Files() == files_);
+        EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), database_);
+        EXPECT_EQ(panel_.Calls(calls_), std::vector<panel::Call>());
+    }
+
+private:
+    std::map<std::string, std::string> files_;
+    std::vector<std::string> database_;
+    std::size_t calls_ = 0;
+};
+
+TEST_F(UserImage, IsSentWhole)
+{
+    ExpectDownload(1, "user0001.jpg", ReadFile(PathOf("user0001.jpg")));
+    ExpectDownload(2, "user0002.png", ReadFile(PathOf("user0002.png")));
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kLarge}) {
+        const std::string bytes = Picture(size);
+        WriteFile(PathOf("user0001.jpg"), bytes);
+        ExpectDownload(1, "user0001.jpg", bytes);
+    }
+}
+
+TEST_F(UserImage, OfAnEmptyFileIsAnsweredWithSizeZeroAndNoBytes)
+{
+    ExpectDownload(6, "empty.jpg", "");
+}
+
+TEST_F(UserImage, NeedsANameOfMoreThanFourCharacters)
+{
+    ASSERT_TRUE(fs::exists(PathOf("a.jp")));
+    ExpectFails("GetUserImage?UserNo=3"); // a.jp
+    ExpectDownload(4, "a.jpg", ReadFile(PathOf("a.jpg")));
+    for (const char *name : {"", "a", "a.j", "...."}) {
+        StoreName(3, name);
+        ExpectFails("GetUserImage?UserNo=3");
+    }
+    panel_.Run("UPDATE User SET ImageFile=NULL WHERE No=3");
+    ExpectFails("GetUserImage?UserNo=3");
+}
+
+TEST_F(UserImage, OfAUserThatIsNotThereFails)
+{
+    for (const char *keys : {"UserNo=99", "UserNo=-1", "UserNo=0", "UserNo", "", "CardNo=1"})
+        ExpectFails(std::string("GetUserImage?") + keys);
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(UserImage, WhoseFileIsMissingIsRefusedWithoutBytes)
+{
+    ExpectRefused("GetUserImage?UserNo=5", 2, "fopen fail");
+    ExpectInStep();
+}
+
+TEST_F(UserImage, ThatIsNoPlainFileIsRefused)
+{
+    fs::create_directory(PathOf("directory.jpg"));
+    ASSERT_EQ(mkfifo(PathOf("fifo.jpg").c_str(), 0644), 0);
+    for (const char *name : {"directory.jpg", "fifo.jpg"}) {
+        StoreName(1, name);
+        EXPECT_EQ(Ask("GetUserImage?UserNo=1"), kDownloadNotOpened) << name;
+        ExpectInStep();
+    }
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "GetUserImage", "fopen fail", 2));
+}
+
+TEST_F(UserImage, IsNeverReadFromOutsideItsDirectory)
+{
+    WriteFile("/nimbra/web/webroot/secret.jpg", "secret");
+    WriteFile("/nimbra/secret.jpg", "secret");
+    fs::create_directory(PathOf("sub"));
+    WriteFile(PathOf("sub/secret.jpg"), "secret");
+    const std::vector<std::string> names = {"../secret.jpg",
+                                            "/nimbra/secret.jpg",
+                                            "sub/secret.jpg",
+                                            "./user0001.jpg",
+                                            "user0001.jpg/",
+                                            "sub/../user0001.jpg",
+                                            "/nimbra/web/webroot/user_img/user0001.jpg",
+                                            "../user_img/user0001.jpg",
+                                            "../../../../etc/passwd",
+                                            "....//secret.jpg",
+                                            std::string(256, 'n'),
+                                            std::string(2000, 'n')};
+    for (const std::string &name : names) {
+        StoreName(1, name);
+        ExpectRefused("GetUserImage?UserNo=1", 2, "fopen fail");
+    }
+    ExpectInStep();
+}
+
+TEST_F(UserImage, OfAnyOtherNameIsFoundAsItStands)
+{
+    for (const std::string &name :
+         {std::string("-rf *"), std::string("...jpg"), std::string("a..b."), std::string(".hidden"),
+          std::string("100%s%n.png"), std::string("Zo\xC3\xAB.jpg"), std::string("$(reboot).jpg"),
+          std::string("a\\b.jpg"), std::string("crlf\r"), std::string(255, 'n')}) {
+        ExpectUpload(2, name, "picture of " + name);
+        EXPECT_EQ(StoredName(2), name);
+        ExpectDownload(2, name, "picture of " + name);
+    }
+}
+
+TEST_F(UserImage, IsTakenWholeInAnySize)
+{
+    for (const std::size_t size :
+         {std::size_t{1}, std::size_t{4096}, std::size_t{65536}, std::size_t{65537}, kLarge}) {
+        const std::string bytes = Picture(size);
+        ExpectUpload(7, "seven.jpg", bytes);
+        EXPECT_EQ(StoredName(7), "seven.jpg");
+        ExpectDownload(7, "seven.jpg", bytes);
+    }
+}
+
+TEST_F(UserImage, OfOneUserIsReplacedAndThoseOfOthersAreNot)
+{
+    ExpectUpload(1, "user0001.jpg", Picture(1000, 2));
+    // The old file stays when the name changes.
+    ExpectUpload(1, "renamed.jpg", Picture(1000, 3));
+    EXPECT_TRUE(ReadFile(PathOf("user0001.jpg")) == Picture(1000, 2));
+    ExpectUpload(12, "twelve.jpg", Picture(10, 4));
+}
+
+TEST_F(UserImage, MayHaveANameThatIsTooShortToBeFetched)
+{
+    ExpectUpload(8, "b", "B");
+    EXPECT_EQ(StoredName(8), "b");
+    ExpectFails("GetUserImage?UserNo=8");
+}
+
+TEST_F(UserImage, OfAUserThatIsNotThereIsWrittenAndAnswered)
+{
+    ExpectUpload(4711, "nobody.jpg", "nobody's");
+    ExpectUpload(0, "zero.jpg", "nobody's either");
+    const std::size_t calls = panel_.Calls().size();
+    client_->SendLine("SetUserImage?FileName=none.jpg&Size=4");
+    client_->Send("none");
+    EXPECT_EQ(client_->ReadLine(), kUploadDone);
+    EXPECT_EQ(panel_.Journal().back(), "UPDATE User SET ImageFile='none.jpg' WHERE No=0");
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10303)}));
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "12");
+}
+
+TEST_F(UserImage, ReadsItsKeysInAnyCaseAndOrderAndLogsOthers)
+{
+    client_->SendLine("setuserimage?SIZE=5&Colour=red&filename=keys.jpg&userno=2&Size=3x");
+    client_->Send("abc");
+    EXPECT_EQ(client_->ReadLine(), kUploadDone);
+    EXPECT_EQ(ReadFile(PathOf("keys.jpg")), "abc");
+    EXPECT_EQ(StoredName(2), "keys.jpg");
+    EXPECT_EQ(agent_.CountMessages(kHandlers, "SetUserImage", "Invalid Token: Colour"), 1U);
+
+    EXPECT_EQ(Ask("GETUSERIMAGE?FileName=x&USERNO=2"), DownloadAnswer("keys.jpg", 3));
+    EXPECT_EQ(client_->ReadBytes(3), "abc");
+    EXPECT_EQ(agent_.CountMessages(kHandlers, "GetUserImage", "Invalid Token: FileName"), 1U);
+}
+
+TEST_F(UserImage, OfNoSizeIsRefused)
+{
+    Remember();
+    std::size_t count = 0;
+    for (const char *size :
+         {"&Size=0", "&Size=-1", "&Size=-2147483648", "", "&Size", "&Size=", "&Size=many",
+          "&Size=0x10", "&Size=4294967296", "&Size=4294967295", "&Size=2147483648"}) {
+        EXPECT_EQ(Ask(std::string("SetUserImage?UserNo=1&FileName=user0001.jpg") + size),
+                  kUploadShort)
+            << size;
+        EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "RecvBuffer fail", ++count));
+        ExpectInStep();
+    }
+    // The empty name takes the next pair for its value.
+    EXPECT_EQ(Ask("SetUserImage?UserNo=1&FileName=&Size=4"), kUploadShort);
+    ExpectUntouched();
+}
+
+TEST_F(UserImage, WhoseBytesNeverArriveIsRefusedAfterFiveSeconds)
+{
+    Remember();
+    const Stopwatch watch;
+    EXPECT_EQ(Ask(UploadLine(1, "user0001.jpg", 10)), kUploadShort);
+    EXPECT_GT(watch.Seconds(), 3.9);
+    EXPECT_LT(watch.Seconds(), 9);
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "RecvBuffer fail"));
+    ExpectUntouched();
+    ExpectInStep();
+}
+
+TEST_F(UserImage, ThatStopsInTheMiddleLeavesTheOldOne)
+{
+    Remember();
+    const std::string bytes = Picture(100000);
+    client_->SendLine(UploadLine(1, "user0001.jpg", bytes.size()));
+    const Stopwatch watch;
+    client_->Send(bytes.substr(1));
+    EXPECT_EQ(client_->ReadLine(), kUploadShort);
+    EXPECT_GT(watch.Seconds(), 3.9);
+    EXPECT_LT(watch.Seconds(), 9);
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "RecvBuffer fail"));
+    ExpectUntouched();
+    ExpectInStep();
+    // What comes late is no part of any picture.
+    client_->Send("late\n");
+    ExpectInStep();
+    ExpectUntouched();
+}
+
+TEST_F(UserImage, OfAClientThatGoesAwayInTheMiddleLeavesTheOldOne)
+{
+    ManagementClient closing = LoggedIn();
+    ManagementClient resetting = LoggedIn();
+    Remember();
+    const std::string bytes = Picture(100000);
+    for (ManagementClient *client : {&closing, &resetting}) {
+        client->SendLine(UploadLine(1, "user0001.jpg", bytes.size()));
+        client->Send(bytes.substr(50000));
+    }
+    closing.Close();
+    resetting.Reset();
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "RecvBuffer fail", 2));
+    ExpectUntouched();
+}
+
+TEST_F(UserImage, OfAHugeAnnouncedSizeTakesNoMemoryBeforeItsBytesArrive)
+{
+    Remember();
+    const std::size_t before = agent_.ResidentKiB();
+    std::size_t largest = 0;
+    client_->SendLine(UploadLine(1, "user0001.jpg", 2147483647));
+    client_->Send(Picture(100000));
+    ASSERT_TRUE(WaitUntil([&] {
+        largest = std::max(largest, agent_.ResidentKiB());
+        return agent_.CountMessages(kHandlers, "SetUserImage", "RecvBuffer fail") == 1;
+    }));
+    EXPECT_EQ(client_->ReadLine(), kUploadShort);
+    EXPECT_LT(largest, before + 64 * 1024);
+    ExpectUntouched();
+    ExpectInStep();
+}
+
+TEST_F(UserImage, EndsAtTheAnnouncedSizeAndTheRestIsTheNextRequest)
+{
+    client_->Send(UploadLine(1, "four.jpg", 4) + "\nABCDHeartbeat?\n" +
+                  UploadLine(2, "five.jpg", 5) + "\nEFGH\nHeart");
+    EXPECT_EQ(client_->ReadLine(), kUploadDone);
+    EXPECT_EQ(client_->ReadLine(), "HeartbeatResponse?Result=0");
+    EXPECT_EQ(client_->ReadLine(), kUploadDone);
+    client_->Send("beat?\n");
+    EXPECT_EQ(client_->ReadLine(), "HeartbeatResponse?Result=0");
+    EXPECT_EQ(ReadFile(PathOf("four.jpg")), "ABCD");
+    EXPECT_EQ(ReadFile(PathOf("five.jpg")), "EFGH\n");
+}
+
+TEST_F(UserImage, MayComeInPiecesWithPauses)
+{
+    const std::string bytes = Picture(5000);
+    const std::string all = UploadLine(9, "pieces.jpg", bytes.size()) + "\n" + bytes;
+    // Some 30 pauses of 50 milliseconds: well within the limits of a line and of a picture.
+    for (std::size_t sent = 0, step = 1; sent < all.size(); sent += step, step = step * 4 / 3 + 1) {
+        client_->Send(all.substr(sent, step));
+        std::this_thread::sleep_for(milliseconds(50));
+    }
+    EXPECT_EQ(client_->ReadLine(), kUploadDone);
+    ExpectDownload(9, "pieces.jpg", bytes);
+}
+
+TEST_F(UserImage, IsReadAsSlowlyAsTheClientWants)
+{
+    const std::string bytes = Picture(kLarge);
+    WriteFile(PathOf("user0001.jpg"), bytes);
+    EXPECT_EQ(Ask("GetUserImage?UserNo=1"), DownloadAnswer("user0001.jpg", bytes.size()));
+    std::string received;
+    while (received.size() < kLarge) {
+        // Some 30 pauses of 50 milliseconds: well within the limit of a picture.
+        std::this_thread::sleep_for(milliseconds(50));
+        const std::string piece =
+            client_->ReadBytes(std::min(kLarge / 30, kLarge - received.size()));
+        ASSERT_FALSE(piece.empty());
+        received += piece;
+    }
+    EXPECT_TRUE(received == bytes);
+    ExpectInStep();
+}
+
+TEST_F(UserImage, ThatIsNotReadIsGivenUpAfterFiveSeconds)
+{
+    // More than what sockets hold on the way.
+    const std::string bytes = Picture(std::size_t{32} * 1024 * 1024);
+    WriteFile(PathOf("user0001.jpg"), bytes);
+    const Stopwatch watch;
+    client_->SendLine("GetUserImage?UserNo=1");
+    client_->SendLine("AddUserInfo?LastName=Afterwards");
+    ASSERT_TRUE(WaitUntil([&] {
+        return panel_.Value("SELECT COUNT(*) FROM User WHERE LastName='Afterwards'") == "1";
+    }));
+    EXPECT_GT(watch.Seconds(), 3.9);
+    EXPECT_EQ(client_->ReadLine(), DownloadAnswer("user0001.jpg", bytes.size()));
+    // A beginning of the picture, and right behind it the next answer.
+    const std::string answer = "AddUserInfoResponse?Result=0\n";
+    std::string received;
+    ASSERT_TRUE(WaitUntil([&] {
+        received += client_->ReadBytes(65536, milliseconds(50));
+        return received.size() >= answer.size() &&
+               received.compare(received.size() - answer.size(), answer.size(), answer) == 0;
+    }));
+    received.resize(received.size() - answer.size());
+    EXPECT_LT(received.size(), bytes.size());
+    EXPECT_TRUE(received == bytes.substr(0, received.size()));
+    ExpectInStep();
+}
+
+TEST_F(UserImage, IsNeverWrittenOutsideItsDirectory)
+{
+    fs::create_directory(PathOf("sub"));
+    const std::vector<std::string> names = {"/",
+                                            ".",
+                                            "..",
+                                            "a/b",
+                                            "../x",
+                                            "/nimbra/x",
+                                            "/tmp/owned",
+                                            "x/",
+                                            "./x.jpg",
+                                            "sub/x.jpg",
+                                            "../user_img/x.jpg",
+                                            "/nimbra/web/webroot/user_img/x.jpg",
+                                            "../../../../tmp/owned.jpg",
+                                            "....//x.jpg",
+                                            "//x.jpg",
+                                            "no/such/directory.jpg"};
+    Remember();
+    std::size_t count = 0;
+    for (const std::string &name : names) {
+        EXPECT_EQ(Upload(*client_, 1, name, "evil"), kUploadNotOpened) << name;
+        EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail", ++count));
+        ExpectInStep();
+    }
+    // No name at all.
+    client_->SendLine("SetUserImage?UserNo=1&Size=4");
+    client_->Send("evil");
+    EXPECT_EQ(client_->ReadLine(), kUploadNotOpened);
+    ExpectUntouched();
+}
+
+TEST_F(UserImage, ThatCannotBeMadeIsRefused)
+{
+    fs::create_directory(PathOf("directory.jpg"));
+    Remember();
+    std::size_t count = 0;
+    for (const std::string &name :
+         {std::string("directory.jpg"), std::string(256, 'n'), std::string(900, 'n')}) {
+        EXPECT_EQ(Upload(*client_, 1, name, "picture"), kUploadNotOpened);
+        EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail", ++count));
+    }
+    ExpectUntouched();
+
+    fs::rename(panel_.Paths().Images, "/nimbra/images-away");
+    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", "picture"), kUploadNotOpened);
+    EXPECT_EQ(Ask("GetUserImage?UserNo=1"), kDownloadNotOpened);
+    fs::rename("/nimbra/images-away", panel_.Paths().Images);
+    ExpectUntouched();
+    ExpectUpload(1, "user0001.jpg", "picture");
+}
+
+TEST_F(UserImage, ThatTheDiskHasNoRoomForIsRefused)
+{
+    const fs::path images = panel_.Paths().Images;
+    ASSERT_EQ(mount("tmpfs", images.c_str(), "tmpfs", 0, "size=64k"), 0);
+    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", "old"), kUploadDone);
+    Remember();
+    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", Picture(200000)), kUploadNotOpened);
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail"));
+    ExpectUntouched();
+    ExpectUpload(1, "user0001.jpg", Picture(10000));
+    EXPECT_EQ(umount(images.c_str()), 0);
+}
+
+TEST_F(UserImage, StaysWhenItsNameCannotBeStored)
+{
+    panel_.Run("CREATE TRIGGER Refuse BEFORE UPDATE ON User BEGIN"
+               " SELECT RAISE(ABORT, 'refused'); END");
+    const auto database = TestPanel::Dump(panel_.Paths().MainDatabase);
+    const std::size_t calls = panel_.Calls().size();
+    std::map<std::string, std::string> files = panel_.Files();
+    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new picture"), kUploadFails);
+    // A name whose quote would end the text of the statement.
+    EXPECT_EQ(Upload(*client_, 1, "o'neill.jpg", "quoted picture"), kUploadFails);
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "SetUserImage fail", 2));
+    EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_exec fail"), 2U);
+    files[PathOf("new.jpg")] = "new picture";
+    files[PathOf("o'neill.jpg")] = "quoted picture";
+    EXPECT_TRUE(panel_.Files() == files);
+    EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), database);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    ExpectInStep();
+}
+
+TEST_F(UserImage, StaysWhenTheDatabaseCannotBeOpened)
+{
+    const fs::path away = "/tmp/DatabasesAway";
+    fs::rename(panel_.Paths().Databases, away);
+    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new picture"), kUploadFails);
+    EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_open fail"), 1U);
+    fs::rename(away, panel_.Paths().Databases);
+    EXPECT_EQ(ReadFile(PathOf("new.jpg")), "new picture");
+    EXPECT_EQ(StoredName(1), "user0001.jpg");
+    ExpectNeedsDatabase("GetUserImage?UserNo=1");
+}
+
+TEST_F(UserImage, IsReplacedWhileOthersGoOnReadingTheOldOne)
+{
+    const std::string old = ReadFile(PathOf("user0001.jpg"));
+    std::ifstream reader(PathOf("user0001.jpg"), std::ios::binary);
+    ASSERT_TRUE(reader.is_open());
+    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", Picture(kLarge)), kUploadDone);
+    EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(reader), {}) == old);
+    EXPECT_TRUE(ReadFile(PathOf("user0001.jpg")) == Picture(kLarge));
+}
+
+TEST_F(UserImage, IsAtEveryMomentTheOldOneOrTheNewOne)
+{
+    const std::array<std::string, 2> pictures = {Picture(300000, 1), Picture(500000, 2)};
+    ASSERT_EQ(Upload(*client_, 1, "user0001.jpg", pictures[0]), kUploadDone);
+    std::thread uploads([&] {
+        for (std::size_t i = 1; i <= 20; ++i)
+            EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", pictures[i % 2]), kUploadDone);
+    });
+    std::size_t journalled = 0;
+    while (journalled < 21) {
+        for (int i = 0; i < 20; ++i) {
+            const std::string seen = ReadFile(PathOf("user0001.jpg"));
+            EXPECT_TRUE(seen == pictures[0] || seen == pictures[1]);
+        }
+        journalled = panel_.Journal().size();
+        if (HasFailure())
+            break;
+    }
+    uploads.join();
+    EXPECT_TRUE(ReadFile(PathOf("user0001.jpg")) == pictures[0]);
+}
+
+TEST_F(UserImage, OfSeveralClientsAtOnceIsThatOfOneOfThem)
+{
+    constexpr unsigned kClients = 4;
+    Remember();
+    std::vector<std::thread> clients;
+    for (unsigned i = 0; i < kClients; ++i)
+        clients.emplace_back([i] {
+            ManagementClient client = LoggedIn();
+            for (int round = 0; round < 5; ++round)
+                EXPECT_EQ(Upload(client, 1, "shared.jpg", Picture(200000 + i, i)), kUploadDone);
+        });
+    for (std::thread &client : clients)
+        client.join();
+    const std::string seen = ReadFile(PathOf("shared.jpg"));
+    ASSERT_GE(seen.size(), 200000U);
+    EXPECT_TRUE(seen == Picture(seen.size(), static_cast<unsigned>(seen.size() - 200000)));
+    EXPECT_EQ(panel_.Journal().size(), 5 * kClients);
+    fs::remove(PathOf("shared.jpg"));
+    for (const auto &entry : fs::directory_iterator(panel_.Paths().Images))
+        EXPECT_NE(entry.path().filename().string().rfind(".upload", 0), 0U) << entry.path();
+}
+
+TEST_F(UserImage, CanBeReadByTheOtherProgramsOfThePanel)
+{
+    EXPECT_EQ(Upload(*client_, 1, "mode.jpg", "picture"), kUploadDone);
+    const fs::file_status status = fs::symlink_status(PathOf("mode.jpg"));
+    EXPECT_EQ(status.type(), fs::file_type::regular);
+    EXPECT_EQ(status.permissions(), fs::perms(0644));
+}
+
+TEST_F(UserImage, NeedsTheRightToViewUsers)
+{
+    ExpectNeedsRight("GetUserImage?UserNo=6", 3, 0); // whose file is empty
+}
+
+TEST_F(UserImage, IsChangedOnlyByOneWhoMayChangeUsers)
+{
+    panel_.Run("INSERT INTO WebUser (ID, Password, UserRole) SELECT 'changer', Password, 88"
+               " FROM WebUser WHERE ID='operator';"
+               "INSERT INTO UserRoleTable (UserRole, FormIndex, Authority) VALUES (88, 3, 2)");
+    // May view and add.
+    client_.emplace(LoggedIn(panel::kClerk));
+    ExpectRefused("SetUserImage?UserNo=1&FileName=new.jpg&Size=4&Unknown=1", 9, "Authority fail");
+    EXPECT_EQ(agent_.CountInLog("Invalid Token"), 0U);
+    EXPECT_FALSE(fs::exists(PathOf("new.jpg")));
+    // The bytes are not awaited: what comes is a line.
+    ExpectInStep();
+
+    client_.emplace(LoggedIn({"changer", panel::kOperator.Password}));
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "four"), kUploadDone);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10303, "changer")}));
+    ExpectRefused("GetUserImage?UserNo=1", 9, "Authority fail");
+}
+
+TEST_F(UserImage, IsNoBusinessOfAStranger)
+{
+    Remember();
+    ManagementClient stranger;
+    stranger.SendLine("GetUserImage?UserNo=1");
+    stranger.SendLine(UploadLine(1, "user0001.jpg", 4));
+    stranger.Send("evil\n");
+    EXPECT_EQ(stranger.Ask("Login?Username=x&Password=y"), "LoginResponse?Result=1");
+    EXPECT_EQ(agent_.CountInLog("(): Invalid Message"), 3U);
+    ExpectUntouched();
+}
+
+TEST_F(UserImage, TransfersLeaveNoDescriptorBehind)
+{
+    const auto transfer = [&] {
+        EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", Picture(1000)), kUploadDone);
+        EXPECT_EQ(Upload(*client_, 1, "../x", Picture(1000)), kUploadNotOpened);
+        EXPECT_EQ(Ask("SetUserImage?Size=0"), kUploadShort);
+        EXPECT_EQ(Ask("GetUserImage?UserNo=5"), kDownloadNotOpened);
+        ExpectDownload(1, "user0001.jpg", Picture(1000));
+    };
+    transfer();
+    const std::size_t before = agent_.Descriptors();
+    for (int i = 0; i < 20; ++i)
+        transfer();
+    EXPECT_EQ(agent_.Descriptors(), before);
+}
+
+} // namespace
+} // namespace nimbra::test
