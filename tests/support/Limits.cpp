@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace nimbra::test {
@@ -68,10 +69,10 @@ Agent::Options AsBoundUser()
 SoftLimit::SoftLimit(const Agent &agent, std::string resource, std::size_t value)
     : agent_(agent.Pid()), resource_(std::move(resource))
 {
-    const ProgramResult now =
-        RunProgram({"prlimit", "--pid=" + std::to_string(agent_), "--" + resource_, "--output=SOFT",
-                    "--noheadings", "--raw"});
-    before_ = now.Output.substr(0, now.Output.find_first_of(" \n"));
+    // The agent has inherited the test's own limits.
+    rlimit limit = {};
+    getrlimit(resource_ == "nproc" ? RLIMIT_NPROC : RLIMIT_NOFILE, &limit);
+    before_ = limit.rlim_cur == RLIM_INFINITY ? "unlimited" : std::to_string(limit.rlim_cur);
     Set(std::to_string(value));
 }
 

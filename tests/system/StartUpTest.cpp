@@ -1,0 +1,458 @@
+// The agent's life as a process: its banner, what signals do to it in each state, and what it
+// makes of the standard descriptors that it is given.
+
+#include "support/Agent.h"
+#include "support/Files.h"
+#include "support/Limits.h"
+#include "support/ManagementClient.h"
+#include "support/TestPanel.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+namespace nimbra::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kRule[] = "----------------------------------------";
+constexpr char kVersion[] = " 5.00-05h";
+constexpr char kHelloAnswer[] = "HelloResponse?Result=0&Key=";
+
+Agent::Options RunByShell(const std::string &script)
+{
+    Agent::Options options;
+    options.Wrapper = {"sh", "-c", script};
+    return options;
+}
+
+Agent::Options WithoutWaiting(Agent::Options options = {})
+{
+    options.WaitUntilServing = false;
+    return options;
+}
+
+/// The name that the agent was started by.
+std::string ProgramName(const Agent &agent)
+{
+    const std::string words = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/cmdline");
+    return words.substr(0, words.find('\0'));
+}
+
+/// Puts a program of the test's own into the place of one of the panel's.
+void ReplaceProgram(const fs::path &place, const std::string &script)
+{
+    fs::remove(place);
+    WriteFile(place, script);
+    fs::permissions(place, fs::perms(0777));
+}
+
+/// A script that says that it runs and then waits for the test's word.
+constexpr char kWaitForWord[] = "touch /nimbra/var/runs\n"
+                                "while [ ! -e /nimbra/var/go ]; do sleep 0.05; done\n";
+
+bool WaitForFile(const fs::path &path)
+{
+    return WaitUntil([&] { return fs::exists(path); });
+}
+
+/// Keeps the main database from being opened until it is given back.
+class HiddenDatabase
+{
+public:
+    explicit HiddenDatabase(const TestPanel &panel) : path_(panel.Paths().MainDatabase)
+    {
+        fs::rename(path_, kept_);
+        fs::create_directory(path_);
+    }
+    void GiveBack() const
+    {
+        fs::remove(path_);
+        fs::rename(kept_, path_);
+    }
+
+private:
+    fs::path path_;
+    fs::path kept_ = path_.string() + ".kept";
+};
+
+bool WaitForFailedTry(Agent &agent, std::size_t count = 1)
+{
+    return agent.WaitForMessage("ConfigManager.cpp", "ReadServerInfo", "sqlite3_open fail", count);
+}
+
+/// The signals of one of the masks in /proc/<pid>/status.
+std::uint64_t SignalMask(const Agent &agent, const std::string &name)
+{
+    std::istringstream status(ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status"));
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind(name + ":", 0) == 0)
+            return std::stoull(line.substr(name.size() + 1), nullptr, 16);
+    return 0;
+}
+
+bool HoldsSignal(std::uint64_t mask, int signal)
+{
+    return (mask >> (signal - 1) & 1) != 0;
+}
+
+/// The agent's children, dead ones too.
+std::string Children(const Agent &agent)
+{
+    std::string children;
+    for (const auto &task :
+         fs::directory_iterator("/proc/" + std::to_string(agent.Pid()) + "/task"))
+        children += ReadFile(task.path() / "children");
+    return children;
+}
+
+/// A client with a small window that asks for all of a long list and does not read it.
+class IdleReader
+{
+public:
+    IdleReader() : client_(LoggedIn())
+    {
+        const int size = 4096;
+        setsockopt(client_.Socket(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+        client_.SendLine("GetEventLogEx?Limit=100000");
+    }
+
+    /// Waits until the agent has sent all that fits and is stuck.
+    [[nodiscard]] bool WaitUntilFull() const
+    {
+        int last = 0;
+        Stopwatch sinceChange;
+        return WaitUntil([&] {
+            int unread = 0;
+            ioctl(client_.Socket(), FIONREAD, &unread);
+            if (unread != last)
+                sinceChange = Stopwatch();
+            last = unread;
+            return unread > 0 && sinceChange.Seconds() > 1;
+        });
+    }
+
+private:
+    ManagementClient client_;
+};
+
+} // namespace
+
+TEST(Banner, IsAnEmptyLineAndTheNameAndVersionBetweenRules)
+{
+    const TestPanel panel;
+    Agent agent;
+    const std::vector<std::string> log = agent.Log();
+    ASSERT_GE(log.size(), 4U);
+    EXPECT_EQ(log[0], "");
+    EXPECT_EQ(log[1], kRule);
+    EXPECT_EQ(log[2], ProgramName(agent) + kVersion);
+    EXPECT_EQ(log[3], kRule);
+}
+
+TEST(Banner, ShowsTheNameThatTheProgramWasStartedBy)
+{
+    const TestPanel panel;
+    Agent::Options options;
+    options.Wrapper = {"bash", "-c", "exec -a 'the panel agent' \"$0\""};
+    Agent agent(options);
+    EXPECT_EQ(agent.CountInLog("the panel agent"), 1U);
+    EXPECT_EQ(agent.Log().at(2), std::string("the panel agent") + kVersion);
+}
+
+TEST(Banner, IsPrintedOnceHoweverOftenTheStartIsTried)
+{
+    const TestPanel panel;
+    const HiddenDatabase hidden(panel);
+    Agent agent(WithoutWaiting());
+    ASSERT_TRUE(WaitForFailedTry(agent, 3));
+    EXPECT_EQ(agent.CountInLog(kVersion), 1U);
+    EXPECT_EQ(agent.CountInLog(kRule), 2U);
+    hidden.GiveBack();
+    ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
+    EXPECT_EQ(agent.CountInLog(kVersion), 1U);
+    EXPECT_EQ(agent.CountInLog(kRule), 2U);
+}
+
+TEST(CommandLine, MakesNoDifference)
+{
+    const TestPanel panel;
+    Agent agent(RunByShell("exec \"$0\" --help -x 9001 '' /dev/null"));
+    EXPECT_EQ(agent.Log().at(2), ProgramName(agent) + kVersion);
+    EXPECT_EQ(ManagementClient().Ask("Hello?").rfind(kHelloAnswer, 0), 0U);
+    EXPECT_EQ(agent.End(), 0);
+}
+
+TEST(Output, ComesLineByLineThroughAPipe)
+{
+    const TestPanel panel;
+    const HiddenDatabase hidden(panel);
+    Agent agent(WithoutWaiting());
+    // Nothing fills a buffer here: a line that is not sent on at once would never be seen.
+    EXPECT_TRUE(agent.WaitForLog(kVersion));
+    EXPECT_TRUE(WaitForFailedTry(agent));
+    hidden.GiveBack();
+    EXPECT_TRUE(agent.WaitForLog("PrivatePort=9000"));
+    EXPECT_TRUE(agent.WaitForLog(", Port: 9000"));
+    const ManagementClient client;
+    EXPECT_TRUE(agent.WaitForLog("Client Count: 1"));
+    EXPECT_TRUE(agent.IsRunning());
+}
+
+/// What the agent makes of standard descriptors that are closed or cannot be used.
+struct StandardDescriptors
+{
+    const char *Name;
+    const char *Redirections;
+};
+
+std::ostream &operator<<(std::ostream &stream, const StandardDescriptors &descriptors)
+{
+    return stream << descriptors.Redirections;
+}
+
+class StartedWith : public ::testing::TestWithParam<StandardDescriptors>
+{};
+
+TEST_P(StartedWith, ServesAsEver)
+{
+    const TestPanel panel;
+    Agent agent(WithoutWaiting(RunByShell(std::string("exec \"$0\" ") + GetParam().Redirections)));
+    ManagementClient client = LoggedIn();
+    EXPECT_EQ(client.Ask("GetDoorInfo?DoorNo=1"), "GetDoorInfoResponse?Result=0&DoorNo=1&Name=" +
+                                                      panel::ExpectedDoor(1).Name + "&Status=0");
+    // A log line must not land in a socket or a database that has a standard number.
+    client.SendLine("NoSuchCommand?");
+    EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+    for (const char *number : {"0", "1", "2"}) {
+        const fs::path descriptor =
+            "/proc/" + std::to_string(agent.Pid()) + "/fd/" + std::string(number);
+        const std::string target = fs::read_symlink(descriptor);
+        EXPECT_TRUE(target.rfind("/dev/", 0) == 0 || target.rfind("pipe:", 0) == 0)
+            << number << " is " << target;
+    }
+    EXPECT_EQ(panel.Calls().size(), 1U);
+    EXPECT_EQ(agent.End(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Descriptors, StartedWith,
+                         ::testing::Values(StandardDescriptors{"NoInput", "</dev/null 0<&-"},
+                                           StandardDescriptors{"NoOutput", "</dev/null >&-"},
+                                           StandardDescriptors{"NoErrors", "</dev/null 2>&-"},
+                                           StandardDescriptors{"NoneAtAll", "<&- >&- 2>&-"},
+                                           StandardDescriptors{"OutputThatIsFull",
+                                                               "</dev/null >/dev/full"}),
+                         [](const auto &test) { return test.param.Name; });
+
+struct NamedSignal
+{
+    const char *Name;
+    int Number;
+};
+
+std::ostream &operator<<(std::ostream &stream, const NamedSignal &signal)
+{
+    return stream << signal.Number;
+}
+
+class QuitSignal : public ::testing::TestWithParam<NamedSignal>
+{};
+
+INSTANTIATE_TEST_SUITE_P(Each, QuitSignal,
+                         ::testing::Values(NamedSignal{"SIGINT", SIGINT},
+                                           NamedSignal{"SIGQUIT", SIGQUIT},
+                                           NamedSignal{"SIGTERM", SIGTERM}),
+                         [](const auto &test) { return test.param.Name; });
+
+TEST_P(QuitSignal, EndsTheAgentWhileTheDatabaseIsMissing)
+{
+    const TestPanel panel;
+    const HiddenDatabase hidden(panel);
+    Agent agent(WithoutWaiting());
+    ASSERT_TRUE(WaitForFailedTry(agent));
+    const Stopwatch watch;
+    agent.Signal(GetParam().Number);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_LT(watch.Seconds(), 8);
+    EXPECT_EQ(agent.CountInLog(", Port: 9000"), 0U);
+}
+
+TEST_P(QuitSignal, EndsTheIdleAgent)
+{
+    const TestPanel panel;
+    Agent agent;
+    const Stopwatch watch;
+    agent.Signal(GetParam().Number);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_LT(watch.Seconds(), 6);
+}
+
+TEST_P(QuitSignal, EndsTheAgentWithOpenSessions)
+{
+    const TestPanel panel;
+    Agent agent;
+    ManagementClient silent;
+    ManagementClient halfWay;
+    ManagementClient loggedIn = LoggedIn();
+    halfWay.Send("GetDoor");
+    ASSERT_TRUE(agent.WaitForLog("Client Count: 3"));
+    const Stopwatch watch;
+    agent.Signal(GetParam().Number);
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_LT(watch.Seconds(), 12);
+    for (ManagementClient *client : {&silent, &halfWay, &loggedIn})
+        EXPECT_TRUE(client->IsClosedByPeer());
+    // The end of a session at shutdown is not told in the log.
+    EXPECT_EQ(agent.CountInLog("Client Count: "), 3U);
+}
+
+TEST(QuitSignals, EndManySessionsTogether)
+{
+    const TestPanel panel;
+    Agent agent;
+    const std::vector<ManagementClient> clients(20);
+    ASSERT_TRUE(agent.WaitForLog("Client Count: 20"));
+    const Stopwatch watch;
+    EXPECT_EQ(agent.End(), 0);
+    EXPECT_LT(watch.Seconds(), 15);
+}
+
+TEST(QuitSignals, MayComeAgainWhileTheAgentEnds)
+{
+    const TestPanel panel;
+    Agent agent;
+    const ManagementClient client;
+    ASSERT_TRUE(agent.WaitForLog("Client Count: 1"));
+    EXPECT_TRUE(WaitUntil([&] {
+        for (const int signal : {SIGTERM, SIGINT, SIGQUIT})
+            agent.Signal(signal);
+        return !agent.IsRunning();
+    }));
+    EXPECT_EQ(agent.WaitForExit(), 0);
+}
+
+TEST(QuitSignals, EndTheAgentInTheMiddleOfAListThatNobodyReads)
+{
+    panel::PanelSize size;
+    size.Events = 100000;
+    const TestPanel panel(size);
+    Agent agent;
+    const IdleReader reader;
+    ASSERT_TRUE(reader.WaitUntilFull());
+    const Stopwatch watch;
+    EXPECT_EQ(agent.End(), 0);
+    EXPECT_LT(watch.Seconds(), 12);
+}
+
+TEST(QuitSignals, LetADoorCommandFinish)
+{
+    const TestPanel panel;
+    Agent agent;
+    ManagementClient client = LoggedIn();
+    const std::size_t before = panel.Calls().size();
+    client.SendLine("SetDoorLock?Port=3&Control=0");
+    ASSERT_TRUE(WaitUntil([&] { return panel.Calls().size() > before; }));
+    // The session now pauses for a second.
+    const Stopwatch watch;
+    EXPECT_EQ(agent.End(), 0);
+    EXPECT_LT(watch.Seconds(), 12);
+    EXPECT_EQ(client.ReadLine(), "SetDoorLockResponse?Result=0");
+    const std::vector<panel::Call> calls = panel.Calls(before);
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0], (panel::Call{"door", "3", "locked"}));
+    EXPECT_EQ(calls[1], AuditCall(11213));
+    EXPECT_TRUE(client.IsClosedByPeer());
+}
+
+TEST(QuitSignals, WaitForACommandToolThatTakesLong)
+{
+    const TestPanel panel;
+    Agent agent;
+    ManagementClient client = LoggedIn();
+    ReplaceProgram(panel.Paths().CommandTool, std::string("#!/bin/sh\n") + kWaitForWord);
+    client.SendLine("SetAuxOutput?Port=1&Control=1");
+    ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
+    agent.Signal(SIGTERM);
+    EXPECT_EQ(agent.WaitForExit(seconds(4)), std::nullopt);
+    WriteFile("/nimbra/var/go", "");
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_EQ(client.ReadLine(), "SetAuxOutputResponse?Result=0");
+}
+
+TEST(OtherSignals, DoNothing)
+{
+    const TestPanel panel;
+    Agent agent;
+    ManagementClient client = LoggedIn();
+    const std::vector<std::string> before = agent.Log();
+    const std::uint64_t ignored = SignalMask(agent, "SigIgn");
+    for (const int signal : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2}) {
+        EXPECT_TRUE(HoldsSignal(ignored, signal)) << signal;
+        for (int i = 0; i < 10; ++i)
+            agent.Signal(signal);
+        EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0") << signal;
+    }
+    EXPECT_TRUE(agent.IsRunning());
+    EXPECT_EQ(agent.Log(), before);
+}
+
+TEST(OtherSignals, DoNothingWhileTheDatabaseIsMissing)
+{
+    const TestPanel panel;
+    const HiddenDatabase hidden(panel);
+    Agent agent(WithoutWaiting());
+    ASSERT_TRUE(WaitForFailedTry(agent));
+    const Stopwatch watch;
+    for (const int signal : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2})
+        agent.Signal(signal);
+    ASSERT_TRUE(WaitForFailedTry(agent, 2));
+    // Nor do they cut the pause short; the first try was seen a moment after it was made.
+    EXPECT_GT(watch.Seconds(), 2);
+}
+
+TEST(Children, LeaveNoZombies)
+{
+    const TestPanel panel;
+    Agent agent;
+    ManagementClient client = LoggedIn();
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(client.Ask("SetAuxOutput?Port=1&Control=1"), "SetAuxOutputResponse?Result=0");
+    EXPECT_EQ(panel.Calls().size(), 11U);
+    EXPECT_EQ(Children(agent), "");
+}
+
+TEST(Start, IsTriedAgainWhenAThreadCannotBeHad)
+{
+    const TestPanel panel;
+    const std::string ifconfig = ReadFile(panel.Paths().Ifconfig);
+    ReplaceProgram(panel.Paths().Ifconfig, "#!/bin/sh\n" + std::string(kWaitForWord) +
+                                               ifconfig.substr(ifconfig.find('\n') + 1));
+    Agent agent(WithoutWaiting(AsBoundUser()));
+    ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
+    {
+        // All that the first try still needs besides is under way by now.
+        const SoftLimit limit(agent, "nproc", 1);
+        WriteFile("/nimbra/var/go", "");
+        ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Start", "pthread_create fail"));
+    }
+    ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
+    EXPECT_EQ(ManagementClient().Ask("Hello?").rfind(kHelloAnswer, 0), 0U);
+    // The configuration was loaded again, the banner was not printed again.
+    EXPECT_EQ(agent.CountInLog("CloudEnable=0"), 2U);
+    EXPECT_EQ(agent.CountInLog(kVersion), 1U);
+    EXPECT_EQ(agent.End(), 0);
+}
+
+} // namespace nimbra::test
