@@ -6,81 +6,72 @@
 #include <vector>
 
 namespace nimbra {
-
 namespace {
 
-/// A port that a reply names, and what must come of it.
-struct Step
+/// One reply of the server and what follows from it.
+struct Reply
 {
     std::int32_t LinkPort;
-    std::int32_t StunPort;
     bool IsReported;
+    std::int32_t StunPort;
 };
 
-void PlaySteps(const std::vector<Step> &steps)
+void Follow(const std::vector<Reply> &replies, std::int32_t stunPort = 0)
 {
     PortRule rule;
-    std::int32_t stunPort = 0;
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-        EXPECT_EQ(rule.TakeIn(steps[i].LinkPort, &stunPort), steps[i].IsReported) << "step " << i;
-        EXPECT_EQ(stunPort, steps[i].StunPort) << "step " << i;
+    int number = 0;
+    for (const Reply &reply : replies) {
+        ++number;
+        EXPECT_EQ(rule.TakeIn(reply.LinkPort, &stunPort), reply.IsReported) << number;
+        EXPECT_EQ(stunPort, reply.StunPort) << number;
     }
 }
 
 TEST(PortRule, ReportsAPortThatTwoRepliesAgreeOnOnce)
 {
-    PlaySteps({{4000, 0, false}, {4000, 4000, true}, {4000, 4000, false}, {4000, 4000, false}});
+    Follow({{4000, false, 0}, {4000, true, 4000}, {4000, false, 4000}, {4000, false, 4000}});
 }
 
-TEST(PortRule, WithdrawsAReportedPortAsSoonAsItChanges)
+TEST(PortRule, WithdrawsAPortOnceAsSoonAsItChanges)
 {
-    PlaySteps({{4000, 0, false},
-               {4000, 4000, true},
-               {4001, 0, true},
-               {4002, 0, false},
-               {4002, 4002, true}});
+    Follow({{4000, false, 0},
+            {4000, true, 4000},
+            {4000, false, 4000},
+            {4001, true, 0},
+            {4002, false, 0},
+            {4003, false, 0}});
 }
 
-TEST(PortRule, NeverReportsAPortThatKeepsChanging)
+TEST(PortRule, ReportsAChangedPortWhenItIsStable)
 {
-    PlaySteps({{1, 0, false}, {2, 0, false}, {3, 0, false}, {4, 0, false}, {1, 0, false}});
+    Follow({{4000, false, 0}, {4000, true, 4000}, {4001, true, 0}, {4001, true, 4001}});
 }
 
-TEST(PortRule, TakesZeroAsNoPortAtAll)
+TEST(PortRule, ReportsNothingOfAPortThatNeverStays)
 {
-    PlaySteps({{0, 0, false}, {0, 0, false}, {4000, 0, false}, {4000, 4000, true}});
+    Follow({{4000, false, 0}, {4001, false, 0}, {4000, false, 0}, {4001, false, 0}});
 }
 
-TEST(PortRule, WithdrawsAPortWhenAReplyNamesNone)
+TEST(PortRule, TakesAReplyWithoutAPortAsAChange)
 {
-    PlaySteps({{4000, 0, false}, {4000, 4000, true}, {0, 0, true}, {0, 0, false}});
+    Follow({{4000, false, 0}, {4000, true, 4000}, {0, true, 0}, {0, false, 0}});
 }
 
-TEST(PortRule, KeepsThePortAfterAReplyWithoutOneAsIfNoneHadComeBefore)
+TEST(PortRule, KeepsThePortAfterAReplyWithoutOne)
 {
-    PlaySteps(
-        {{4000, 0, false}, {4000, 4000, true}, {0, 0, true}, {4000, 0, false}, {4000, 4000, true}});
+    // A previous port of 0 counts as none, so what is to be reported stays as it is.
+    Follow({{0, false, 0},
+            {4000, false, 0},
+            {4000, true, 4000},
+            {0, true, 0},
+            {4000, false, 0},
+            {4000, true, 4000}});
 }
 
-TEST(PortRule, ReportsAPortAgainAfterItWasWithdrawn)
+TEST(PortRule, ReportsAPortThatWasKnownBeforeTheFirstReply)
 {
-    PlaySteps({{4000, 0, false},
-               {4000, 4000, true},
-               {4001, 0, true},
-               {4000, 0, false},
-               {4000, 4000, true}});
-}
-
-TEST(PortRule, ReportsAChangeOfTheStunPortMadeElsewhere)
-{
-    PortRule rule;
-    std::int32_t stunPort = 4000;
-    // The first reply leaves the port as it is, and what differs from the last report is due.
-    EXPECT_TRUE(rule.TakeIn(4000, &stunPort));
-    EXPECT_EQ(stunPort, 4000);
-    EXPECT_FALSE(rule.TakeIn(4000, &stunPort));
+    Follow({{4000, true, 5000}, {4000, true, 4000}}, 5000);
 }
 
 } // namespace
-
 } // namespace nimbra

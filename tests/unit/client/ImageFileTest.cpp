@@ -1,0 +1,244 @@
+#include "client/ImageFile.h"
+
+#include "base/PanelConstants.h"
+#include "support/Files.h"
+#include "support/Waiting.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nimbra {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Names = std::set<std::string>;
+
+/// The panel's image directory, empty at first; the tests run in a sandbox that has one to give.
+class ImageFile : public ::testing::Test
+{
+protected:
+    ImageFile() { fs::create_directories(kDirectory); }
+    ~ImageFile() override { fs::remove_all(kDirectory.parent_path()); }
+
+    static std::string PathOf(const std::string &name) { return kDirectory / name; }
+
+    static void Put(const std::string &name, const std::string &content)
+    {
+        fs::create_directories(fs::path(PathOf(name)).parent_path());
+        test::WriteFile(PathOf(name), content);
+        ASSERT_TRUE(fs::exists(PathOf(name)));
+    }
+
+    /// What is read of an image; "(none)" when it cannot be.
+    static std::string Read(const std::string &name)
+    {
+        std::vector<char> bytes;
+        return ReadImageFile(name, &bytes) ? std::string(bytes.begin(), bytes.end()) : "(none)";
+    }
+
+    static bool Write(const std::string &name, const std::string &content)
+    {
+        return WriteImageFile(name, {content.begin(), content.end()});
+    }
+
+    /// Everything that the directory holds.
+    static Names Content()
+    {
+        Names names;
+        for (const auto &entry : fs::directory_iterator(kDirectory))
+            names.insert(entry.path().filename());
+        return names;
+    }
+
+    static inline const fs::path kDirectory = kImageDirectory;
+};
+
+TEST_F(ImageFile, IsReadWhole)
+{
+    const std::string content = std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+    Put("anna.png", content);
+    EXPECT_EQ(Read("anna.png"), content);
+}
+
+TEST_F(ImageFile, IsReadWhateverItsSize)
+{
+    const std::string large(3000001, 'x');
+    Put("large.jpg", large);
+    Put("empty.jpg", "");
+    EXPECT_TRUE(Read("large.jpg") == large);
+    EXPECT_EQ(Read("empty.jpg"), "");
+}
+
+TEST_F(ImageFile, ReplacesWhatTheBufferHeld)
+{
+    Put("anna.png", "new");
+    std::vector<char> bytes(1000, 'o');
+    ASSERT_TRUE(ReadImageFile("anna.png", &bytes));
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "new");
+}
+
+TEST_F(ImageFile, CannotBeReadWhenItIsMissing)
+{
+    EXPECT_EQ(Read("nobody.png"), "(none)");
+    EXPECT_EQ(Read(std::string(256, 'x')), "(none)");
+    EXPECT_EQ(Read(std::string(1024, 'x')), "(none)");
+}
+
+TEST_F(ImageFile, CannotBeReadWhenItIsADirectory)
+{
+    fs::create_directory(PathOf("folder.jpg"));
+    EXPECT_EQ(Read("folder.jpg"), "(none)");
+}
+
+TEST_F(ImageFile, NeverHoldsAReaderThatFindsAPipe)
+{
+    ASSERT_EQ(mkfifo(PathOf("pipe.jpg").c_str(), 0600), 0);
+    const test::Stopwatch watch;
+    EXPECT_EQ(Read("pipe.jpg"), "(none)");
+    EXPECT_LT(watch.Seconds(), 10.0);
+}
+
+TEST_F(ImageFile, CannotBeReadByANameWithPathParts)
+{
+    Put("anna.png", "anna");
+    Put("folder/inside.png", "inside");
+    Put("../outside.png", "outside");
+    ASSERT_EQ(Read("anna.png"), "anna");
+    for (const char *name : {"../outside.png", "folder/inside.png", "./anna.png", "/anna.png",
+                             "//anna.png", "folder/../anna.png", "folder/../../outside.png",
+                             "../user_img/anna.png", "anna.png/", "/", "./", "../", "", ".", ".."})
+        EXPECT_EQ(Read(name), "(none)") << name;
+}
+
+TEST_F(ImageFile, MayHaveAnyOtherName)
+{
+    for (const std::string name :
+         {"...", "..anna.png", "anna..png", ".hidden", "a b.png", "-n", "O'Brien.jpg", "$(id).jpg",
+          "a\\b.png", "line\nfeed.png", "\xc3\xa9\xff.png", "%s%n.jpg", "*.jpg"}) {
+        EXPECT_TRUE(Write(name, "picture of " + name));
+        EXPECT_EQ(Read(name), "picture of " + name);
+        EXPECT_EQ(test::ReadFile(PathOf(name)), "picture of " + name);
+    }
+}
+
+TEST_F(ImageFile, MayHaveANameAsLongAsTheFileSystemAllows)
+{
+    EXPECT_TRUE(Write(std::string(255, 'x'), "long"));
+    EXPECT_EQ(Read(std::string(255, 'x')), "long");
+    EXPECT_FALSE(Write(std::string(256, 'x'), "longer"));
+    EXPECT_FALSE(Write(std::string(1024, 'x'), "longer"));
+    EXPECT_EQ(Content(), Names{std::string(255, 'x')});
+}
+
+TEST_F(ImageFile, IsWrittenWhole)
+{
+    const std::string content = std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
+    EXPECT_TRUE(Write("anna.png", content));
+    EXPECT_EQ(test::ReadFile(PathOf("anna.png")), content);
+    EXPECT_TRUE(Write("empty.jpg", ""));
+    EXPECT_EQ(fs::file_size(PathOf("empty.jpg")), 0U);
+    const std::string large(3000001, 'x');
+    EXPECT_TRUE(Write("large.jpg", large));
+    EXPECT_TRUE(test::ReadFile(PathOf("large.jpg")) == large);
+    EXPECT_EQ(Content(), (Names{"anna.png", "empty.jpg", "large.jpg"}));
+}
+
+TEST_F(ImageFile, IsReplacedByAnotherOfItsName)
+{
+    EXPECT_TRUE(Write("anna.png", "the old and longer picture"));
+    EXPECT_TRUE(Write("anna.png", "the new one"));
+    EXPECT_EQ(Read("anna.png"), "the new one");
+    EXPECT_EQ(Content(), Names{"anna.png"});
+}
+
+TEST_F(ImageFile, MayBeReadByOtherProgramsWhateverTheMask)
+{
+    const mode_t before = umask(077);
+    EXPECT_TRUE(Write("anna.png", "x"));
+    umask(before);
+    struct stat status = {};
+    ASSERT_EQ(stat(PathOf("anna.png").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+TEST_F(ImageFile, CannotBeWrittenByANameWithPathParts)
+{
+    fs::create_directory(PathOf("folder"));
+    Put("../outside.png", "outside");
+    for (const char *name :
+         {"../outside.png", "../new.png", "folder/new.png", "./new.png", "/new.png", "new.png/",
+          "folder/", "folder/../new.png", "/", "", ".", ".."})
+        EXPECT_FALSE(Write(name, "evil")) << name;
+    EXPECT_EQ(Content(), Names{"folder"});
+    EXPECT_TRUE(fs::is_empty(PathOf("folder")));
+    EXPECT_FALSE(fs::exists(PathOf("../new.png")));
+    EXPECT_EQ(test::ReadFile(PathOf("../outside.png")), "outside");
+}
+
+TEST_F(ImageFile, CannotBeWrittenOverADirectory)
+{
+    fs::create_directory(PathOf("folder.jpg"));
+    EXPECT_FALSE(Write("folder.jpg", "x"));
+    EXPECT_EQ(Content(), Names{"folder.jpg"});
+}
+
+TEST_F(ImageFile, CannotBeWrittenWithoutItsDirectory)
+{
+    fs::remove_all(kDirectory);
+    EXPECT_FALSE(Write("anna.png", "x"));
+    EXPECT_FALSE(fs::exists(kDirectory));
+}
+
+TEST_F(ImageFile, StaysAsItWasWhenTheNewOneDoesNotFit)
+{
+    EXPECT_TRUE(Write("anna.png", "old"));
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    rlimit small = before;
+    small.rlim_cur = 100000;
+    setrlimit(RLIMIT_FSIZE, &small);
+    const bool isWritten = Write("anna.png", std::string(200000, 'x'));
+    const bool isNewWritten = Write("new.png", std::string(200000, 'x'));
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_FALSE(isWritten);
+    EXPECT_FALSE(isNewWritten);
+    EXPECT_EQ(Read("anna.png"), "old");
+    EXPECT_EQ(Content(), Names{"anna.png"});
+}
+
+TEST_F(ImageFile, IsTheOldOneOrTheNewOneAtAnyMoment)
+{
+    const std::string first(200000, '1');
+    const std::string second(70000, '2');
+    ASSERT_TRUE(Write("anna.png", first));
+    std::atomic<bool> isDone = false;
+    std::thread writer([&] {
+        for (int i = 0; i < 100; ++i)
+            EXPECT_TRUE(Write("anna.png", i % 2 == 0 ? second : first));
+        isDone = true;
+    });
+    int reads = 0;
+    while (!isDone) {
+        const std::string content = Read("anna.png");
+        EXPECT_TRUE(content == first || content == second) << content.size();
+        ++reads;
+    }
+    writer.join();
+    EXPECT_GT(reads, 0);
+}
+
+} // namespace
+} // namespace nimbra
