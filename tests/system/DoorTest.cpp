@@ -1,0 +1,417 @@
+#include "support/AgentTest.h"
+#include "support/CommandTest.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+/// Doors of all kinds: relays on, off, of another value, NULL or missing; both senses of the
+/// contact; disabled ones. Relays of the auxiliary outputs of the same numbers say the opposite.
+constexpr char kDoors[] = R"(
+DELETE FROM Door;
+DELETE FROM RelayStatus;
+INSERT INTO Door (No, Name, Disable, DoorContactState) VALUES
+    (1, 'Front door', 0, 0), (2, 'Back door', 0, 0),
+    (3, 'Inverted front', 0, 1), (4, 'Inverted back', 0, 1), (5, 'Sense two', 0, 2),
+    (6, 'Odd relay', 0, 0), (7, 'Inverted odd relay', 0, 1),
+    (8, 'No relay', 0, 0), (9, 'Inverted no relay', 0, 1),
+    (10, NULL, 0, NULL), (11, 'Inverted null', 0, 1),
+    (12, 'Disabled door', 1, 0), (13, 'Disabled front', 2, 1);
+INSERT INTO RelayStatus (Type, No, RelayOn) VALUES
+    (3, 1, 1), (3, 2, 0), (3, 3, 1), (3, 4, 0), (3, 5, 0), (3, 6, 2), (3, 7, 2),
+    (3, 10, NULL), (3, 11, NULL), (3, 12, 1), (3, 13, 0), (3, 40, 1),
+    (2, 1, 0), (2, 2, 1), (2, 3, 0), (2, 4, 1), (2, 8, 1), (1, 8, 1);
+)";
+
+struct DoorState
+{
+    int No;
+    std::string Name;
+    int Status;
+};
+
+/// What is to be seen of the enabled ones of kDoors.
+const std::vector<DoorState> kEnabled = {{1, "Front door", 1},         {2, "Back door", 0},
+                                         {3, "Inverted front", 0},     {4, "Inverted back", 1},
+                                         {5, "Sense two", 1},          {6, "Odd relay", 0},
+                                         {7, "Inverted odd relay", 1}, {8, "No relay", 0},
+                                         {9, "Inverted no relay", 0},  {10, "", 0},
+                                         {11, "Inverted null", 1}};
+
+std::string LineOf(const DoorState &door)
+{
+    return "DoorNo=" + std::to_string(door.No) + "&Name=" + door.Name +
+           "&Status=" + std::to_string(door.Status);
+}
+
+class Door : public CommandTest
+{
+protected:
+    Door() { panel_.Run(kDoors); }
+
+    /// What the list command is to answer for the enabled doors of a condition, one page of them.
+    std::vector<std::string> Listed(const std::string &condition, int offset = 0, int limit = -1)
+    {
+        const std::string from = " FROM Door WHERE Disable=0 AND (" + condition + ")";
+        const std::vector<std::string> rows = Lines(
+            "SELECT printf('DoorNo=%d&Name=%s&Status=%d', No, IFNULL(Name, ''), IFNULL((SELECT "
+            "(IFNULL(RelayOn, 0) = 1) <> (IFNULL(DoorContactState, 0) <> 0) FROM RelayStatus R "
+            "WHERE Type=3 AND R.No=Door.No), 0))" +
+            from + " ORDER BY No LIMIT " + std::to_string(limit) + " OFFSET " +
+            std::to_string(offset));
+        return ListAnswer("GetDoorInfoEx", std::stoul(panel_.Value("SELECT COUNT(*)" + from)),
+                          offset, rows);
+    }
+
+    /// Replaces all doors by so many that have no relay.
+    void MakeDoors(int count)
+    {
+        panel_.Run("DELETE FROM Door; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
+                   "FROM N WHERE No < " +
+                   std::to_string(count) +
+                   ") INSERT INTO Door (No, Name, Disable) SELECT No, 'Gate ' || No, 0 FROM N");
+    }
+};
+
+class DoorSessions : public AgentTest
+{};
+
+} // namespace
+
+TEST_F(Door, GetDoorInfoTellsNumberNameAndLockState)
+{
+    for (const DoorState &door : kEnabled)
+        EXPECT_EQ(Ask("GetDoorInfo?DoorNo=" + std::to_string(door.No)),
+                  "GetDoorInfoResponse?Result=0&" + LineOf(door));
+}
+
+TEST_F(Door, GetDoorInfoReadsItsKey)
+{
+    ExpectReadsKeys("GetDoorInfo?DoorNo=4");
+}
+
+TEST_F(Door, GetDoorInfoWithoutAKeyAsksForDoorZero)
+{
+    ExpectFails("GetDoorInfo?");
+    panel_.Run("INSERT INTO Door (No, Name) VALUES (0, 'Zero')");
+    EXPECT_EQ(Ask("GetDoorInfo?"), "GetDoorInfoResponse?Result=0&DoorNo=0&Name=Zero&Status=0");
+}
+
+TEST_F(Door, GetDoorInfoFailsForAnUnknownDoor)
+{
+    ExpectFails("GetDoorInfo?DoorNo=99");
+    ExpectFails("GetDoorInfo?DoorNo=-1");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(Door, DisabledDoorsAreHidden)
+{
+    ExpectFails("GetDoorInfo?DoorNo=12");
+    ExpectFails("GetDoorInfo?DoorNo=13");
+    ExpectFails("GetDoorInfoEx?DoorNo=12");
+    ExpectFails("GetDoorInfoEx?Name=Disabled");
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=door"),
+              ListAnswer("GetDoorInfoEx", 2, 0, {LineOf(kEnabled[0]), LineOf(kEnabled[1])}));
+}
+
+TEST_F(Door, ADisabledDoorStillTellsItsLockState)
+{
+    EXPECT_EQ(Ask("GetDoorLock?Port=12"), "GetDoorLockResponse?Result=0&Status=1");
+    EXPECT_EQ(Ask("GetDoorLock?Port=13"), "GetDoorLockResponse?Result=0&Status=1");
+}
+
+TEST_F(Door, NamesAreCutAt32Bytes)
+{
+    const std::string name = "0123456789abcdefghijklmnopqrstuv";
+    panel_.Run("UPDATE Door SET Name='" + name + "wxyz' WHERE No=1");
+    const std::string line = "DoorNo=1&Name=" + name + "&Status=1";
+    EXPECT_EQ(Ask("GetDoorInfo?DoorNo=1"), "GetDoorInfoResponse?Result=0&" + line);
+    EXPECT_EQ(AskList("GetDoorInfoEx?DoorNo=1"), ListAnswer("GetDoorInfoEx", 1, 0, {line}));
+}
+
+TEST_F(Door, TheNameFilterIsCutAt32Bytes)
+{
+    const std::string name = "0123456789abcdefghijklmnopqrstuv";
+    panel_.Run("UPDATE Door SET Name='" + name + "' WHERE No=1");
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=" + name + "wxyz"),
+              ListAnswer("GetDoorInfoEx", 1, 0, {"DoorNo=1&Name=" + name + "&Status=1"}));
+}
+
+TEST_F(Door, GetDoorInfoExWithoutKeysListsEveryEnabledDoor)
+{
+    std::vector<std::string> rows;
+    for (const DoorState &door : kEnabled)
+        rows.push_back(LineOf(door));
+    EXPECT_EQ(AskList("GetDoorInfoEx?"), ListAnswer("GetDoorInfoEx", rows.size(), 0, rows));
+    EXPECT_EQ(AskList("GetDoorInfoEx?"), Listed("1"));
+}
+
+TEST_F(Door, GetDoorInfoExReadsItsKeys)
+{
+    ExpectReadsKeys("GetDoorInfoEx?DoorNo=4&Name=back&Offset=0&Limit=5");
+}
+
+TEST_F(Door, FiltersApplyAloneAndTogetherAndTheTotalCountsWithThem)
+{
+    struct Filter
+    {
+        const char *Keys;
+        const char *Condition;
+        std::size_t Rows;
+    };
+    constexpr Filter kFilters[] = {
+        {"DoorNo=4", "No=4", 1},
+        {"DoorNo=99", "No=99", 0},
+        {"DoorNo=0", "1", 11},
+        {"Name=front", "instr(lower(Name), 'front')", 2},
+        {"Name=INVERTED", "instr(lower(Name), 'inverted')", 5},
+        {"Name=nowhere", "instr(lower(Name), 'nowhere')", 0},
+        {"DoorNo=3&Name=front", "No=3 AND instr(lower(Name), 'front')", 1},
+        {"Name=front&DoorNo=2", "No=2 AND instr(lower(Name), 'front')", 0},
+    };
+    for (const Filter &filter : kFilters) {
+        SCOPED_TRACE(filter.Keys);
+        const std::vector<std::string> answer =
+            AskList(std::string("GetDoorInfoEx?") + filter.Keys);
+        EXPECT_EQ(answer, Listed(filter.Condition));
+        EXPECT_EQ(answer.size(), filter.Rows + 1);
+    }
+}
+
+TEST_F(Door, TheTotalCountsWithTheFilterBeyondThePage)
+{
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=inverted&Limit=2&Offset=1"),
+              ListAnswer("GetDoorInfoEx", 5, 1, {LineOf(kEnabled[3]), LineOf(kEnabled[6])}));
+}
+
+TEST_F(Door, WildcardsInTheNameFilterWorkAsInSql)
+{
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=F_ont"), Listed("No IN (1, 3)"));
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=in%rel"), Listed("No IN (7, 9)"));
+}
+
+TEST_F(Door, AQuoteInTheNameFilterBreaksTheQueryAndADoubledOneIsAQuote)
+{
+    panel_.Run("UPDATE Door SET Name='O''Neil''s gate' WHERE No=2");
+    ExpectFails("GetDoorInfoEx?Name=O'Neil");
+    ExpectFails("GetDoorInfoEx?Name='");
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=O''Neil''s"),
+              ListAnswer("GetDoorInfoEx", 1, 0, {"DoorNo=2&Name=O'Neil's gate&Status=0"}));
+}
+
+TEST_F(Door, ThereIsNoDefaultPageSizeForDoors)
+{
+    MakeDoors(120);
+    const std::vector<std::string> answer = AskList("GetDoorInfoEx?");
+    EXPECT_EQ(answer.size(), 121U);
+    EXPECT_EQ(answer, Listed("1"));
+    EXPECT_EQ(AskList("GetDoorInfoEx?Limit=0&Offset=0"), answer);
+}
+
+TEST_F(Door, PagesAreCutByOffsetAndLimit)
+{
+    MakeDoors(12);
+    struct Page
+    {
+        int Offset;
+        int Limit;
+    };
+    for (const Page page : {Page{0, 5}, {5, 5}, {10, 5}, {11, 1}, {0, 12}, {0, 100}, {3, 100}})
+        EXPECT_EQ(AskList("GetDoorInfoEx?Offset=" + std::to_string(page.Offset) +
+                          "&Limit=" + std::to_string(page.Limit)),
+                  Listed("1", page.Offset, page.Limit));
+    ExpectFails("GetDoorInfoEx?Offset=12&Limit=5");
+}
+
+TEST_F(Door, AnOffsetWithoutALimitFails)
+{
+    ExpectFails("GetDoorInfoEx?Offset=1");
+    ExpectFails("GetDoorInfoEx?Offset=1&Limit=0");
+    ExpectFails("GetDoorInfoEx?Offset=-1");
+}
+
+TEST_F(Door, GetDoorLockTellsTheStateThatTheRelayAndTheContactMake)
+{
+    struct Lock
+    {
+        int Port;
+        int Status;
+    };
+    for (const Lock lock : {Lock{1, 1}, {2, 0}, {6, 0}, {10, 0}, {40, 1}})
+        EXPECT_EQ(Ask("GetDoorLock?Port=" + std::to_string(lock.Port)),
+                  "GetDoorLockResponse?Result=0&Status=" + std::to_string(lock.Status));
+}
+
+TEST_F(Door, AContactStateInvertsTheLockState)
+{
+    struct Lock
+    {
+        int Port;
+        int Status;
+    };
+    for (const Lock lock : {Lock{3, 0}, {4, 1}, {5, 1}, {7, 1}, {11, 1}})
+        EXPECT_EQ(Ask("GetDoorLock?Port=" + std::to_string(lock.Port)),
+                  "GetDoorLockResponse?Result=0&Status=" + std::to_string(lock.Status));
+}
+
+TEST_F(Door, GetDoorLockFailsWithoutARelay)
+{
+    ExpectFails("GetDoorLock?Port=8");
+    ExpectFails("GetDoorLock?Port=9");
+    ExpectFails("GetDoorLock?Port=99");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(Door, GetDoorLockReadsItsKeyAndAsksForPortZeroWithoutIt)
+{
+    ExpectReadsKeys("GetDoorLock?Port=4");
+    ExpectFails("GetDoorLock?");
+    panel_.Run("INSERT INTO RelayStatus VALUES (3, 0, 1)");
+    EXPECT_EQ(Ask("GetDoorLock?"), "GetDoorLockResponse?Result=0&Status=1");
+}
+
+TEST_F(Door, GetDoorLockDoesNotKnowTheKeyDoorNo)
+{
+    EXPECT_EQ(Ask("XYZGetDoorLock?DoorNo=1"), "GetDoorLockResponse?Result=1");
+    EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "GetDoorLock", "GetDoorLock fail"));
+    EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "GetDoorLock", "Invalid Token: DoorNo"), 1U);
+}
+
+TEST_F(Door, SetDoorLockRunsTheCommandToolThenPausesASecondAndThenAudits)
+{
+    struct Control
+    {
+        std::string Keys;
+        panel::Call Command;
+        int EventCode;
+    };
+    const std::vector<Control> controls = {
+        {"Port=3&Control=0", {"door", "3", "locked"}, 11213},
+        {"Port=3&Control=1", {"door", "3", "unlocked"}, 11212},
+        {"PORT=3&cONTROL=2", {"door", "3", "m_unlock"}, 11212},
+        {"Control=1&Port=1&Unknown=1", {"door", "1", "unlocked"}, 11212},
+        {"Port=-5", {"door", "-5", "locked"}, 11213},
+        {"", {"door", "0", "locked"}, 11213}};
+    for (const Control &control : controls) {
+        SCOPED_TRACE(control.Keys);
+        const std::size_t calls = panel_.Calls().size();
+        const Stopwatch watch;
+        EXPECT_EQ(Ask("SetDoorLock?" + control.Keys), "SetDoorLockResponse?Result=0");
+        EXPECT_GE(watch.Seconds(), 1.0);
+        EXPECT_EQ(panel_.Calls(calls),
+                  std::vector<panel::Call>({control.Command, AuditCall(control.EventCode)}));
+    }
+    EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "SetDoorLock", "Invalid Token: Unknown"),
+              1U);
+    EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+}
+
+TEST_F(Door, TheAuditEntryOfALockFollowsThePause)
+{
+    const Stopwatch watch;
+    client_->SendLine("SetDoorLock?Port=1&Control=1");
+    ASSERT_TRUE(WaitUntil([&] { return panel_.Calls().size() == 3; }));
+    EXPECT_GE(watch.Seconds(), 1.0);
+    EXPECT_EQ(client_->ReadLine(), "SetDoorLockResponse?Result=0");
+}
+
+TEST_F(Door, AnUnknownControlRunsNoDoorCommandButPausesAndSucceeds)
+{
+    for (const char *control : {"3", "-1", "2147483647", "-2147483648"}) {
+        const std::size_t calls = panel_.Calls().size();
+        const Stopwatch watch;
+        EXPECT_EQ(Ask(std::string("SetDoorLock?Port=1&Control=") + control),
+                  "SetDoorLockResponse?Result=0");
+        EXPECT_GE(watch.Seconds(), 1.0);
+        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(11212)}));
+    }
+}
+
+TEST_F(Door, AnUnlockedDoorReportsItself)
+{
+    EXPECT_EQ(Ask("SetDoorLock?Port=2&Control=1"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(Ask("GetDoorLock?Port=2"), "GetDoorLockResponse?Result=0&Status=1");
+    EXPECT_EQ(Ask("SetDoorLock?Port=3&Control=2"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(Ask("GetDoorInfo?DoorNo=3"),
+              "GetDoorInfoResponse?Result=0&DoorNo=3&Name=Inverted front&Status=1");
+    EXPECT_EQ(Ask("SetDoorLock?Port=2&Control=0"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(Ask("GetDoorLock?Port=2"), "GetDoorLockResponse?Result=0&Status=0");
+}
+
+TEST_F(Door, ACommandToolThatFailsOrIsMissingDoesNotMatter)
+{
+    // The panel knows no door 99 and its tool says so.
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(Ask("SetDoorLock?Port=99&Control=1"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(calls),
+              std::vector<panel::Call>({{"door", "99", "unlocked"}, AuditCall(11212)}));
+    std::filesystem::remove(panel_.Paths().CommandTool);
+    EXPECT_EQ(Ask("SetDoorLock?Port=1&Control=0"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(calls).size(), 2U);
+}
+
+TEST_F(Door, SetDoorLockNeedsNoDatabase)
+{
+    std::filesystem::rename(panel_.Paths().Databases, "/tmp/DatabasesAway");
+    EXPECT_EQ(Ask("SetDoorLock?Port=1&Control=1"), "SetDoorLockResponse?Result=0");
+    EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
+}
+
+TEST_F(DoorSessions, ThePauseHoldsUpNoOtherSession)
+{
+    std::vector<ManagementClient *> clients;
+    for (int i = 0; i < 12; ++i)
+        clients.push_back(&Connect());
+    for (ManagementClient *client : clients)
+        EXPECT_EQ(client->Login(panel::kController.Id, panel::kController.Password),
+                  "LoginResponse?Result=0");
+    const Stopwatch watch;
+    for (const ManagementClient *client : clients)
+        client->SendLine("SetDoorLock?Port=1&Control=7");
+    for (ManagementClient *client : clients)
+        EXPECT_EQ(client->ReadLine(), "SetDoorLockResponse?Result=0");
+    // One after the other they would take 12 seconds.
+    EXPECT_LT(watch.Seconds(), 10.0);
+}
+
+TEST_F(Door, EachCommandNeedsItsRight)
+{
+    ExpectNeedsRight("GetDoorInfo?DoorNo=1", 41, 0);
+    ExpectNeedsRight("GetDoorInfoEx?DoorNo=1", 41, 0);
+    ExpectNeedsRight("GetDoorLock?Port=1", 1, 24);
+    ExpectNeedsRight("SetDoorLock?Port=1", 1, 24);
+}
+
+TEST_F(Door, QueriesFailWhileTheDatabaseCannotBeOpened)
+{
+    ExpectNeedsDatabase("GetDoorInfo?DoorNo=1");
+    ExpectNeedsDatabase("GetDoorInfoEx?");
+    ExpectNeedsDatabase("GetDoorLock?Port=1");
+    EXPECT_EQ(Ask("GetDoorLock?Port=1"), "GetDoorLockResponse?Result=0&Status=1");
+}
+
+TEST_F(Door, WithoutTheDoorTableTheContactStateCountsAsZero)
+{
+    panel_.Run("DROP TABLE Door");
+    ExpectFails("GetDoorInfo?DoorNo=1");
+    ExpectFails("GetDoorInfoEx?");
+    EXPECT_EQ(Ask("GetDoorLock?Port=3"), "GetDoorLockResponse?Result=0&Status=1");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(Door, WithoutTheRelayTableDoorsAreListedAsLocked)
+{
+    panel_.Run("DROP TABLE RelayStatus");
+    EXPECT_EQ(Ask("GetDoorInfo?DoorNo=1"),
+              "GetDoorInfoResponse?Result=0&DoorNo=1&Name=Front door&Status=0");
+    EXPECT_EQ(AskList("GetDoorInfoEx?DoorNo=4"),
+              ListAnswer("GetDoorInfoEx", 1, 0, {"DoorNo=4&Name=Inverted back&Status=0"}));
+    ExpectFails("GetDoorLock?Port=1");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+} // namespace nimbra::test
