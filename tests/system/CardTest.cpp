@@ -1,0 +1,550 @@
+#include "support/CommandTest.h"
+
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+/// Cards with and without values; the number of one is the record number of another.
+constexpr char kCards[] = R"(
+DELETE FROM CardFormat;
+DELETE FROM Card;
+DELETE FROM CardAccessLevel;
+INSERT INTO CardFormat (No, Name, IsDefault) VALUES
+    (1, '26 bit', 1), (2, 'Corporate', 0), (3, NULL, NULL);
+INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, CardStatus, CardType,
+        NeverExpire, ActDate, ExpDate, SelectType) VALUES
+    (1, 7, 3, 1, '11', 21, 22, 23, 24, 1767225600, 1798761599, 2),
+    (2, 8, 3, 3, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL),
+    (1, 11, 4, 2, '7', -1, 0, -2, 0, -86400, 2147483647, 1),
+    (1, 12, 3, 9, '120', 0, 0, 0, 0, 0, 0, 1),
+    (1, 15, 4, NULL, '150', 0, 0, 0, 0, 0, 0, 1);
+INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES (1, 7, 1), (2, 11, 1), (3, 7, 2);
+)";
+
+const std::string kSeven =
+    "CardNo=7&UserNo=3&FormatNo=1&FormatName=26 bit&CardNumber=11&KeyNumber=21&CardStatus=22"
+    "&CardType=23&NeverExpire=24&ActDate=2026-01-01&ExpDate=2026-12-31";
+const std::string kEight = "CardNo=8&UserNo=3&FormatNo=3&FormatName=&CardNumber=&KeyNumber=0"
+                           "&CardStatus=0&CardType=0&NeverExpire=0&ActDate=1970-01-01"
+                           "&ExpDate=1970-01-01";
+const std::string kEleven =
+    "CardNo=11&UserNo=4&FormatNo=2&FormatName=Corporate&CardNumber=7&KeyNumber=-1&CardStatus=0"
+    "&CardType=-2&NeverExpire=0&ActDate=1969-12-31&ExpDate=2038-01-19";
+
+class Card : public CommandTest
+{
+protected:
+    explicit Card(const std::string &timeZone = "UTC0") : CommandTest({}, timeZone)
+    {
+        panel_.Run(kCards);
+    }
+
+    /// The answer to a list request for the cards of a condition, one page of them.
+    std::vector<std::string> Listed(const std::string &condition, int offset = 0, int limit = 25)
+    {
+        const std::string from = " FROM Card WHERE CardFormatNo IN (SELECT No FROM CardFormat) "
+                                 "AND (" +
+                                 condition + ")";
+        const std::vector<std::string> rows =
+            Lines("SELECT printf('CardNo=%d&UserNo=%d&FormatNo=%d&FormatName=%s&CardNumber=%s"
+                  "&KeyNumber=%d&CardStatus=%d&CardType=%d&NeverExpire=%d&ActDate=%s&ExpDate=%s', "
+                  "No, UserNo, CardFormatNo, (SELECT Name FROM CardFormat F WHERE "
+                  "F.No=CardFormatNo), CardNo, KeyNumber, CardStatus, CardType, NeverExpire, "
+                  "date(IFNULL(ActDate, 0), 'unixepoch'), date(IFNULL(ExpDate, 0), 'unixepoch'))" +
+                  from + " ORDER BY No LIMIT " + std::to_string(limit) + " OFFSET " +
+                  std::to_string(offset));
+        return ListAnswer("GetCardInfoEx", std::stoul(panel_.Value("SELECT COUNT(*)" + from)),
+                          offset, rows);
+    }
+
+    /// Replaces all cards by so many, of users 1 to 4 in turn.
+    void MakeCards(int count)
+    {
+        panel_.Run("DELETE FROM Card; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
+                   "FROM N WHERE No < " +
+                   std::to_string(count) +
+                   ") INSERT INTO Card (No, UserNo, CardFormatNo, CardNo, ActDate) SELECT No, 1 + "
+                   "No % 4, 1 + No % 3, No * 10, No * 100000 FROM N");
+    }
+
+    /// What is stored of a card, its values separated by bars.
+    std::string Stored(int no)
+    {
+        return panel_.Value(
+            "SELECT Site || '|' || UserNo || '|' || CardFormatNo || '|' || quote(CardNo) || '|' || "
+            "KeyNumber || '|' || CardStatus || '|' || CardType || '|' || NeverExpire || '|' || "
+            "ActDate || '|' || ExpDate || '|' || SelectType FROM Card WHERE No=" +
+            std::to_string(no));
+    }
+
+    /// Shows that a change is turned down as a duplicate.
+    void ExpectTaken(const std::string &request)
+    {
+        const std::size_t messages = agent_.CountMessages("DataManager.cpp", CommandOf(request),
+                                                          "CardFormatNo+CardNo exist");
+        ExpectFails(request);
+        EXPECT_EQ(agent_.CountMessages("DataManager.cpp", CommandOf(request),
+                                       "CardFormatNo+CardNo exist"),
+                  messages + 1);
+        EXPECT_EQ(agent_.CountInLog("sqlite3_exec fail"), 0U);
+    }
+
+    /// Puts a view in the place of the table, which takes changes of card 7 and new cards, but
+    /// fails every other query: its index serves only card 7.
+    void BreakQueries()
+    {
+        panel_.Run(R"(
+            DROP INDEX CardUser;
+            DROP INDEX CardNumber;
+            ALTER TABLE Card RENAME TO AllCards;
+            CREATE INDEX OnlySeven ON AllCards (No) WHERE No=7;
+            CREATE VIEW Card AS SELECT * FROM AllCards INDEXED BY OnlySeven;
+            CREATE TRIGGER AddCard INSTEAD OF INSERT ON Card BEGIN
+                INSERT INTO AllCards (No, UserNo, CardFormatNo, CardNo)
+                    VALUES (NEW.No, NEW.UserNo, NEW.CardFormatNo, NEW.CardNo);
+            END;
+            CREATE TRIGGER SetCard INSTEAD OF UPDATE ON Card BEGIN
+                UPDATE AllCards SET CardNo=NEW.CardNo WHERE No=NEW.No;
+            END;
+        )");
+    }
+};
+
+/// A panel nine hours ahead of UTC.
+class CardAheadOfUtc : public Card
+{
+protected:
+    CardAheadOfUtc() : Card("PNL-9") {}
+};
+
+/// A panel five hours behind UTC.
+class CardBehindUtc : public Card
+{
+protected:
+    CardBehindUtc() : Card("PNL5") {}
+};
+
+} // namespace
+
+TEST_F(Card, GetCardInfoTellsEveryField)
+{
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + kSeven);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + kEleven);
+}
+
+TEST_F(Card, NullColumnsReadAsEmptyAndZero)
+{
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=8"), "GetCardInfoResponse?Result=0&" + kEight);
+}
+
+TEST_F(Card, GetCardInfoReadsItsKeyAndAsksForCardZeroWithoutIt)
+{
+    ExpectReadsKeys("GetCardInfo?CardNo=7");
+    ExpectFails("GetCardInfo?");
+    ExpectFails("GetCardInfo?CardNo=99");
+    panel_.Run("UPDATE Card SET No=0 WHERE No=8");
+    EXPECT_EQ(Ask("GetCardInfo?").rfind("GetCardInfoResponse?Result=0&CardNo=0&UserNo=3&", 0), 0U);
+}
+
+TEST_F(Card, CardNoIsTheRecordNumberAndCardNumberIsWhatTheCardHolds)
+{
+    // Card 7 holds the number 11, card 11 the number 7.
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + kSeven);
+    EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=8"),
+              "SetCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=7"), "8");
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=3&FormatNo=1&CardNumber=11"), "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=16"), "11");
+    EXPECT_EQ(Ask("DelCardInfo?CardNo=11"), "DelCardInfoResponse?Result=0");
+    EXPECT_EQ(Lines("SELECT No FROM Card ORDER BY No"),
+              std::vector<std::string>({"7", "8", "12", "15", "16"}));
+}
+
+TEST_F(Card, StoredTextsAreCutAt32Bytes)
+{
+    const std::string text = "0123456789abcdefghijklmnopqrstuv";
+    panel_.Run("UPDATE Card SET CardNo='1" + text + "' WHERE No=8; UPDATE CardFormat SET Name='2" +
+               text + "' WHERE No=3");
+    const std::string card = "CardNo=8&UserNo=3&FormatNo=3&FormatName=2" + text.substr(0, 31) +
+                             "&CardNumber=1" + text.substr(0, 31) +
+                             "&KeyNumber=0&CardStatus=0&CardType=0&NeverExpire=0"
+                             "&ActDate=1970-01-01&ExpDate=1970-01-01";
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=8"), "GetCardInfoResponse?Result=0&" + card);
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=3"), ListAnswer("GetCardInfoEx", 2, 0, {kSeven, card}));
+}
+
+TEST_F(Card, ACardWhoseFormatIsGoneIsNotFound)
+{
+    ExpectFails("GetCardInfo?CardNo=12");
+    ExpectFails("GetCardInfo?CardNo=15");
+    EXPECT_EQ(AskList("GetCardInfoEx?"),
+              ListAnswer("GetCardInfoEx", 3, 0, {kSeven, kEight, kEleven}));
+    panel_.Run("DELETE FROM CardFormat WHERE No=2");
+    ExpectFails("GetCardInfo?CardNo=11");
+    ExpectFails("GetCardInfoEx?UserNo=4");
+}
+
+TEST_F(Card, GetCardInfoExFiltersByUser)
+{
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=3"),
+              ListAnswer("GetCardInfoEx", 2, 0, {kSeven, kEight}));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=4"), ListAnswer("GetCardInfoEx", 1, 0, {kEleven}));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=0"), AskList("GetCardInfoEx?"));
+    EXPECT_EQ(AskList("GetCardInfoEx?"), Listed("1"));
+    ExpectFails("GetCardInfoEx?UserNo=5");
+    ExpectReadsKeys("GetCardInfoEx?UserNo=3&Offset=1&Limit=1");
+}
+
+TEST_F(Card, GetCardInfoExListsPagesOf25)
+{
+    MakeCards(120);
+    EXPECT_EQ(AskList("GetCardInfoEx?").size(), 26U);
+    EXPECT_EQ(AskList("GetCardInfoEx?"), Listed("1"));
+    EXPECT_EQ(AskList("GetCardInfoEx?Offset=100&Limit=0"), Listed("1", 100));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=2"), Listed("UserNo=2"));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=2&Offset=25"), Listed("UserNo=2", 25));
+}
+
+TEST_F(Card, PagesAreCutByOffsetAndLimitAndTheTotalCountsWithTheFilter)
+{
+    MakeCards(60);
+    struct Page
+    {
+        int Offset;
+        int Limit;
+    };
+    for (const Page page : {Page{10, 5}, {0, 1}, {14, 1}, {13, 5}, {0, 60}, {3, 100}}) {
+        const std::string keys =
+            "Offset=" + std::to_string(page.Offset) + "&Limit=" + std::to_string(page.Limit);
+        EXPECT_EQ(AskList("GetCardInfoEx?" + keys), Listed("1", page.Offset, page.Limit));
+        EXPECT_EQ(AskList("GetCardInfoEx?UserNo=2&" + keys),
+                  Listed("UserNo=2", page.Offset, page.Limit));
+    }
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=2&Offset=10&Limit=3")[0],
+              "GetCardInfoExResponse?Result=0&Total=15&Offset=10&Count=3");
+}
+
+TEST_F(Card, AnEmptyPageFails)
+{
+    ExpectFails("GetCardInfoEx?Offset=3");
+    ExpectFails("GetCardInfoEx?UserNo=3&Offset=2&Limit=5");
+    panel_.Run("DELETE FROM Card");
+    ExpectFails("GetCardInfoEx?");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(Card, AddCardInfoTakesTheNextNumberSiteOneAndPlainLevels)
+{
+    ExpectChanges("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234&KeyNumber=31&CardStatus=32"
+                  "&CardType=-33&NeverExpire=34&ActDate=2026-03-01&ExpDate=2027-12-31",
+                  {"INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
+                   "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES (1, "
+                   "16, 5, 2, '1234', 31, 32, -33, 34, 1772323200, 1830211200, 1)"},
+                  10401);
+    EXPECT_EQ(Stored(16), "1|5|2|'1234'|31|32|-33|34|1772323200|1830211200|1");
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=16"),
+              "GetCardInfoResponse?Result=0&CardNo=16&UserNo=5&FormatNo=2&FormatName=Corporate"
+              "&CardNumber=1234&KeyNumber=31&CardStatus=32&CardType=-33&NeverExpire=34"
+              "&ActDate=2026-03-01&ExpDate=2027-12-31");
+    ExpectChanges("AddCardInfo?userno=5&FORMATNO=2&cardNumber=0001234",
+                  {"INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
+                   "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES (1, "
+                   "17, 5, 2, '0001234', 0, 0, 0, 0, 0, 0, 1)"},
+                  10401);
+}
+
+TEST_F(Card, AddCardInfoReadsItsKeys)
+{
+    const std::string keys = "UserNo=5&FormatNo=2&CardNumber=1234&KeyNumber=31&CardStatus=32"
+                             "&CardType=33&NeverExpire=34&ActDate=2026-03-01&ExpDate=2027-12-31";
+    EXPECT_EQ(Ask("AddCardInfo?" + keys), "AddCardInfoResponse?Result=0");
+    const std::string stored = Stored(16);
+    panel_.Run("DELETE FROM Card WHERE No=16");
+    EXPECT_EQ(Ask(WithUpperCaseKeys("AddCardInfo?Unknown=1&" + keys)),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(Stored(16), stored);
+    EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "AddCardInfo", "Invalid Token: UNKNOWN"),
+              1U);
+}
+
+TEST_F(Card, CardNoIsNoKeyOfAddCardInfo)
+{
+    EXPECT_EQ(Ask("AddCardInfo?CardNo=77&UserNo=5&FormatNo=2&CardNumber=1234"),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "AddCardInfo", "Invalid Token: CardNo"), 1U);
+    EXPECT_EQ(panel_.Value("SELECT No FROM Card WHERE CardNo='1234'"), "16");
+}
+
+TEST_F(Card, TheFirstCardOfAnEmptyTableIsNumberOne)
+{
+    panel_.Run("DELETE FROM Card");
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234"),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(Lines("SELECT No FROM Card"), std::vector<std::string>({"1"}));
+}
+
+TEST_F(Card, AddCardInfoNeedsAUserAFormatAndANumber)
+{
+    for (const char *keys : {"", "FormatNo=2&CardNumber=1", "UserNo=5&CardNumber=1",
+                             "UserNo=5&FormatNo=2", "UserNo=0&FormatNo=2&CardNumber=1",
+                             "UserNo=5&FormatNo=x&CardNumber=1", "UserNo=5&FormatNo=2&CardNumber="})
+        ExpectRefused(std::string("AddCardInfo?") + keys, 2, "Message fail");
+    EXPECT_EQ(agent_.CountInLog("AddCardInfo fail"), 0U);
+}
+
+TEST_F(Card, ANumberThatACardOfTheSameFormatHasIsRefused)
+{
+    ExpectTaken("AddCardInfo?UserNo=5&FormatNo=1&CardNumber=11");
+    // A card whose format is gone counts as well.
+    ExpectTaken("AddCardInfo?UserNo=5&FormatNo=9&CardNumber=120");
+    ExpectTaken("SetCardInfo?CardNo=11&UserNo=4&FormatNo=1&CardNumber=11");
+    ExpectTaken("SetCardInfo?CardNo=99&UserNo=4&FormatNo=2&CardNumber=7");
+}
+
+TEST_F(Card, TheSameNumberUnderAnotherFormatIsAccepted)
+{
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=11"), "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(Ask("SetCardInfo?CardNo=8&UserNo=3&FormatNo=3&CardNumber=11"),
+              "SetCardInfoResponse?Result=0");
+    EXPECT_EQ(agent_.CountInLog("CardFormatNo+CardNo exist"), 0U);
+}
+
+TEST_F(Card, ACardMayKeepItsOwnNumber)
+{
+    EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=11&KeyNumber=5"),
+              "SetCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT KeyNumber FROM Card WHERE No=7"), "5");
+}
+
+TEST_F(Card, ADuplicateCheckThatFailsIsPassedOverWhenACardIsAdded)
+{
+    BreakQueries();
+    // Nor can the largest number be read: the card is number 1.
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=1&CardNumber=11"), "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT UserNo FROM AllCards WHERE No=1 AND CardNo='11'"), "5");
+    EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
+}
+
+TEST_F(Card, ADuplicateCheckThatFailsIsPassedOverWhenACardIsSet)
+{
+    panel_.Run("UPDATE Card SET CardFormatNo=1 WHERE No=11");
+    ExpectTaken("SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=7");
+    BreakQueries();
+    EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=7"),
+              "SetCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT CardNo FROM AllCards WHERE No=7"), "7");
+}
+
+TEST_F(Card, SetCardInfoWritesEveryColumnButSiteAndSelectType)
+{
+    ExpectChanges("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1234&KeyNumber=31"
+                  "&CardStatus=32&CardType=-33&NeverExpire=34&ActDate=2026-03-01"
+                  "&ExpDate=2027-12-31",
+                  {"UPDATE Card SET UserNo=5, CardFormatNo=2, CardNo='1234', KeyNumber=31, "
+                   "CardStatus=32, CardType=-33, NeverExpire=34, ActDate=1772323200, "
+                   "ExpDate=1830211200 WHERE No=7"},
+                  10403);
+    EXPECT_EQ(Stored(7), "1|5|2|'1234'|31|32|-33|34|1772323200|1830211200|2");
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + kEleven);
+}
+
+TEST_F(Card, SetCardInfoReadsItsKeys)
+{
+    ExpectReadsKeys("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1234&KeyNumber=31"
+                    "&CardStatus=32&CardType=33&NeverExpire=34&ActDate=2026-03-01"
+                    "&ExpDate=2027-12-31");
+    const std::vector<std::string> journal = panel_.Journal();
+    ASSERT_EQ(journal.size(), 3U);
+    EXPECT_EQ(journal[1], journal[0]);
+    EXPECT_EQ(journal[2], journal[0]);
+}
+
+TEST_F(Card, SetCardInfoClearsTheColumnsOfKeysLeftOut)
+{
+    ExpectChanges("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1234",
+                  {"UPDATE Card SET UserNo=5, CardFormatNo=2, CardNo='1234', KeyNumber=0, "
+                   "CardStatus=0, CardType=0, NeverExpire=0, ActDate=0, ExpDate=0 WHERE No=7"},
+                  10403);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"),
+              "GetCardInfoResponse?Result=0&CardNo=7&UserNo=5&FormatNo=2&FormatName=Corporate"
+              "&CardNumber=1234&KeyNumber=0&CardStatus=0&CardType=0&NeverExpire=0"
+              "&ActDate=1970-01-01&ExpDate=1970-01-01");
+}
+
+TEST_F(Card, SetCardInfoOfAnUnknownCardSucceeds)
+{
+    ExpectChanges("SetCardInfo?CardNo=99&UserNo=5&FormatNo=2&CardNumber=1234",
+                  {"UPDATE Card SET UserNo=5, CardFormatNo=2, CardNo='1234', KeyNumber=0, "
+                   "CardStatus=0, CardType=0, NeverExpire=0, ActDate=0, ExpDate=0 WHERE No=99"},
+                  10403);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "5");
+}
+
+TEST_F(Card, SetCardInfoNeedsACardAUserAFormatAndANumber)
+{
+    for (const char *keys :
+         {"", "UserNo=5&FormatNo=2&CardNumber=1", "CardNo=7&FormatNo=2&CardNumber=1",
+          "CardNo=7&UserNo=5&CardNumber=1", "CardNo=7&UserNo=5&FormatNo=2",
+          "CardNo=0&UserNo=5&FormatNo=2&CardNumber=1", "CardNo=7&UserNo=5&FormatNo=2&CardNumber="})
+        ExpectRefused(std::string("SetCardInfo?") + keys, 2, "Message fail");
+    EXPECT_EQ(agent_.CountInLog("SetCardInfo fail"), 0U);
+}
+
+TEST_F(Card, CardNumbersAreStoredUpTo32Bytes)
+{
+    const std::string number = "0123456789abcdefghijklmnopqrstuv";
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=" + number + "wxyz"),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=16"), number);
+    // Cut alike, it is the same number.
+    ExpectTaken("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=" + number + "1234");
+}
+
+TEST_F(Card, AQuoteInANumberBreaksTheStatementAndADoubledOneIsStoredAsAQuote)
+{
+    for (const char *number : {"'", "1'2", "1''2'", "' OR '1'='1"}) {
+        ExpectBreaksOff(std::string("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=") + number, {});
+        ExpectBreaksOff(
+            std::string("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=") + number, {});
+    }
+    ExpectChanges("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1''2",
+                  {"INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
+                   "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES (1, "
+                   "16, 5, 2, '1''2', 0, 0, 0, 0, 0, 0, 1)"},
+                  10401);
+    EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=16"), "1'2");
+    // The duplicate is found by the quoted number, too.
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1''2"),
+              "AddCardInfoResponse?Result=1");
+    EXPECT_TRUE(
+        agent_.WaitForMessage("DataManager.cpp", "AddCardInfo", "CardFormatNo+CardNo exist"));
+}
+
+TEST_F(Card, DatesAreReadLenientlyAndMissingPartsAreZero)
+{
+    struct Date
+    {
+        std::string Text;
+        std::string Stored;
+    };
+    const std::vector<Date> dates = {{"2026-3-1", "1772323200"},
+                                     {"2026-03-01 23:59:59", "1772323200"},
+                                     {"2026-03", "1772236800"},
+                                     {"2026-02-31", "1772496000"},
+                                     {"1969-12-31", "-86400"}};
+    for (const Date &date : dates) {
+        SCOPED_TRACE(date.Text);
+        EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1&ActDate=" + date.Text),
+                  "SetCardInfoResponse?Result=0");
+        EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=7"), date.Stored);
+    }
+}
+
+TEST_F(CardAheadOfUtc, ADateIsReadAsLocalMidnightAndToldAsTheDayBefore)
+{
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234&ActDate=2026-03-01"
+                  "&ExpDate=2027-01-01"),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Rows("SELECT ActDate, ExpDate FROM Card WHERE No=16"),
+              std::vector<Row>({{"1772290800", "1798729200"}}));
+    const std::string card = "CardNo=16&UserNo=5&FormatNo=2&FormatName=Corporate&CardNumber=1234"
+                             "&KeyNumber=0&CardStatus=0&CardType=0&NeverExpire=0"
+                             "&ActDate=2026-02-28&ExpDate=2026-12-31";
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=16"), "GetCardInfoResponse?Result=0&" + card);
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=5"), ListAnswer("GetCardInfoEx", 1, 0, {card}));
+}
+
+TEST_F(CardAheadOfUtc, ADateLeftOutIsTheFirstDayAsEverywhere)
+{
+    EXPECT_EQ(Ask("SetCardInfo?CardNo=8&UserNo=3&FormatNo=3&CardNumber=5"),
+              "SetCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=8"), "0");
+    EXPECT_NE(Ask("GetCardInfo?CardNo=8").find("&ActDate=1970-01-01&ExpDate=1970-01-01"),
+              std::string::npos);
+}
+
+TEST_F(CardBehindUtc, ADateIsReadAsLocalMidnightAndToldAsTheSameDay)
+{
+    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234&ActDate=2026-03-01"),
+              "AddCardInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=16"), "1772341200");
+    EXPECT_NE(Ask("GetCardInfo?CardNo=16").find("&ActDate=2026-03-01&"), std::string::npos);
+}
+
+TEST_F(Card, DelCardInfoRemovesTheLevelsThenTheCard)
+{
+    ExpectChanges("DelCardInfo?CardNo=7",
+                  {"DELETE FROM CardAccessLevel WHERE CardNo=7", "DELETE FROM Card WHERE No=7"},
+                  10402);
+    EXPECT_EQ(Lines("SELECT No FROM Card ORDER BY No"),
+              std::vector<std::string>({"8", "11", "12", "15"}));
+    EXPECT_EQ(Lines("SELECT No FROM CardAccessLevel"), std::vector<std::string>({"2"}));
+    ExpectReadsKeys("DelCardInfo?CardNo=8");
+}
+
+TEST_F(Card, DelCardInfoOfAnUnknownCardSucceeds)
+{
+    ExpectChanges("DelCardInfo?CardNo=99",
+                  {"DELETE FROM CardAccessLevel WHERE CardNo=99", "DELETE FROM Card WHERE No=99"},
+                  10402);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "5");
+}
+
+TEST_F(Card, DelCardInfoWithoutACardDeletesCardZero)
+{
+    ExpectChanges("DelCardInfo?",
+                  {"DELETE FROM CardAccessLevel WHERE CardNo=0", "DELETE FROM Card WHERE No=0"},
+                  10402);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "5");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel"), "3");
+}
+
+TEST_F(Card, DelCardInfoThatFailsAtTheCardHasRemovedTheLevels)
+{
+    panel_.Run("CREATE TRIGGER Refuse BEFORE DELETE ON Card BEGIN SELECT RAISE(FAIL, 'refused'); "
+               "END");
+    ExpectBreaksOff("DelCardInfo?CardNo=7", {"DELETE FROM CardAccessLevel WHERE CardNo=7"});
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "5");
+    EXPECT_EQ(Lines("SELECT No FROM CardAccessLevel"), std::vector<std::string>({"2"}));
+}
+
+TEST_F(Card, DelCardInfoThatFailsAtTheLevelsChangesNothing)
+{
+    panel_.Run("ALTER TABLE CardAccessLevel RENAME TO Away");
+    ExpectBreaksOff("DelCardInfo?CardNo=7", {});
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "5");
+}
+
+TEST_F(Card, SetAndAddFailWithTheirStatement)
+{
+    panel_.Run("DROP TABLE Card");
+    ExpectBreaksOff("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1", {});
+    ExpectBreaksOff("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1", {});
+    ExpectFails("GetCardInfo?CardNo=7");
+    ExpectFails("GetCardInfoEx?");
+}
+
+TEST_F(Card, EachCommandNeedsItsRight)
+{
+    ExpectNeedsRight("GetCardInfo?CardNo=7", 4, 0);
+    ExpectNeedsRight("GetCardInfoEx?UserNo=3", 4, 0);
+    ExpectNeedsRight("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1", 4, 2);
+    ExpectNeedsRight("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=2", 4, 1);
+    ExpectNeedsRight("DelCardInfo?CardNo=7", 4, 2);
+}
+
+TEST_F(Card, EachCommandFailsWhileTheDatabaseCannotBeOpened)
+{
+    ExpectNeedsDatabase("GetCardInfo?CardNo=7");
+    ExpectNeedsDatabase("GetCardInfoEx?");
+    ExpectNeedsDatabase("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1");
+    ExpectNeedsDatabase("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1");
+    ExpectNeedsDatabase("DelCardInfo?CardNo=7");
+    EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+    EXPECT_EQ(AskList("GetCardInfoEx?"), Listed("1"));
+}
+
+} // namespace nimbra::test
