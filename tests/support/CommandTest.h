@@ -22,7 +22,10 @@ protected:
     /// Asks the agent to end and talks on meanwhile, so that it need not wait for the client.
     ~CommandTest() override;
 
-    [[nodiscard]] std::string Ask(const std::string &request) { return client_->Ask(request); }
+    [[nodiscard]] std::string Ask(const std::string &request, milliseconds limit = kSoon)
+    {
+        return client_->Ask(request, limit);
+    }
     [[nodiscard]] std::vector<std::string> AskList(const std::string &request)
     {
         return client_->AskList(request);
