@@ -1,14 +1,15 @@
 #include "support/Files.h"
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace nimbra::test {
 
 std::string ReadFile(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 void WriteFile(const std::string &path, const std::string &content)

@@ -12,6 +12,19 @@
 
 namespace nimbra::test {
 
+namespace {
+
+std::vector<Row> AllRows(panel::SqliteFile &database, const std::string &sql)
+{
+    panel::SqliteStatement statement(database, sql);
+    std::vector<Row> rows;
+    while (statement.Step())
+        rows.push_back(statement.Row());
+    return rows;
+}
+
+} // namespace
+
 TestPanel::TestPanel(const panel::PanelSize &size, bool cloudEnabled)
 {
     panel::PanelOptions options;
@@ -29,11 +42,7 @@ void TestPanel::Run(const std::string &file, const std::string &sql)
 std::vector<Row> TestPanel::Rows(const std::string &file, const std::string &sql)
 {
     panel::SqliteFile database(file);
-    panel::SqliteStatement statement(database, sql);
-    std::vector<Row> rows;
-    while (statement.Step())
-        rows.push_back(statement.Row());
-    return rows;
+    return AllRows(database, sql);
 }
 
 std::string TestPanel::Value(const std::string &sql) const
@@ -60,15 +69,16 @@ std::vector<panel::Call> TestPanel::Calls(std::size_t from) const
 
 std::vector<std::string> TestPanel::Dump(const std::string &file)
 {
+    panel::SqliteFile database(file);
     std::vector<std::string> lines;
-    for (const Row &table :
-         Rows(file, "SELECT name, sql FROM sqlite_master WHERE type='table' ORDER BY name")) {
+    for (const Row &table : AllRows(
+             database, "SELECT name, sql FROM sqlite_master WHERE type='table' ORDER BY name")) {
         lines.push_back(table[1]);
         std::string columns;
         for (const Row &column :
-             Rows(file, "SELECT name FROM pragma_table_info('" + table[0] + "')"))
+             AllRows(database, "SELECT name FROM pragma_table_info('" + table[0] + "')"))
             columns += (columns.empty() ? "quote(" : " || ', ' || quote(") + column[0] + ")";
-        for (const Row &row : Rows(file, "SELECT " + columns + " FROM " + table[0]))
+        for (const Row &row : AllRows(database, "SELECT " + columns + " FROM " + table[0]))
             lines.push_back(table[0] + ": " + row[0]);
     }
     return lines;
@@ -81,7 +91,7 @@ std::map<std::string, std::string> TestPanel::Files() const
         files[entry.path()] = entry.is_regular_file() ? ReadFile(entry.path()) : "(special)";
     };
     for (const auto &entry : std::filesystem::recursive_directory_iterator("/nimbra"))
-        if (entry.path() != paths_.CallLog)
+        if (entry.path() != paths_.CallLog && entry.path() != paths_.CommandTool)
             add(entry);
     for (const auto &entry : std::filesystem::directory_iterator("/tmp"))
         if (entry.path().filename().string().rfind("owned", 0) == 0)

@@ -40,8 +40,8 @@ public:
     /// Each table of a database with all its rows, as texts that tell every value and its type.
     [[nodiscard]] static std::vector<std::string> Dump(const std::string &file);
 
-    /// The files below /nimbra, but for the call log, and those in /tmp whose names begin with
-    /// "owned": with their content, or "(special)" for what is no plain file.
+    /// The files below /nimbra, but for the command tool and its call log, and those in /tmp whose
+    /// names begin with "owned": with their content, or "(special)" for what is no plain file.
     [[nodiscard]] std::map<std::string, std::string> Files() const;
 
     [[nodiscard]] const panel::PanelPaths &Paths() const { return paths_; }

@@ -1,0 +1,764 @@
+// Clients that try to end the SQL, to reach the shell, to leave the image directory, or that send
+// anything at all.
+
+#include "panel/SamplePanel.h"
+#include "support/CommandTest.h"
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace nimbra::test {
+namespace {
+
+constexpr std::size_t kNameSize = 32;
+constexpr std::size_t kDescriptionSize = 64;
+
+/// Texts that would end the literal that they are put into: each holds a quote that is not doubled.
+constexpr const char *kEnding[] = {
+    "'",
+    "'''",
+    "';",
+    "'--",
+    "' --",
+    "'/*",
+    "' OR '1'='1",
+    "' OR 1=1--",
+    "%' OR '%'='",
+    "'; DROP TABLE User;--",
+    "'); DROP TABLE User;--",
+    "'''; DROP TABLE User;--",
+    "\\'; DROP TABLE User;--",
+    "\\'' OR '1'='1",
+    "'; DELETE FROM Card; SELECT '",
+    "%' UNION SELECT 1,ID FROM User--",
+    "'||(SELECT ID FROM WebUser)||'",
+    "', Phone='owned",
+    "' WHERE No=2--",
+    "';ATTACH '/tmp/owned' AS o;--",
+    "x'y''z",
+    "a''b'",
+    "$(touch /tmp/owned)'",
+    "';$(touch /tmp/owned);'",
+};
+
+/// Texts that are only odd: they stay what they are, and `''` is the quote of a literal.
+constexpr const char *kStaying[] = {
+    "''",
+    "''''",
+    "''; DROP TABLE User;--",
+    "\\''; DROP TABLE User;--",
+    "x'' OR ''1''=''1",
+    "O''Neill",
+    "; DROP TABLE User;--",
+    "-- no comment",
+    "/* no comment */",
+    "\\",
+    "\\\\\\",
+    "\"; DROP TABLE User;--\"",
+    "\" OR \"\"=\"",
+    "$(touch /tmp/owned)",
+    "`touch /tmp/owned`",
+    ";touch /tmp/owned;",
+    "|touch /tmp/owned",
+    "||touch /tmp/owned||",
+    ">/tmp/owned",
+    "\"$(touch /tmp/owned)\"",
+    "''$(touch /tmp/owned)''",
+    "%s%s%s%s%n%n%n%99999d",
+    "%",
+    "_%_",
+    "?1 :name @name $name",
+    "char(39)||char(59)",
+    "=Hello=Login=",
+    "\xFF\xFE\x80\xC3",
+    "\x01\x02\x1B[2J\x7F",
+    "crlf\r",
+};
+
+/// What a doubled quote stands for in a literal.
+std::string Undoubled(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find("''", at)) != std::string::npos; ++at)
+        text.erase(at, 1);
+    return text;
+}
+
+std::string Filled(std::string pattern, const std::string &text)
+{
+    for (std::size_t at = 0; (at = pattern.find('@', at)) != std::string::npos; at += text.size())
+        pattern.replace(at, 1, text);
+    return pattern;
+}
+
+/// Texts that are sound until they are cut to a field's size: in the middle of a doubled quote.
+std::string EndingWhenCut(std::size_t size)
+{
+    return std::string(size - 1, 'a') + "''; DROP TABLE User;--";
+}
+
+/// Every text that ends the literal of a field of this size.
+std::vector<std::string> EndingTexts(std::size_t size)
+{
+    std::vector<std::string> texts(std::begin(kEnding), std::end(kEnding));
+    texts.push_back(EndingWhenCut(size));
+    return texts;
+}
+
+class Hostile : public CommandTest
+{
+protected:
+    /// All that is on the panel but the journal of SQLite.
+    struct State
+    {
+        std::vector<std::string> Main;
+        std::vector<std::string> Log;
+        std::vector<std::string> Network;
+        std::map<std::string, std::string> Files;
+        std::vector<panel::Call> Calls;
+
+        bool operator==(const State &) const = default;
+    };
+
+    [[nodiscard]] State Look() const
+    {
+        const panel::PanelPaths &paths = panel_.Paths();
+        return {TestPanel::Dump(paths.MainDatabase), TestPanel::Dump(paths.LogDatabase),
+                TestPanel::Dump(paths.NetworkDatabase), panel_.Files(), panel_.Calls()};
+    }
+
+    /// Puts the databases back to what they were when the test began.
+    void Restore() const
+    {
+        WriteFile(panel_.Paths().MainDatabase, main_);
+        WriteFile(panel_.Paths().LogDatabase, log_);
+        std::filesystem::remove(panel_.Paths().CallLog);
+    }
+
+    /// Shows that a request with each of the texts at its "@" fails like one whose statement is
+    /// broken, and that nothing has changed.
+    void ExpectNoEffect(const std::string &request, const std::vector<std::string> &texts)
+    {
+        SCOPED_TRACE(request);
+        const std::string command = CommandOf(request);
+        const State before = Look();
+        const std::size_t fails =
+            agent_.CountMessages("ClientWorker.cpp", command, command + " fail");
+        for (const std::string &text : texts)
+            EXPECT_EQ(Ask(Filled(request, text)), command + "Response?Result=1") << text;
+        EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", command, command + " fail",
+                                          fails + texts.size()));
+        EXPECT_TRUE(Look() == before);
+    }
+
+    const std::string main_ = ReadFile(panel_.Paths().MainDatabase);
+    const std::string log_ = ReadFile(panel_.Paths().LogDatabase);
+};
+
+/// A text key by which a list is filtered.
+struct Filter
+{
+    const char *Request; ///< "@" stands for the text
+    std::size_t Size;
+    /// Counts what the text finds; it is true of none when there is none.
+    const char *Count;
+    bool IsInLog = false;
+};
+
+constexpr char kNothing[] = "SELECT 0";
+
+constexpr Filter kFilters[] = {
+    {"GetEventLogEx?DeviceName=@", kNameSize,
+     "SELECT COUNT(*) FROM Log WHERE DeviceName LIKE '%@%'", true},
+    {"GetEventLogEx?UserName=@", kNameSize, "SELECT COUNT(*) FROM Log WHERE UserName LIKE '%@%'",
+     true},
+    {"GetEventLogEx?EventDesc=@", kDescriptionSize, "ATTACH",
+     true}, // counted in the other database
+    {"GetEventCodeEx?Desc=@", kDescriptionSize,
+     "SELECT COUNT(*) FROM EventCode WHERE Name LIKE '%@%'"},
+    {"GetDoorInfoEx?Name=@", kNameSize,
+     "SELECT COUNT(*) FROM Door WHERE Disable=0 AND Name LIKE '%@%'"},
+    {"GetUserInfoEx?FirstName=@", kNameSize,
+     "SELECT COUNT(*) FROM User WHERE FirstName LIKE '%@%'"},
+    {"GetUserInfoEx?MiddleName=@", kNameSize,
+     "SELECT COUNT(*) FROM User WHERE MiddleName LIKE '%@%'"},
+    {"GetUserInfoEx?LastName=@", kNameSize, "SELECT COUNT(*) FROM User WHERE LastName LIKE '%@%'"},
+    {"GetUserInfoEx?PhoneNumber=@", kNameSize, kNothing}, // there is no such column
+    {"GetUserInfoEx?CellPhone=@", kNameSize,
+     "SELECT COUNT(*) FROM User WHERE CellPhone LIKE '%@%'"},
+    {"GetUserInfoEx?Email=@", kNameSize, "SELECT COUNT(*) FROM User WHERE Email LIKE '%@%'"},
+};
+
+/// A text key of a change, and where its text is kept.
+struct Change
+{
+    const char *Request; ///< "@" stands for the text
+    const char *Stored;
+    const char *Table;
+    std::size_t RowsBefore; ///< how many rows of the table give way
+    int EventCode;
+};
+
+constexpr Change kChanges[] = {
+    {"SetUserInfo?UserNo=1&LastName=L&FirstName=@", "SELECT FirstName FROM User WHERE No=1", "User",
+     1, 10303},
+    {"SetUserInfo?UserNo=1&LastName=L&MiddleName=@", "SELECT MiddleName FROM User WHERE No=1",
+     "User", 1, 10303},
+    {"SetUserInfo?UserNo=1&LastName=@", "SELECT LastName FROM User WHERE No=1", "User", 1, 10303},
+    {"SetUserInfo?UserNo=1&LastName=L&PhoneNumber=@", "SELECT Phone FROM User WHERE No=1", "User",
+     1, 10303},
+    {"SetUserInfo?UserNo=1&LastName=L&CellPhone=@", "SELECT CellPhone FROM User WHERE No=1", "User",
+     1, 10303},
+    {"SetUserInfo?UserNo=1&LastName=L&Email=@", "SELECT Email FROM User WHERE No=1", "User", 1,
+     10303},
+    {"AddUserInfo?LastName=L&FirstName=@", "SELECT FirstName FROM User WHERE No=13", "User", 0,
+     10301},
+    {"AddUserInfo?LastName=L&MiddleName=@", "SELECT MiddleName FROM User WHERE No=13", "User", 0,
+     10301},
+    {"AddUserInfo?LastName=@", "SELECT LastName FROM User WHERE No=13", "User", 0, 10301},
+    {"AddUserInfo?LastName=L&PhoneNumber=@", "SELECT Phone FROM User WHERE No=13", "User", 0,
+     10301},
+    {"AddUserInfo?LastName=L&CellPhone=@", "SELECT CellPhone FROM User WHERE No=13", "User", 0,
+     10301},
+    {"AddUserInfo?LastName=L&Email=@", "SELECT Email FROM User WHERE No=13", "User", 0, 10301},
+    {"SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=@", "SELECT CardNo FROM Card WHERE No=1",
+     "Card", 1, 10403},
+    {"AddCardInfo?UserNo=1&FormatNo=1&CardNumber=@", "SELECT CardNo FROM Card WHERE No=17", "Card",
+     0, 10401},
+};
+
+/// Requests with a number at "@", which a payload then follows; with the number 4711 for things
+/// that are not there.
+constexpr const char *kNumbers[] = {
+    "SetEvent?Enable=@",
+    "GetEventLog?EventNo=@",
+    "GetEventLogEx?EventNo=@",
+    "GetEventLogEx?FromTime=@",
+    "GetEventLogEx?ToTime=@",
+    "GetEventLogEx?DeviceType=@",
+    "GetEventLogEx?DevicePort=@",
+    "GetEventLogEx?EventCode=@",
+    "GetEventLogEx?CardNo=@",
+    "GetEventLogEx?UserNo=@",
+    "GetEventLogEx?VideoTag=@",
+    "GetEventLogEx?Offset=@",
+    "GetEventLogEx?Limit=@",
+    "GetEventCode?Code=@",
+    "GetEventCodeEx?Code=@",
+    "GetEventCodeEx?Limit=2&Offset=@",
+    "GetEventCodeEx?Limit=@",
+    "GetLiveVideoInfo?DoorNo=@",
+    "GetPlayVideoInfo?VideoTag=@",
+    "GetPlayVideoInfo?VideoTag=1&EventTime=@",
+    "GetDoorInfo?DoorNo=@",
+    "GetDoorInfoEx?DoorNo=@",
+    "GetDoorInfoEx?Limit=2&Offset=@",
+    "GetDoorInfoEx?Limit=@",
+    "GetUserInfo?UserNo=@",
+    "GetUserInfoEx?UserNo=@",
+    "GetUserInfoEx?Ada=@",
+    "GetUserInfoEx?Exempt=@",
+    "GetUserInfoEx?ThreatLevel=@",
+    "GetUserInfoEx?Limit=2&Offset=@",
+    "GetUserInfoEx?Limit=@",
+    "SetUserInfo?LastName=L&UserNo=@",
+    "SetUserInfo?UserNo=1&LastName=L&Ada=@",
+    "SetUserInfo?UserNo=1&LastName=L&Exempt=@",
+    "SetUserInfo?UserNo=1&LastName=L&ThreatLevel=@",
+    "AddUserInfo?LastName=L&Ada=@",
+    "AddUserInfo?LastName=L&Exempt=@",
+    "AddUserInfo?LastName=L&ThreatLevel=@",
+    "DelUserInfo?UserNo=@",
+    "GetUserImage?UserNo=@",
+    "GetCardFormat?FormatNo=@",
+    "GetCardFormatEx?Offset=@",
+    "GetCardFormatEx?Limit=@",
+    "GetCardInfo?CardNo=@",
+    "GetCardInfoEx?UserNo=@",
+    "GetCardInfoEx?Limit=2&Offset=@",
+    "GetCardInfoEx?Limit=@",
+    "SetCardInfo?UserNo=1&FormatNo=1&CardNumber=1&CardNo=@",
+    "SetCardInfo?CardNo=1&FormatNo=1&CardNumber=1&UserNo=@",
+    "SetCardInfo?CardNo=1&UserNo=1&CardNumber=1&FormatNo=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&KeyNumber=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&CardStatus=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&CardType=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&NeverExpire=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&ActDate=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1&ExpDate=@",
+    "AddCardInfo?FormatNo=1&CardNumber=1&UserNo=@",
+    "AddCardInfo?UserNo=1&CardNumber=1&FormatNo=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&KeyNumber=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&CardStatus=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&CardType=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&NeverExpire=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&ActDate=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=1&ExpDate=@",
+    "DelCardInfo?CardNo=@",
+    "GetAccessLevel?SelectType=@",
+    "GetAccessLevel?LevelNo=@",
+    "GetAccessLevelEx?SelectType=@",
+    "GetAccessLevelEx?Offset=@",
+    "GetAccessLevelEx?Limit=@",
+    "GetCardAccessLevel?CardNo=@",
+    "SetCardAccessLevel?AccessLevelNo=1&CardNo=@",
+    "SetCardAccessLevel?CardNo=1&AccessLevelNo=1&SelectType=@",
+    "GetThreatInfo?Level=@",
+    "GetThreatInfoEx?Offset=@",
+    "GetThreatInfoEx?Limit=@",
+    "GetDoorLock?Port=@",
+    "GetAuxOutput?Port=@",
+    "SetAuxOutput?Port=1&Control=@",
+    "SetAuxOutput?Control=1&Port=@",
+    "SetThreatLevel?ThreatLevel=@",
+};
+
+constexpr const char *kBehindNumbers[] = {
+    "' OR 1=1",
+    ";DROP TABLE User;--",
+    ") OR (1=1",
+    ",Phone=(SELECT ID FROM WebUser)",
+    "$(touch /tmp/owned)",
+    ";touch /tmp/owned",
+};
+
+TEST_F(Hostile, TextsEndNoFilter)
+{
+    for (const Filter &filter : kFilters)
+        ExpectNoEffect(filter.Request, EndingTexts(filter.Size));
+}
+
+TEST_F(Hostile, TextsThatStayInTheirFilterFindWhatHoldsThem)
+{
+    TestPanel::Run(panel_.Paths().LogDatabase,
+                   "UPDATE Log SET DeviceName=NULL WHERE EventCode NOT IN (SELECT 10001)");
+    const State before = Look();
+    for (const Filter &filter : kFilters) {
+        for (const char *text : kStaying) {
+            const std::string request = Filled(filter.Request, text);
+            SCOPED_TRACE(request);
+            std::string query = filter.Count;
+            std::string file = filter.IsInLog ? panel_.Paths().LogDatabase.string()
+                                              : panel_.Paths().MainDatabase.string();
+            if (query == "ATTACH") {
+                // The codes whose descriptions hold the text, and of which there are events.
+                file = panel_.Paths().MainDatabase;
+                query = "SELECT COUNT(*) FROM EventCode WHERE Name LIKE '%@%' AND EventCode IN"
+                        " (10001, 10101, 10102, 10003, 10005, 10105, 10104, 12001, 12002, 15107,"
+                        " 11415, 10303, 20001, 10103)";
+            }
+            const bool isFound = TestPanel::Rows(file, Filled(query, text)).at(0).at(0) != "0";
+            const std::vector<std::string> answer = AskList(request);
+            EXPECT_EQ(answer.size() > 1, isFound);
+            EXPECT_EQ(answer[0].rfind(
+                          CommandOf(request) + "Response?Result=" + (isFound ? "0&" : "1"), 0),
+                      0U)
+                << answer[0];
+        }
+        EXPECT_TRUE(Look() == before) << filter.Request;
+    }
+}
+
+TEST_F(Hostile, TextsEndNoChange)
+{
+    for (const Change &change : kChanges)
+        ExpectNoEffect(change.Request, EndingTexts(kNameSize));
+}
+
+TEST_F(Hostile, TextsThatStayInTheirChangeAreStoredAsTheyAre)
+{
+    Restore();
+    const State before = Look();
+    std::vector<std::string> old = before.Main;
+    std::sort(old.begin(), old.end());
+    for (const Change &change : kChanges)
+        for (const std::string text : kStaying) {
+            const std::string request = Filled(change.Request, text);
+            SCOPED_TRACE(request);
+            ASSERT_LE(text.size(), kNameSize);
+            EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=0");
+            EXPECT_EQ(panel_.Value(change.Stored), Undoubled(text));
+            State after = Look();
+            ASSERT_EQ(after.Calls, std::vector<panel::Call>({AuditCall(change.EventCode)}));
+
+            // One row of the table, and one of the journal, which holds the text as it was sent.
+            std::vector<std::string> gone;
+            std::vector<std::string> come;
+            std::sort(after.Main.begin(), after.Main.end());
+            std::set_difference(old.begin(), old.end(), after.Main.begin(), after.Main.end(),
+                                std::back_inserter(gone));
+            std::set_difference(after.Main.begin(), after.Main.end(), old.begin(), old.end(),
+                                std::back_inserter(come));
+            const std::string table = std::string(change.Table) + ": ";
+            EXPECT_EQ(gone.size(), change.RowsBefore);
+            ASSERT_EQ(come.size(), 2U);
+            EXPECT_EQ(come[0].rfind(table < "DBQueryInfo: " ? table : "DBQueryInfo: ", 0), 0U);
+            EXPECT_EQ(come[1].rfind(table < "DBQueryInfo: " ? "DBQueryInfo: " : table, 0), 0U);
+            EXPECT_NE(panel_.Journal().at(0).find("'" + text + "'"), std::string::npos);
+            EXPECT_EQ(after.Log.size(), before.Log.size() + 1); // the panel's note of the audit
+            EXPECT_EQ(after.Network, before.Network);
+            EXPECT_TRUE(after.Files == before.Files);
+            Restore();
+        }
+}
+
+TEST_F(Hostile, TextsBehindANumberAreNoPartOfIt)
+{
+    for (const char *request : kNumbers) {
+        const auto ask = [&](const std::string &value) {
+            Restore();
+            std::vector<std::string> answer = AskList(Filled(request, value));
+            State state = Look();
+            // The panel notes the time of an audit.
+            state.Log.clear();
+            return std::pair(std::move(answer), std::move(state));
+        };
+        const auto plain = ask("4711");
+        EXPECT_EQ(plain.first[0].rfind(CommandOf(request) + "Response?Result=", 0), 0U);
+        for (const char *text : kBehindNumbers)
+            EXPECT_TRUE(ask(std::string("4711") + text) == plain) << request << ' ' << text;
+    }
+}
+
+TEST_F(Hostile, TextsBehindADoorsNumberReachNoShell)
+{
+    const State before = Look();
+    std::vector<panel::Call> calls;
+    for (const char *text :
+         {";touch /tmp/owned", "$(touch /tmp/owned)", " locked; touch /tmp/owned"})
+        for (const std::string keys :
+             {"Port=1@&Control=0", "Control=0@&Port=1", "Port=1&Control=0&@=1"}) {
+            EXPECT_EQ(Ask("SetDoorLock?" + Filled(keys, text)), "SetDoorLockResponse?Result=0");
+            calls.push_back({"door", "1", "locked"});
+            calls.push_back(AuditCall(11213));
+        }
+    EXPECT_EQ(panel_.Calls(before.Calls.size()), calls);
+    EXPECT_TRUE(panel_.Files() == before.Files);
+}
+
+TEST_F(Hostile, ListsOfAccessLevelsHoldOnlyNumbers)
+{
+    for (const std::string text : {"1); DROP TABLE User;--", "1' 2'", "'", "$(touch /tmp/owned)",
+                                   "1,(SELECT 7) 2", "-- 3"}) {
+        const std::string request =
+            "SetCardAccessLevel?CardNo=1&SelectType=1&AccessLevelNo=" + text;
+        SCOPED_TRACE(request);
+        Restore();
+        State before = Look();
+        EXPECT_EQ(Ask(request), "SetCardAccessLevelResponse?Result=0");
+        const auto rows =
+            panel_.Rows("SELECT AccessLevelNo, typeof(AccessLevelNo) FROM CardAccessLevel"
+                        " WHERE CardNo=1 ORDER BY No");
+        std::size_t at = 0;
+        for (std::size_t begin = 0; begin < text.size(); ++at) {
+            const std::size_t end = std::min(text.find(' ', begin), text.size());
+            const std::string piece = text.substr(begin, end - begin);
+            ASSERT_LT(at, rows.size());
+            EXPECT_EQ(rows[at], Row({std::to_string(std::atoi(piece.c_str())), "integer"}));
+            begin = end + 1;
+        }
+        EXPECT_EQ(rows.size(), at);
+        EXPECT_TRUE(panel_.Files() == before.Files);
+        EXPECT_EQ(panel_.Calls(), std::vector<panel::Call>({AuditCall(10403)}));
+        EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "12");
+    }
+}
+
+TEST_F(Hostile, NamesOfPicturesEndNoStatementAndLeaveNoDirectory)
+{
+    const auto upload = [&](const std::string &name) {
+        client_->SendLine("SetUserImage?UserNo=1&FileName=" + name + "&Size=4");
+        client_->Send("evil");
+        return client_->ReadLine().value_or("(no answer)");
+    };
+    std::vector<std::string> names(std::begin(kEnding), std::end(kEnding));
+    names.insert(names.end(), std::begin(kStaying), std::end(kStaying));
+    for (const char *path : {"..", ".", "../owned", "/tmp/owned", "../../../../tmp/owned",
+                             "x/../../owned", "'/../owned", "../';DROP TABLE User;--"})
+        names.emplace_back(path);
+    for (const std::string &name : names) {
+        SCOPED_TRACE(name);
+        Restore();
+        State expected = Look();
+        const bool isPath = name.find('/') != std::string::npos || name == "." || name == "..";
+        const bool isEnding =
+            Undoubled(name).find('\'') != std::string::npos &&
+            std::find(std::begin(kStaying), std::end(kStaying), name) == std::end(kStaying);
+        const std::string answer = upload(name);
+        EXPECT_EQ(answer, std::string("SetUserImageResponse?Result=") + (isPath     ? "2"
+                                                                         : isEnding ? "1"
+                                                                                    : "0"));
+        // The file is written before its name is stored.
+        if (!isPath)
+            expected.Files[panel_.Paths().Images / name] = "evil";
+        EXPECT_TRUE(panel_.Files() == expected.Files);
+        if (isPath || isEnding)
+            EXPECT_TRUE(Look() == expected);
+        else
+            EXPECT_EQ(panel_.Value("SELECT ImageFile FROM User WHERE No=1"), Undoubled(name));
+    }
+}
+
+TEST_F(Hostile, LoginNamesAndPasswordsOpenNothing)
+{
+    const State before = Look();
+    ManagementClient stranger;
+    std::vector<std::string> names(std::begin(kEnding), std::end(kEnding));
+    names.insert(names.end(), std::begin(kStaying), std::end(kStaying));
+    for (const char *name : {"admin'--", "admin' OR '1'='1", "admin'/*", "' UNION SELECT ''--",
+                             "admin''--", "ad''min", "%", "admin\\", "admin;", "admin\r", "adm_n"})
+        names.emplace_back(name);
+    names.push_back(EndingWhenCut(kNameSize));
+    std::size_t count = 0;
+    for (const std::string &name : names) {
+        EXPECT_EQ(stranger.Login(name, panel::kController.Password), "LoginResponse?Result=1")
+            << name;
+        EXPECT_EQ(stranger.Login(panel::kController.Id, name), "LoginResponse?Result=1") << name;
+        count += 2;
+    }
+    EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "Login", "CheckPassword fail", count));
+    EXPECT_TRUE(Look() == before);
+    stranger.SendLine("GetUserInfo?UserNo=1");
+    EXPECT_EQ(stranger.Login(panel::kController.Id, panel::kController.Password),
+              "LoginResponse?Result=0");
+}
+
+TEST_F(Hostile, UserNamesReachTheCommandToolAsOneWordEach)
+{
+    std::vector<std::string> names(std::begin(kStaying), std::end(kStaying));
+    for (const char *name : {"a b",
+                             " lead",
+                             "*",
+                             "~",
+                             "-n",
+                             "--",
+                             "$HOME",
+                             "#x",
+                             "!!",
+                             "{a,b}",
+                             "x\ty",
+                             "a\\",
+                             "\"",
+                             "''",
+                             "x'';touch /tmp/owned;''",
+                             "''\"''\"''$(touch /tmp/owned)",
+                             "[a-z]",
+                             "<x",
+                             "2>1",
+                             "(sub)",
+                             "a;b",
+                             "a@b.example:1+2-3_4",
+                             "\\''$(touch /tmp/owned)\\''"})
+        names.emplace_back(name);
+    const auto files = panel_.Files();
+    for (const std::string &name : names) {
+        SCOPED_TRACE(name);
+        ASSERT_LE(name.size(), kNameSize);
+        Restore();
+        panel_.Run("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('" + name + "', '" +
+                   panel::PasswordDigest("sesame") + "', 1)");
+        EXPECT_EQ(client_->Login(name, "sesame"), "LoginResponse?Result=0");
+        EXPECT_EQ(Ask("SetUserInfo?UserNo=1&LastName=L"), "SetUserInfoResponse?Result=0");
+        EXPECT_EQ(panel_.Calls(),
+                  std::vector<panel::Call>({AuditCall(15107, name), AuditCall(10303, name)}));
+        EXPECT_TRUE(panel_.Files() == files);
+    }
+}
+
+TEST_F(Hostile, EmptyUserNameIsAnEmptyWord)
+{
+    panel_.Run("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('', '" +
+               panel::PasswordDigest("sesame") + "', 1)");
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(Ask("Login?Password=sesame"), "LoginResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(15107, "")}));
+}
+
+TEST_F(Hostile, PasswordsAreOnlyDigested)
+{
+    for (const std::string password : kEnding) {
+        panel_.Run("UPDATE WebUser SET Password='" + panel::PasswordDigest(password) +
+                   "' WHERE ID='operator'");
+        EXPECT_EQ(client_->Login(panel::kOperator.Id, password), "LoginResponse?Result=0")
+            << password;
+    }
+    EXPECT_FALSE(std::filesystem::exists("/tmp/owned"));
+}
+
+/// Makes lines of every kind: request-like ones, torn ones, and bytes that mean nothing.
+class LineMaker
+{
+public:
+    explicit LineMaker(unsigned seed) : random_(seed) {}
+
+    /// A line with its line feed. Before a login, some lines are logins with all sorts of names.
+    std::string Next(bool isLoggedIn)
+    {
+        std::string line;
+        switch (Below(4)) {
+        case 0:
+            line = Bytes(Below(1200));
+            break;
+        case 1:
+            line = Bytes(Below(20)) + Word(isLoggedIn) + Bytes(Below(200));
+            break;
+        default:
+            line = Word(isLoggedIn);
+            for (std::size_t pairs = Below(8); pairs > 0; --pairs)
+                line += Key() + (Below(10) == 0 ? "" : "=") + Value() + (Below(10) == 0 ? "" : "&");
+        }
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        return line + "\n";
+    }
+
+private:
+    std::size_t Below(std::size_t limit) { return random_() % limit; }
+
+    template <std::size_t N>
+    std::string OneOf(const char *const (&texts)[N])
+    {
+        return texts[Below(N)];
+    }
+
+    std::string Bytes(std::size_t count)
+    {
+        std::string bytes(count, '\0');
+        for (char &byte : bytes)
+            byte = static_cast<char>(random_() >> 8U);
+        return bytes;
+    }
+
+    /// Not the commands that pause or wait for bytes: they have tests of their own.
+    std::string Word(bool isLoggedIn)
+    {
+        static constexpr const char *kStrangers[] = {
+            "Login?", "Hello?", "login?", "Heartbeat?", "GetUserInfo?", "?", "Login"};
+        static constexpr const char *kWords[] = {"Hello?",
+                                                 "SetEvent?",
+                                                 "GetEventLog?",
+                                                 "GetEventLogEx?",
+                                                 "GetEventCode?",
+                                                 "GetEventCodeEx?",
+                                                 "GetLiveVideoInfo?",
+                                                 "GetPlayVideoInfo?",
+                                                 "GetDoorInfo?",
+                                                 "GetDoorInfoEx?",
+                                                 "GetUserInfo?",
+                                                 "GetUserInfoEx?",
+                                                 "SetUserInfo?",
+                                                 "AddUserInfo?",
+                                                 "DelUserInfo?",
+                                                 "GetUserImage?",
+                                                 "GetCardFormat?",
+                                                 "GetCardFormatEx?",
+                                                 "GetCardInfo?",
+                                                 "GetCardInfoEx?",
+                                                 "SetCardInfo?",
+                                                 "AddCardInfo?",
+                                                 "DelCardInfo?",
+                                                 "GetAccessLevel?",
+                                                 "GetAccessLevelEx?",
+                                                 "GetCardAccessLevel?",
+                                                 "SetCardAccessLevel?",
+                                                 "GetThreatInfo?",
+                                                 "GetThreatInfoEx?",
+                                                 "GetDoorLock?",
+                                                 "GetAuxOutput?",
+                                                 "GetThreatLevel?",
+                                                 "gEtUsErInFo?",
+                                                 "NoSuchCommand?"};
+        return isLoggedIn ? OneOf(kWords) : OneOf(kStrangers);
+    }
+
+    std::string Key()
+    {
+        static constexpr const char *kKeys[] = {
+            "Username",   "Password",  "UserNo",     "FirstName",   "LastName", "MiddleName",
+            "Email",      "CardNo",    "CardNumber", "FormatNo",    "ActDate",  "ExpDate",
+            "Offset",     "Limit",     "DoorNo",     "Name",        "FromTime", "ToTime",
+            "DeviceName", "EventDesc", "EventTime",  "SelectType",  "Code",     "AccessLevelNo",
+            "LevelNo",    "VideoTag",  "Level",      "PhoneNumber", "",         "Size"};
+        return OneOf(kKeys);
+    }
+
+    std::string Value()
+    {
+        switch (Below(6)) {
+        case 0:
+            return std::to_string(static_cast<int>(random_()));
+        case 1:
+            return std::to_string(Below(20));
+        case 2:
+            return OneOf(kEnding);
+        case 3:
+            return OneOf(kStaying);
+        case 4:
+            return Bytes(Below(300));
+        default:
+            return "";
+        }
+    }
+
+    std::mt19937 random_;
+};
+
+/// Sends lines and takes in what is answered to them, until the agent is in step again.
+void SendJunk(unsigned seed, std::size_t lines, bool isLoggedIn)
+{
+    SCOPED_TRACE(seed);
+    ManagementClient client = isLoggedIn ? LoggedIn() : ManagementClient();
+    LineMaker maker(seed);
+    for (std::size_t sent = 1; sent <= lines; ++sent) {
+        client.Send(maker.Next(isLoggedIn));
+        if (sent % 20 != 0)
+            continue;
+        // The line feed ends what a line that was too long has left.
+        client.Send(isLoggedIn ? "\nHeartbeat?\n" : "\nHello?Junk\n");
+        std::string answer;
+        while (answer != "(none)" && answer.rfind(isLoggedIn ? "Heartbeat" : "Hello", 0) != 0)
+            answer = client.ReadLine().value_or("(none)");
+        ASSERT_NE(answer, "(none)") << sent;
+    }
+}
+
+TEST_F(Hostile, LinesOfEveryKindLeaveTheAgentAtWork)
+{
+    const std::vector<Row> schema =
+        panel_.Rows("SELECT name, sql FROM sqlite_master ORDER BY name");
+    const auto files = panel_.Files();
+    std::vector<std::thread> clients;
+    for (unsigned seed = 1; seed <= 4; ++seed)
+        clients.emplace_back(SendJunk, seed, 500, seed % 2 == 0);
+    for (std::thread &client : clients)
+        client.join();
+
+    EXPECT_TRUE(agent_.IsRunning());
+    EXPECT_EQ(panel_.Rows("SELECT name, sql FROM sqlite_master ORDER BY name"), schema);
+    EXPECT_EQ(panel_.Value("PRAGMA integrity_check"), "ok");
+    EXPECT_TRUE(panel_.Files() == files);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Door"), "8");
+    client_.emplace(LoggedIn());
+    EXPECT_EQ(Ask("GetCardFormat?FormatNo=1"),
+              "GetCardFormatResponse?Result=0&FormatNo=1&Name=26-bit Wiegand&Default=1");
+}
+
+TEST_F(Hostile, EndlessLineIsReadInPiecesAndAnswersNothing)
+{
+    ManagementClient client;
+    for (int i = 0; i < 64; ++i)
+        client.Send(std::string(65536, 'x'));
+    EXPECT_EQ(client.Ask("\nHello?").rfind("HelloResponse?Result=0&Key=", 0), 0U);
+}
+
+} // namespace
+} // namespace nimbra::test
