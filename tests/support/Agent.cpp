@@ -14,6 +14,7 @@
 #include <stdexcept>
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -82,6 +83,8 @@ Agent::Agent(Options options)
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(pipe[1], STDOUT_FILENO);
         dup2(pipe[1], STDERR_FILENO);
+        // Whatever else the test's own caller has left open is no business of the agent's.
+        close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
         for (const auto &[name, value] : options.Environment)
             setenv(name.c_str(), value.c_str(), 1);
         execvp(arguments[0], arguments.data());
