@@ -1,0 +1,513 @@
+// Databases that the panel has locked, or that are missing or broken.
+
+#include "panel/Sqlite.h"
+#include "support/CommandTest.h"
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace nimbra::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Longer than any wait for a lock, however many statements of a request meet it.
+constexpr milliseconds kVeryLong = seconds(60);
+
+/// Holds a database like a panel that is at work in it.
+class Lock
+{
+public:
+    explicit Lock(const fs::path &file, const std::string &kind = "EXCLUSIVE") : database_(file)
+    {
+        database_.Run("BEGIN " + kind);
+    }
+    ~Lock() { database_.Run("COMMIT"); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+private:
+    panel::SqliteFile database_;
+};
+
+class LockedDatabase : public CommandTest
+{
+protected:
+    /// Sends a request while the file is locked, and unlocks it after two seconds.
+    [[nodiscard]] std::string AskLockedForTwoSeconds(const fs::path &file,
+                                                     const std::string &request)
+    {
+        {
+            const Lock lock(file);
+            client_->SendLine(request);
+            EXPECT_TRUE(client_->IsSilent(seconds(2))) << request;
+        }
+        return client_->ReadLine(kVeryLong).value_or("(no answer)");
+    }
+
+    /// Shows that a request whose statement meets a longer lock fails after three seconds, changes
+    /// nothing, and succeeds when it is sent again.
+    void ExpectFailsWhileLocked(const fs::path &file, const std::string &request)
+    {
+        SCOPED_TRACE(request);
+        const std::string command = CommandOf(request);
+        const std::vector<std::string> before = TestPanel::Dump(file);
+        const std::size_t calls = panel_.Calls().size();
+        {
+            const Lock lock(file);
+            const Stopwatch watch;
+            EXPECT_EQ(client_->Ask(request, kVeryLong), command + "Response?Result=1");
+            EXPECT_GT(watch.Seconds(), 2.9);
+            EXPECT_LT(watch.Seconds(), 15);
+        }
+        EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", command, command + " fail"));
+        EXPECT_EQ(TestPanel::Dump(file), before);
+        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+        EXPECT_EQ(Ask(request).rfind(command + "Response?Result=0", 0), 0U);
+    }
+
+    const fs::path main_ = panel_.Paths().MainDatabase;
+    const fs::path log_ = panel_.Paths().LogDatabase;
+};
+
+TEST_F(LockedDatabase, ForTwoSecondsDelaysAChange)
+{
+    const std::size_t calls = panel_.Calls().size();
+    EXPECT_EQ(AskLockedForTwoSeconds(main_, "AddUserInfo?LastName=Patient"),
+              "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Value("SELECT No FROM User WHERE LastName='Patient'"), "13");
+    ASSERT_EQ(panel_.Journal().size(), 1U);
+    EXPECT_NE(panel_.Journal()[0].find("'Patient'"), std::string::npos);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10301)}));
+}
+
+/// A list of so many access levels that a change of them can be met in its middle.
+constexpr int kLongList = 450;
+
+std::string LongListRequest()
+{
+    std::string request = "SetCardAccessLevel?CardNo=1&SelectType=1&AccessLevelNo=1";
+    for (int i = 1; i < kLongList; ++i)
+        request += " 1";
+    return request;
+}
+
+class LockedInTheMiddle : public LockedDatabase
+{
+protected:
+    /// Sends the long request, and returns when some of its statements are done.
+    void StartLongRequest()
+    {
+        ASSERT_EQ(Levels(), 1);
+        client_->SendLine(LongListRequest());
+        ASSERT_TRUE(WaitUntil([&] { return Levels() > 5; }));
+    }
+
+    [[nodiscard]] int Levels() const
+    {
+        return std::stoi(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel WHERE CardNo=1"));
+    }
+
+    [[nodiscard]] int JournalledInserts() const
+    {
+        return std::stoi(panel_.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE"
+                                      " 'INSERT INTO CardAccessLevel%'"));
+    }
+};
+
+TEST_F(LockedInTheMiddle, ForTwoSecondsDelaysTheRestOfAChange)
+{
+    StartLongRequest();
+    {
+        const Lock lock(main_);
+        EXPECT_TRUE(client_->IsSilent(seconds(2)));
+    }
+    EXPECT_EQ(client_->ReadLine(kVeryLong), "SetCardAccessLevelResponse?Result=0");
+    EXPECT_EQ(Levels(), kLongList);
+    EXPECT_EQ(JournalledInserts(), kLongList);
+    EXPECT_EQ(panel_.Value("SELECT COUNT(DISTINCT Idseq) FROM DBQueryInfo"),
+              std::to_string(kLongList + 2));
+}
+
+TEST_F(LockedInTheMiddle, ForLongBreaksAChangeOffWhereItStands)
+{
+    StartLongRequest();
+    const std::size_t calls = panel_.Calls().size();
+    {
+        const Lock lock(main_);
+        EXPECT_EQ(client_->ReadLine(kVeryLong), "SetCardAccessLevelResponse?Result=1");
+    }
+    EXPECT_LT(Levels(), kLongList);
+    // The lock met a statement, or its entry in the journal.
+    EXPECT_LE(JournalledInserts(), Levels());
+    EXPECT_GE(JournalledInserts(), Levels() - 1);
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    client_.emplace(LoggedIn());
+    EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=1&SelectType=1&AccessLevelNo=2 3"),
+              "SetCardAccessLevelResponse?Result=0");
+    EXPECT_EQ(Levels(), 2);
+}
+
+TEST_F(LockedDatabase, ForTwoSecondsDelaysAReading)
+{
+    EXPECT_EQ(AskLockedForTwoSeconds(main_, "GetCardFormat?FormatNo=1"),
+              "GetCardFormatResponse?Result=0&FormatNo=1&Name=26-bit Wiegand&Default=1");
+}
+
+TEST_F(LockedDatabase, ForTwoSecondsDelaysALogin)
+{
+    EXPECT_EQ(AskLockedForTwoSeconds(main_, "Login?Username=operator&Password=operate!1"),
+              "LoginResponse?Result=0");
+    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(LockedDatabase, ForLongFailsAChange)
+{
+    ExpectFailsWhileLocked(main_, "SetUserInfo?UserNo=1&LastName=Late");
+    EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserInfo", "sqlite3_exec fail"), 1U);
+}
+
+TEST_F(LockedDatabase, ForLongFailsAnAddition)
+{
+    ExpectFailsWhileLocked(main_, "AddUserInfo?LastName=Late");
+    EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "13");
+}
+
+TEST_F(LockedDatabase, ForLongFailsADeletion)
+{
+    ExpectFailsWhileLocked(main_, "DelUserInfo?UserNo=1");
+}
+
+TEST_F(LockedDatabase, ForLongFailsAThreatLevel)
+{
+    ExpectFailsWhileLocked(main_, "SetThreatLevel?ThreatLevel=4");
+}
+
+TEST_F(LockedDatabase, ForLongFailsAReading)
+{
+    ExpectFailsWhileLocked(main_, "GetUserInfo?UserNo=1");
+}
+
+TEST_F(LockedDatabase, ForLongFailsAList)
+{
+    ExpectFailsWhileLocked(main_, "GetUserInfoEx?Limit=1");
+}
+
+TEST_F(LockedDatabase, ForLongFailsALogin)
+{
+    const std::size_t calls = panel_.Calls().size();
+    {
+        const Lock lock(main_);
+        const Stopwatch watch;
+        EXPECT_EQ(client_->Ask("Login?Username=operator&Password=operate!1", kVeryLong),
+                  "LoginResponse?Result=1");
+        EXPECT_GT(watch.Seconds(), 2.9);
+    }
+    EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "Login", "CheckPassword fail"));
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    // Logged in still, but without any right.
+    ExpectRefused("GetThreatLevel?", 9, "Authority fail");
+    EXPECT_EQ(client_->Login(panel::kOperator.Id, panel::kOperator.Password),
+              "LoginResponse?Result=0");
+    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(LockedDatabase, OfTheLogFailsOnlyTheEventLog)
+{
+    {
+        const Lock lock(log_);
+        EXPECT_EQ(Ask("GetUserInfo?UserNo=1").rfind("GetUserInfoResponse?Result=0&", 0), 0U);
+        EXPECT_EQ(Ask("GetEventCode?Code=10101"),
+                  "GetEventCodeResponse?Result=0&Code=10101&Desc=Door opened");
+    }
+    EXPECT_EQ(AskLockedForTwoSeconds(log_, "GetEventLog?EventNo=1")
+                  .rfind("GetEventLogResponse?Result=0&", 0),
+              0U);
+    ExpectFailsWhileLocked(log_, "GetEventLog?EventNo=1");
+}
+
+TEST_F(LockedDatabase, IsStillReadWhileThePanelOnlyPreparesAChange)
+{
+    const Lock lock(main_, "IMMEDIATE");
+    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+    EXPECT_EQ(Ask("GetUserInfo?UserNo=1").rfind("GetUserInfoResponse?Result=0&", 0), 0U);
+}
+
+TEST_F(LockedDatabase, HoldsUpNoSessionThatDoesNotNeedIt)
+{
+    ManagementClient other = LoggedIn();
+    const Lock lock(main_);
+    client_->SendLine("SetUserInfo?UserNo=1&LastName=Late");
+    EXPECT_EQ(other.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+    EXPECT_EQ(other.Ask("SetEvent?Enable=1"), "SetEventResponse?Result=0");
+    EXPECT_EQ(client_->ReadLine(), "SetUserInfoResponse?Result=1");
+}
+
+/// One way in which a database can be of no use.
+struct Fault
+{
+    const char *Name;
+    void (*Break)(const fs::path &file);
+};
+
+constexpr Fault kFaults[] = {
+    {"Missing", [](const fs::path &file) { fs::remove(file); }},
+    {"Empty", [](const fs::path &file) { fs::resize_file(file, 0); }},
+    {"Truncated", [](const fs::path &file) { fs::resize_file(file, 1500); }},
+    {"NoDatabase",
+     [](const fs::path &file) { WriteFile(file, std::string(20000, 'x') + "no database\n"); }},
+    {"ZeroBytes", [](const fs::path &file) { WriteFile(file, std::string(20000, '\0')); }},
+    {"Directory",
+     [](const fs::path &file) {
+         fs::remove(file);
+         fs::create_directory(file);
+     }},
+};
+
+void PrintTo(const Fault &fault, std::ostream *stream)
+{
+    *stream << fault.Name;
+}
+
+std::string NameOf(const ::testing::TestParamInfo<Fault> &info)
+{
+    return info.param.Name;
+}
+
+/// Keeps a database file, to put it back in one step as a panel would.
+class Backup
+{
+public:
+    explicit Backup(fs::path file) : file_(std::move(file)), content_(ReadFile(file_)) {}
+
+    void Restore() const
+    {
+        const fs::path fresh = file_.string() + ".fresh";
+        WriteFile(fresh, content_);
+        if (fs::is_directory(file_))
+            fs::remove(file_);
+        fs::rename(fresh, file_);
+    }
+
+private:
+    fs::path file_;
+    std::string content_;
+};
+
+constexpr const char *kNeedLog[] = {"GetEventLog?EventNo=1", "GetEventLogEx?"};
+
+constexpr const char *kNeedMain[] = {
+    "GetEventCode?Code=10001",
+    "GetEventCodeEx?",
+    "GetLiveVideoInfo?DoorNo=1",
+    "GetPlayVideoInfo?VideoTag=1",
+    "GetDoorInfo?DoorNo=1",
+    "GetDoorInfoEx?",
+    "GetUserInfo?UserNo=1",
+    "GetUserInfoEx?",
+    "SetUserInfo?UserNo=1&LastName=L",
+    "AddUserInfo?LastName=L",
+    "DelUserInfo?UserNo=12",
+    "GetUserImage?UserNo=6",
+    "GetCardFormat?FormatNo=1",
+    "GetCardFormatEx?",
+    "GetCardInfo?CardNo=1",
+    "GetCardInfoEx?",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=1",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=2",
+    "DelCardInfo?CardNo=2",
+    "GetAccessLevel?LevelNo=1",
+    "GetAccessLevelEx?",
+    "GetCardAccessLevel?CardNo=1",
+    "SetCardAccessLevel?CardNo=1&SelectType=1&AccessLevelNo=1",
+    "GetThreatInfo?Level=1",
+    "GetThreatInfoEx?",
+    "GetThreatLevel?",
+    "SetThreatLevel?ThreatLevel=1",
+    "GetDoorLock?Port=1",
+    "GetAuxOutput?Port=1",
+};
+
+constexpr const char *kNeedNone[] = {
+    "Heartbeat?",
+    "SetEvent?Enable=1",
+    "SetAuxOutput?Port=1&Control=1",
+    "SetDoorLock?Port=1&Control=0",
+};
+
+class BrokenDatabase : public CommandTest, public ::testing::WithParamInterface<Fault>
+{
+protected:
+    template <std::size_t N>
+    void ExpectServed(const char *const (&requests)[N])
+    {
+        for (const char *request : requests)
+            EXPECT_EQ(AskList(request)[0].rfind(CommandOf(request) + "Response?Result=0", 0), 0U)
+                << request;
+    }
+
+    template <std::size_t N>
+    void ExpectFail(const char *const (&requests)[N])
+    {
+        const std::size_t calls = panel_.Calls().size();
+        for (const char *request : requests) {
+            EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=1");
+            EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", CommandOf(request),
+                                              CommandOf(request) + " fail"));
+        }
+        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    }
+
+    const Backup main_{panel_.Paths().MainDatabase};
+    const Backup log_{panel_.Paths().LogDatabase};
+    const Backup network_{panel_.Paths().NetworkDatabase};
+};
+
+TEST_P(BrokenDatabase, OfTheConfigurationFailsWhatNeedsIt)
+{
+    const fs::path file = panel_.Paths().MainDatabase;
+    GetParam().Break(file);
+    const std::string broken = fs::is_regular_file(file) ? ReadFile(file) : "";
+    ExpectFail(kNeedMain);
+    ExpectFail(kNeedLog);
+    ManagementClient stranger;
+    EXPECT_EQ(stranger.Login(panel::kController.Id, panel::kController.Password),
+              "LoginResponse?Result=1");
+    // Nothing is made worse.
+    EXPECT_EQ(fs::is_regular_file(file) ? ReadFile(file) : "", broken);
+    ExpectServed(kNeedNone);
+
+    main_.Restore();
+    ExpectServed(kNeedMain);
+    ExpectServed(kNeedLog);
+    EXPECT_EQ(stranger.Login(panel::kController.Id, panel::kController.Password),
+              "LoginResponse?Result=0");
+}
+
+TEST_P(BrokenDatabase, OfEventsFailsOnlyTheEventLog)
+{
+    GetParam().Break(panel_.Paths().LogDatabase);
+    ExpectFail(kNeedLog);
+    ExpectServed(kNeedMain);
+    ExpectServed(kNeedNone);
+    log_.Restore();
+    ExpectServed(kNeedLog);
+}
+
+TEST_P(BrokenDatabase, OfTheNetworkFailsNothingThatIsServed)
+{
+    GetParam().Break(panel_.Paths().NetworkDatabase);
+    ExpectServed(kNeedMain);
+    ExpectServed(kNeedLog);
+    ExpectServed(kNeedNone);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, BrokenDatabase, ::testing::ValuesIn(kFaults), NameOf);
+
+class StartWithBrokenDatabase : public ::testing::TestWithParam<Fault>
+{
+protected:
+    /// Shows that an agent which is started on the broken file serves nobody, and serves as soon as
+    /// the file is sound.
+    void ExpectServesOnlyWhenRestored(const fs::path &file)
+    {
+        const Backup backup(file);
+        GetParam().Break(file);
+        Agent::Options options;
+        options.WaitUntilServing = false;
+        Agent agent(options);
+        // Long enough for a second attempt.
+        EXPECT_FALSE(agent.WaitForLog(", Port: 9000", milliseconds(4500)));
+        EXPECT_TRUE(agent.IsRunning());
+        backup.Restore();
+        ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
+        ManagementClient client = LoggedIn();
+        EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+    }
+
+    TestPanel panel_;
+};
+
+TEST_P(StartWithBrokenDatabase, OfTheConfigurationWaitsForIt)
+{
+    ExpectServesOnlyWhenRestored(panel_.Paths().MainDatabase);
+}
+
+TEST_P(StartWithBrokenDatabase, OfTheNetworkWaitsForIt)
+{
+    ExpectServesOnlyWhenRestored(panel_.Paths().NetworkDatabase);
+}
+
+TEST_P(StartWithBrokenDatabase, OfEventsServesTheRest)
+{
+    const Backup backup(panel_.Paths().LogDatabase);
+    GetParam().Break(panel_.Paths().LogDatabase);
+    Agent agent;
+    ManagementClient client = LoggedIn();
+    EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+    EXPECT_EQ(client.Ask("GetEventLog?EventNo=1"), "GetEventLogResponse?Result=1");
+    backup.Restore();
+    EXPECT_EQ(client.Ask("GetEventLog?EventNo=1").rfind("GetEventLogResponse?Result=0&", 0), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, StartWithBrokenDatabase, ::testing::ValuesIn(kFaults), NameOf);
+
+class DamagedDatabase : public CommandTest
+{};
+
+// What lies in the part that is left may be read; what does not, fails.
+TEST_F(DamagedDatabase, CutInTheMiddleIsServedAsFarAsItGoes)
+{
+    for (const fs::path &file : {panel_.Paths().MainDatabase, panel_.Paths().LogDatabase}) {
+        const Backup backup(file);
+        const std::uintmax_t size = fs::file_size(file);
+        for (std::uintmax_t eighths = 1; eighths < 8; ++eighths) {
+            backup.Restore();
+            fs::resize_file(file, size * eighths / 8);
+            std::vector<std::string> requests(std::begin(kNeedLog), std::end(kNeedLog));
+            requests.insert(requests.end(), std::begin(kNeedMain), std::end(kNeedMain));
+            for (const std::string &request : requests) {
+                const std::string answer = AskList(request)[0];
+                const std::string lead = CommandOf(request) + "Response?Result=";
+                EXPECT_TRUE(answer.rfind(lead + "0", 0) == 0 || answer == lead + "1") << answer;
+            }
+        }
+        backup.Restore();
+    }
+    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+    EXPECT_EQ(AskList("GetEventLogEx?").size(), 26U);
+}
+
+TEST_F(DamagedDatabase, WithOverwrittenPagesNeverBringsTheAgentDown)
+{
+    const fs::path file = panel_.Paths().MainDatabase;
+    const Backup backup(file);
+    const std::string sound = ReadFile(file);
+    for (std::size_t page = 0; page * 4096 < sound.size(); ++page) {
+        backup.Restore();
+        std::string damaged = sound;
+        for (std::size_t i = page * 4096 + (page == 0 ? 100 : 0);
+             i < sound.size() && i < (page + 1) * 4096; ++i)
+            damaged[i] = static_cast<char>(damaged[i] ^ static_cast<char>(i * 31 + page));
+        WriteFile(file, damaged);
+        for (const char *request : {"GetUserInfoEx?", "GetCardInfoEx?", "GetDoorInfoEx?",
+                                    "GetEventCodeEx?", "AddUserInfo?LastName=L"}) {
+            const std::string answer = AskList(request)[0];
+            EXPECT_EQ(answer.rfind(CommandOf(request) + "Response?Result=", 0), 0U) << answer;
+        }
+    }
+    backup.Restore();
+    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+} // namespace
+} // namespace nimbra::test
