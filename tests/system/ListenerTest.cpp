@@ -1,0 +1,665 @@
+// The listener: how clients are accepted, counted and let go, alone and in crowds, and how the
+// agent gets by when a port, descriptors or threads cannot be had.
+
+#include "support/Agent.h"
+#include "support/AgentTest.h"
+#include "support/Files.h"
+#include "support/Limits.h"
+#include "support/ManagementClient.h"
+#include "support/TestPanel.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace nimbra::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+constexpr int kPort = 9000;
+
+sockaddr_in SocketAddress(const char *address, int port)
+{
+    sockaddr_in result = {};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(static_cast<std::uint16_t>(port));
+    inet_pton(AF_INET, address, &result.sin_addr);
+    return result;
+}
+
+/// A socket of the test's own.
+class TestSocket
+{
+public:
+    explicit TestSocket(int flags = 0)
+        : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0))
+    {}
+    ~TestSocket()
+    {
+        if (socket_ >= 0)
+            close(socket_);
+    }
+    TestSocket(TestSocket &&other) noexcept : socket_(other.Release()) {}
+    TestSocket &operator=(TestSocket &&) = delete;
+
+    [[nodiscard]] bool Bind(const char *address, int port) const
+    {
+        const sockaddr_in own = SocketAddress(address, port);
+        return bind(socket_, reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
+    }
+    /// Whether the connection stands at once.
+    [[nodiscard]] bool Connect(const char *address = "127.0.0.1") const
+    {
+        const sockaddr_in agent = SocketAddress(address, kPort);
+        return connect(socket_, reinterpret_cast<const sockaddr *>(&agent), sizeof agent) == 0;
+    }
+    /// Whether a connection that was under way stands by now.
+    [[nodiscard]] bool IsConnected() const
+    {
+        sockaddr_in peer = {};
+        socklen_t size = sizeof peer;
+        return getpeername(socket_, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
+    }
+    [[nodiscard]] int Get() const { return socket_; }
+    [[nodiscard]] int Release() { return std::exchange(socket_, -1); }
+
+private:
+    int socket_;
+};
+
+bool IsGreeting(const std::string &answer)
+{
+    return answer.rfind("HelloResponse?Result=0&Key=", 0) == 0;
+}
+
+/// The numbers of the lines that tell how many sessions there are, in their order.
+std::vector<int> Counts(Agent &agent)
+{
+    static constexpr std::string_view kLead = "Client Count: ";
+    std::vector<int> counts;
+    for (const std::string &line : agent.Log())
+        if (line.rfind(kLead, 0) == 0)
+            counts.push_back(std::stoi(line.substr(kLead.size())));
+    return counts;
+}
+
+fs::path ProcessFile(const Agent &agent, const std::string &name)
+{
+    return "/proc/" + std::to_string(agent.Pid()) + "/" + name;
+}
+
+/// What an open descriptor of a process stands for; empty when it is closed.
+std::string TargetOf(const fs::path &descriptor)
+{
+    std::error_code closed;
+    return fs::read_symlink(descriptor, closed);
+}
+
+/// The numbers of the open descriptors of a process.
+std::set<int> OpenDescriptors(const fs::path &process)
+{
+    std::set<int> numbers;
+    for (const auto &entry : fs::directory_iterator(process / "fd"))
+        numbers.insert(std::stoi(entry.path().filename()));
+    return numbers;
+}
+
+/// The descriptors of an agent without clients: the standard ones, the listener and the two of
+/// discovery.
+std::set<int> DescriptorsAtRest(const Agent &agent)
+{
+    std::set<int> numbers;
+    EXPECT_TRUE(
+        WaitUntil([&] { return (numbers = OpenDescriptors(ProcessFile(agent, ""))).size() == 6; }));
+    return numbers;
+}
+
+/// The first match of the regular expression's group in the log.
+std::optional<std::string> FindInLog(Agent &agent, const std::string &expression)
+{
+    const std::regex pattern(expression);
+    std::smatch match;
+    for (const std::string &line : agent.Log())
+        if (std::regex_match(line, match, pattern))
+            return match.size() > 1 ? match[1].str() : line;
+    return std::nullopt;
+}
+
+/// The line that tells of a new client; its group is the socket.
+std::string AcceptLine(const std::string &address, int port)
+{
+    return "Socket: ([0-9]+), Addr: " + std::regex_replace(address, std::regex("[.]"), "[.]") +
+           ", Port: " + std::to_string(port);
+}
+
+/// The memory regions of a process: where each begins, and its size.
+class MemoryMap
+{
+public:
+    explicit MemoryMap(const Agent &agent)
+    {
+        std::istringstream lines(ReadFile(ProcessFile(agent, "maps")));
+        std::string line;
+        while (std::getline(lines, line)) {
+            const std::size_t dash = line.find('-');
+            regions_.emplace_back(std::stoull(line, nullptr, 16),
+                                  std::stoull(line.substr(dash + 1), nullptr, 16));
+        }
+    }
+    /// The size of the region that holds the address.
+    [[nodiscard]] std::uint64_t SizeAt(std::uint64_t address) const
+    {
+        for (const auto &[begin, end] : regions_)
+            if (address >= begin && address < end)
+                return end - begin;
+        return 0;
+    }
+
+private:
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> regions_;
+};
+
+/// The stack pointers of the agent's threads but for the first, read while each waits.
+std::vector<std::uint64_t> StackPointers(const Agent &agent)
+{
+    std::vector<std::uint64_t> pointers;
+    for (const auto &task : fs::directory_iterator(ProcessFile(agent, "task"))) {
+        if (task.path().filename() == std::to_string(agent.Pid()))
+            continue;
+        // Of a thread that waits in the kernel: the call, its arguments, stack pointer and place.
+        std::vector<std::string> fields;
+        EXPECT_TRUE(WaitUntil([&] {
+            std::istringstream call(ReadFile(task.path() / "syscall"));
+            fields.assign(std::istream_iterator<std::string>(call), {});
+            return fields.size() >= 3;
+        })) << task.path();
+        if (fields.size() >= 3)
+            pointers.push_back(std::stoull(fields[fields.size() - 2], nullptr, 16));
+    }
+    return pointers;
+}
+
+/// Connects and disconnects so many times, as fast as the listener takes the connections. On the
+/// loopback a connection stands at once, or not at all while the queue is full.
+void ConnectAndDisconnect(std::size_t count)
+{
+    const Stopwatch watch;
+    while (count > 0 && watch.Seconds() < 60) {
+        const TestSocket client(SOCK_NONBLOCK);
+        if (client.Connect() || client.IsConnected())
+            --count;
+        else
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    ASSERT_EQ(count, 0U);
+}
+
+/// A client that never waits: connects, asks and reads whenever it can. When no answer comes for
+/// `patience` seconds it connects anew: a connection that the full queue has not let in looks open
+/// at this end, and TCP tries again at ever longer intervals.
+class EagerClient
+{
+public:
+    explicit EagerClient(double patience) : patience_(patience) { Connect(); }
+
+    /// Takes what steps it can; to be called often.
+    void Proceed()
+    {
+        if (!IsServed() && sinceConnect_.Seconds() > patience_)
+            Connect();
+        if (!client_ && socket_->IsConnected()) {
+            client_ = std::make_unique<ManagementClient>(socket_->Release());
+            Ask();
+        }
+        if (!client_)
+            return;
+        while (client_->ReadLine(milliseconds(0)))
+            ++answers_;
+        // Sessions that are silent for long end.
+        if (answers_ == questions_ && sinceQuestion_.Seconds() > 3)
+            Ask();
+    }
+    [[nodiscard]] bool IsServed() const { return answers_ > 0; }
+    /// The present connection, which has come about.
+    [[nodiscard]] ManagementClient &Client() const { return *client_; }
+
+private:
+    void Connect()
+    {
+        client_.reset();
+        questions_ = 0;
+        socket_ = std::make_unique<TestSocket>(SOCK_NONBLOCK);
+        sinceConnect_ = Stopwatch();
+        static_cast<void>(socket_->Connect());
+    }
+    void Ask()
+    {
+        client_->SendLine("Hello?");
+        ++questions_;
+        sinceQuestion_ = Stopwatch();
+    }
+
+    double patience_;
+    std::unique_ptr<TestSocket> socket_;
+    std::unique_ptr<ManagementClient> client_;
+    Stopwatch sinceConnect_;
+    Stopwatch sinceQuestion_;
+    int questions_ = 0;
+    int answers_ = 0;
+};
+
+/// Tests with hundreds of sessions, each of which looks for bytes every millisecond. The agent is
+/// started with a large timer slack, so that the kernel wakes many of its sleepers together and
+/// other tests get on meanwhile.
+class Crowd : public ::testing::Test
+{
+protected:
+    Crowd() : agent_(AfterSettingSlack()) { prctl(PR_SET_TIMERSLACK, 0UL); }
+
+    TestPanel panel_;
+    Agent agent_;
+
+private:
+    static Agent::Options AfterSettingSlack()
+    {
+        constexpr unsigned long kNanoseconds = 20'000'000;
+        prctl(PR_SET_TIMERSLACK, kNanoseconds);
+        return {};
+    }
+};
+
+class Listener : public AgentTest
+{
+protected:
+    Listener() = default;
+    explicit Listener(const panel::PanelSize &size) : AgentTest(size) {}
+};
+
+class ListenerOfLongLog : public Listener
+{
+protected:
+    ListenerOfLongLog() : Listener({.Events = 100000}) {}
+};
+
+} // namespace
+
+TEST_F(Listener, TellsItsSocketAndPort)
+{
+    const auto socket = FindInLog(agent_, "Socket: ([0-9]+), Port: 9000");
+    ASSERT_TRUE(socket);
+    EXPECT_EQ(TargetOf(ProcessFile(agent_, "fd/" + *socket)).rfind("socket:", 0), 0U);
+}
+
+TEST_F(Listener, TellsSocketAddressPortAndCountOfEachClient)
+{
+    // Every address of the panel is listened at, and clients may come from any.
+    for (const auto &[own, agents] :
+         {std::pair("127.0.0.1", "127.0.0.1"), std::pair("127.0.0.2", "127.0.0.3"),
+          std::pair("127.255.255.254", "127.100.100.100")}) {
+        TestSocket socket;
+        ASSERT_TRUE(socket.Bind(own, 0));
+        ASSERT_TRUE(socket.Connect(agents));
+        ManagementClient client(socket.Release());
+        ASSERT_TRUE(IsGreeting(client.Ask("Hello?")));
+        const auto number = FindInLog(agent_, AcceptLine(own, client.LocalPort()));
+        ASSERT_TRUE(number) << own;
+        EXPECT_EQ(TargetOf(ProcessFile(agent_, "fd/" + *number)).rfind("socket:", 0), 0U);
+        // The next client comes while this session goes on without its client.
+    }
+    EXPECT_TRUE(agent_.WaitForLog("Client Count: 3"));
+    EXPECT_EQ(Counts(agent_), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(Listener, AcceptsWithinASecond)
+{
+    for (int i = 0; i < 5; ++i) {
+        const Stopwatch watch;
+        const ManagementClient &client = Connect();
+        const std::string line = AcceptLine("127.0.0.1", client.LocalPort());
+        EXPECT_TRUE(WaitUntil([&] { return FindInLog(agent_, line).has_value(); }));
+        EXPECT_LT(watch.Seconds(), 4);
+    }
+}
+
+TEST_F(Listener, LetsElevenClientsQueueWhileItIsBusy)
+{
+    agent_.Signal(SIGSTOP);
+    std::vector<TestSocket> sockets;
+    for (int i = 0; i < 15; ++i) {
+        sockets.emplace_back(SOCK_NONBLOCK);
+        EXPECT_TRUE(sockets.back().Connect() || errno == EINPROGRESS);
+    }
+    const auto connected = [&] {
+        return std::count_if(sockets.begin(), sockets.end(),
+                             [](const TestSocket &socket) { return socket.IsConnected(); });
+    };
+    // A queue of ten lets one more in; the others are not refused, TCP tries again.
+    EXPECT_TRUE(WaitUntil([&] { return connected() >= 11; }));
+    EXPECT_FALSE(WaitUntil([&] { return connected() > 11; }, milliseconds(1500)));
+    agent_.Signal(SIGCONT);
+    EXPECT_TRUE(WaitUntil([&] { return connected() == 15; }));
+    EXPECT_TRUE(agent_.WaitForLog("Client Count: 15"));
+}
+
+TEST_F(Listener, CountsUpTo20AndBackWithItsClients)
+{
+    const std::set<int> descriptors = DescriptorsAtRest(agent_);
+    const std::size_t threads = agent_.Threads();
+    std::vector<ManagementClient> clients;
+    for (int i = 0; i < 20; ++i) {
+        clients.emplace_back();
+        // None shall end for its silence while the others still come.
+        for (const ManagementClient &client : clients)
+            client.SendLine("Hello?");
+    }
+    ASSERT_TRUE(agent_.WaitForLog("Client Count: 20"));
+    std::vector<int> expected;
+    for (int count = 1; count <= 20; ++count)
+        expected.push_back(count);
+    EXPECT_EQ(Counts(agent_), expected);
+    EXPECT_EQ(agent_.Descriptors(), descriptors.size() + 20);
+
+    clients.clear();
+    ASSERT_TRUE(agent_.WaitForLog("Client Count: 0", seconds(60)));
+    for (int count = 19; count >= 0; --count)
+        expected.push_back(count);
+    EXPECT_EQ(Counts(agent_), expected);
+    EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors(ProcessFile(agent_, "")) == descriptors; }));
+    EXPECT_TRUE(WaitUntil([&] { return agent_.Threads() <= threads; }));
+}
+
+TEST_F(Crowd, Of200ClientsAtOnceIsServedInTheEnd)
+{
+    std::vector<EagerClient> clients;
+    for (int i = 0; i < 200; ++i)
+        clients.emplace_back(3 + 0.02 * i);
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            for (EagerClient &client : clients)
+                client.Proceed();
+            static_cast<void>(agent_.Log());
+            return std::all_of(clients.begin(), clients.end(),
+                               [](const EagerClient &client) { return client.IsServed(); });
+        },
+        seconds(120)));
+    // All of them are open at once: none was given up for another.
+    for (const EagerClient &client : clients)
+        client.Client().SendLine("Hello?");
+    for (const EagerClient &client : clients)
+        EXPECT_TRUE(IsGreeting(client.Client().ReadLine().value_or("(no answer)")));
+    EXPECT_GE(agent_.CountInLog(", Addr: "), 200U);
+}
+
+TEST_F(Crowd, Of1000ThatComeAndGoLeavesNothingBehind)
+{
+    const std::set<int> descriptors = DescriptorsAtRest(agent_);
+    const std::size_t threads = agent_.Threads();
+    std::array<std::size_t, 2> resident = {};
+    // The first half makes the C library take what it keeps for the next.
+    for (std::size_t &after : resident) {
+        const std::size_t before = agent_.CountInLog(", Addr: ");
+        ConnectAndDisconnect(500);
+        ASSERT_TRUE(agent_.WaitForLog(", Addr: ", seconds(60), before + 500));
+        ASSERT_TRUE(WaitUntil([&] { return Counts(agent_).back() == 0; }, seconds(60)));
+        EXPECT_TRUE(WaitUntil([&] { return agent_.Threads() <= threads; }));
+        EXPECT_EQ(OpenDescriptors(ProcessFile(agent_, "")), descriptors);
+        after = agent_.ResidentKiB();
+    }
+    // Sanitizers keep what has been freed.
+    EXPECT_LE(resident[1], resident[0] + (kIsSanitized ? 65536 : 1024));
+    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+}
+
+TEST(TakenPort, LeavesTheAgentWithoutAListener)
+{
+    const TestPanel panel;
+    Agent::Options options;
+    options.WaitUntilServing = false;
+    {
+        const TestSocket holder;
+        ASSERT_TRUE(holder.Bind("0.0.0.0", kPort));
+        ASSERT_EQ(listen(holder.Get(), 1), 0);
+        Agent agent(options);
+        ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Process", "OpenSocket fail"));
+        EXPECT_EQ(agent.CountMessages("ClientManager.cpp", "OpenSocket", "bind fail"), 1U);
+        EXPECT_EQ(agent.End(), 0);
+    }
+    // A new agent finds the port free.
+    Agent agent;
+    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+}
+
+TEST(TakenPort, IsNotTriedAgain)
+{
+    const TestPanel panel;
+    auto holder = std::make_unique<TestSocket>();
+    ASSERT_TRUE(holder->Bind("0.0.0.0", kPort));
+    ASSERT_EQ(listen(holder->Get(), 1), 0);
+    Agent::Options options;
+    options.WaitUntilServing = false;
+    Agent agent(options);
+    ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Process", "OpenSocket fail"));
+    holder.reset();
+    // Longer than a start is tried again after.
+    EXPECT_FALSE(WaitUntil([] { return TestSocket().Connect(); }, seconds(7)));
+    EXPECT_EQ(agent.CountInLog("bind fail"), 1U);
+    // The start has succeeded all the same.
+    EXPECT_EQ(agent.CountInLog("CloudEnable="), 1U);
+    EXPECT_TRUE(agent.IsRunning());
+    EXPECT_EQ(agent.End(), 0);
+}
+
+TEST(FreedPort, CanBeHadAgainAtOnce)
+{
+    const TestPanel panel;
+    std::vector<ManagementClient> clients;
+    {
+        Agent agent;
+        clients.emplace_back();
+        ASSERT_TRUE(IsGreeting(clients[0].Ask("Hello?")));
+        // The agent closes first, so the old connection lingers at its end.
+        EXPECT_EQ(agent.End(), 0);
+        EXPECT_TRUE(clients[0].IsClosedByPeer());
+    }
+    Agent agent;
+    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+}
+
+TEST_F(Listener, WaitsForDescriptorsAndServesWhomItHas)
+{
+    std::vector<ManagementClient> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.emplace_back();
+        ASSERT_EQ(clients.back().Login(panel::kController.Id, panel::kController.Password),
+                  "LoginResponse?Result=0");
+    }
+    const std::set<int> open = OpenDescriptors(ProcessFile(agent_, ""));
+    std::size_t limit = 0;
+    while (open.count(static_cast<int>(limit)) != 0)
+        ++limit;
+    {
+        // Below the first free number none is free.
+        const SoftLimit noMore(agent_, "nofile", limit);
+        ManagementClient late;
+        late.SendLine("Hello?");
+        EXPECT_TRUE(late.IsSilent(seconds(3)));
+        for (ManagementClient &client : clients)
+            EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+        // No database can be opened meanwhile; the session goes on.
+        EXPECT_EQ(clients[0].Ask("GetDoorInfo?DoorNo=1"), "GetDoorInfoResponse?Result=1");
+        EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "GetDoorInfo", "sqlite3_open fail"), 1U);
+
+        // A session that ends makes room for the one that waits.
+        clients.pop_back();
+        EXPECT_TRUE(WaitUntil(
+            [&] {
+                for (const ManagementClient &client : clients)
+                    client.SendLine("Heartbeat?");
+                std::this_thread::sleep_for(milliseconds(500));
+                return late.ReadLine(milliseconds(0)).has_value();
+            },
+            seconds(60)));
+        EXPECT_EQ(OpenDescriptors(ProcessFile(agent_, "")), open);
+    }
+    EXPECT_EQ(LoggedIn().Ask("GetDoorInfo?DoorNo=1").rfind("GetDoorInfoResponse?Result=0", 0), 0U);
+}
+
+TEST(Shortage, OfThreadsTurnsNewClientsAwayAndServesTheOthers)
+{
+    const TestPanel panel;
+    Agent agent(AsBoundUser());
+    ManagementClient served = LoggedIn();
+    const std::set<int> open = OpenDescriptors(ProcessFile(agent, ""));
+    {
+        const SoftLimit limit(agent, "nproc", 1);
+        for (std::size_t i = 1; i <= 3; ++i) {
+            ManagementClient turnedAway;
+            EXPECT_TRUE(turnedAway.IsClosedByPeer());
+            EXPECT_TRUE(
+                agent.WaitForMessage("ClientWorker.cpp", "Start", "pthread_create fail", i));
+            EXPECT_EQ(served.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+        }
+        EXPECT_TRUE(WaitUntil([&] { return Counts(agent).size() == 7; }));
+        std::vector<int> counts = Counts(agent);
+        // The reaper may be done before the accept thread tells of the client.
+        std::sort(counts.begin(), counts.end());
+        EXPECT_EQ(counts, (std::vector<int>{1, 1, 1, 1, 2, 2, 2}));
+        EXPECT_EQ(OpenDescriptors(ProcessFile(agent, "")), open);
+    }
+    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+    EXPECT_EQ(served.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+    EXPECT_EQ(agent.End(), 0);
+}
+
+TEST_F(ListenerOfLongLog, SurvivesClientsThatResetTheConnectionInTheMiddleOfAnAnswer)
+{
+    ManagementClient &other = LogIn();
+    for (int i = 0; i < 3; ++i) {
+        ManagementClient client = LoggedIn();
+        client.SendLine("GetEventLogEx?Limit=100000");
+        EXPECT_EQ(client.ReadLine(),
+                  "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=100000");
+        EXPECT_EQ(client.ReadBytes(100000).size(), 100000U);
+        client.Reset();
+        EXPECT_EQ(other.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+    }
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            EXPECT_EQ(other.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+            std::this_thread::sleep_for(milliseconds(200));
+            return Counts(agent_).back() == 1;
+        },
+        seconds(60)));
+    EXPECT_EQ(other.Ask("GetDoorInfo?DoorNo=1").rfind("GetDoorInfoResponse?Result=0", 0), 0U);
+    EXPECT_TRUE(agent_.IsRunning());
+}
+
+TEST_F(Listener, LetsChildrenInheritTheStandardDescriptorsOnly)
+{
+    // A command tool that shows its process to the test, and waits to be looked at.
+    const fs::path tool = panel_.Paths().CommandTool;
+    ManagementClient &client = LogIn();
+    Connect();
+    ASSERT_TRUE(agent_.WaitForLog("Client Count: 2"));
+    fs::remove(tool);
+    WriteFile(tool, "#!/bin/sh\necho $$ >/nimbra/var/pid.new\nmv /nimbra/var/pid.new "
+                    "/nimbra/var/pid\nwhile [ ! -e /nimbra/var/go ]; do sleep 0.05; done\n");
+    fs::permissions(tool, fs::perms(0755));
+    client.SendLine("SetAuxOutput?Port=1&Control=1");
+    ASSERT_TRUE(WaitUntil([] { return fs::exists("/nimbra/var/pid"); }));
+    const fs::path child = "/proc/" + std::to_string(std::stoi(ReadFile("/nimbra/var/pid")));
+    std::set<int> inherited;
+    for (const int number : OpenDescriptors(child)) {
+        // The shell holds the script that it reads.
+        if (TargetOf(child / "fd" / std::to_string(number)) != tool)
+            inherited.insert(number);
+    }
+    EXPECT_EQ(inherited, (std::set<int>{0, 1, 2}));
+    WriteFile("/nimbra/var/go", "");
+    EXPECT_EQ(client.ReadLine(), "SetAuxOutputResponse?Result=0");
+}
+
+TEST_F(ListenerOfLongLog, ClosesEveryDescriptorOnExec)
+{
+    ManagementClient &client = LogIn();
+    std::atomic<bool> isDone = false;
+    // Searches the whole log in vain, so that the databases are open most of the time.
+    std::thread reader([&] {
+        while (!isDone)
+            EXPECT_EQ(client.Ask("GetEventLogEx?UserName=nobody of that name"),
+                      "GetEventLogExResponse?Result=1");
+    });
+    std::set<std::string> seen;
+    std::set<std::string> inheritable;
+    EXPECT_TRUE(WaitUntil([&] {
+        for (const int number : OpenDescriptors(ProcessFile(agent_, ""))) {
+            const std::string name = std::to_string(number);
+            const std::string target = TargetOf(ProcessFile(agent_, "fd/" + name));
+            const std::string info = ReadFile(ProcessFile(agent_, "fdinfo/" + name));
+            const std::size_t flags = info.find("flags:");
+            // The standard descriptors are meant for children; others may be closed by now.
+            if (number <= STDERR_FILENO || target.empty() || flags == std::string::npos)
+                continue;
+            seen.insert(target.substr(0, target.find('[')));
+            if ((std::stoul(info.substr(flags + 6), nullptr, 8) & O_CLOEXEC) == 0)
+                inheritable.insert(target);
+        }
+        return seen.count("socket:") != 0 && seen.count("/tmp/NimbraDB/Nimbra.db") != 0 &&
+               seen.count("/tmp/NimbraDB/NimbraLog.db") != 0;
+    }));
+    isDone = true;
+    reader.join();
+    EXPECT_EQ(inheritable, std::set<std::string>());
+}
+
+TEST_F(Listener, GivesEachSessionAStackOf256KiB)
+{
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(IsGreeting(Connect().Ask("Hello?")));
+    const std::vector<std::uint64_t> pointers = StackPointers(agent_);
+    EXPECT_GE(pointers.size(), 5U);
+    const MemoryMap memory(agent_);
+    for (const std::uint64_t pointer : pointers) {
+        EXPECT_GE(memory.SizeAt(pointer), 256U * 1024);
+        // Sanitizers make stacks larger for their own needs.
+        EXPECT_TRUE(kIsSanitized || memory.SizeAt(pointer) == 256U * 1024)
+            << memory.SizeAt(pointer);
+    }
+}
+
+} // namespace nimbra::test
