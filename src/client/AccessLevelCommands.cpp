@@ -1,8 +1,10 @@
 #include "client/ClientWorker.h"
 #include "data/DataManager.h"
-#include "protocol/Response.h"
+#include "protocol/Line.h"
 
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 namespace nimbra {
 
@@ -49,7 +51,7 @@ void ClientWorker::GetCardAccessLevel(char *line)
     // As many whole numbers as the line holds.
     const auto taken =
         static_cast<std::size_t>(std::snprintf(nullptr, 0, kCardLevels, levels.SelectType, ""));
-    const std::size_t room = kResponseSize - 1 - taken;
+    const std::size_t room = kLineSize - 1 - taken;
     std::string_view list = levels.AccessLevelNo.View();
     if (list.size() > room)
         levels.AccessLevelNo.Assign(std::string(list.substr(0, list.rfind(' ', room))));

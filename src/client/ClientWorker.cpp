@@ -3,7 +3,7 @@
 #include "base/Random.h"
 #include "base/Thread.h"
 #include "data/DataManager.h"
-#include "protocol/Response.h"
+#include "protocol/Line.h"
 #include "protocol/SocketIo.h"
 
 #include <algorithm>
@@ -11,7 +11,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <new>
+#include <exception>
+#include <iterator>
 #include <utility>
 
 #include <sys/time.h>
@@ -110,7 +111,7 @@ void ClientWorker::Dispatch(char *line, CallPlace place)
         return Log(place.In(kLogSource), "Invalid Message");
     try {
         (this->*command->Handler)(line);
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {
         // Memory ran out in the middle: the data operation failed.
         const std::string_view word = command->Word;
         const FixedText<32> name(word.substr(0, word.size() - 1));
@@ -191,10 +192,10 @@ void ClientWorker::Audit(int eventCode)
 
 void ClientWorker::Respond(const char *format, ...)
 {
-    char text[kResponseSize];
+    char text[kLineSize];
     std::va_list arguments;
     va_start(arguments, format);
-    FormatResponseList(text, format, arguments);
+    FormatLineV(text, format, arguments);
     va_end(arguments);
     SendMessage(socket_.Get(), text);
 }

@@ -120,7 +120,7 @@ private:
                           CallPlace place = CallPlace::Here());
     static void ParseKeys(char *line, std::span<const RequestKey> keys,
                           CallPlace place = CallPlace::Here());
-    /// Answers with a result code alone, and logs why if there is a message.
+    /// Answers with a result code alone, and logs why.
     void Answer(Result result, const char *message, CallPlace place = CallPlace::Here());
     /// Answers that the data operation failed, and logs the command's name followed by " fail".
     void Fail(CallPlace place = CallPlace::Here());

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
 namespace nimbra {
@@ -10,9 +9,6 @@ namespace nimbra {
 /// polls its socket once a millisecond and gives up 5 seconds (in whole seconds of the clock)
 /// after it was called. A peer that closed the connection is not told from one that sends nothing.
 /// Any thread; a socket is used by one thread at a time.
-
-/// Bound of a line that is received, its line feed included.
-inline constexpr std::size_t kLineSize = 1024;
 
 /// Sends a terminated text. Returns false on an error or at the limit; part of the text may then
 /// have been sent. An empty text is never sent: it takes the whole limit and returns false.

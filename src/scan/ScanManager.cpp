@@ -4,9 +4,8 @@
 #include "base/Thread.h"
 #include "base/Wait.h"
 #include "core/ConfigManager.h"
+#include "protocol/Line.h"
 #include "protocol/Request.h"
-#include "protocol/Response.h"
-#include "protocol/SocketIo.h"
 #include "protocol/SocketOpen.h"
 
 #include <cstdio>
@@ -97,12 +96,12 @@ void ScanManager::ProcScan(char *text)
     if (key == 0)
         return NIMBRA_LOG("Key Error");
     const ConfigManager &config = *ConfigManager::GetInstance();
-    char answer[kResponseSize];
-    FormatResponse(answer,
-                   "ScanResponse?Result=0&Key=%d&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
-                   "&PrivatePort=%d\n",
-                   key, config.MacAddr.Get(), config.ModelName.Get(), config.PrivateAddr.Get(),
-                   config.PrivatePort);
+    char answer[kLineSize];
+    FormatLine(answer,
+               "ScanResponse?Result=0&Key=%d&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
+               "&PrivatePort=%d\n",
+               key, config.MacAddr.Get(), config.ModelName.Get(), config.PrivateAddr.Get(),
+               config.PrivatePort);
     const SocketAddress everyone(htonl(INADDR_BROADCAST), kScanAnswerPort);
     sendto(sendSocket_.Get(), answer, std::strlen(answer), 0, everyone.Get(),
            SocketAddress::Size());

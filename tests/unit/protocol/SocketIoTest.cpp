@@ -1,6 +1,7 @@
 #include "protocol/SocketIo.h"
 
 #include "base/Descriptor.h"
+#include "protocol/Line.h"
 #include "support/Waiting.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "protocol/Response.h"
+#include "protocol/Line.h"
 
 #include <climits>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ struct Line
         std::memset(Text, 'x', sizeof Text);
         Guard = 'g';
     }
-    char Text[kResponseSize];
+    char Text[kLineSize];
     char Guard;
 };
 
@@ -27,31 +27,31 @@ std::string FormatOf(std::size_t length)
 {
     Line line;
     const std::string name(length - std::strlen("Name=\n"), 'n');
-    FormatResponse(line.Text, "Name=%s\n", name.c_str());
+    FormatLine(line.Text, "Name=%s\n", name.c_str());
     EXPECT_EQ(line.Guard, 'g');
     return line.Text;
 }
 
-TEST(Response, FormatsALine)
+TEST(Line, FormatsALine)
 {
     Line line;
-    FormatResponse(line.Text, "%sResponse?Result=%d&Name=%s\n", "GetDoorInfo", 0, "Front 100%");
+    FormatLine(line.Text, "%sResponse?Result=%d&Name=%s\n", "GetDoorInfo", 0, "Front 100%");
     EXPECT_STREQ(line.Text, "GetDoorInfoResponse?Result=0&Name=Front 100%\n");
-    FormatResponse(line.Text, "HelloResponse?Result=0&Key=%d\n", INT_MIN);
+    FormatLine(line.Text, "HelloResponse?Result=0&Key=%d\n", INT_MIN);
     EXPECT_STREQ(line.Text, "HelloResponse?Result=0&Key=-2147483648\n");
 }
 
-TEST(Response, KeepsALineThatLeavesAByteFree)
+TEST(Line, KeepsALineThatLeavesAByteFree)
 {
     EXPECT_EQ(FormatOf(1022), "Name=" + std::string(1016, 'n') + "\n");
 }
 
-TEST(Response, KeepsALineThatJustFits)
+TEST(Line, KeepsALineThatJustFits)
 {
     EXPECT_EQ(FormatOf(1023), "Name=" + std::string(1017, 'n') + "\n");
 }
 
-TEST(Response, EndsALineThatIsCutInItsLineFeed)
+TEST(Line, EndsALineThatIsCutInItsLineFeed)
 {
     const std::string cut = "Name=" + std::string(1017, 'n') + "\n";
     EXPECT_EQ(FormatOf(1024), cut);
@@ -60,11 +60,11 @@ TEST(Response, EndsALineThatIsCutInItsLineFeed)
     EXPECT_EQ(FormatOf(1000000), cut);
 }
 
-TEST(Response, CutsAfterWhateverFieldFits)
+TEST(Line, CutsAfterWhateverFieldFits)
 {
     Line line;
-    FormatResponse(line.Text, "A=%s&B=%s\n", std::string(1010, 'a').c_str(),
-                   std::string(1010, 'b').c_str());
+    FormatLine(line.Text, "A=%s&B=%s\n", std::string(1010, 'a').c_str(),
+               std::string(1010, 'b').c_str());
     EXPECT_EQ(line.Text, "A=" + std::string(1010, 'a') + "&B=" + std::string(7, 'b') + "\n");
     EXPECT_EQ(std::strlen(line.Text), 1023U);
 }
