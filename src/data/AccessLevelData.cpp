@@ -94,10 +94,11 @@ bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
     char *rest = nullptr;
     for (const char *piece = strtok_r(list.data(), " ", &rest); piece != nullptr;
          piece = strtok_r(nullptr, " ", &rest)) {
-        if (!Change(panel, SqlText("INSERT INTO CardAccessLevel (Site, No, CardNo, AccessLevelNo) "
+        const std::int32_t number = NextNo(panel, "CardAccessLevel");
+        if (panel.IsLocked() ||
+            !Change(panel, SqlText("INSERT INTO CardAccessLevel (Site, No, CardNo, AccessLevelNo) "
                                    "VALUES (%d, %d, %d, %d)",
-                                   kSite, NextNo(panel, "CardAccessLevel"), levels.CardNo,
-                                   ToNumber(piece))))
+                                   kSite, number, levels.CardNo, ToNumber(piece))))
             return false;
     }
     return true;

@@ -108,7 +108,8 @@ bool DataManager::SetCardInfo(const CardInfo &card)
         return false;
     if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE No!=%d AND CardFormatNo=%d AND "
                                "CardNo='%s'",
-                               card.No, card.FormatNo, card.CardNumber.Get())))
+                               card.No, card.FormatNo, card.CardNumber.Get())) ||
+        panel.IsLocked())
         return false;
     return Change(panel,
                   SqlText("UPDATE Card SET UserNo=%d, CardFormatNo=%d, CardNo='%s', KeyNumber=%d, "
@@ -126,15 +127,18 @@ bool DataManager::AddCardInfo(const CardInfo &card)
     if (!panel.IsOpen())
         return false;
     if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE CardFormatNo=%d AND CardNo='%s'",
-                               card.FormatNo, card.CardNumber.Get())))
+                               card.FormatNo, card.CardNumber.Get())) ||
+        panel.IsLocked())
         return false;
-    return Change(panel,
+    const std::int32_t number = NextNo(panel, "Card");
+    return !panel.IsLocked() &&
+           Change(panel,
                   SqlText("INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
                           "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES "
                           "(%d, %d, %d, %d, '%s', %d, %d, %d, %d, %d, %d, %d)",
-                          kSite, NextNo(panel, "Card"), card.UserNo, card.FormatNo,
-                          card.CardNumber.Get(), card.KeyNumber, card.CardStatus, card.CardType,
-                          card.NeverExpire, card.ActDate, card.ExpDate, kPlainLevels));
+                          kSite, number, card.UserNo, card.FormatNo, card.CardNumber.Get(),
+                          card.KeyNumber, card.CardStatus, card.CardType, card.NeverExpire,
+                          card.ActDate, card.ExpDate, kPlainLevels));
 }
 
 bool DataManager::DelCardInfo(const CardInfo &card)

@@ -17,7 +17,6 @@
 namespace nimbra {
 
 std::mutex DataManager::changeTurn_;
-std::mutex DataManager::journalTurn_;
 
 namespace {
 
@@ -81,7 +80,6 @@ FixedText<64> DataManager::HashPassword(const char *text)
 
 void DataManager::AddDBQueryInfo(const char *statement)
 {
-    const std::lock_guard turn(journalTurn_);
     Database panel(kMainDatabase, kLogSource);
     if (!panel.IsOpen())
         return;
@@ -92,7 +90,7 @@ void DataManager::AddDBQueryInfo(const char *statement)
     for (const char *c = statement; *c != '\0'; ++c)
         insert.append(*c == '\'' ? 2 : 1, *c);
     insert += "', 1)";
-    if (panel.Execute(insert.c_str()) != 0)
+    if (panel.IsLocked() || panel.Execute(insert.c_str()) != 0)
         NIMBRA_LOG("sqlite3_exec fail");
 }
 
@@ -116,14 +114,6 @@ bool DataManager::Change(Database &database, const SqlText &sql, CallPlace place
 std::int32_t DataManager::NextNo(Database &database, const char *table)
 {
     return Next(database.FirstNumber(SqlText("SELECT MAX(No) FROM %s", table)));
-}
-
-void Paging::AppendTo(SqlText &sql) const
-{
-    if (Limit != 0)
-        sql.Append(" LIMIT %d", Limit);
-    if (Offset != 0)
-        sql.Append(" OFFSET %d", Offset);
 }
 
 } // namespace nimbra

@@ -42,7 +42,7 @@ public:
     /// The SHA-256 of a text as 64 upper-case hexadecimal digits.
     [[nodiscard]] static FixedText<64> HashPassword(const char *text);
     /// Appends an executed statement to the journal that the panel software reads. A failure is
-    /// only logged.
+    /// only logged. Called by the change methods, in their turn.
     void AddDBQueryInfo(const char *statement);
     /// Has the panel's command tool write an audit entry, and waits for it. Nothing fails.
     void WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName, int eventCode);
@@ -105,12 +105,11 @@ private:
     static bool IsTaken(Database &database, const SqlText &duplicates,
                         CallPlace place = CallPlace::Here());
     /// The number that a new row of `table` gets: one more than the largest, 1 in an empty table.
+    /// Not to be used when the database was locked.
     static std::int32_t NextNo(Database &database, const char *table);
 
     /// Held by a change method from its first look at the database to its last statement.
     static std::mutex changeTurn_;
-    /// Held while the journal hands out a number and writes its row.
-    static std::mutex journalTurn_;
 };
 
 } // namespace nimbra

@@ -45,6 +45,12 @@ std::int32_t Database::FirstNumber(const SqlText &sql)
     return query.Step() ? query.Number(0) : 0;
 }
 
+bool Database::IsLocked() const
+{
+    const int code = sqlite3_errcode(handle_);
+    return code == SQLITE_BUSY || code == SQLITE_LOCKED;
+}
+
 Statement::Statement(Database &database, const SqlText &sql)
 {
     if (!sql.IsRefused())

@@ -34,6 +34,10 @@ public:
     /// The first column of a query's first row; 0 when the query fails or gives no row.
     [[nodiscard]] std::int32_t FirstNumber(const SqlText &sql);
 
+    /// Whether the last statement has failed because the panel kept the database locked: what it
+    /// was to find out is then not known.
+    [[nodiscard]] bool IsLocked() const;
+
 private:
     friend class Statement;
 

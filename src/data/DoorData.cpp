@@ -5,6 +5,7 @@
 #include "data/Shell.h"
 #include "data/SqlText.h"
 
+#include <iterator>
 #include <string>
 
 namespace nimbra {
@@ -14,6 +15,29 @@ namespace {
 /// The words of the command tool for a door, by the client's control value.
 constexpr const char *kDoorCommands[] = {"locked", "unlocked", "m_unlock"};
 
+// Both let go of the database before the lock state is read on a connection of its own: held on to,
+// it would keep out a change of another session, and that change the reading.
+
+bool ReadName(Database &panel, DoorInfo *door)
+{
+    Statement row(panel, SqlText("SELECT IFNULL(Name, '') FROM Door WHERE No=%d AND Disable=0",
+                                 door->DoorNo));
+    if (!row.Step())
+        return false;
+    door->Name.Assign(row.Text(0));
+    return true;
+}
+
+void ListDoors(Database &panel, const SqlText &condition, RowList<DoorInfo> *rows)
+{
+    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
+    while (row.Step()) {
+        DoorInfo &door = rows->emplace_back();
+        door.DoorNo = row.Number(0);
+        door.Name.Assign(row.Text(1));
+    }
+}
+
 } // namespace
 
 bool DataManager::GetDoorInfo(DoorInfo *door)
@@ -21,11 +45,8 @@ bool DataManager::GetDoorInfo(DoorInfo *door)
     Database panel(kMainDatabase, kLogSource);
     if (!panel.IsOpen())
         return false;
-    Statement row(panel, SqlText("SELECT IFNULL(Name, '') FROM Door WHERE No=%d AND Disable=0",
-                                 door->DoorNo));
-    if (!row.Step())
+    if (!ReadName(panel, door))
         return false;
-    door->Name.Assign(row.Text(0));
     // A door without a lock relay keeps Status 0.
     static_cast<void>(GetDoorLock(door->DoorNo, &door->Status));
     return true;
@@ -42,13 +63,9 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
     condition.Append(" %s Disable=0", condition.Link());
     filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM Door ") + condition);
     filter->Page.AppendTo(condition);
-    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
-    while (row.Step()) {
-        DoorInfo &door = rows->emplace_back();
-        door.DoorNo = row.Number(0);
-        door.Name.Assign(row.Text(1));
+    ListDoors(panel, condition, rows);
+    for (DoorInfo &door : *rows)
         static_cast<void>(GetDoorLock(door.DoorNo, &door.Status));
-    }
     filter->Page.Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();
 }

@@ -32,7 +32,7 @@ public:
     [[nodiscard]] const char *Link() const { return length_ == 0 ? "WHERE" : "AND"; }
 
     [[nodiscard]] bool IsRefused() const { return isRefused_; }
-    /// The text, terminated; cut short when refused.
+    /// The text, terminated; of no use when refused.
     [[nodiscard]] const char *Get() const { return text_; }
 
 private:

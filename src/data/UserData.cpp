@@ -94,12 +94,15 @@ bool DataManager::AddUserInfo(const UserInfo &user)
 {
     const std::lock_guard turn(changeTurn_);
     Database panel(kMainDatabase, kLogSource);
-    return panel.IsOpen() &&
+    if (!panel.IsOpen())
+        return false;
+    const std::int32_t number = NextNo(panel, "User");
+    return !panel.IsLocked() &&
            Change(panel,
                   SqlText("INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, "
                           "CellPhone, Email, Ada, Exempt, ThreatLevel) VALUES (%d, %d, '%s', '%s', "
                           "'%s', '%s', '%s', '%s', %d, %d, %d)",
-                          kSite, NextNo(panel, "User"), user.FirstName.Get(), user.MiddleName.Get(),
+                          kSite, number, user.FirstName.Get(), user.MiddleName.Get(),
                           user.LastName.Get(), user.PhoneNumber.Get(), user.CellPhone.Get(),
                           user.Email.Get(), user.Ada, user.Exempt, user.ThreatLevel));
 }

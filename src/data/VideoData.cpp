@@ -9,10 +9,10 @@ namespace nimbra {
 namespace {
 
 /// Recorder types whose addresses have a form of their own.
-constexpr std::int32_t kStreamTyped = 2;
+constexpr std::int32_t kMainStreamA = 2;
 constexpr std::int32_t kLivePaths = 3;
 constexpr std::int32_t kCameraNamed = 4;
-constexpr std::int32_t kStreamTypedToo = 5;
+constexpr std::int32_t kMainStreamB = 5;
 
 /// Length of a type 3 playback. Not the half minute that the other recorders are asked for, though
 /// it looks like that in milliseconds; clients rely on it.
@@ -53,8 +53,8 @@ void MakeLiveUrl(VideoInfo *video)
 {
     const FixedText<256> base = UrlBase(*video);
     switch (video->Type) {
-    case kStreamTyped:
-    case kStreamTypedToo:
+    case kMainStreamA:
+    case kMainStreamB:
         video->Url.Format("%schID=%d&streamType=main", base.Get(), video->Channel);
         break;
     case kLivePaths:
@@ -77,8 +77,8 @@ void MakePlayUrl(VideoInfo *video)
     const char *const clock = time.Get() + sizeof "2026-11-21";
     const TimeText date = DateToString(video->EventTime);
     switch (video->Type) {
-    case kStreamTyped:
-    case kStreamTypedToo:
+    case kMainStreamA:
+    case kMainStreamB:
         video->Url.Format("%schID=%d&date=%s&time=%s&timelen=30&streamType=main", base.Get(),
                           video->Channel, date.Get(), clock);
         break;
