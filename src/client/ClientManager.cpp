@@ -59,8 +59,6 @@ void ClientManager::Stop()
             const std::lock_guard lock(listLock_);
             if (sessions_.empty())
                 return;
-            // A session that was accepted while the others were told is told here.
-            sessions_.front()->Stop();
             if (!sessions_.front()->IsRunning()) {
                 ended = std::move(sessions_.front());
                 sessions_.pop_front();
@@ -71,10 +69,10 @@ void ClientManager::Stop()
     }
 }
 
-void ClientManager::AddClient(int socket, const char *address, std::int32_t port)
+void ClientManager::AddClient(Descriptor socket, const char *address, std::int32_t port)
 {
     const std::lock_guard lock(listLock_);
-    PrintCount(Add(Descriptor(socket), address, port));
+    PrintCount(Add(std::move(socket), address, port));
 }
 
 void ClientManager::Process()
@@ -166,6 +164,9 @@ void ClientManager::AcceptPending(const Descriptor &listener)
 
 std::size_t ClientManager::Add(Descriptor socket, const char *address, std::int32_t port)
 {
+    // Stop waits only for the sessions that it finds.
+    if (stop_.IsSet())
+        return sessions_.size();
     try {
         sessions_.push_back(std::make_unique<ClientWorker>());
     } catch (const std::bad_alloc &) {

@@ -28,7 +28,7 @@ public:
     /// session that waits for its client. Main thread.
     void Stop();
     /// Makes a session of a connected socket and takes the socket over. Any thread.
-    void AddClient(int socket, const char *address, std::int32_t port);
+    void AddClient(Descriptor socket, const char *address, std::int32_t port);
 
 private:
     static constexpr char kLogSource[] = "ClientManager.cpp";
@@ -47,7 +47,8 @@ private:
     void AcceptPending(const Descriptor &listener);
     /// Unlinks a session that has ended and gives the count of those left; null if there is none.
     [[nodiscard]] std::unique_ptr<ClientWorker> TakeEnded(std::size_t *count);
-    /// Adds a session to the list; returns the new count. The list lock is held.
+    /// Adds a session to the list, but for a listener that is stopping; returns the new count.
+    /// The list lock is held.
     std::size_t Add(Descriptor socket, const char *address, std::int32_t port);
 
     Flag stop_{false};

@@ -3,8 +3,10 @@
 #include "base/Descriptor.h"
 #include "base/PanelConstants.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include <fcntl.h>
@@ -17,6 +19,9 @@ namespace {
 
 /// What other programs of the panel may do with an image: read it.
 constexpr mode_t kImageMode = 0644;
+
+/// The largest size that a response can announce.
+constexpr off_t kLargestImage = std::numeric_limits<std::int32_t>::max();
 
 bool IsPlainName(std::string_view name)
 {
@@ -49,7 +54,8 @@ bool ReadImageFile(std::string_view name, std::vector<char> *bytes)
     // Non-blocking, so that a pipe in the directory cannot hold the session.
     const Descriptor file(open(PathOf(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status = {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > kLargestImage)
         return false;
     bytes->resize(static_cast<std::size_t>(status.st_size));
     std::size_t count = 0;

@@ -8,7 +8,8 @@ namespace nimbra {
 /// Files of the panel's image directory. A name that is empty, "." or "..", or holds a "/" would
 /// leave the directory: it cannot be opened. Any thread.
 
-/// Reads the whole file; false when it cannot be opened or read, or is no plain file.
+/// Reads the whole file; false when it cannot be opened or read, is no plain file, or
+/// has more than 2147483647 bytes.
 [[nodiscard]] bool ReadImageFile(std::string_view name, std::vector<char> *bytes);
 
 /// Makes or replaces the file: at any moment it is the old one or the new one, whole. False, and

@@ -5,12 +5,12 @@
 #include "base/Wait.h"
 #include "client/ClientManager.h"
 #include "core/ConfigManager.h"
-#include "protocol/Response.h"
+#include "protocol/Line.h"
 #include "protocol/SocketIo.h"
 #include "protocol/SocketOpen.h"
 
 #include <cerrno>
-#include <cstdio>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netdb.h>
@@ -28,6 +28,9 @@ constexpr std::time_t kRegistrationSeconds = 30;
 constexpr std::time_t kHeartbeatSeconds = 3;
 constexpr std::time_t kCheckTimeSeconds = 60;
 constexpr int kFailuresToRegister = 10;
+
+/// What counts as the Result of a reply that has none.
+constexpr std::int32_t kNoResult = -1;
 
 /// The link type of a relay with a handshake, and the one kind of relay that is asked for.
 constexpr std::int32_t kRelayWithHandshake = 2;
@@ -60,6 +63,9 @@ ServerManager::ServerManager()
 
 bool ServerManager::Start()
 {
+    // A thread that waits for the server sees the end of an earlier start late.
+    if (running_.IsSet())
+        return false;
     const ConfigManager &config = *ConfigManager::GetInstance();
     cloudEnable_ = config.CloudEnable;
     cloudServerAddr_ = config.CloudServerAddr;
@@ -72,8 +78,10 @@ bool ServerManager::Start()
     device_.StunAddr.Assign("127.0.0.1");
     device_.StunPort = 0;
     quit_.Clear();
-    if (StartThread<&ServerManager::Process>(this))
+    running_.Set();
+    if (StartThread<&ServerManager::Run>(this))
         return true;
+    running_.Clear();
     NIMBRA_LOG("pthread_create fail");
     return false;
 }
@@ -81,6 +89,12 @@ bool ServerManager::Start()
 void ServerManager::Stop()
 {
     quit_.Set();
+}
+
+void ServerManager::Run()
+{
+    Process();
+    running_.Clear();
 }
 
 void ServerManager::Process()
@@ -143,13 +157,15 @@ bool ServerManager::SetDeviceInfo(DeviceInfo *device)
     if (!socket.IsOpen())
         return false;
     char line[kLineSize];
-    FormatResponse(line,
-                   "SetDeviceInfo?DeviceId=%s&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
-                   "&PrivatePort=%d&StunAddr=%s&StunPort=%d\n",
-                   device->DeviceId.Get(), device->MacAddr.Get(), device->ModelName.Get(),
-                   device->PrivateAddr.Get(), device->PrivatePort, device->StunAddr.Get(),
-                   device->StunPort);
-    return Ask(socket, line, "SetDeviceInfoResponse", {{"DeviceNo", device->DeviceNo}});
+    FormatLine(line,
+               "SetDeviceInfo?DeviceId=%s&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
+               "&PrivatePort=%d&StunAddr=%s&StunPort=%d\n",
+               device->DeviceId.Get(), device->MacAddr.Get(), device->ModelName.Get(),
+               device->PrivateAddr.Get(), device->PrivatePort, device->StunAddr.Get(),
+               device->StunPort);
+    std::int32_t result = kNoResult;
+    const RequestKey keys[] = {{"Result", result}, {"DeviceNo", device->DeviceNo}};
+    return Ask(socket, line, "SetDeviceInfoResponse", keys, result);
 }
 
 bool ServerManager::HeartBeat(LinkInfo *link)
@@ -158,13 +174,12 @@ bool ServerManager::HeartBeat(LinkInfo *link)
     if (!socket.IsOpen())
         return false;
     char line[kLineSize];
-    FormatResponse(line, "HeartBeat?DeviceNo=%d\n", device_.DeviceNo);
-    return Ask(socket, line, "HeartBeatResponse",
-               {{"DeviceNo", link->DeviceNo},
-                {"LinkType", link->LinkType},
-                {"LinkAddr", link->LinkAddr},
-                {"LinkPort", link->LinkPort},
-                {"RelayKey", link->RelayKey}});
+    FormatLine(line, "HeartBeat?DeviceNo=%d\n", device_.DeviceNo);
+    std::int32_t result = kNoResult;
+    const RequestKey keys[] = {{"Result", result},           {"DeviceNo", link->DeviceNo},
+                               {"LinkType", link->LinkType}, {"LinkAddr", link->LinkAddr},
+                               {"LinkPort", link->LinkPort}, {"RelayKey", link->RelayKey}};
+    return Ask(socket, line, "HeartBeatResponse", keys, result);
 }
 
 bool ServerManager::PollServer()
@@ -176,7 +191,7 @@ bool ServerManager::PollServer()
     if (link.LinkType != 0) {
         Descriptor session = MakeSession(link);
         if (session.IsOpen()) {
-            ClientManager::GetInstance()->AddClient(session.Release(), link.LinkAddr.Get(),
+            ClientManager::GetInstance()->AddClient(std::move(session), link.LinkAddr.Get(),
                                                     link.LinkPort);
             DrawSessionKey();
         }
@@ -195,8 +210,10 @@ Descriptor ServerManager::MakeSession(const LinkInfo &link)
     if (!socket.IsOpen() || link.LinkType != kRelayWithHandshake)
         return socket;
     char line[kLineSize];
-    FormatResponse(line, "RelayDevice?RelayType=%d&RelayKey=%d\n", kRelayType, link.RelayKey);
-    if (!Ask(socket, line, "RelayDeviceResponse", {}))
+    FormatLine(line, "RelayDevice?RelayType=%d&RelayKey=%d\n", kRelayType, link.RelayKey);
+    std::int32_t result = kNoResult;
+    const RequestKey keys[] = {{"Result", result}};
+    if (!Ask(socket, line, "RelayDeviceResponse", keys, result))
         socket.Close();
     return socket;
 }
@@ -243,7 +260,8 @@ FixedText<32> ServerManager::ResolveAddress(const FixedText<32> &host)
 }
 
 bool ServerManager::Ask(const Descriptor &socket, char *line, const char *name,
-                        std::vector<RequestKey> keys, CallPlace place)
+                        std::span<const RequestKey> keys, const std::int32_t &result,
+                        CallPlace place)
 {
     const LogSite site = place.In(kLogSource);
     if (!SendMessage(socket.Get(), line)) {
@@ -260,8 +278,6 @@ bool ServerManager::Ask(const Descriptor &socket, char *line, const char *name,
         Log(site, "Invalid Command");
         return false;
     }
-    std::int32_t result = -1;
-    keys.emplace_back("Result", result);
     ReadKeys(rest, keys, site);
     if (result != 0)
         Log(site, "Result Error: %d", result);

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 #include <ctime>
-#include <vector>
+#include <span>
 
 namespace nimbra {
 
@@ -45,7 +45,8 @@ public:
     [[nodiscard]] static ServerManager *GetInstance();
     virtual ~ServerManager() = default;
 
-    /// Takes over the configuration and starts the thread; false when it cannot be created.
+    /// Takes over the configuration and starts the thread; false when it cannot be created, or
+    /// when that of an earlier start has not ended yet.
     [[nodiscard]] bool Start();
     /// Asks the thread to end and does not wait for it.
     void Stop();
@@ -56,6 +57,7 @@ private:
     ServerManager();
 
     /// The thread.
+    void Run();
     void Process();
     /// Registers the panel, trying again every 30 seconds. False when the link is to end. Logs as
     /// the calling method.
@@ -79,15 +81,17 @@ private:
     [[nodiscard]] Descriptor OpenSocket(const FixedText<32> &host, std::int32_t port);
     /// The dotted address of a host name; any other text as it stands.
     [[nodiscard]] static FixedText<32> ResolveAddress(const FixedText<32> &host);
-    /// Sends the request in `line`, receives the reply into it and reads its keys. False, and
-    /// logged as the calling method, unless the reply is `name` with a Result of 0.
+    /// Sends the request in `line`, receives the reply into it and reads its keys, of which one
+    /// is `result`. False, and logged as the calling method, unless the reply is `name` with a
+    /// Result of 0.
     [[nodiscard]] static bool Ask(const Descriptor &socket, char *line, const char *name,
-                                  std::vector<RequestKey> keys,
+                                  std::span<const RequestKey> keys, const std::int32_t &result,
                                   CallPlace place = CallPlace::Here());
     /// Draws the number of the next relay session. No message carries it.
     void DrawSessionKey();
 
     Flag quit_{false};
+    Flag running_{false};
     bool cloudEnable_ = false;
     FixedText<32> cloudServerAddr_;
     std::int32_t cloudServerPort_ = 0;
