@@ -624,6 +624,7 @@ protected:
 TEST_F(EventLogFailure, IsLoggedWhenTheLogCannotBeOpened)
 {
     const fs::path log = panel_.Paths().LogDatabase;
+    ExpectBothWork();
     const std::size_t descriptors = agent_.Descriptors();
     Replace(log);
     for (int i = 0; i < 20; ++i)
@@ -636,6 +637,7 @@ TEST_F(EventLogFailure, IsLoggedWhenTheLogCannotBeOpened)
 TEST_F(EventLogFailure, IsLoggedWhenThePanelDatabaseCannotBeAttached)
 {
     const fs::path main = panel_.Paths().MainDatabase;
+    ExpectBothWork();
     const std::size_t descriptors = agent_.Descriptors();
     Replace(main);
     for (int i = 0; i < 20; ++i)
@@ -719,17 +721,22 @@ TEST_F(EventLogLong, IsPagedToItsEnd)
     ExpectFails("GetEventLogEx?Limit=2500&Offset=100001");
 }
 
+// A session is idle from its last line on, however long that is being answered: one request each.
+
 TEST_F(EventLogLong, ComesInOneAnswer)
 {
-    std::vector<std::string> answer = AskList("GetEventLogEx?Limit=100000");
+    const std::vector<std::string> answer = AskList("GetEventLogEx?Limit=100000");
     EXPECT_EQ(answer[0], "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=100000");
     ASSERT_EQ(answer.size(), 100001U);
     ExpectEvents(answer, 2, kEvents);
-    answer = AskList("GetEventLogEx?Limit=2147483647&Offset=1");
+}
+
+TEST_F(EventLogLong, ComesInOneAnswerWithoutABound)
+{
+    const std::vector<std::string> answer = AskList("GetEventLogEx?Limit=2147483647&Offset=1");
     EXPECT_EQ(answer[0], "GetEventLogExResponse?Result=0&Total=100000&Offset=1&Count=100000");
     ASSERT_EQ(answer.size(), 100001U);
     ExpectEvents(answer, 1, kEvents);
-    EXPECT_EQ(Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
 }
 
 } // namespace

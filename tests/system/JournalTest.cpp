@@ -165,9 +165,9 @@ TEST_F(Journal, NumbersTheChangesOfManySessionsWithoutAGapOrADouble)
 {
     constexpr int kSessions = 8;
     constexpr int kChanges = 10;
-    std::vector<ManagementClient *> clients;
-    for (int i = 0; i < kSessions; ++i)
-        clients.push_back(&LogIn());
+    std::vector<ManagementClient *> clients(kSessions);
+    for (ManagementClient *&client : clients)
+        client = &LogIn();
     for (int i = 0; i < kSessions; ++i) {
         std::string lines;
         for (int j = 0; j < kChanges; ++j)
