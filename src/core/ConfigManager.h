@@ -7,7 +7,7 @@
 namespace nimbra {
 
 /// The device's identity and cloud settings. Loaded by the main thread at every start attempt,
-/// before any service thread exists; the services read the fields without a lock.
+/// before the services are started; they read the fields without a lock.
 class ConfigManager
 {
 public:
