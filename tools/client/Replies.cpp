@@ -45,7 +45,7 @@ constexpr std::array<Field, 2> kGroup{{{"LevelNo", kNumber}, {"Name", kText}}};
 constexpr std::array<Field, 3> kLevel{{
     {"SelectType", kNumber}, {"LevelNo", kNumber}, {"Name", kText},
 }};
-constexpr std::array<Field, 2> kCardLevels{{{"SelectType", kNumber}, {"AccessLevelNo", kText}}};
+constexpr std::array<Field, 2> kCardLevels{{{"SelectType", kNumber}, {"AccessLevelNo", Kind::List}}};
 constexpr std::array<Field, 2> kThreat{{{"Level", kNumber}, {"Desc", kText}}};
 constexpr std::array<Field, 1> kThreatInForce{{{"ThreatLevel", kNumber}}};
 

@@ -14,7 +14,8 @@ enum class Kind
     Number,
     Text,
     Time, ///< "2026-01-31 17:05:00", UTC
-    Date  ///< "2026-01-31", of the UTC calendar
+    Date, ///< "2026-01-31", of the UTC calendar
+    List  ///< numbers, separated by blanks
 };
 
 /// One pair of an answer.

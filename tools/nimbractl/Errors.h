@@ -1,0 +1,40 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace nimbra::ctl {
+
+/// What the program ends with.
+enum Status : int
+{
+    kDone = 0,
+    kRefused = 1,      ///< refused or failed by the panel
+    kWrongUsage = 2,   ///< nothing was asked of the panel, or no more than reading
+    kUnreachable = 3,  ///< the panel cannot be reached, or stopped answering
+    kInterrupted = 130 ///< Ctrl-C in the shell
+};
+
+/// The panel refused a command, or it failed. The message is a sentence.
+class Refused : public std::runtime_error
+{
+public:
+    Refused(const std::string &word, int result);
+    explicit Refused(const std::string &sentence) : std::runtime_error(sentence) {}
+};
+
+/// The command line asks for something that cannot be done. The message is a sentence.
+class WrongUsage : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A file of this machine cannot be read or written. The message is a sentence.
+class LocalFailure : public WrongUsage
+{
+public:
+    using WrongUsage::WrongUsage;
+};
+
+} // namespace nimbra::ctl

@@ -1,0 +1,116 @@
+#include "nimbractl/Fields.h"
+
+#include "nimbractl/Errors.h"
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+
+#include <nimbra-client/PanelClock.h>
+
+namespace nimbra::ctl {
+
+namespace {
+
+using client::Kind;
+
+/// What the panel stores for a date that is not given.
+constexpr char kNoDate[] = "1970-01-01";
+
+std::optional<std::int32_t> ParseNumber(const std::string &text)
+{
+    std::int32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || at != end)
+        return std::nullopt;
+    return number;
+}
+
+CLI::Validator IsDate()
+{
+    return {[](std::string &text) {
+                return text.size() == 10 && client::ParseTime(text)
+                           ? std::string()
+                           : "\"" + text + "\" is no date such as 2026-01-31";
+            },
+            ""};
+}
+
+const char *TypeName(Kind kind)
+{
+    if (kind == Kind::Number)
+        return "NUMBER";
+    return kind == Kind::Date ? "DATE" : "TEXT";
+}
+
+void AddValue(client::Request &request, const FieldOption &option, const std::string &value)
+{
+    const char *key = option.Field.Name;
+    if (option.Field.Kind == Kind::Number)
+        request.Number(key, ParseNumber(value).value_or(0));
+    else if (option.Field.Kind == Kind::Text)
+        request.Text(key, value, option.Limit);
+    else if (value != kNoDate)
+        request.Plain(key, value, client::kNameBytes);
+}
+
+} // namespace
+
+void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields &given)
+{
+    for (const FieldOption &option : options) {
+        const std::string key = option.Field.Name;
+        CLI::Option *added = app.add_option_function<std::string>(
+            option.Option, [&given, key](const std::string &value) { given[key] = value; },
+            option.Help);
+        added->option_text(TypeName(option.Field.Kind));
+        if (option.Field.Kind == Kind::Number)
+            added->check(IsNumber());
+        if (option.Field.Kind == Kind::Date)
+            added->check(IsDate());
+    }
+}
+
+void AddGiven(client::Request &request, std::span<const FieldOption> options,
+              const GivenFields &given)
+{
+    for (const FieldOption &option : options)
+        if (const auto found = given.find(option.Field.Name); found != given.end())
+            AddValue(request, option, found->second);
+}
+
+void AddGivenOrKept(client::Request &request, std::span<const FieldOption> options,
+                    const GivenFields &given, const client::Record &record, bool mayCut)
+{
+    for (const FieldOption &option : options) {
+        if (const auto found = given.find(option.Field.Name); found != given.end()) {
+            AddValue(request, option, found->second);
+            continue;
+        }
+        const std::string &kept = record.Text(option.Field.Name);
+        if (option.Field.Kind == Kind::Text && kept.size() >= option.Limit && !mayCut)
+            throw WrongUsage(std::string("The panel may hold more of ") + option.Field.Name +
+                             " than the " + std::to_string(option.Limit) +
+                             " bytes it tells, and the rest would be lost: give " + option.Option +
+                             ", or --accept-cut.");
+        AddValue(request, option, kept);
+    }
+}
+
+CLI::Validator IsNumber()
+{
+    return {[](std::string &text) {
+                return ParseNumber(text) ? std::string()
+                                         : "\"" + text + "\" is no whole number of 32 bits";
+            },
+            ""};
+}
+
+void RequireGiven(const GivenFields &given)
+{
+    if (given.empty())
+        throw WrongUsage("Name at least one thing to change.");
+}
+
+} // namespace nimbra::ctl

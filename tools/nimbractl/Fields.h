@@ -1,0 +1,46 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <span>
+#include <string>
+
+#include <nimbra-client/Record.h>
+#include <nimbra-client/Request.h>
+
+namespace nimbra::ctl {
+
+/// An option that gives a value to a key of a request.
+struct FieldOption
+{
+    const char *Option;
+    client::Field Field;
+    const char *Help;
+    /// What the panel keeps of a text.
+    std::size_t Limit = client::kNameBytes;
+};
+
+/// The values given on the command line, by their keys.
+using GivenFields = std::map<std::string, std::string>;
+
+/// Adds the options; numbers and dates are checked while the command line is parsed.
+void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields &given);
+
+/// Adds the given values to a request, in the order of the options. Throws BadRequest.
+void AddGiven(client::Request &request, std::span<const FieldOption> options,
+              const GivenFields &given);
+
+/// Adds the values of all options to a request: those given, and those of `record` for the others.
+/// Throws WrongUsage for a text of the record that the panel may hold more of than it tells,
+/// unless `mayCut`, and BadRequest for one that cannot be sent back.
+void AddGivenOrKept(client::Request &request, std::span<const FieldOption> options,
+                    const GivenFields &given, const client::Record &record, bool mayCut);
+
+/// Checks a whole number that the panel can read: 32 bits, and nothing behind it.
+[[nodiscard]] CLI::Validator IsNumber();
+
+/// Throws WrongUsage when no value is given.
+void RequireGiven(const GivenFields &given);
+
+} // namespace nimbra::ctl

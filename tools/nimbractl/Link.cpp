@@ -1,0 +1,76 @@
+#include "nimbractl/Link.h"
+
+#include "nimbractl/Errors.h"
+#include "nimbractl/Password.h"
+
+#include <array>
+#include <cstdio>
+
+#include <nimbra-client/PanelClock.h>
+
+namespace nimbra::ctl {
+
+client::Session &Link::Get()
+{
+    if (session_)
+        return *session_;
+    if (settings_.Host.empty())
+        throw WrongUsage("Name the panel with --host, or in the environment variable NIMBRA_HOST.");
+    if (settings_.User.empty())
+        throw WrongUsage("Name the user with --user, or in the environment variable NIMBRA_USER.");
+    const std::string password = GetPassword(settings_);
+    client::SessionOptions options;
+    options.Host = settings_.Host;
+    options.Port = settings_.Port;
+    options.AnswerLimit = std::chrono::seconds(settings_.TimeoutSeconds);
+    options.ConnectLimit = options.AnswerLimit;
+    options.IsCancelled = [this] { return IsCancelled && IsCancelled(); };
+    client::Session session(options);
+    const int result = session.Login(settings_.User, password);
+    if (result != 0)
+        throw Refused("Login", result);
+    session_.emplace(std::move(session));
+    return *session_;
+}
+
+client::Answer Link::Ask(const client::Request &request)
+{
+    client::Answer answer = Get().Ask(request);
+    if (answer.Result != 0)
+        throw Refused(request.Word(), answer.Result);
+    return answer;
+}
+
+std::chrono::minutes Link::ClockOffset()
+{
+    if (!clockOffset_ && !settings_.ClockOffset.empty())
+        clockOffset_ = ParseClockOffset(settings_.ClockOffset);
+    if (!clockOffset_)
+        clockOffset_ = client::MeasureClockOffset(Get());
+    if (!clockOffset_) {
+        std::fprintf(stderr, "nimbractl: The panel's clock offset cannot be found out; taking it "
+                             "for UTC. --clock-offset tells it.\n");
+        clockOffset_ = std::chrono::minutes(0);
+    }
+    return *clockOffset_;
+}
+
+std::optional<std::chrono::minutes> ParseClockOffset(const std::string &text)
+{
+    if (text == "Z" || text == "z")
+        return std::chrono::minutes(0);
+    std::array<char, 2> sign{};
+    int hours = 0;
+    int minutes = 0;
+    int end = 0;
+    const bool isWhole =
+        (std::sscanf(text.c_str(), "%1[+-]%2d:%2d%n", sign.data(), &hours, &minutes, &end) == 3 ||
+         std::sscanf(text.c_str(), "%1[+-]%2d%n", sign.data(), &hours, &end) == 2) &&
+        static_cast<std::size_t>(end) == text.size();
+    if (!isWhole || hours < 0 || hours > 15 || minutes < 0 || minutes > 59)
+        return std::nullopt;
+    const std::chrono::minutes offset = std::chrono::hours(hours) + std::chrono::minutes(minutes);
+    return sign[0] == '-' ? -offset : offset;
+}
+
+} // namespace nimbra::ctl

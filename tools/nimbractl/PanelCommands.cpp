@@ -1,0 +1,143 @@
+// What the panel is set up with: event codes, card formats, access levels, threat levels.
+
+#include "nimbractl/Context.h"
+
+#include <map>
+
+#include <nimbra-client/Request.h>
+
+namespace nimbra::ctl {
+
+namespace {
+
+using client::Request;
+
+struct Number
+{
+    int Value = 0;
+    bool IsForced = false;
+};
+
+struct CodeFilter
+{
+    int Code = -1;
+    std::string Text;
+    client::ListOptions Paging;
+};
+
+struct LevelFilter
+{
+    int Group = 0;
+    int Kind = 0;
+};
+
+void Show(Context &context, const Request &request)
+{
+    WriteRecord(context.Options.Output, context.Panel.Ask(request).Header);
+}
+
+void ShowCodes(Context &context, const CodeFilter &filter)
+{
+    if (filter.Code >= 0) {
+        Show(context, Request("GetEventCode").Number("Code", filter.Code));
+        return;
+    }
+    Request request("GetEventCodeEx");
+    request.Text("Desc", filter.Text, client::kDescriptionBytes);
+    WriteList(context, request, filter.Paging);
+}
+
+void ShowFormats(Context &context, const Number &number)
+{
+    if (number.Value != 0)
+        Show(context, Request("GetCardFormat").Number("FormatNo", number.Value));
+    else
+        WriteList(context, Request("GetCardFormatEx"));
+}
+
+void ShowAccessLevels(Context &context, const LevelFilter &filter)
+{
+    if (filter.Group != 0) {
+        Show(context,
+             Request("GetAccessLevel").Number("SelectType", 2).Number("LevelNo", filter.Group));
+        return;
+    }
+    Request request("GetAccessLevelEx");
+    if (filter.Kind != 0)
+        request.Number("SelectType", filter.Kind);
+    WriteList(context, request);
+}
+
+void ListThreats(Context &context, const Number &number)
+{
+    if (number.Value != 0)
+        Show(context, Request("GetThreatInfo").Number("Level", number.Value));
+    else
+        WriteList(context, Request("GetThreatInfoEx"));
+}
+
+void ShowThreat(Context &context, const Number &)
+{
+    Show(context, Request("GetThreatLevel"));
+}
+
+void SetThreat(Context &context, const Number &number)
+{
+    // The panel takes any number. Who may not look at the list may still set one.
+    const Request look = Request("GetThreatInfo").Number("Level", number.Value);
+    if (!number.IsForced) {
+        const int result = context.Panel.Get().Ask(look).Result;
+        if (result != 0 && result != 9)
+            throw Refused("GetThreatInfo", result);
+    }
+    context.Panel.Ask(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
+    Show(context, Request("GetThreatLevel"));
+}
+
+void AddThreatCommands(CLI::App &app, Context &context)
+{
+    CLI::App &threat = AddGroup(app, "threat", "Threat levels");
+    const auto list = AddCommand<Number>(threat, "list", "List the threat levels, or show one",
+                                         context, ListThreats);
+    list.App->add_option("level", list.Into->Value, "Only this level")->option_text("LEVEL");
+    AddCommand<Number>(threat, "get", "Show the threat level in force", context, ShowThreat);
+    const auto set =
+        AddCommand<Number>(threat, "set", "Put a threat level into force", context, SetThreat);
+    set.App->add_option("level", set.Into->Value, "The level")->required()->option_text("LEVEL");
+    set.App->add_flag("--force", set.Into->IsForced, "Also one that is not in the list");
+}
+
+} // namespace
+
+void AddPanelCommands(CLI::App &app, Context &context)
+{
+    const auto codes = AddCommand<CodeFilter>(
+        app, "event-codes", "List the event codes and what they mean, or show one", context,
+        ShowCodes);
+    codes.App->add_option("code", codes.Into->Code, "Only this code")
+        ->check(CLI::Range(0, 2147483647))
+        ->option_text("CODE");
+    codes.App->add_option("--text", codes.Into->Text, "Those with this text in their meaning")
+        ->option_text("TEXT");
+    AddPaging(*codes.App, codes.Into->Paging);
+
+    const auto formats = AddCommand<Number>(app, "formats", "List the card formats, or show one",
+                                            context, ShowFormats);
+    formats.App->add_option("number", formats.Into->Value, "Only this format")
+        ->option_text("NUMBER");
+
+    const auto levels = AddCommand<LevelFilter>(
+        app, "levels",
+        "List the access levels (SelectType 1) and the groups of them (SelectType 2). Each kind "
+        "counts its numbers by itself",
+        context, ShowAccessLevels);
+    static const std::map<std::string, int> kKinds = {{"levels", 1}, {"groups", 2}};
+    levels.App->add_option("--kind", levels.Into->Kind, "Only one kind: levels or groups")
+        ->transform(CLI::CheckedTransformer(kKinds).description(""))
+        ->option_text("KIND");
+    levels.App->add_option("--group", levels.Into->Group, "Only the group of this number")
+        ->option_text("NUMBER");
+    AddThreatCommands(app, context);
+}
+
+} // namespace nimbra::ctl

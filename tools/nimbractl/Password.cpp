@@ -1,0 +1,126 @@
+#include "nimbractl/Password.h"
+
+#include "nimbractl/Errors.h"
+#include "nimbractl/Signals.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <optional>
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace nimbra::ctl {
+
+namespace {
+
+std::string FromFile(const std::string &name)
+{
+    std::ifstream file;
+    if (name != "-")
+        file.open(name);
+    std::istream &input = name == "-" ? std::cin : file;
+    std::string line;
+    if (!std::getline(input, line) && line.empty())
+        throw LocalFailure("Cannot read a password from " +
+                           (name == "-" ? "standard input" : name) + ".");
+    // Of a file that was written elsewhere, a carriage return is no part of the password.
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
+    return line;
+}
+
+/// The terminal, with its echo off while the object lives.
+class SilentTerminal
+{
+public:
+    SilentTerminal() : file_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY))
+    {
+        if (file_ < 0 || tcgetattr(file_, &before_) != 0) {
+            Release();
+            throw WrongUsage("There is no terminal to ask for the password on: use --password-file "
+                             "or the environment variable NIMBRA_PASSWORD.");
+        }
+    }
+    ~SilentTerminal()
+    {
+        EchoOn();
+        Release();
+    }
+    SilentTerminal(const SilentTerminal &) = delete;
+    SilentTerminal &operator=(const SilentTerminal &) = delete;
+
+    [[nodiscard]] int Get() const { return file_; }
+    void EchoOff() const
+    {
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ICANON | ISIG;
+        tcsetattr(file_, TCSAFLUSH, &silent);
+    }
+    void EchoOn() const { tcsetattr(file_, TCSAFLUSH, &before_); }
+    void Print(const std::string &text) const
+    {
+        static_cast<void>(!write(file_, text.data(), text.size()));
+    }
+
+private:
+    void Release() const
+    {
+        if (file_ >= 0)
+            close(file_);
+    }
+
+    int file_;
+    termios before_ = {};
+};
+
+/// Reads a line, up to its line feed or the end of input.
+std::string ReadLine(const SilentTerminal &terminal, const std::string &prompt)
+{
+    const SignalCatcher signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
+    terminal.EchoOff();
+    terminal.Print(prompt);
+    for (std::string line;;) {
+        if (const int signal = SignalCatcher::Take(); signal != 0) {
+            terminal.EchoOn();
+            terminal.Print("\n");
+            signals.PassOn(signal);
+            // Only a stop leads back here, once the program is continued.
+            terminal.EchoOff();
+            terminal.Print(prompt);
+            line.clear();
+        }
+        if (!signals.Wait(terminal.Get(), -1))
+            continue;
+        char c = '\n';
+        if (read(terminal.Get(), &c, 1) <= 0 || c == '\n')
+            return line;
+        line += c;
+    }
+}
+
+} // namespace
+
+std::string GetPassword(const Settings &settings)
+{
+    if (!settings.PasswordFile.empty())
+        return FromFile(settings.PasswordFile);
+    const char *variable = std::getenv("NIMBRA_PASSWORD");
+    if (variable != nullptr && *variable != '\0')
+        return variable;
+    const SilentTerminal terminal;
+    std::string password =
+        ReadLine(terminal, "Password of " + settings.User + " at " + settings.Host + ": ");
+    terminal.Print("\n");
+    if (password.empty())
+        throw WrongUsage("No password was given.");
+    return password;
+}
+
+} // namespace nimbra::ctl

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "nimbractl/Link.h"
+
+#include <string>
+
+namespace nimbra::ctl {
+
+/// The login's password: the first line of the file that the settings name ("-": of standard
+/// input), else the environment variable NIMBRA_PASSWORD, else asked for on the terminal without
+/// echo. A signal meanwhile leaves the terminal as it was. Throws WrongUsage when there is none.
+[[nodiscard]] std::string GetPassword(const Settings &settings);
+
+} // namespace nimbra::ctl

@@ -1,0 +1,46 @@
+#include "nimbractl/ProgressBar.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include <unistd.h>
+
+namespace nimbra::ctl {
+
+namespace {
+
+constexpr std::size_t kWidth = 30;
+
+bool CanMoveCursor()
+{
+    const char *terminal = std::getenv("TERM");
+    return isatty(STDERR_FILENO) != 0 && terminal != nullptr && std::string(terminal) != "dumb";
+}
+
+} // namespace
+
+ProgressBar::ProgressBar(std::string title) : title_(std::move(title)), isVisible_(CanMoveCursor())
+{}
+
+ProgressBar::~ProgressBar()
+{
+    if (!shown_.empty())
+        std::fputc('\n', stderr);
+}
+
+void ProgressBar::Show(std::size_t done, std::size_t total)
+{
+    if (!isVisible_ || total == 0)
+        return;
+    const std::size_t filled = done * kWidth / total;
+    const std::string bar = title_ + " [" + std::string(filled, '#') +
+                            std::string(kWidth - filled, '.') + "] " +
+                            std::to_string(done * 100 / total) + "%";
+    if (bar == shown_)
+        return;
+    shown_ = bar;
+    std::fprintf(stderr, "\r%s", bar.c_str());
+}
+
+} // namespace nimbra::ctl

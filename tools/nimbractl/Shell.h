@@ -1,0 +1,12 @@
+#pragma once
+
+#include "nimbractl/Context.h"
+
+namespace nimbra::ctl {
+
+/// Reads commands and does them, in one session that heartbeats keep alive: from a terminal with
+/// history and completion, else line by line. Returns the status of the last command that failed,
+/// 0 if none did. Throws what opening the session throws.
+[[nodiscard]] int RunShell(Context &context);
+
+} // namespace nimbra::ctl

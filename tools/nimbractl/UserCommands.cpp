@@ -1,0 +1,180 @@
+#include "nimbractl/Context.h"
+#include "nimbractl/Fields.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include <nimbra-client/Request.h>
+
+namespace nimbra::ctl {
+
+namespace {
+
+using client::Kind;
+using client::Record;
+using client::Request;
+
+constexpr std::array<FieldOption, 9> kUserFields{{
+    {"--first-name", {"FirstName", Kind::Text}, "First name"},
+    {"--middle-name", {"MiddleName", Kind::Text}, "Middle name"},
+    {"--last-name", {"LastName", Kind::Text}, "Last name"},
+    {"--phone", {"PhoneNumber", Kind::Text}, "Telephone number"},
+    {"--cell-phone", {"CellPhone", Kind::Text}, "Number of the mobile telephone"},
+    {"--email", {"Email", Kind::Text}, "E-mail address"},
+    {"--ada", {"Ada", Kind::Number}, "1: doors stay open longer for this user"},
+    {"--exempt", {"Exempt", Kind::Number}, "1: not bound by threat levels"},
+    {"--threat-level", {"ThreatLevel", Kind::Number}, "Threat level of the user"},
+}};
+
+constexpr std::array<FieldOption, 8> kUserFilters{{
+    {"--first-name", {"FirstName", Kind::Text}, "With this text in the first name"},
+    {"--middle-name", {"MiddleName", Kind::Text}, "With this text in the middle name"},
+    {"--last-name", {"LastName", Kind::Text}, "With this text in the last name"},
+    {"--cell-phone", {"CellPhone", Kind::Text}, "With this text in the mobile number"},
+    {"--email", {"Email", Kind::Text}, "With this text in the e-mail address"},
+    {"--ada", {"Ada", Kind::Number}, "With this value; 0 filters nothing"},
+    {"--exempt", {"Exempt", Kind::Number}, "With this value; 0 filters nothing"},
+    {"--threat-level", {"ThreatLevel", Kind::Number}, "With this value; 0 filters nothing"},
+}};
+
+struct UserFilter
+{
+    GivenFields Given;
+    client::ListOptions Paging;
+};
+
+struct UserChange
+{
+    int Number = 0;
+    GivenFields Given;
+    bool MayCut = false;
+};
+
+struct Users
+{
+    std::vector<int> Numbers;
+};
+
+Request GetUser(int number)
+{
+    return Request("GetUserInfo").Number("UserNo", number);
+}
+
+void ListUsers(Context &context, const UserFilter &filter)
+{
+    Request request("GetUserInfoEx");
+    AddGiven(request, kUserFilters, filter.Given);
+    WriteList(context, request, filter.Paging);
+}
+
+void ShowUser(Context &context, const UserChange &user)
+{
+    WriteRecord(context.Options.Output, context.Panel.Ask(GetUser(user.Number)).Header);
+}
+
+/// The panel does not tell a new user's number: of those with the same names, the largest.
+std::optional<Record> FindNewUser(Context &context, const GivenFields &given)
+{
+    Request request("GetUserInfoEx");
+    for (const FieldOption &filter : kUserFilters)
+        if (const auto found = given.find(filter.Field.Name);
+            found != given.end() && filter.Field.Kind == Kind::Text)
+            request.Text(filter.Field.Name, found->second);
+    std::optional<Record> newest;
+    const auto take = [&newest, &given](const Record &user) {
+        const bool isSame = std::all_of(given.begin(), given.end(), [&user](const auto &field) {
+            return user.Text(field.first) == field.second;
+        });
+        if (isSame && (!newest || newest->Number("UserNo") < user.Number("UserNo")))
+            newest = user;
+        return true;
+    };
+    return context.Panel.Get().List(request, take) == 0 ? newest : std::nullopt;
+}
+
+void AddUser(Context &context, const UserChange &user)
+{
+    Request request("AddUserInfo");
+    AddGiven(request, kUserFields, user.Given);
+    if (user.Given.at("LastName").empty())
+        throw WrongUsage("A user must have a last name.");
+    static_cast<void>(request.Line());
+    context.Panel.Ask(request);
+    if (const std::optional<Record> added = FindNewUser(context, user.Given))
+        WriteRecord(context.Options.Output, *added);
+    else
+        std::fprintf(stderr, "nimbractl: The user is added; its number could not be found out.\n");
+}
+
+void SetUser(Context &context, const UserChange &user)
+{
+    RequireGiven(user.Given);
+    const auto lastName = user.Given.find("LastName");
+    if (lastName != user.Given.end() && lastName->second.empty())
+        throw WrongUsage("A user must have a last name.");
+    Request check("SetUserInfo");
+    AddGiven(check, kUserFields, user.Given);
+    const client::Answer before = context.Panel.Ask(GetUser(user.Number));
+    Request request("SetUserInfo");
+    request.Number("UserNo", user.Number);
+    AddGivenOrKept(request, kUserFields, user.Given, before.Header, user.MayCut);
+    context.Panel.Ask(request);
+    WriteRecord(context.Options.Output, context.Panel.Ask(GetUser(user.Number)).Header);
+}
+
+void DeleteUsers(Context &context, const Users &users)
+{
+    for (const int number : users.Numbers) {
+        // The panel says yes to every number. Who may not look may still delete.
+        const int result = context.Panel.Get().Ask(GetUser(number)).Result;
+        if (result != 0 && result != 9)
+            throw Refused("GetUserInfo", result);
+        context.Panel.Ask(Request("DelUserInfo").Number("UserNo", number));
+        WriteDone(context, "User " + std::to_string(number) + " is deleted.", "UserNo", number);
+    }
+}
+
+} // namespace
+
+void AddUserCommands(CLI::App &app, Context &context)
+{
+    CLI::App &users = AddGroup(app, "users", "Users and their photographs");
+    const auto list = AddCommand<UserFilter>(users, "list", "List users", context, ListUsers);
+    AddFields(*list.App, kUserFilters, list.Into->Given);
+    AddPaging(*list.App, list.Into->Paging);
+    list.App->footer("A text is found anywhere, without regard to the case of ASCII letters; % in "
+                     "it stands for any\ntext and _ for any letter. Several filters must all "
+                     "match.");
+
+    const auto show = AddCommand<UserChange>(users, "show", "Show a user", context, ShowUser);
+    const auto add = AddCommand<UserChange>(
+        users, "add", "Add a user, and show the new record with its number", context, AddUser);
+    AddFields(*add.App, kUserFields, add.Into->Given);
+    add.App->get_option("--last-name")->required();
+
+    const auto set = AddCommand<UserChange>(
+        users, "set",
+        "Change a user. The panel overwrites the whole record, so it is read first, and only what "
+        "is named is changed; an empty value clears. What somebody else changes in the same moment "
+        "is lost",
+        context, SetUser);
+    AddFields(*set.App, kUserFields, set.Into->Given);
+    set.App->add_flag("--accept-cut", set.Into->MayCut,
+                      "Also when texts that are not named may be longer than the 32 bytes that the "
+                      "panel tells; they are then cut");
+    for (const auto &command : {show, set})
+        command.App->add_option("number", command.Into->Number, "The user's number")
+            ->required()
+            ->option_text("NUMBER");
+
+    const auto remove = AddCommand<Users>(
+        users, "delete", "Delete users, with their cards. Photographs stay on the panel", context,
+        DeleteUsers);
+    remove.App->add_option("numbers", remove.Into->Numbers, "The users' numbers")
+        ->required()
+        ->option_text("NUMBER...");
+    AddPhotoCommands(users, context);
+}
+
+} // namespace nimbra::ctl
