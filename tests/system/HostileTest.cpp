@@ -199,38 +199,41 @@ constexpr Filter kFilters[] = {
     {"GetUserInfoEx?Email=@", kNameSize, "SELECT COUNT(*) FROM User WHERE Email LIKE '%@%'"},
 };
 
-/// A text key of a change, and where its text is kept.
-struct Change
+/// Changes with a text key each.
+constexpr const char *kChanges[] = {
+    "SetUserInfo?UserNo=1&LastName=L&FirstName=@",
+    "SetUserInfo?UserNo=1&LastName=L&MiddleName=@",
+    "SetUserInfo?UserNo=1&LastName=@",
+    "SetUserInfo?UserNo=1&LastName=L&PhoneNumber=@",
+    "SetUserInfo?UserNo=1&LastName=L&CellPhone=@",
+    "SetUserInfo?UserNo=1&LastName=L&Email=@",
+    "AddUserInfo?LastName=L&FirstName=@",
+    "AddUserInfo?LastName=L&MiddleName=@",
+    "AddUserInfo?LastName=@",
+    "AddUserInfo?LastName=L&PhoneNumber=@",
+    "AddUserInfo?LastName=L&CellPhone=@",
+    "AddUserInfo?LastName=L&Email=@",
+    "SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=@",
+    "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=@",
+};
+
+/// A change with all of its text keys, and where their texts are kept.
+struct WholeChange
 {
-    const char *Request; ///< "@" stands for the text
+    const char *Request;
     const char *Stored;
     const char *Table;
     std::size_t RowsBefore; ///< how many rows of the table give way
     int EventCode;
 };
 
-constexpr Change kChanges[] = {
-    {"SetUserInfo?UserNo=1&LastName=L&FirstName=@", "SELECT FirstName FROM User WHERE No=1", "User",
+constexpr WholeChange kWholeChanges[] = {
+    {"SetUserInfo?UserNo=1&FirstName=@&MiddleName=@&LastName=@&PhoneNumber=@&CellPhone=@&Email=@",
+     "SELECT FirstName, MiddleName, LastName, Phone, CellPhone, Email FROM User WHERE No=1", "User",
      1, 10303},
-    {"SetUserInfo?UserNo=1&LastName=L&MiddleName=@", "SELECT MiddleName FROM User WHERE No=1",
-     "User", 1, 10303},
-    {"SetUserInfo?UserNo=1&LastName=@", "SELECT LastName FROM User WHERE No=1", "User", 1, 10303},
-    {"SetUserInfo?UserNo=1&LastName=L&PhoneNumber=@", "SELECT Phone FROM User WHERE No=1", "User",
-     1, 10303},
-    {"SetUserInfo?UserNo=1&LastName=L&CellPhone=@", "SELECT CellPhone FROM User WHERE No=1", "User",
-     1, 10303},
-    {"SetUserInfo?UserNo=1&LastName=L&Email=@", "SELECT Email FROM User WHERE No=1", "User", 1,
-     10303},
-    {"AddUserInfo?LastName=L&FirstName=@", "SELECT FirstName FROM User WHERE No=13", "User", 0,
-     10301},
-    {"AddUserInfo?LastName=L&MiddleName=@", "SELECT MiddleName FROM User WHERE No=13", "User", 0,
-     10301},
-    {"AddUserInfo?LastName=@", "SELECT LastName FROM User WHERE No=13", "User", 0, 10301},
-    {"AddUserInfo?LastName=L&PhoneNumber=@", "SELECT Phone FROM User WHERE No=13", "User", 0,
-     10301},
-    {"AddUserInfo?LastName=L&CellPhone=@", "SELECT CellPhone FROM User WHERE No=13", "User", 0,
-     10301},
-    {"AddUserInfo?LastName=L&Email=@", "SELECT Email FROM User WHERE No=13", "User", 0, 10301},
+    {"AddUserInfo?FirstName=@&MiddleName=@&LastName=@&PhoneNumber=@&CellPhone=@&Email=@",
+     "SELECT FirstName, MiddleName, LastName, Phone, CellPhone, Email FROM User WHERE No=13",
+     "User", 0, 10301},
     {"SetCardInfo?CardNo=1&UserNo=1&FormatNo=1&CardNumber=@", "SELECT CardNo FROM Card WHERE No=1",
      "Card", 1, 10403},
     {"AddCardInfo?UserNo=1&FormatNo=1&CardNumber=@", "SELECT CardNo FROM Card WHERE No=17", "Card",
@@ -324,12 +327,9 @@ constexpr const char *kNumbers[] = {
 };
 
 constexpr const char *kBehindNumbers[] = {
-    "' OR 1=1",
-    ";DROP TABLE User;--",
-    ") OR (1=1",
-    ",Phone=(SELECT ID FROM WebUser)",
-    "$(touch /tmp/owned)",
-    ";touch /tmp/owned",
+    "' OR 1=1;--",
+    ") OR (1=1); DROP TABLE User;--",
+    "$(touch /tmp/owned);touch /tmp/owned",
 };
 
 TEST_F(Hostile, TextsEndNoFilter)
@@ -371,8 +371,8 @@ TEST_F(Hostile, TextsThatStayInTheirFilterFindWhatHoldsThem)
 
 TEST_F(Hostile, TextsEndNoChange)
 {
-    for (const Change &change : kChanges)
-        ExpectNoEffect(change.Request, EndingTexts(kNameSize));
+    for (const char *request : kChanges)
+        ExpectNoEffect(request, EndingTexts(kNameSize));
 }
 
 TEST_F(Hostile, TextsThatStayInTheirChangeAreStoredAsTheyAre)
@@ -381,13 +381,15 @@ TEST_F(Hostile, TextsThatStayInTheirChangeAreStoredAsTheyAre)
     const State before = Look();
     std::vector<std::string> old = before.Main;
     std::sort(old.begin(), old.end());
-    for (const Change &change : kChanges)
+    for (const WholeChange &change : kWholeChanges)
         for (const std::string text : kStaying) {
             const std::string request = Filled(change.Request, text);
             SCOPED_TRACE(request);
             ASSERT_LE(text.size(), kNameSize);
             EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=0");
-            EXPECT_EQ(panel_.Value(change.Stored), Undoubled(text));
+            const std::vector<Row> stored = panel_.Rows(change.Stored);
+            ASSERT_EQ(stored.size(), 1U);
+            EXPECT_EQ(stored[0], Row(stored[0].size(), Undoubled(text)));
             State after = Look();
             ASSERT_EQ(after.Calls, std::vector<panel::Call>({AuditCall(change.EventCode)}));
 
@@ -400,10 +402,11 @@ TEST_F(Hostile, TextsThatStayInTheirChangeAreStoredAsTheyAre)
             std::set_difference(after.Main.begin(), after.Main.end(), old.begin(), old.end(),
                                 std::back_inserter(come));
             const std::string table = std::string(change.Table) + ": ";
+            const std::string journal = "DBQueryInfo: ";
             EXPECT_EQ(gone.size(), change.RowsBefore);
             ASSERT_EQ(come.size(), 2U);
-            EXPECT_EQ(come[0].rfind(table < "DBQueryInfo: " ? table : "DBQueryInfo: ", 0), 0U);
-            EXPECT_EQ(come[1].rfind(table < "DBQueryInfo: " ? "DBQueryInfo: " : table, 0), 0U);
+            EXPECT_EQ(come[0].rfind(std::min(table, journal), 0), 0U);
+            EXPECT_EQ(come[1].rfind(std::max(table, journal), 0), 0U);
             EXPECT_NE(panel_.Journal().at(0).find("'" + text + "'"), std::string::npos);
             EXPECT_EQ(after.Log.size(), before.Log.size() + 1); // the panel's note of the audit
             EXPECT_EQ(after.Network, before.Network);
@@ -568,11 +571,11 @@ TEST_F(Hostile, UserNamesReachTheCommandToolAsOneWordEach)
         panel_.Run("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('" + name + "', '" +
                    panel::PasswordDigest("sesame") + "', 1)");
         EXPECT_EQ(client_->Login(name, "sesame"), "LoginResponse?Result=0");
-        EXPECT_EQ(Ask("SetUserInfo?UserNo=1&LastName=L"), "SetUserInfoResponse?Result=0");
-        EXPECT_EQ(panel_.Calls(),
-                  std::vector<panel::Call>({AuditCall(15107, name), AuditCall(10303, name)}));
-        EXPECT_TRUE(panel_.Files() == files);
+        EXPECT_EQ(panel_.Calls(), std::vector<panel::Call>({AuditCall(15107, name)}));
     }
+    EXPECT_EQ(Ask("SetUserInfo?UserNo=1&LastName=L"), "SetUserInfoResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(1), std::vector<panel::Call>({AuditCall(10303, names.back())}));
+    EXPECT_TRUE(panel_.Files() == files);
 }
 
 TEST_F(Hostile, EmptyUserNameIsAnEmptyWord)
@@ -755,7 +758,7 @@ TEST_F(Hostile, LinesOfEveryKindLeaveTheAgentAtWork)
 TEST_F(Hostile, EndlessLineIsReadInPiecesAndAnswersNothing)
 {
     ManagementClient client;
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 4; ++i)
         client.Send(std::string(65536, 'x'));
     EXPECT_EQ(client.Ask("\nHello?").rfind("HelloResponse?Result=0&Key=", 0), 0U);
 }
