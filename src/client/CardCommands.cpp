@@ -34,7 +34,7 @@ void ClientWorker::GetCardFormat(char *line)
     ParseKeys(line, {{"FormatNo", format.FormatNo}});
     if (!DataManager::GetInstance()->GetCardFormat(&format))
         return Fail();
-    RespondRecord("GetCardFormatLine?Result=0&", format);
+    RespondRecord("GetCardFormatResponse?Result=0&", format);
 }
 
 void ClientWorker::GetCardFormatEx(char *line)
