@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -350,6 +351,66 @@ TEST_F(CloudLink, TakesAReplyWithoutALinkTypeAsOneThatSeesNoAddress)
             registrations.push_back(request.Line);
     EXPECT_EQ(registrations[1], Registration("203.0.113.9", "4000"));
     EXPECT_EQ(registrations[2], Registration("", "0"));
+}
+
+TEST_F(CloudLink, RemembersThePublicPortWhenItRegistersAgain)
+{
+    StartServer();
+    std::atomic<int> heartbeats = 0;
+    server->SetAnswer([&](const std::string &request) {
+        const bool isFailing = ++heartbeats > 2 && heartbeats <= 12;
+        if (IsRegistration(request)) {
+            --heartbeats;
+            return server->GoodAnswer(request);
+        }
+        return Reply{isFailing ? "HeartBeatResponse?Result=1\n"
+                               : "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n",
+                     {},
+                     false};
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 15, seconds(90)));
+    std::vector<std::string> registrations;
+    for (const Request &request : server->Requests())
+        if (IsRegistration(request.Line))
+            registrations.push_back(request.Line);
+    // The port is reported once, and then again only by the registration after ten failures.
+    EXPECT_EQ(registrations, (std::vector<std::string>{Registration("127.0.0.1", "0"),
+                                                       Registration("203.0.113.5", "4000"),
+                                                       Registration("203.0.113.5", "4000")}));
+}
+
+TEST_F(CloudLink, CutsAnAddressAt32Bytes)
+{
+    StartServer();
+    server->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request)
+                   ? server->GoodAnswer(request)
+                   : Reply{"HeartBeatResponse?Result=0&LinkAddr=" + std::string(40, 'a') +
+                               "&LinkPort=4000\n",
+                           {},
+                           false};
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
+    const std::vector<Request> requests = server->Requests();
+    EXPECT_TRUE(std::any_of(requests.begin(), requests.end(), [](const Request &request) {
+        return request.Line == Registration(std::string(32, 'a'), "4000");
+    }));
+}
+
+TEST_F(CloudLink, GoesOnWhenItsTimesCannotBeWritten)
+{
+    StartServer();
+    server->SetAnswer([&](const std::string &request) {
+        if (IsRegistration(request))
+            panel.Run("DROP TABLE IF EXISTS Cloud");
+        return server->GoodAnswer(request);
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 3));
+    EXPECT_TRUE(agent->WaitForMessage("ConfigManager.cpp", "SetCommTime", "sqlite3_exec fail", 2));
+    EXPECT_EQ(agent->CountInLog("Heartbeat fail"), 0U);
 }
 
 TEST_F(CloudLink, GoesOnWhenTheReportOfAPortFails)

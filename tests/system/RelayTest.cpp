@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <thread>
@@ -92,6 +93,30 @@ TEST_F(Relay, LeavesWhatFollowsTheHandshakesReplyToTheSession)
         EXPECT_EQ(client.ReadLine().value_or("(no line)").rfind("HelloResponse?Result=0&Key=", 0),
                   0U);
 }
+
+/// Has the agent open a session at `address`, in which the relay itself logs in at once.
+class RelayAddress : public Relay, public ::testing::WithParamInterface<const char *>
+{};
+
+TEST_P(RelayAddress, IsTheAddressOfTheClientAsTheServerGaveIt)
+{
+    const std::string address = GetParam();
+    Start();
+    AnswerHandshake(
+        {"RelayDeviceResponse?Result=0\nLogin?Username=admin&Password=admin1234\n", {}, false});
+    server->Queue({2, address, 9510, 77});
+    EXPECT_TRUE(agent->WaitForLog(", Addr: " + address + ", Port: 9510"));
+    ASSERT_TRUE(WaitUntil([this] { return !panel.Calls().empty(); }));
+    panel::Call expected = AuditCall(15107);
+    expected[2] = address;
+    EXPECT_EQ(panel.Calls().back(), expected);
+    EXPECT_FALSE(std::filesystem::exists("/tmp/owned"));
+}
+
+/// What follows a blank is no part of a dotted address, but it is part of the text.
+INSTANTIATE_TEST_SUITE_P(All, RelayAddress,
+                         ::testing::Values("127.0.0.1", "localhost", "127.0.0.1 ;touch /tmp/owned",
+                                           "127.0.0.1 $(touch /tmp/owned)", "127.0.0.1 'quoted'"));
 
 TEST_F(Relay, LogsAnUnknownKeyOfTheHandshakeAndServes)
 {
