@@ -21,10 +21,10 @@ constexpr std::array<FieldOption, 9> kCardFields{{
     {"--user-no", {"UserNo", Kind::Number}, "Number of the user that owns the card"},
     {"--format", {"FormatNo", Kind::Number}, "Number of the card's format; see formats"},
     {"--card-number", {"CardNumber", Kind::Text}, "What is encoded in the card"},
-    {"--key-number", {"KeyNumber", Kind::Number}, "Key number, or PIN"},
+    {"--key-number", {"KeyNumber", Kind::Number}, "Key number"},
     {"--status", {"CardStatus", Kind::Number}, "Status of the card, as the panel numbers it"},
     {"--type", {"CardType", Kind::Number}, "Type of the card, as the panel numbers it"},
-    {"--never-expire", {"NeverExpire", Kind::Number}, "1: the card does not expire"},
+    {"--never-expire", {"NeverExpire", Kind::Number}, "1 for a card that does not expire, else 0"},
     {"--valid-from", {"ActDate", Kind::Date}, "First day on which the card is valid"},
     {"--expires", {"ExpDate", Kind::Date}, "Day on which the card expires"},
 }};
@@ -203,16 +203,13 @@ void AddLevelCommands(CLI::App &cards, Context &context)
         levels, "set", "Replace all access levels of a card. Nothing checks that the levels exist",
         context, SetLevels);
     for (const auto &command : {get, set})
-        command.App->add_option("number", command.Into->Number, "The card's record number")
-            ->required()
-            ->option_text("NUMBER");
+        AddNumber(*command.App, "number", command.Into->Number, "The card's record number")
+            ->required();
     set.App->add_option("levels", set.Into->Levels, "Numbers of the levels or groups")
         ->option_text("LEVEL...");
     set.App->add_flag("--none", set.Into->None, "Take all levels away");
-    set.App
-        ->add_option("--kind", set.Into->Kind,
-                     "What the numbers mean: levels or groups; without it, what the card has now")
-        ->transform(CLI::CheckedTransformer(kLevelKinds).description(""))
+    AddChoice(*set.App, "--kind", set.Into->Kind, kLevelKinds,
+              "What the numbers mean: levels or groups; without it, what the card has now")
         ->option_text("KIND");
 }
 
@@ -237,9 +234,8 @@ void AddChangeCommands(CLI::App &cards, Context &context)
                       "Also when the card number may be longer than the 32 bytes that the panel "
                       "tells; it is then cut");
     for (const auto &command : {show, set})
-        command.App->add_option("number", command.Into->Number, "The card's record number")
-            ->required()
-            ->option_text("NUMBER");
+        AddNumber(*command.App, "number", command.Into->Number, "The card's record number")
+            ->required();
 }
 
 } // namespace
@@ -252,8 +248,7 @@ void AddCardCommands(CLI::App &app, Context &context)
         "what is encoded in it. Dates are days of the panel's calendar; 1970-01-01 stands for "
         "none");
     const auto list = AddCommand<CardFilter>(cards, "list", "List cards", context, ListCards);
-    list.App->add_option("--user-no", list.Into->UserNo, "Those of the user with this number")
-        ->option_text("NUMBER");
+    AddNumber(*list.App, "--user-no", list.Into->UserNo, "Those of the user with this number");
     AddPaging(*list.App, list.Into->Paging);
     AddChangeCommands(cards, context);
     const auto remove = AddCommand<Cards>(cards, "delete", "Delete cards, with their access levels",

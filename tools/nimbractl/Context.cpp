@@ -1,5 +1,8 @@
 #include "nimbractl/Context.h"
 
+#include "nimbractl/Fields.h"
+#include "nimbractl/HelpText.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -22,12 +25,26 @@ CLI::App &AddGroup(CLI::App &parent, const std::string &name, const std::string 
     return *app;
 }
 
+void PrepareApp(CLI::App &app, const std::string &footer)
+{
+    app.fallthrough();
+    app.formatter(std::make_shared<HelpText>());
+    app.footer(footer);
+}
+
+CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const std::string &help)
+{
+    return app.add_option(name, into, help)->check(IsNumber())->option_text("NUMBER");
+}
+
 void AddPaging(CLI::App &app, client::ListOptions &options)
 {
     app.add_option("--limit", options.Limit, "At most so many rows; without it all of them")
-        ->check(CLI::Range(1, 2147483647));
+        ->check(CLI::Range(1, 2147483647))
+        ->option_text("NUMBER");
     app.add_option("--offset", options.Offset, "Leave out so many rows at the beginning")
-        ->check(CLI::Range(0, 2147483647));
+        ->check(CLI::Range(0, 2147483647))
+        ->option_text("NUMBER");
 }
 
 void WriteList(Context &context, const client::Request &request, const client::ListOptions &options,
@@ -85,8 +102,8 @@ void AddOutputOption(CLI::App &app, Settings &settings)
 {
     static const std::map<std::string, Format> kFormats = {
         {"table", Format::Table}, {"json", Format::Json}, {"csv", Format::Csv}};
-    app.add_option("-o,--output", settings.Output, "Form of the output: table, json or csv")
-        ->transform(CLI::CheckedTransformer(kFormats).description(""))
+    AddChoice(app, "-o,--output", settings.Output, kFormats,
+              "Form of the output: table, json or csv")
         ->option_text("FORM");
 }
 

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -67,6 +68,28 @@ void AddVideoCommands(CLI::App &app, Context &context);
 void AddRawCommand(CLI::App &app, Context &context);
 /// All of the above.
 void AddAllCommands(CLI::App &app, Context &context);
+/// Sets up what all command lines have in common; before commands are added.
+void PrepareApp(CLI::App &app, const std::string &footer);
+
+/// Adds an option that takes one of some words.
+template <typename Value>
+CLI::Option *AddChoice(CLI::App &app, const std::string &name, Value &into,
+                       const std::map<std::string, Value> &choices, const std::string &help)
+{
+    return app.add_option_function<std::string>(
+        name,
+        [&into, &choices, name](const std::string &word) {
+            const auto found = choices.find(word);
+            if (found == choices.end())
+                throw CLI::ValidationError(name, "\"" + word + "\" is none of the words it takes");
+            into = found->second;
+        },
+        help);
+}
+
+/// Adds a number that stands without an option.
+CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const std::string &help);
+
 /// The option for the form of the output.
 void AddOutputOption(CLI::App &app, Settings &settings);
 

@@ -69,9 +69,7 @@ void AddPlaceCommand(CLI::App &parent, const char *name, const char *help, const
                      Context &context, void (*run)(Context &, const Place &))
 {
     const auto command = AddCommand<Place>(parent, name, help, context, run);
-    command.App->add_option("number", command.Into->Number, placeHelp)
-        ->required()
-        ->option_text("NUMBER");
+    AddNumber(*command.App, "number", command.Into->Number, placeHelp)->required();
 }
 
 void ListDoors(Context &context, const DoorFilter &filter)

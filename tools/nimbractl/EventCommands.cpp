@@ -211,9 +211,7 @@ void AddEventCommands(CLI::App &app, Context &context)
     AddFilterOptions(*list.App, *list.Into);
     AddPaging(*list.App, list.Into->Paging);
     const auto show = AddCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
-    show.App->add_option("number", show.Into->Number, "The event's number")
-        ->required()
-        ->option_text("NUMBER");
+    AddNumber(*show.App, "number", show.Into->Number, "The event's number")->required();
     const auto follow = AddCommand<FollowChoice>(
         events, "follow",
         "Print new events as they come, oldest first, until Ctrl-C. JSON is one object a line",

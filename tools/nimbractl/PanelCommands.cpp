@@ -99,11 +99,11 @@ void AddThreatCommands(CLI::App &app, Context &context)
     CLI::App &threat = AddGroup(app, "threat", "Threat levels");
     const auto list = AddCommand<Number>(threat, "list", "List the threat levels, or show one",
                                          context, ListThreats);
-    list.App->add_option("level", list.Into->Value, "Only this level")->option_text("LEVEL");
+    AddNumber(*list.App, "level", list.Into->Value, "Only this level");
     AddCommand<Number>(threat, "get", "Show the threat level in force", context, ShowThreat);
     const auto set =
         AddCommand<Number>(threat, "set", "Put a threat level into force", context, SetThreat);
-    set.App->add_option("level", set.Into->Value, "The level")->required()->option_text("LEVEL");
+    AddNumber(*set.App, "level", set.Into->Value, "The level")->required();
     set.App->add_flag("--force", set.Into->IsForced, "Also one that is not in the list");
 }
 
@@ -123,8 +123,7 @@ void AddPanelCommands(CLI::App &app, Context &context)
 
     const auto formats = AddCommand<Number>(app, "formats", "List the card formats, or show one",
                                             context, ShowFormats);
-    formats.App->add_option("number", formats.Into->Value, "Only this format")
-        ->option_text("NUMBER");
+    AddNumber(*formats.App, "number", formats.Into->Value, "Only this format");
 
     const auto levels = AddCommand<LevelFilter>(
         app, "levels",
@@ -132,11 +131,9 @@ void AddPanelCommands(CLI::App &app, Context &context)
         "counts its numbers by itself",
         context, ShowAccessLevels);
     static const std::map<std::string, int> kKinds = {{"levels", 1}, {"groups", 2}};
-    levels.App->add_option("--kind", levels.Into->Kind, "Only one kind: levels or groups")
-        ->transform(CLI::CheckedTransformer(kKinds).description(""))
+    AddChoice(*levels.App, "--kind", levels.Into->Kind, kKinds, "Only one kind: levels or groups")
         ->option_text("KIND");
-    levels.App->add_option("--group", levels.Into->Group, "Only the group of this number")
-        ->option_text("NUMBER");
+    AddNumber(*levels.App, "--group", levels.Into->Group, "Only the group of this number");
     AddThreatCommands(app, context);
 }
 

@@ -126,9 +126,7 @@ void AddPhotoCommands(CLI::App &users, Context &context)
         "Store the photograph of a user. The panel takes what arrives within 5 seconds", context,
         PutPhoto);
     for (const auto &command : {get, put})
-        command.App->add_option("number", command.Into->Number, "The user's number")
-            ->required()
-            ->option_text("NUMBER");
+        AddNumber(*command.App, "number", command.Into->Number, "The user's number")->required();
     get.App
         ->add_option("file", get.Into->File,
                      "Where to write it, - for standard output; without it, a file of the panel's "

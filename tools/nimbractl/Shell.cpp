@@ -38,11 +38,11 @@ constexpr char kShellHelp[] =
 
 std::unique_ptr<CLI::App> MakeApp(Context &context)
 {
-    auto app = std::make_unique<CLI::App>("", "");
-    app->fallthrough();
-    app->footer(kShellHelp);
+    auto app = std::make_unique<CLI::App>("The commands of this shell", "");
+    PrepareApp(*app, "");
     AddOutputOption(*app, context.Options);
     AddAllCommands(*app, context);
+    app->footer(kShellHelp);
     return app;
 }
 

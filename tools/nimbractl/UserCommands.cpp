@@ -22,9 +22,9 @@ constexpr std::array<FieldOption, 9> kUserFields{{
     {"--phone", {"PhoneNumber", Kind::Text}, "Telephone number"},
     {"--cell-phone", {"CellPhone", Kind::Text}, "Number of the mobile telephone"},
     {"--email", {"Email", Kind::Text}, "E-mail address"},
-    {"--ada", {"Ada", Kind::Number}, "1: doors stay open longer for this user"},
-    {"--exempt", {"Exempt", Kind::Number}, "1: not bound by threat levels"},
-    {"--threat-level", {"ThreatLevel", Kind::Number}, "Threat level of the user"},
+    {"--ada", {"Ada", Kind::Number}, "ADA setting, 0 or 1"},
+    {"--exempt", {"Exempt", Kind::Number}, "Exemption from threat levels, 0 or 1"},
+    {"--threat-level", {"ThreatLevel", Kind::Number}, "The user's threat level"},
 }};
 
 constexpr std::array<FieldOption, 8> kUserFilters{{
@@ -164,9 +164,7 @@ void AddUserCommands(CLI::App &app, Context &context)
                       "Also when texts that are not named may be longer than the 32 bytes that the "
                       "panel tells; they are then cut");
     for (const auto &command : {show, set})
-        command.App->add_option("number", command.Into->Number, "The user's number")
-            ->required()
-            ->option_text("NUMBER");
+        AddNumber(*command.App, "number", command.Into->Number, "The user's number")->required();
 
     const auto remove = AddCommand<Users>(
         users, "delete", "Delete users, with their cards. Photographs stay on the panel", context,

@@ -65,14 +65,11 @@ void AddVideoCommands(CLI::App &app, Context &context)
                                "RTSP address");
     const auto live = AddCommand<VideoChoice>(video, "live", "Show the camera that watches a door",
                                               context, ShowLive);
-    live.App->add_option("door", live.Into->Number, "The door's number")
-        ->required()
-        ->option_text("DOOR");
+    AddNumber(*live.App, "door", live.Into->Number, "The door's number")->required();
     const auto play = AddCommand<VideoChoice>(video, "play", "Show the recording of an event",
                                               context, ShowRecording);
-    play.App->add_option("event", play.Into->Number, "The event's number")->option_text("EVENT");
-    play.App->add_option("--tag", play.Into->Tag, "A channel instead of an event: its VideoTag")
-        ->option_text("NUMBER");
+    AddNumber(*play.App, "event", play.Into->Number, "The event's number");
+    AddNumber(*play.App, "--tag", play.Into->Tag, "A channel instead of an event: its VideoTag");
     play.App->add_option("--time", play.Into->Time, "When the recording begins, UTC")
         ->check([](const std::string &text) {
             return client::ParseTime(text)

@@ -12,6 +12,9 @@ namespace nimbra::ctl {
 
 namespace {
 
+constexpr char kCommandFooter[] =
+    "nimbractl --help tells the options that all commands have: --host, --user, --output, ...";
+
 constexpr char kFooter[] =
     "The password is read from the file of --password-file, else from the environment variable\n"
     "NIMBRA_PASSWORD, else asked for on the terminal. It goes over the network in clear.\n"
@@ -69,12 +72,10 @@ void AddLinkOptions(CLI::App &app, Settings &settings)
 int Run(int argc, char **argv)
 {
     Context context;
-    CLI::App app("Finds Nimbra panels, and talks to one: doors, events, users, cards and more.",
+    CLI::App app("Finds Nimbra panels, and talks to one: doors, events, users, cards and more",
                  "nimbractl");
-    app.fallthrough();
+    PrepareApp(app, kCommandFooter);
     app.set_version_flag("--version", "nimbractl " NIMBRA_VERSION);
-    app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
-    app.footer(kFooter);
     AddLinkOptions(app, context.Options);
     AddAllCommands(app, context);
     int shellStatus = kDone;
@@ -84,6 +85,8 @@ int Run(int argc, char **argv)
         ->callback([&context, &shellStatus] {
             context.Action = [&context, &shellStatus] { shellStatus = RunShell(context); };
         });
+    app.footer(kFooter); // late: a command takes over what is there when it is added
+    app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
     const int status =
         RunCommandLine(app, context, std::vector<std::string>(argv + 1, argv + argc));
     return status != kDone ? status : shellStatus;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+
+namespace nimbra::ctl {
+
+/// Lays out the help: lines that fit a page, and in a list of commands the first sentence of each.
+class HelpText : public CLI::Formatter
+{
+public:
+    HelpText();
+    std::string make_description(const CLI::App *app) const override;
+    std::string make_subcommand(const CLI::App *sub) const override;
+    std::string make_option_desc(const CLI::Option *option) const override;
+};
+
+} // namespace nimbra::ctl
