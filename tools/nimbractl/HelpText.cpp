@@ -48,6 +48,21 @@ std::string HelpText::make_subcommand(const CLI::App *sub) const
     return out.str();
 }
 
+std::string HelpText::make_expanded(const CLI::App *sub) const
+{
+    const auto children = sub->get_subcommands([](const CLI::App *) { return true; });
+    std::string text;
+    for (const CLI::App *child : children)
+        text += (text.empty() ? "" : "\n") + make_expanded(child);
+    if (!children.empty())
+        return text;
+    std::string name = sub->get_name();
+    for (const CLI::App *parent = sub->get_parent(); parent->get_parent() != nullptr;
+         parent = parent->get_parent())
+        name = parent->get_name() + " " + name;
+    return name + CLI::Formatter::make_expanded(sub).substr(sub->get_name().size());
+}
+
 std::string HelpText::make_option_desc(const CLI::Option *option) const
 {
     return Wrapped(option->get_description(), kPageWidth - kFirstColumn);

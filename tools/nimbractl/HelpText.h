@@ -13,6 +13,8 @@ public:
     HelpText();
     std::string make_description(const CLI::App *app) const override;
     std::string make_subcommand(const CLI::App *sub) const override;
+    /// One command of the help of all; of a group, all its commands instead.
+    std::string make_expanded(const CLI::App *sub) const override;
     std::string make_option_desc(const CLI::Option *option) const override;
 };
 

@@ -281,7 +281,7 @@ Order Obey(Context &context, const std::string &line, int *status)
     const std::unique_ptr<CLI::App> app = MakeApp(context);
     const int result = RunCommandLine(*app, context, words);
     context.Options.Output = format;
-    if (result != kDone)
+    if (result != kDone && result != kInterrupted)
         *status = result;
     return Order::Done;
 }
@@ -296,7 +296,6 @@ public:
 
     int Run()
     {
-        context_.Panel.IsCancelled = [this] { return HasInterrupt(); };
         int status = kDone;
         for (;;) {
             if (signals_.Wait(STDIN_FILENO, heart_.UntilNext()))
@@ -311,7 +310,6 @@ public:
             if (!line || Do(*line, &status) == Order::Exit)
                 break;
         }
-        context_.Panel.IsCancelled = nullptr;
         return status;
     }
 
@@ -321,7 +319,9 @@ private:
         editor_.Remember(line);
         signals_.Open();
         isInterrupted_ = false;
+        context_.Panel.IsCancelled = [this] { return HasInterrupt(); };
         const Order order = Obey(context_, line, status);
+        context_.Panel.IsCancelled = nullptr;
         signals_.Close();
         heart_.Restart();
         if (order == Order::Done)
