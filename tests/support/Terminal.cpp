@@ -91,14 +91,14 @@ std::optional<int> Terminal::WaitForExit(milliseconds limit)
 {
     static_cast<void>(WaitUntil(
         [this] {
-            Output(); // a full terminal would hold the program up
+            static_cast<void>(Output()); // a full terminal would hold the program up
             int status = 0;
             if (!status_ && waitpid(pid_, &status, WNOHANG) == pid_)
                 status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
             return status_.has_value();
         },
         limit));
-    Output();
+    static_cast<void>(Output());
     return status_;
 }
 
