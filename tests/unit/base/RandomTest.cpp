@@ -54,14 +54,18 @@ TEST(Random, DrawGoesOnFromTheSeed)
 TEST(Random, SeedsAndDrawsInOneStepAmongThreads)
 {
     constexpr unsigned kThreads = 4;
-    constexpr int kRounds = 2000;
+    constexpr int kRounds = 30000;
     std::vector<int> expected;
     for (unsigned seed = 0; seed < kThreads; ++seed)
         expected.push_back(FirstDraw(seed + 100));
     std::atomic<int> strays = 0;
+    std::atomic<unsigned> ready = 0;
     std::vector<std::thread> threads;
     for (unsigned thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back([&strays, &expected, thread] {
+        threads.emplace_back([&strays, &ready, &expected, thread] {
+            ++ready;
+            while (ready < kThreads)
+                std::this_thread::yield();
             for (int round = 0; round < kRounds; ++round) {
                 if (SeedAndDraw(thread + 100) != expected[thread])
                     ++strays;

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -100,6 +101,15 @@ TEST_F(ImageFile, CannotBeReadWhenItIsADirectory)
 {
     fs::create_directory(PathOf("folder.jpg"));
     EXPECT_EQ(Read("folder.jpg"), "(none)");
+}
+
+TEST_F(ImageFile, CannotBeReadWhenItsSizeCannotBeAnnounced)
+{
+    Put("huge.jpg", "");
+    fs::resize_file(PathOf("huge.jpg"), std::uintmax_t{1} << 31U);
+    EXPECT_EQ(Read("huge.jpg"), "(none)");
+    fs::resize_file(PathOf("huge.jpg"), std::uintmax_t{1} << 40U);
+    EXPECT_EQ(Read("huge.jpg"), "(none)");
 }
 
 TEST_F(ImageFile, NeverHoldsAReaderThatFindsAPipe)

@@ -265,6 +265,7 @@ TEST_F(DatabaseTest, WaitsUntilThePanelUnlocksTheDatabase)
     });
     EXPECT_EQ(database.Execute(SqlText("INSERT INTO Door VALUES (2, 'b')")), SQLITE_OK);
     EXPECT_TRUE(isUnlocked);
+    EXPECT_FALSE(database.IsLocked());
     panel.join();
 }
 
@@ -276,8 +277,10 @@ TEST_F(DatabaseTest, GivesUpAChangeAfterThreeSecondsOfALock)
     EXPECT_EQ(database.Execute(SqlText("INSERT INTO Door VALUES (2, 'b')")), SQLITE_BUSY);
     EXPECT_GE(watch.Seconds(), 2.9);
     EXPECT_LT(watch.Seconds(), 6.0);
+    EXPECT_TRUE(database.IsLocked());
     panel_.Run("COMMIT");
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT COUNT(*) FROM Door")), 0);
+    EXPECT_FALSE(database.IsLocked());
 }
 
 TEST_F(DatabaseTest, GivesUpAQueryAfterThreeSecondsOfALock)
@@ -293,6 +296,29 @@ TEST_F(DatabaseTest, GivesUpAQueryAfterThreeSecondsOfALock)
     EXPECT_GE(watch.Seconds(), 2.9);
     EXPECT_LT(watch.Seconds(), 6.0);
     panel_.Run("COMMIT");
+}
+
+TEST_F(DatabaseTest, TellsANumberThatALockHidFromOneThatIsNotThere)
+{
+    Database database(path_.c_str(), kSource);
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT MAX(No) FROM Door")), 0);
+    EXPECT_FALSE(database.IsLocked());
+    panel_.Run("BEGIN EXCLUSIVE");
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT MAX(No) FROM Door")), 0);
+    EXPECT_TRUE(database.IsLocked());
+    panel_.Run("COMMIT");
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT No FROM Door")), 0);
+    EXPECT_FALSE(database.IsLocked()) << "no row";
+}
+
+TEST_F(DatabaseTest, TakesNoOtherFailureForALock)
+{
+    Database database(path_.c_str(), kSource);
+    EXPECT_FALSE(database.IsLocked());
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT No FROM Nothing")), 0);
+    EXPECT_FALSE(database.IsLocked());
+    EXPECT_EQ(database.Execute(SqlText("nonsense")), SQLITE_ERROR);
+    EXPECT_FALSE(database.IsLocked());
 }
 
 } // namespace

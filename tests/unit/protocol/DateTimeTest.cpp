@@ -92,6 +92,9 @@ TEST(DateTime, NeedsNoLeadingZeros)
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-1-2 3:4:5"), Utc(2026, 1, 2, 3, 4, 5));
     EXPECT_EQ(Time("02026-001-002 003:004:005"), Utc(2026, 1, 2, 3, 4, 5));
+    EXPECT_EQ(Time("02026-08-09 08:09:010"), Utc(2026, 8, 9, 8, 9, 10));
+    EXPECT_EQ(Date("02026-008-0010"), Utc(2026, 8, 10));
+    EXPECT_EQ(Date("2026-8-9"), Utc(2026, 8, 9));
     EXPECT_EQ(Time("  2026-  1-  2    3:  4:  5"), Utc(2026, 1, 2, 3, 4, 5));
     EXPECT_EQ(Time("2026-01-0203:04:05"), Utc(2026, 1, 203)) << "the day takes all its digits";
 }
