@@ -81,7 +81,7 @@ const std::string &Request::Line() const
 
 void Request::Add(std::string_view key, std::string_view value)
 {
-    if (line_.back() != '?')
+    if (line_.size() > word_.size() + 1)
         line_ += '&';
     line_.append(key).append("=").append(value);
 }

@@ -1,0 +1,291 @@
+// The client library: against panels that do what real ones do rarely, and against a real agent.
+
+#include "support/AgentTest.h"
+#include "support/FakePanel.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <nimbra-client/Discovery.h>
+#include <nimbra-client/PanelClock.h>
+#include <nimbra-client/Replies.h>
+#include <nimbra-client/Results.h>
+#include <nimbra-client/Session.h>
+
+namespace nimbra::test {
+
+namespace {
+
+using client::Answer;
+using client::Record;
+using client::Request;
+using client::Session;
+
+client::SessionOptions OptionsFor(const FakePanel &panel)
+{
+    client::SessionOptions options;
+    options.Host = "127.0.0.1";
+    options.Port = panel.Port();
+    return options;
+}
+
+bool BeginsWith(const std::string &text, const std::string &beginning)
+{
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+TEST(ClientRequest, IsOneLineOfPairs)
+{
+    EXPECT_EQ(Request("Heartbeat").Line(), "Heartbeat?");
+    EXPECT_EQ(Request("AddUserInfo")
+                  .Text("FirstName", "What?")
+                  .Text("MiddleName", "")
+                  .Text("LastName", "O'Brien = x")
+                  .Number("Ada", -1)
+                  .Line(),
+              "AddUserInfo?FirstName=What?&LastName=O''Brien = x&Ada=-1");
+    EXPECT_EQ(Request("Login").Plain("Password", "it's", client::kPasswordBytes).Line(),
+              "Login?Password=it's");
+}
+
+TEST(ClientRequest, RefusesWhatTheProtocolCannotCarry)
+{
+    const auto isRefused = [](const std::string &value) {
+        EXPECT_THROW(Request("AddUserInfo").Text("LastName", value), client::BadRequest) << value;
+    };
+    isRefused("Salt & Pepper");
+    isRefused("two\nlines");
+    isRefused(std::string("a\0b", 3));
+    isRefused("Othello?");
+    isRefused("see deluserinfo? there");
+    isRefused(std::string(33, 'x'));
+    isRefused(std::string(31, 'x') + "'");
+    EXPECT_NO_THROW(Request("AddUserInfo").Text("LastName", std::string(30, 'x') + "'"));
+    Request tooLong("SetCardAccessLevel");
+    tooLong.Plain("AccessLevelNo", std::string(1010, '1'), client::kRequestBytes);
+    EXPECT_THROW(static_cast<void>(tooLong.Line()), client::BadRequest);
+}
+
+TEST(ClientRecord, IsReadAtItsKeysWhateverTheValuesHold)
+{
+    const std::span<const client::Field> door = client::FindReply("getdoorinfo")->Header;
+    const Record record(door, "DoorNo=7&Name=In & Out=1&Status=9&Status=1");
+    EXPECT_EQ(record.Number("DoorNo"), 7);
+    EXPECT_EQ(record.Text("Name"), "In & Out=1&Status=9");
+    EXPECT_EQ(record.Number("Status"), 1);
+    EXPECT_EQ(record.Text("Nothing"), "");
+    EXPECT_EQ(Record(door, "DoorNo=7&Name=x").Text("Status"), "");
+    EXPECT_EQ(Record(door, "").Text("DoorNo"), "");
+    const std::span<const client::Field> video = client::FindReply("GetLiveVideoInfo")->Header;
+    EXPECT_EQ(
+        Record(video, R"(Name=x&Type=2&Url="rtsp://a:b@c:1/chID=1&streamType=main")").Text("Url"),
+        "rtsp://a:b@c:1/chID=1&streamType=main");
+}
+
+TEST(ClientReplies, NamesEveryCommandOnceAndEachResultHasAMeaning)
+{
+    EXPECT_EQ(client::AllReplies().size(), 38U);
+    for (const client::Reply &reply : client::AllReplies()) {
+        EXPECT_EQ(client::FindReply(reply.Word), &reply);
+        for (const int result : {0, 1, 2, 3, 9, 77}) {
+            const std::string meaning = client::MeaningOf(reply.Word, result);
+            EXPECT_EQ(meaning.back(), '.') << reply.Word;
+        }
+    }
+    EXPECT_EQ(client::FindReply("GetNothing"), nullptr);
+}
+
+TEST(ClientTimes, AreReadStrictly)
+{
+    EXPECT_EQ(client::ParseTime("1970-01-02"), 86400);
+    EXPECT_EQ(client::ParseTime("1970-01-01 01:02"), 3720);
+    EXPECT_EQ(client::ParseTime("1970-01-01T01:02:03"), 3723);
+    EXPECT_EQ(client::ParseTime("1969-12-31 23:59:59"), -1);
+    for (const char *text : {"", "2026", "2026-02-30", "2026-13-01", "2026-01-01 24:00",
+                             "2026-01-01 10", "2026-01-01x10:00", "2026-01-01 10:00:00x",
+                             "2040-01-01", "2026-01-00", "1 2 3", "2026-01-01 -1:00"})
+        EXPECT_EQ(client::ParseTime(text), std::nullopt) << text;
+    EXPECT_EQ(client::FormatTime(3723), "1970-01-01 01:02:03");
+    EXPECT_EQ(client::FormatDate(86400), "1970-01-02");
+    using std::chrono::minutes;
+    EXPECT_EQ(client::ToPanelDay("2026-02-28", minutes(120)), "2026-03-01");
+    EXPECT_EQ(client::ToPanelDay("2026-03-01", minutes(-300)), "2026-03-01");
+    EXPECT_EQ(client::ToPanelDay("1970-01-01", minutes(120)), "1970-01-01");
+}
+
+TEST(ClientSession, SendsALineAgainThatThePanelHasProvablyLost)
+{
+    int losses = 0;
+    FakePanel panel([&losses](const std::string &line) {
+        if (!BeginsWith(line, "SetThreatLevel?") || ++losses == 1)
+            return "";
+        return "SetThreatLevelResponse?Result=0\n";
+    });
+    Session session(OptionsFor(panel));
+    EXPECT_EQ(session.Ask(Request("SetThreatLevel").Number("ThreatLevel", 2)).Result, 0);
+    EXPECT_EQ(panel.Lines(), (std::vector<std::string>{"Hello?", "SetThreatLevel?ThreatLevel=2",
+                                                       "Hello?", "SetThreatLevel?ThreatLevel=2"}));
+}
+
+TEST(ClientSession, DoesNotRepeatALineThatIsAnsweredLate)
+{
+    FakePanel panel([](const std::string &line) {
+        if (!BeginsWith(line, "GetThreatLevel?"))
+            return "";
+        std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+        return "GetThreatLevelResponse?Result=0&ThreatLevel=3\n";
+    });
+    Session session(OptionsFor(panel));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
+    EXPECT_EQ(panel.Count("GetThreatLevel?"), 2U);
+}
+
+TEST(ClientSession, HeartbeatsDoNotGetIntoTheWayOfAnswers)
+{
+    FakePanel panel([](const std::string &line) {
+        return BeginsWith(line, "GetThreatLevel?")
+                   ? "GetThreatLevelResponse?Result=0&ThreatLevel=3\n"
+                   : "";
+    });
+    Session session(OptionsFor(panel));
+    for (int i = 0; i < 20; ++i) {
+        session.KeepAlive();
+        EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Result, 0);
+        session.KeepAlive();
+        EXPECT_EQ(session.Ask(Request("Heartbeat")).Result, 0);
+    }
+    EXPECT_EQ(panel.Count("Hello?"), 1U);
+}
+
+TEST(ClientSession, NoticesThatNobodyAnswersItsHeartbeats)
+{
+    FakePanel panel([](const std::string &line) { return line == "Heartbeat?" ? "\n" : ""; });
+    Session session(OptionsFor(panel));
+    const auto beat = [&session] {
+        for (int i = 0; i < 10; ++i)
+            session.KeepAlive();
+    };
+    EXPECT_THROW(beat(), client::Unreachable);
+}
+
+TEST(ClientSession, EventsThatArriveMeanwhileAreNotListedTwice)
+{
+    // Between the two pages an event is added in front, so that 9 moves to the second page.
+    FakePanel panel([](const std::string &line) -> std::optional<std::string> {
+        if (line == "GetEventLogEx?Limit=2")
+            return "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=2\n"
+                   "EventNo=10&EventTime=x\nEventNo=9&EventTime=x\n";
+        if (line == "GetEventLogEx?Offset=2&Limit=2")
+            return "GetEventLogExResponse?Result=0&Total=100000&Offset=2&Count=2\n"
+                   "EventNo=9&EventTime=x\nEventNo=8&EventTime=x\n";
+        return BeginsWith(line, "GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
+    });
+    Session session(OptionsFor(panel));
+    std::vector<int> numbers;
+    client::ListOptions options;
+    options.PageSize = 2;
+    const int result = session.List(
+        Request("GetEventLogEx"),
+        [&numbers](const Record &event) {
+            numbers.push_back(event.Number("EventNo"));
+            return true;
+        },
+        options);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(numbers, (std::vector<int>{10, 9, 8}));
+}
+
+TEST(ClientSession, ALaterPageThatFailsIsTold)
+{
+    FakePanel panel([](const std::string &line) -> std::optional<std::string> {
+        if (line == "GetDoorInfoEx?Limit=1")
+            return "GetDoorInfoExResponse?Result=0&Total=2&Offset=0&Count=1\n"
+                   "DoorNo=1&Name=x&Status=0\n";
+        return BeginsWith(line, "GetDoorInfoEx?") ? "GetDoorInfoExResponse?Result=1\n" : "";
+    });
+    Session session(OptionsFor(panel));
+    int rows = 0;
+    client::ListOptions options;
+    options.PageSize = 1;
+    EXPECT_EQ(
+        session.List(
+            Request("GetDoorInfoEx"), [&rows](const Record &) { return ++rows > 0; }, options),
+        1);
+    EXPECT_EQ(rows, 1);
+    EXPECT_THROW(static_cast<void>(
+                     session.List(Request("GetDoorInfo"), [](const Record &) { return true; })),
+                 client::BadRequest);
+}
+
+TEST(ClientSession, CanBeCancelledAndUsedOn)
+{
+    FakePanel panel([](const std::string &line) -> std::optional<std::string> {
+        if (BeginsWith(line, "GetThreatLevel?"))
+            return "GetThreatLevelResponse?Result=0&ThreatLevel=3\n";
+        return BeginsWith(line, "GetCardFormatEx?")
+                   ? "GetCardFormatExResponse?Result=0&Total=2&Offset=0&Count=2\n"
+                   : "";
+    });
+    std::atomic<bool> isCancelled = false;
+    client::SessionOptions options = OptionsFor(panel);
+    options.IsCancelled = [&isCancelled] { return isCancelled.load(); };
+    Session session(options);
+    std::thread canceller([&panel, &isCancelled] {
+        EXPECT_TRUE(WaitUntil([&panel] { return panel.Count("GetCardFormatEx?") == 1; }));
+        isCancelled = true;
+    });
+    EXPECT_THROW(static_cast<void>(session.Ask(Request("GetCardFormatEx"))), client::Cancelled);
+    canceller.join();
+    isCancelled = false;
+    EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
+}
+
+/// A panel whose clock is not on UTC.
+class ClientOnPanel : public AgentTest
+{
+protected:
+    ClientOnPanel() : AgentTest({}, "XYZ+3:30") { options_.Host = "127.0.0.1"; }
+
+    client::SessionOptions options_;
+};
+
+TEST_F(ClientOnPanel, FindsOutHowFarThePanelsClockIsFromUtc)
+{
+    Session session(options_);
+    ASSERT_EQ(session.Login("admin", "admin1234"), 0);
+    EXPECT_EQ(client::MeasureClockOffset(session), std::chrono::minutes(-210));
+    const panel::PanelPaths paths("/");
+    TestPanel::Run(paths.LogDatabase, "DELETE FROM Log");
+    EXPECT_EQ(client::MeasureClockOffset(session), std::nullopt);
+}
+
+TEST_F(ClientOnPanel, OpensASessionAgainThatHasEndedBySilence)
+{
+    Session session(options_);
+    EXPECT_EQ(session.Login("admin", "wrong"), 1);
+    ASSERT_EQ(session.Login("admin", "admin1234"), 0);
+    std::this_thread::sleep_for(std::chrono::seconds(16));
+    EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Result, 0);
+    EXPECT_EQ(panel_.Calls().size(), 2U); // two logins
+}
+
+TEST_F(ClientOnPanel, GoesOnAfterAnUploadWithoutTheRight)
+{
+    Session session(options_);
+    ASSERT_EQ(session.Login("guard", "guard2468"), 0);
+    const std::vector<char> bytes(1000000, 'x');
+    EXPECT_EQ(session.Upload(7, "user0007.png", bytes), 9);
+    EXPECT_EQ(session.Ask(Request("GetDoorInfo").Number("DoorNo", 1)).Result, 0);
+    EXPECT_THROW(static_cast<void>(session.Upload(7, "a.b", bytes)), client::BadRequest);
+    EXPECT_THROW(static_cast<void>(session.Upload(7, "user.png", {})), client::BadRequest);
+}
+
+} // namespace
+
+} // namespace nimbra::test

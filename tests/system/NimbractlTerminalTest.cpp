@@ -1,0 +1,215 @@
+// nimbractl on a terminal: the password's prompt, the progress bar, colours, and the shell.
+
+#include "support/Files.h"
+#include "support/NimbractlTest.h"
+#include "support/Terminal.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+using NimbractlTerminal = NimbractlTest;
+
+const std::vector<std::string> kWithoutPassword = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin"};
+const std::vector<std::string> kWithPassword = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin",
+                                                "NIMBRA_PASSWORD=admin1234"};
+
+constexpr char kPrompt[] = "127.0.0.1> ";
+constexpr char kControlC[] = "\x03";
+constexpr char kControlD[] = "\x04";
+constexpr char kArrowUp[] = "\033[A";
+
+/// A shell on a terminal, at its prompt.
+class NimbractlShell : public NimbractlTest
+{
+protected:
+    NimbractlShell() : terminal_(CtlCommand({"shell"}, kWithPassword))
+    {
+        EXPECT_TRUE(terminal_.WaitFor(kPrompt)) << terminal_.Output();
+    }
+
+    /// Types a line and waits for a text of its output, and for the next prompt.
+    void Do(const std::string &line, const std::string &output)
+    {
+        terminal_.Type(line + "\n");
+        EXPECT_TRUE(terminal_.WaitFor(output)) << terminal_.Output();
+        EXPECT_TRUE(terminal_.WaitFor(kPrompt)) << terminal_.Output();
+    }
+
+    [[nodiscard]] std::size_t Logins() const
+    {
+        const std::vector<panel::Call> calls = panel_.Calls();
+        return static_cast<std::size_t>(
+            std::count_if(calls.begin(), calls.end(), [](const panel::Call &call) {
+                return call.size() > 4 && call[4] == "15107";
+            }));
+    }
+
+    Terminal terminal_;
+};
+
+TEST_F(NimbractlTerminal, ThePasswordIsAskedForWithoutEcho)
+{
+    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    ASSERT_TRUE(terminal.WaitFor("Password of admin at 127.0.0.1: "));
+    EXPECT_FALSE(terminal.HasEcho());
+    terminal.Type("admin1234\n");
+    EXPECT_EQ(terminal.WaitForExit(), 0);
+    EXPECT_TRUE(terminal.WaitFor("ThreatLevel")) << terminal.Output();
+    EXPECT_EQ(terminal.Output().find("admin1234"), std::string::npos);
+    EXPECT_TRUE(terminal.IsAsBefore());
+}
+
+TEST_F(NimbractlTerminal, AWrongPasswordAtThePromptIsRefused)
+{
+    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    ASSERT_TRUE(terminal.WaitFor("Password of admin"));
+    terminal.Type("wrong\n");
+    EXPECT_EQ(terminal.WaitForExit(), 1);
+    EXPECT_TRUE(terminal.WaitFor("password is wrong")) << terminal.Output();
+}
+
+TEST(NimbractlPrompt, SignalsEndItAndLeaveTheTerminalAsItWas)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+        ASSERT_TRUE(terminal.WaitFor("Password of admin"));
+        EXPECT_FALSE(terminal.HasEcho());
+        if (signal == SIGINT)
+            terminal.Type(std::string("admin") + kControlC);
+        else
+            terminal.Signal(signal);
+        EXPECT_EQ(terminal.WaitForExit(), -signal);
+        EXPECT_TRUE(terminal.IsAsBefore());
+    }
+}
+
+TEST(NimbractlPrompt, NoPasswordIsWrongUsage)
+{
+    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    ASSERT_TRUE(terminal.WaitFor("Password of admin"));
+    terminal.Type("\n");
+    EXPECT_EQ(terminal.WaitForExit(), 2);
+    EXPECT_TRUE(terminal.WaitFor("No password was given"));
+}
+
+TEST_F(NimbractlTerminal, ATransferShowsItsProgressOnATerminalOnly)
+{
+    WriteFile("/tmp/face.png", std::string(400000, 'x'));
+    Terminal put(CtlCommand({"users", "photo", "put", "7", "/tmp/face.png"}, kWithPassword));
+    EXPECT_EQ(put.WaitForExit(), 0);
+    EXPECT_TRUE(put.WaitFor("\rSending [")) << put.Output();
+    EXPECT_TRUE(put.WaitFor("##] 100%\r\nUser 7 has the photograph")) << put.Output();
+    Terminal get(CtlCommand({"users", "photo", "get", "7", "/tmp/back.png"}, kWithPassword));
+    EXPECT_EQ(get.WaitForExit(), 0);
+    EXPECT_TRUE(get.WaitFor("\rReceiving [")) << get.Output();
+    EXPECT_TRUE(get.WaitFor("##] 100%")) << get.Output();
+    EXPECT_EQ(RunCtl({"users", "photo", "put", "7", "/tmp/face.png"}).Output,
+              "User 7 has the photograph user0007.png of 400000 bytes.\n");
+}
+
+TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
+{
+    constexpr char kBold[] = "\033[1m";
+    const auto shown = [](const std::vector<std::string> &extra) {
+        std::vector<std::string> environment = kWithPassword;
+        environment.insert(environment.end(), extra.begin(), extra.end());
+        Terminal terminal(CtlCommand({"formats"}, environment));
+        EXPECT_EQ(terminal.WaitForExit(), 0);
+        EXPECT_NE(terminal.Output().find("26-bit Wiegand"), std::string::npos);
+        return terminal.Output();
+    };
+    EXPECT_NE(shown({}).find(kBold), std::string::npos);
+    EXPECT_EQ(shown({"NO_COLOR=1"}).find(kBold), std::string::npos);
+    EXPECT_EQ(shown({"TERM=dumb"}).find('\033'), std::string::npos);
+    EXPECT_EQ(RunCtl({"formats"}).Output.find('\033'), std::string::npos);
+}
+
+TEST_F(NimbractlTerminal, ControlCEndsFollowAndLeavesTheTerminalAsItWas)
+{
+    Terminal terminal(CtlCommand({"events", "follow", "--last", "1"}, kWithPassword));
+    ASSERT_TRUE(terminal.WaitFor("Remote login")) << terminal.Output();
+    terminal.Type(kControlC);
+    EXPECT_EQ(terminal.WaitForExit(), -SIGINT);
+    EXPECT_TRUE(terminal.IsAsBefore());
+}
+
+TEST_F(NimbractlShell, DoesCommandsWithCompletionAndHistory)
+{
+    Do("doors show 2", "Lobby");
+    // "th" and "g" are completed to "threat get".
+    Do("th\tg\t", "ThreatLevel");
+    Do(kArrowUp, "ThreatLevel");
+    terminal_.Type("cards \t\t");
+    EXPECT_TRUE(terminal_.WaitFor("delete")) << terminal_.Output();
+    EXPECT_TRUE(terminal_.WaitFor("levels"));
+    terminal_.Type(std::string("add --card-n\t"));
+    EXPECT_TRUE(terminal_.WaitFor("--card-number"));
+    terminal_.Type(kControlC);
+    EXPECT_TRUE(terminal_.WaitFor(kPrompt));
+    Do("outputs on 1 -o json", "\"Status\": 1");
+    Do("help users set", "read first");
+    Do("nonsense", "no command \"nonsense\"");
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 2); // of the command that failed
+    EXPECT_TRUE(terminal_.IsAsBefore());
+    EXPECT_EQ(Logins(), 1U);
+    EXPECT_EQ(ReadFile("/tmp/.local/state/nimbractl/history"),
+              "doors show 2\nthreat get \noutputs on 1 -o json\n"
+              "help users set\nnonsense\n");
+}
+
+TEST_F(NimbractlShell, KeepsPasswordsOutOfTheHistory)
+{
+    Do("raw 'Login?Username=admin&Password=admin1234'", "LoginResponse?Result=0");
+    Do("threat get", "ThreatLevel");
+    terminal_.Type("exit\n");
+    EXPECT_EQ(terminal_.WaitForExit(), 0);
+    EXPECT_EQ(ReadFile("/tmp/.local/state/nimbractl/history"), "threat get\nexit\n");
+}
+
+TEST_F(NimbractlShell, ControlCGivesUpALineOrACommandAndNothingElse)
+{
+    terminal_.Type(std::string("doors lock 2") + kControlC);
+    EXPECT_TRUE(terminal_.WaitFor(kPrompt));
+    Do("doors show 2", "unlocked");
+    terminal_.Type("events follow --last 1\n");
+    EXPECT_TRUE(terminal_.WaitFor("Remote login")) << terminal_.Output();
+    terminal_.Type(kControlC);
+    EXPECT_TRUE(terminal_.WaitFor("Interrupted.")) << terminal_.Output();
+    EXPECT_TRUE(terminal_.WaitFor(kPrompt));
+    Do("threat get", "ThreatLevel");
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 0);
+    EXPECT_TRUE(terminal_.IsAsBefore());
+}
+
+TEST_F(NimbractlShell, LeavesTheTerminalAsItWasWhenItIsEnded)
+{
+    EXPECT_FALSE(terminal_.IsAsBefore());
+    terminal_.Signal(SIGTERM);
+    EXPECT_EQ(terminal_.WaitForExit(), -SIGTERM);
+    EXPECT_TRUE(terminal_.IsAsBefore());
+}
+
+TEST_F(NimbractlShell, KeepsItsSessionAliveWithHeartbeats)
+{
+    // Longer than the agent's patience with a silent session, which is 15 seconds at most.
+    std::this_thread::sleep_for(std::chrono::seconds(17));
+    Do("threat get", "ThreatLevel");
+    EXPECT_EQ(Logins(), 1U);
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 0);
+}
+
+} // namespace
+
+} // namespace nimbra::test

@@ -1,0 +1,276 @@
+// How nimbractl ends, where it takes the password from, and what it makes of panels that fail it.
+
+#include "support/FakePanel.h"
+#include "support/Files.h"
+#include "support/NimbractlTest.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+using NimbractlUsage = NimbractlTest;
+
+/// Runs nimbractl with an environment, and standard input from a file.
+ProgramResult RunWith(const std::vector<std::string> &environment,
+                      const std::vector<std::string> &arguments,
+                      const std::string &input = "/dev/null")
+{
+    // In a session of its own, so that there is no terminal to ask on.
+    std::vector<std::string> command = {"setsid", "--wait", "sh", "-c", "exec \"$@\" < " + input,
+                                        "sh"};
+    const std::vector<std::string> ctl = CtlCommand(arguments, environment);
+    command.insert(command.end(), ctl.begin(), ctl.end());
+    return RunProgram(command);
+}
+
+TEST(NimbractlHelp, EveryCommandHasIts)
+{
+    const std::vector<std::string> commands = {"discover",
+                                               "doors list",
+                                               "doors show",
+                                               "doors lock",
+                                               "doors unlock",
+                                               "doors hold",
+                                               "outputs get",
+                                               "outputs on",
+                                               "outputs off",
+                                               "events list",
+                                               "events show",
+                                               "events follow",
+                                               "event-codes",
+                                               "users list",
+                                               "users show",
+                                               "users add",
+                                               "users set",
+                                               "users delete",
+                                               "users photo get",
+                                               "users photo put",
+                                               "cards list",
+                                               "cards show",
+                                               "cards add",
+                                               "cards set",
+                                               "cards delete",
+                                               "cards levels get",
+                                               "cards levels set",
+                                               "formats",
+                                               "levels",
+                                               "threat list",
+                                               "threat get",
+                                               "threat set",
+                                               "video live",
+                                               "video play",
+                                               "raw",
+                                               "shell"};
+    const std::string all = RunCtl({"--help-all"}).Output;
+    for (const std::string &command : commands) {
+        const ProgramResult help =
+            RunProgram({"sh", "-c", "exec " + CtlCommand({}).back() + " " + command + " --help"});
+        EXPECT_EQ(help.Status, 0) << command;
+        EXPECT_NE(help.Output.find("Usage: nimbractl " + command), std::string::npos)
+            << help.Output;
+        EXPECT_NE(all.find("\n" + command + "\n"), std::string::npos) << command;
+    }
+    for (const char *command : {"users", "cards"})
+        EXPECT_NE(RunCtl({command, "set", "--help"}).Output.find("read first"), std::string::npos);
+    EXPECT_NE(RunCtl({"--help"}).Output.find("Exit status:"), std::string::npos);
+    EXPECT_EQ(RunCtl({"--version"}).Output, "nimbractl 5.00-05h\n");
+}
+
+TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
+{
+    ExpectCtlFails({}, 2, "subcommand is required");
+    ExpectCtlFails({"doors"}, 2, "subcommand is required");
+    ExpectCtlFails({"windows"}, 2, "no command \"windows\"");
+    ExpectCtlFails({"doors", "open"}, 2, "no command \"open\"");
+    ExpectCtlFails({"doors", "list", "--colour"}, 2, "--colour");
+    ExpectCtlFails({"doors", "show"}, 2, "number is required");
+    ExpectCtlFails({"doors", "show", "one"}, 2, "\"one\" is no whole number");
+    ExpectCtlFails({"doors", "show", "99999999999"}, 2, "is no whole number of 32 bits");
+    ExpectCtlFails({"doors", "list", "--limit", "0"}, 2, "--limit");
+    ExpectCtlFails({"doors", "list", "-o", "xml"}, 2, "\"xml\" is none");
+    ExpectCtlFails({"events", "list", "--from", "2026-02-30"}, 2, "is no time");
+    ExpectCtlFails({"cards", "add", "--user-no", "1"}, 2, "required");
+    ExpectCtlFails({"cards", "set", "1", "--expires", "tomorrow"}, 2, "is no date");
+    ExpectCtlFails({"--port", "0", "formats"}, 2, "--port");
+    ExpectCtlFails({"--clock-offset", "noon", "formats"}, 2, "is no offset");
+    EXPECT_EQ(RunWith({}, {"formats"}).Output,
+              "nimbractl: Name the panel with --host, or in the environment variable "
+              "NIMBRA_HOST.\n");
+    EXPECT_EQ(
+        RunWith({"NIMBRA_HOST=127.0.0.1"}, {"formats"}).Output,
+        "nimbractl: Name the user with --user, or in the environment variable NIMBRA_USER.\n");
+}
+
+TEST_F(NimbractlUsage, ThePasswordComesFromAFileOrTheEnvironment)
+{
+    const std::vector<std::string> right = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
+                                            "NIMBRA_PASSWORD=operate!1"};
+    const std::vector<std::string> wrong = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
+                                            "NIMBRA_PASSWORD=wrong"};
+    WriteFile("/tmp/password", "operate!1\r\nsecond line\n");
+    EXPECT_EQ(RunWith(right, {"threat", "get"}).Status, 0);
+    EXPECT_EQ(RunWith(wrong, {"threat", "get", "--password-file", "/tmp/password"}).Status, 0);
+    EXPECT_EQ(RunWith(wrong, {"threat", "get", "--password-file", "-"}, "/tmp/password").Status, 0);
+    const ProgramResult refused = RunWith(wrong, {"threat", "get"});
+    EXPECT_EQ(refused.Status, 1);
+    EXPECT_EQ(refused.Output, "nimbractl: The user name or the password is wrong, or the panel "
+                              "cannot read its database. (Login: Result=1)\n");
+}
+
+TEST_F(NimbractlUsage, WithoutAPasswordAndATerminalItIsWrongUsage)
+{
+    const std::vector<std::string> none = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator"};
+    const ProgramResult result = RunWith(none, {"threat", "get"});
+    EXPECT_EQ(result.Status, 2);
+    EXPECT_NE(result.Output.find("no terminal to ask for the password"), std::string::npos)
+        << result.Output;
+    EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/tmp/none"}).Status, 2);
+    EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/dev/null"}).Status, 2);
+}
+
+TEST_F(NimbractlUsage, OptionsOnTheCommandLineOverruleTheEnvironment)
+{
+    const std::vector<std::string> environment = {"NIMBRA_HOST=192.0.2.1", "NIMBRA_PORT=9",
+                                                  "NIMBRA_USER=x", "NIMBRA_PASSWORD=view4321"};
+    EXPECT_EQ(RunWith(environment, {"--host", "127.0.0.1", "formats", "2", "--port", "9000",
+                                    "--user", "viewer", "-o", "csv"})
+                  .Output,
+              "FormatNo,Name,Default\n2,34-bit Wiegand,0\n");
+}
+
+TEST_F(NimbractlUsage, AMissingRightIsStatus1)
+{
+    const std::vector<std::string> guard = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=guard",
+                                            "NIMBRA_PASSWORD=guard2468"};
+    const ProgramResult result = RunWith(guard, {"users", "list", "-o", "json"});
+    EXPECT_EQ(result.Status, 1);
+    EXPECT_EQ(result.Output, "nimbractl: This login does not have the right to do that. "
+                             "(GetUserInfoEx: Result=9)\n");
+    WriteFile("/tmp/some.png", std::string(200000, 'x'));
+    EXPECT_EQ(RunWith(guard, {"users", "photo", "put", "7", "/tmp/some.png"}).Output,
+              "nimbractl: This login does not have the right to do that. "
+              "(SetUserImage: Result=9)\n");
+}
+
+TEST_F(NimbractlUsage, APanelThatCannotReadItsTablesIsStatus1)
+{
+    panel_.Run("DROP TABLE ThreatLevel");
+    const ProgramResult result = RunCtl({"threat", "list"});
+    EXPECT_EQ(result.Status, 1);
+    EXPECT_EQ(result.Output, "nimbractl: The panel has no threat levels, or cannot read its "
+                             "database. (GetThreatInfoEx: Result=1)\n");
+}
+
+TEST_F(NimbractlUsage, APanelThatStopsAnsweringIsStatus3)
+{
+    agent_.Signal(SIGSTOP);
+    const Stopwatch watch;
+    const ProgramResult result = RunCtl({"--timeout", "2", "formats"});
+    EXPECT_EQ(result.Status, 3);
+    EXPECT_EQ(result.Output,
+              "nimbractl: The panel stopped answering: it sent nothing for 2 seconds.\n");
+    EXPECT_GE(watch.Seconds(), 2.0);
+    agent_.Signal(SIGCONT);
+}
+
+TEST(NimbractlFailures, APanelThatCannotBeReachedIsStatus3)
+{
+    ExpectCtlFails({"formats"}, 3, "Cannot connect to 127.0.0.1 port 9000: Connection refused");
+    ExpectCtlFails({"--host", "no-such-host.invalid", "formats"}, 3, "Cannot find the address");
+    const Stopwatch watch;
+    ExpectCtlFails({"discover", "--wait", "0.5"}, 3, "No panel answered");
+    EXPECT_GE(watch.Seconds(), 0.5);
+}
+
+/// Runs nimbractl on a panel that answers one command in a bad way.
+void ExpectFailsOn(const std::string &word, const std::optional<std::string> &answer,
+                   const std::vector<std::string> &command, const std::string &complaint)
+{
+    FakePanel panel([&word, &answer](const std::string &line) {
+        return line.compare(0, word.size(), word) == 0 ? answer : std::optional<std::string>("");
+    });
+    std::vector<std::string> words = {"--port", std::to_string(panel.Port()), "--timeout", "1"};
+    words.insert(words.end(), command.begin(), command.end());
+    ExpectCtlFails(words, 3, complaint);
+}
+
+TEST(NimbractlFailures, APanelThatAnswersNonsenseIsStatus3)
+{
+    const std::string strange = "does not speak the panel's protocol";
+    ExpectFailsOn("Hello?", "SSH-2.0-OpenSSH_9.2\r\n", {"formats"}, strange);
+    ExpectFailsOn("Hello?", std::string(100000, 'x'), {"formats"}, strange);
+    ExpectFailsOn("GetThreatLevel?", "GetDoorLockResponse?Result=0&Status=1\n", {"threat", "get"},
+                  strange);
+    ExpectFailsOn("GetCardFormatEx?",
+                  "GetCardFormatExResponse?Result=0&Total=9&Offset=0&Count=9\n"
+                  "FormatNo=1&Name=x&Default=1\n",
+                  {"formats"}, "stopped in the middle of its answer");
+    ExpectFailsOn("GetUserImage?", "GetUserImageResponse?Result=0&FileName=a.png&Size=1000\nabc",
+                  {"users", "photo", "get", "1", "/tmp/x"}, "Only 3 of 1000 bytes came");
+    ExpectFailsOn("GetThreatLevel?", std::nullopt, {"threat", "get"}, "closed the connection");
+}
+
+TEST(NimbractlFailures, APhotographNeverLeavesTheCurrentDirectory)
+{
+    FakePanel panel([](const std::string &line) {
+        return line.compare(0, 13, "GetUserImage?") == 0
+                   ? "GetUserImageResponse?Result=0&FileName=../../tmp/escaped.png&Size=3\nabc"
+                   : "";
+    });
+    std::vector<std::string> command = {"sh", "-c", "mkdir /tmp/here; cd /tmp/here; exec \"$@\"",
+                                        "sh"};
+    for (const std::string &word :
+         CtlCommand({"--port", std::to_string(panel.Port()), "users", "photo", "get", "1"}))
+        command.push_back(word);
+    const ProgramResult result = RunProgram(command);
+    EXPECT_EQ(result.Status, 0) << result.Output;
+    EXPECT_EQ(ReadFile("/tmp/here/escaped.png"), "abc");
+    EXPECT_EQ(ReadFile("/tmp/escaped.png"), "");
+}
+
+TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
+{
+    WriteFile("/tmp/script", "doors show 2\n"
+                             "\n"
+                             "# a comment\n"
+                             "users list --last-name \"o'neill\" -o csv\n"
+                             "bad\n"
+                             "threat get --output json\n"
+                             "help doors show\n"
+                             "users list --last-name 'open\n"
+                             "exit\n"
+                             "threat set 5\n");
+    panel_.Run("UPDATE User SET LastName='O''Neill', MiddleName=NULL WHERE No=2");
+    const std::vector<std::string> admin = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin",
+                                            "NIMBRA_PASSWORD=admin1234"};
+    const ProgramResult result = RunWith(admin, {"shell"}, "/tmp/script");
+    EXPECT_EQ(result.Status, 2);
+    for (const char *text : {"Name    Lobby\n", ",O'Neill,", "no command \"bad\"",
+                             "{\n  \"ThreatLevel\": 1\n}\n", "Show a door.", "closing '"})
+        EXPECT_NE(result.Output.find(text), std::string::npos) << text << "\n" << result.Output;
+    EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "1");
+    EXPECT_EQ(panel_.Calls().size(), 1U); // one login
+}
+
+TEST_F(NimbractlUsage, TheExampleOfTheLibraryListsTheDoors)
+{
+    const ProgramResult result =
+        RunProgram({"env", "NIMBRA_PASSWORD=admin1234",
+                    NIMBRA_BUILD_DIRECTORY "/tools/client/example/nimbra-client-example",
+                    "127.0.0.1", "admin"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output.find("  1 Front Entrance                   locked\n"
+                                 "  2 Lobby                            unlocked\n"),
+              0U)
+        << result.Output;
+}
+
+} // namespace
+
+} // namespace nimbra::test
