@@ -439,7 +439,7 @@ TEST_F(Session, LosesALongLineInPiecesOf1024Bytes)
     EXPECT_EQ(InvalidMessages(), 1U);
     EXPECT_EQ(client.Ask(std::string(4096, 'x') + Filled("Heartbeat?", 904)),
               "HeartbeatResponse?Result=0");
-    client.Send(std::string(256 * 1024, 'x'));
+    client.Send(std::string(std::size_t{256} * 1024, 'x'));
     EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
     EXPECT_EQ(InvalidMessages(), 1U);
 }
