@@ -35,6 +35,13 @@ ProgramResult Inside(const std::string &script)
     return RunProgram({kSandbox, "--", "sh", "-c", script});
 }
 
+/// The same with the sandbox program in sight, wherever it was built.
+ProgramResult InsideWithSandbox(const std::string &script)
+{
+    return RunProgram(
+        {kSandbox, "--keep", fs::path(kSandbox).parent_path(), "--", "sh", "-c", script});
+}
+
 /// Runs a shell script on the machine's real paths.
 ProgramResult OnRealPaths(const std::string &script)
 {
@@ -190,8 +197,8 @@ TEST(Sandbox, HasLoopbackAndAWiredInterfaceThatCarries)
 
 TEST(Sandbox, RunsACommandOnTheSecondHost)
 {
-    const ProgramResult result =
-        Inside(std::string(kSandbox) + " --peer ip -o -4 addr show; ip -o -4 addr show eth0");
+    const ProgramResult result = InsideWithSandbox(
+        std::string(kSandbox) + " --peer ip -o -4 addr show; ip -o -4 addr show eth0");
     const std::size_t other = result.Output.find("192.168.77.20/24");
     const std::size_t own = result.Output.find("192.168.77.10/24");
     ASSERT_NE(own, std::string::npos) << result.Output;
@@ -248,7 +255,7 @@ TEST(Sandbox, KeepsTheNetworkOfTheMachineWhenAsked)
 TEST(Sandbox, RunsSideBySideWithOthers)
 {
     const std::string sandbox = kSandbox;
-    const ProgramResult result = Inside(
+    const ProgramResult result = InsideWithSandbox(
         "for i in 1 2 3 4 5 6; do " + sandbox +
         " sh -c 'echo '$i' > /nimbra/own; sleep 0.3; cat /nimbra/own; ip -br addr show eth0' & "
         "done | sort; wait");
