@@ -2,13 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace nimbra {
 namespace {
 
-using std::string_view_literals::operator""sv;
+/// A text with zero bytes in it.
+template <std::size_t N>
+std::string_view Bytes(const char (&text)[N])
+{
+    return {text, N - 1};
+}
 
 TEST(FixedText, IsEmptyWhenMade)
 {
@@ -49,10 +55,10 @@ TEST(FixedText, OfOneByteKeepsOne)
 
 TEST(FixedText, EndsAtAZeroByte)
 {
-    EXPECT_EQ(FixedText<8>("ab\0cd"sv).View(), "ab");
-    EXPECT_EQ(FixedText<8>("\0abcd"sv).View(), "");
-    EXPECT_EQ(FixedText<8>("1234567\0"sv).View(), "1234567");
-    EXPECT_EQ(FixedText<4>("1234\0005"sv).View(), "1234");
+    EXPECT_EQ(FixedText<8>(Bytes("ab\0cd")).View(), "ab");
+    EXPECT_EQ(FixedText<8>(Bytes("\0abcd")).View(), "");
+    EXPECT_EQ(FixedText<8>(Bytes("1234567\0")).View(), "1234567");
+    EXPECT_EQ(FixedText<4>(Bytes("1234\0005")).View(), "1234");
 }
 
 TEST(FixedText, KeepsEveryOtherByteAsItIs)

@@ -90,6 +90,7 @@ TEST(Log, KeepsTheLinesOfSeveralThreadsWhole)
     constexpr int kLines = 250;
     const CapturedOutput output;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread)
         threads.emplace_back([thread] {
             for (int line = 0; line < kLines; ++line)

@@ -56,11 +56,13 @@ TEST(Random, SeedsAndDrawsInOneStepAmongThreads)
     constexpr unsigned kThreads = 4;
     constexpr int kRounds = 30000;
     std::vector<int> expected;
+    expected.reserve(kThreads);
     for (unsigned seed = 0; seed < kThreads; ++seed)
         expected.push_back(FirstDraw(seed + 100));
     std::atomic<int> strays = 0;
     std::atomic<unsigned> ready = 0;
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (unsigned thread = 0; thread < kThreads; ++thread)
         threads.emplace_back([&strays, &ready, &expected, thread] {
             ++ready;

@@ -30,12 +30,12 @@ using Names = std::set<std::string>;
 class ImageFile : public ::testing::Test
 {
 protected:
-    ImageFile() { fs::create_directories(kDirectory); }
-    ~ImageFile() override { fs::remove_all(kDirectory.parent_path()); }
+    ImageFile() { fs::create_directories(Directory); }
+    ~ImageFile() override { fs::remove_all(Directory.parent_path()); }
 
-    static std::string PathOf(const std::string &name) { return kDirectory / name; }
+    [[nodiscard]] std::string PathOf(const std::string &name) const { return Directory / name; }
 
-    static void Put(const std::string &name, const std::string &content)
+    void Put(const std::string &name, const std::string &content) const
     {
         fs::create_directories(fs::path(PathOf(name)).parent_path());
         test::WriteFile(PathOf(name), content);
@@ -55,15 +55,15 @@ protected:
     }
 
     /// Everything that the directory holds.
-    static Names Content()
+    [[nodiscard]] Names Content() const
     {
         Names names;
-        for (const auto &entry : fs::directory_iterator(kDirectory))
+        for (const auto &entry : fs::directory_iterator(Directory))
             names.insert(entry.path().filename());
         return names;
     }
 
-    static inline const fs::path kDirectory = kImageDirectory;
+    const fs::path Directory = kImageDirectory;
 };
 
 TEST_F(ImageFile, IsReadWhole)
@@ -206,9 +206,9 @@ TEST_F(ImageFile, CannotBeWrittenOverADirectory)
 
 TEST_F(ImageFile, CannotBeWrittenWithoutItsDirectory)
 {
-    fs::remove_all(kDirectory);
+    fs::remove_all(Directory);
     EXPECT_FALSE(Write("anna.png", "x"));
-    EXPECT_FALSE(fs::exists(kDirectory));
+    EXPECT_FALSE(fs::exists(Directory));
 }
 
 TEST_F(ImageFile, StaysAsItWasWhenTheNewOneDoesNotFit)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace nimbra {
@@ -11,71 +12,49 @@ namespace {
 
 using Words = std::array<std::uint32_t, 9>;
 
-/// The words of a role that has one row: what the panel's forms mean, form by form.
+/// What a row of a role means, and to which word.
+struct Meaning
+{
+    int Form;
+    int Authority;
+    std::size_t Word;
+    std::uint32_t Bits;
+};
+constexpr Meaning kMeanings[] = {
+    // Users 0, card formats 1, cards 2, access levels 3: view, add, change.
+    {3, 0, 0, 1},
+    {3, 1, 0, 2},
+    {3, 2, 0, 4},
+    {5, 0, 1, 1},
+    {5, 1, 1, 2},
+    {5, 2, 1, 4},
+    {4, 0, 2, 1},
+    {4, 1, 2, 2},
+    {4, 2, 2, 4},
+    {6, 0, 3, 1},
+    {6, 1, 3, 2},
+    {6, 2, 3, 4},
+    // Doors 4: view, change.
+    {41, 0, 4, 1},
+    {41, 3, 4, 4},
+    // Door lock 5, outputs 6: everything.
+    {1, 24, 5, 15},
+    {1, 25, 6, 15},
+    // Threat definitions 7, threat level 8: view, change.
+    {11, 0, 7, 1},
+    {11, 2, 7, 4},
+    {10, 0, 8, 1},
+    {10, 3, 8, 4},
+};
+
+/// The words of a role that has this one row.
 Words Expected(int form, int authority)
 {
-    //               users formats cards levels doors lock aux info threat
-    const Words none = {0, 0, 0, 0, 0, 0, 0, 0, 0};
-    switch (form) {
-    case 1:
-        if (authority == 24)
-            return {0, 0, 0, 0, 0, 15, 0, 0, 0};
-        if (authority == 25)
-            return {0, 0, 0, 0, 0, 0, 15, 0, 0};
-        return none;
-    case 3:
-        if (authority == 0)
-            return {1, 0, 0, 0, 0, 0, 0, 0, 0};
-        if (authority == 1)
-            return {2, 0, 0, 0, 0, 0, 0, 0, 0};
-        if (authority == 2)
-            return {4, 0, 0, 0, 0, 0, 0, 0, 0};
-        return none;
-    case 4:
-        if (authority == 0)
-            return {0, 0, 1, 0, 0, 0, 0, 0, 0};
-        if (authority == 1)
-            return {0, 0, 2, 0, 0, 0, 0, 0, 0};
-        if (authority == 2)
-            return {0, 0, 4, 0, 0, 0, 0, 0, 0};
-        return none;
-    case 5:
-        if (authority == 0)
-            return {0, 1, 0, 0, 0, 0, 0, 0, 0};
-        if (authority == 1)
-            return {0, 2, 0, 0, 0, 0, 0, 0, 0};
-        if (authority == 2)
-            return {0, 4, 0, 0, 0, 0, 0, 0, 0};
-        return none;
-    case 6:
-        if (authority == 0)
-            return {0, 0, 0, 1, 0, 0, 0, 0, 0};
-        if (authority == 1)
-            return {0, 0, 0, 2, 0, 0, 0, 0, 0};
-        if (authority == 2)
-            return {0, 0, 0, 4, 0, 0, 0, 0, 0};
-        return none;
-    case 10:
-        if (authority == 0)
-            return {0, 0, 0, 0, 0, 0, 0, 0, 1};
-        if (authority == 3)
-            return {0, 0, 0, 0, 0, 0, 0, 0, 4};
-        return none;
-    case 11:
-        if (authority == 0)
-            return {0, 0, 0, 0, 0, 0, 0, 1, 0};
-        if (authority == 2)
-            return {0, 0, 0, 0, 0, 0, 0, 4, 0};
-        return none;
-    case 41:
-        if (authority == 0)
-            return {0, 0, 0, 0, 1, 0, 0, 0, 0};
-        if (authority == 3)
-            return {0, 0, 0, 0, 4, 0, 0, 0, 0};
-        return none;
-    default:
-        return none;
-    }
+    Words words = {};
+    for (const Meaning &meaning : kMeanings)
+        if (meaning.Form == form && meaning.Authority == authority)
+            words[meaning.Word] = meaning.Bits;
+    return words;
 }
 
 TEST(Authority, GrantsNothingAtFirst)
