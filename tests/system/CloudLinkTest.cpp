@@ -489,7 +489,8 @@ protected:
     {
         const Stopwatch watch;
         EXPECT_EQ(agent->End(), 0);
-        EXPECT_LT(watch.Seconds(), 4);
+        // A second as a rule; a sanitizer on a busy machine takes its time at the end.
+        EXPECT_LT(watch.Seconds(), 9);
     }
 };
 
