@@ -10,7 +10,7 @@ namespace nimbra {
 class Flag
 {
 public:
-    constexpr explicit Flag(bool isSet) : value_(isSet) {}
+    constexpr explicit Flag(bool isSet) noexcept : value_(isSet) {}
 
     void Set() { value_.store(true, std::memory_order_release); }
     void Clear() { value_.store(false, std::memory_order_release); }
