@@ -22,7 +22,6 @@ namespace nimbra::test {
 namespace {
 
 using cloud::CloudServer;
-using cloud::Order;
 using cloud::Reply;
 
 constexpr char kSource[] = "ServerManager.cpp";

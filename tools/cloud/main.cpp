@@ -22,48 +22,52 @@ std::string WithWord(const std::string &reply, const std::string &word)
 }
 
 /// The ways in which the server can be told to misbehave.
-const std::map<std::string, Reply (*)(const std::string &good)> kMisbehaviours = {
-    {"late",
-     [](const std::string &good) {
-         return Reply{good, std::chrono::seconds(4), false};
-     }},
-    {"too-late",
-     [](const std::string &good) {
-         return Reply{good, std::chrono::seconds(7), false};
-     }},
-    {"silent", [](const std::string &) { return Reply{}; }},
-    {"closing",
-     [](const std::string &) {
-         return Reply{"", {}, true};
-     }},
-    {"garbage",
-     [](const std::string &) {
-         return Reply{"\x01\xff&&==?=&\n", {}, false};
-     }},
-    {"oversized",
-     [](const std::string &) {
-         return Reply{std::string(5000, 'x') + "\n", {}, true};
-     }},
-    {"wrong-word",
-     [](const std::string &good) {
-         return Reply{WithWord(good, "OtherResponse"), {}, false};
-     }},
-    {"no-result",
-     [](const std::string &good) {
-         return Reply{good.substr(0, good.find('?')) + "?DeviceNo=7\n", {}, false};
-     }},
-    {"unknown-keys",
-     [](const std::string &good) {
-         return Reply{good.substr(0, good.size() - 1) + "&Colour=blue\n", {}, false};
-     }},
-};
+using Misbehaviours = std::map<std::string, Reply (*)(const std::string &good)>;
+const Misbehaviours &AllMisbehaviours()
+{
+    static const Misbehaviours all = {
+        {"late",
+         [](const std::string &good) {
+             return Reply{good, std::chrono::seconds(4), false};
+         }},
+        {"too-late",
+         [](const std::string &good) {
+             return Reply{good, std::chrono::seconds(7), false};
+         }},
+        {"silent", [](const std::string &) { return Reply{}; }},
+        {"closing",
+         [](const std::string &) {
+             return Reply{"", {}, true};
+         }},
+        {"garbage",
+         [](const std::string &) {
+             return Reply{"\x01\xff&&==?=&\n", {}, false};
+         }},
+        {"oversized",
+         [](const std::string &) {
+             return Reply{std::string(5000, 'x') + "\n", {}, true};
+         }},
+        {"wrong-word",
+         [](const std::string &good) {
+             return Reply{WithWord(good, "OtherResponse"), {}, false};
+         }},
+        {"no-result",
+         [](const std::string &good) {
+             return Reply{good.substr(0, good.find('?')) + "?DeviceNo=7\n", {}, false};
+         }},
+        {"unknown-keys",
+         [](const std::string &good) {
+             return Reply{good.substr(0, good.size() - 1) + "&Colour=blue\n", {}, false};
+         }},
+    };
+    return all;
+}
 
 void Serve(CloudServer &server, const std::string &misbehaviour)
 {
     server.SetAnswer([&server, misbehaviour](const std::string &request) {
         const Reply good = server.GoodAnswer(request);
-        const Reply reply =
-            misbehaviour.empty() ? good : kMisbehaviours.at(misbehaviour)(good.Text);
+        Reply reply = misbehaviour.empty() ? good : AllMisbehaviours().at(misbehaviour)(good.Text);
         std::printf("<- %s\n-> %s%s", request.c_str(), reply.Text.c_str(),
                     reply.Text.empty() ? "(nothing)\n" : "");
         return reply;
@@ -87,7 +91,7 @@ int main(int argc, char **argv)
     app.add_option("--link-type", linkType, "Kind of session ordered; 2 has a handshake")
         ->capture_default_str();
     app.add_option("--misbehave", misbehaviour, "Answer every request in a wrong way")
-        ->check(CLI::IsMember(kMisbehaviours));
+        ->check(CLI::IsMember(AllMisbehaviours()));
     CLI11_PARSE(app, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     // Blocked here and in every thread of the server, so that only sigwait takes them.
