@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -86,6 +87,9 @@ protected:
     }
 
     TestPanel panel{{}, true};
+    /// Counted by the answers that differ from time to time; here, and not in the tests, since the
+    /// server may still be answering when a test's own variables are gone.
+    std::atomic<unsigned> answered = 0;
     std::unique_ptr<CloudServer> server;
     std::unique_ptr<Agent> agent;
 };
@@ -149,12 +153,11 @@ TEST_F(CloudLink, WritesNoTimesBeforeItIsRegistered)
 TEST_F(CloudLink, TriesToRegisterEvery30SecondsAndKeepsANumberGivenWithARefusal)
 {
     StartServer();
-    std::atomic<int> registrations = 0;
     server->SetAnswer([&](const std::string &request) {
         if (!IsRegistration(request))
             return server->GoodAnswer(request);
-        return Reply{++registrations == 1 ? "SetDeviceInfoResponse?DeviceNo=5\n"
-                                          : "SetDeviceInfoResponse?Result=0\n",
+        return Reply{++answered == 1 ? "SetDeviceInfoResponse?DeviceNo=5\n"
+                                     : "SetDeviceInfoResponse?Result=0\n",
                      {},
                      false};
     });
@@ -190,9 +193,8 @@ TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowHaveFailed)
 TEST_F(CloudLink, CountsOnlyFailuresInARow)
 {
     StartServer();
-    std::atomic<int> heartbeats = 0;
     server->SetAnswer([&](const std::string &request) {
-        if (IsRegistration(request) || ++heartbeats % 10 == 0)
+        if (IsRegistration(request) || ++answered % 10 == 0)
             return server->GoodAnswer(request);
         return Reply{"HeartBeatResponse?Result=3\n", {}, false};
     });
@@ -305,20 +307,19 @@ TEST_F(CloudLink, KeepsItsNumberWhateverAHeartbeatReplySays)
 TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChanges)
 {
     StartServer();
-    const std::vector<std::string> ports = {"4000", "4000", "4000", "4001", "4002"};
-    std::atomic<std::size_t> next = 0;
+    static constexpr std::array kPorts = {"4000", "4000", "4000", "4001", "4002"};
     server->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
             return server->GoodAnswer(request);
-        const std::size_t i = std::min(next++, ports.size() - 1);
+        const std::size_t i = std::min<std::size_t>(answered++, kPorts.size() - 1);
         return Reply{"HeartBeatResponse?Result=0&LinkType=0&LinkAddr=203.0.113." +
-                         std::to_string(i) + "&LinkPort=" + ports[i] + "\n",
+                         std::to_string(i) + "&LinkPort=" + kPorts[i] + "\n",
                      {},
                      false};
     });
     StartAgent();
     // One more heartbeat than replies, so that the last of them has had its effect.
-    ASSERT_TRUE(WaitForRequests("HeartBeat?", ports.size() + 1));
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", kPorts.size() + 1));
     std::vector<std::string> lines;
     for (const Request &request : server->Requests())
         lines.push_back(IsRegistration(request.Line) ? request.Line : "heartbeat");
@@ -332,12 +333,11 @@ TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChang
 TEST_F(CloudLink, TakesAReplyWithoutALinkTypeAsOneThatSeesNoAddress)
 {
     StartServer();
-    std::atomic<int> heartbeats = 0;
     server->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
             return server->GoodAnswer(request);
         // The address of the third reply is gone when its change of port is reported.
-        return Reply{++heartbeats < 3
+        return Reply{++answered < 3
                          ? "HeartBeatResponse?Result=0&LinkAddr=203.0.113.9&LinkPort=4000\n"
                          : "HeartBeatResponse?Result=0&DeviceNo=7\n",
                      {},
@@ -356,11 +356,10 @@ TEST_F(CloudLink, TakesAReplyWithoutALinkTypeAsOneThatSeesNoAddress)
 TEST_F(CloudLink, RemembersThePublicPortWhenItRegistersAgain)
 {
     StartServer();
-    std::atomic<int> heartbeats = 0;
     server->SetAnswer([&](const std::string &request) {
-        const bool isFailing = ++heartbeats > 2 && heartbeats <= 12;
+        const bool isFailing = ++answered > 2 && answered <= 12;
         if (IsRegistration(request)) {
-            --heartbeats;
+            --answered;
             return server->GoodAnswer(request);
         }
         return Reply{isFailing ? "HeartBeatResponse?Result=1\n"
@@ -416,15 +415,14 @@ TEST_F(CloudLink, GoesOnWhenItsTimesCannotBeWritten)
 TEST_F(CloudLink, GoesOnWhenTheReportOfAPortFails)
 {
     StartServer();
-    std::atomic<int> registrations = 0;
     server->SetAnswer([&](const std::string &request) {
-        if (IsRegistration(request) && ++registrations > 1)
+        if (IsRegistration(request) && ++answered > 1)
             return Reply{"SetDeviceInfoResponse?Result=1\n", {}, false};
         return server->GoodAnswer(request);
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 5));
-    EXPECT_EQ(registrations, 2);
+    EXPECT_EQ(answered, 2U);
     EXPECT_EQ(agent->CountInLog("Process(): "), 0U);
 }
 
