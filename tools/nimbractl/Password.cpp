@@ -3,13 +3,7 @@
 #include "nimbractl/Errors.h"
 #include "nimbractl/Signals.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iostream>
-#include <optional>
 
 #include <fcntl.h>
 #include <termios.h>
@@ -19,19 +13,28 @@ namespace nimbra::ctl {
 
 namespace {
 
-std::string FromFile(const std::string &name)
+/// Reads a line byte by byte: what stands behind it is left for others to read.
+std::string ReadLine(int file)
 {
-    std::ifstream file;
-    if (name != "-")
-        file.open(name);
-    std::istream &input = name == "-" ? std::cin : file;
     std::string line;
-    if (!std::getline(input, line) && line.empty())
-        throw LocalFailure("Cannot read a password from " +
-                           (name == "-" ? "standard input" : name) + ".");
+    for (char c = '\0'; read(file, &c, 1) == 1 && c != '\n';)
+        line += c;
     // Of a file that was written elsewhere, a carriage return is no part of the password.
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
+    return line;
+}
+
+std::string FromFile(const std::string &name)
+{
+    const bool isInput = name == "-";
+    const int file = isInput ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string line = ReadLine(file);
+    if (!isInput && file >= 0)
+        close(file);
+    if (line.empty())
+        throw LocalFailure("Cannot read a password from " + (isInput ? "standard input" : name) +
+                           ".");
     return line;
 }
 
@@ -81,7 +84,7 @@ private:
 };
 
 /// Reads a line, up to its line feed or the end of input.
-std::string ReadLine(const SilentTerminal &terminal, const std::string &prompt)
+std::string AskFor(const SilentTerminal &terminal, const std::string &prompt)
 {
     const SignalCatcher signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
     terminal.EchoOff();
@@ -116,7 +119,7 @@ std::string GetPassword(const Settings &settings)
         return variable;
     const SilentTerminal terminal;
     std::string password =
-        ReadLine(terminal, "Password of " + settings.User + " at " + settings.Host + ": ");
+        AskFor(terminal, "Password of " + settings.User + " at " + settings.Host + ": ");
     terminal.Print("\n");
     if (password.empty())
         throw WrongUsage("No password was given.");
