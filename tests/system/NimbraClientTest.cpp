@@ -21,7 +21,6 @@ namespace nimbra::test {
 
 namespace {
 
-using client::Answer;
 using client::Record;
 using client::Request;
 using client::Session;

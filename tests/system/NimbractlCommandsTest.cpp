@@ -21,15 +21,23 @@ using nlohmann::json;
 
 using NimbractlCommands = NimbractlTest;
 
-const std::vector<std::string> kEventFields = {
-    "EventNo",   "EventTime", "DeviceType", "DevicePort", "DeviceName",
-    "EventCode", "CardNo",    "UserNo",     "UserName",   "VideoTag"};
-const std::vector<std::string> kUserFields = {"UserNo",      "FirstName",  "MiddleName", "LastName",
-                                              "PhoneNumber", "CellPhone",  "Email",      "Ada",
-                                              "Exempt",      "ThreatLevel"};
-const std::vector<std::string> kCardFields = {
-    "CardNo",     "UserNo",   "FormatNo",    "FormatName", "CardNumber", "KeyNumber",
-    "CardStatus", "CardType", "NeverExpire", "ActDate",    "ExpDate"};
+std::vector<std::string> EventFields()
+{
+    return {"EventNo",   "EventTime", "DeviceType", "DevicePort", "DeviceName",
+            "EventCode", "CardNo",    "UserNo",     "UserName",   "VideoTag"};
+}
+
+std::vector<std::string> UserFields()
+{
+    return {"UserNo",    "FirstName", "MiddleName", "LastName", "PhoneNumber",
+            "CellPhone", "Email",     "Ada",        "Exempt",   "ThreatLevel"};
+}
+
+std::vector<std::string> CardFields()
+{
+    return {"CardNo",     "UserNo",   "FormatNo",    "FormatName", "CardNumber", "KeyNumber",
+            "CardStatus", "CardType", "NeverExpire", "ActDate",    "ExpDate"};
+}
 
 /// The columns that the fields above come from.
 constexpr char kUserRows[] =
@@ -113,14 +121,14 @@ TEST_F(NimbractlCommands, OutputsAreReadAndSwitched)
 TEST_F(NimbractlCommands, EventsAreListedNewestFirstWithTheirDescriptions)
 {
     const json events = CtlJson({"events", "list"});
-    EXPECT_EQ(RowsOf(events, kEventFields), EventRows("ORDER BY No DESC"));
+    EXPECT_EQ(RowsOf(events, EventFields()), EventRows("ORDER BY No DESC"));
     std::map<std::string, std::string> names;
     for (const Row &row :
          panel_.Rows("SELECT EventCode, substr(IFNULL(Name, ''), 1, 64) FROM EventCode"))
         names[row[0]] = row[1];
     for (const Row &row : RowsOf(events, {"EventCode", "EventDesc"}))
         EXPECT_EQ(row[1], names[row[0]]);
-    EXPECT_EQ(RowsOf(CtlJson({"events", "show", "7"}), kEventFields), EventRows("WHERE No=7"));
+    EXPECT_EQ(RowsOf(CtlJson({"events", "show", "7"}), EventFields()), EventRows("WHERE No=7"));
     ExpectCtlFails({"events", "show", "9999"}, 1, "no such event");
 }
 
@@ -128,10 +136,10 @@ TEST_F(NimbractlCommands, EventsAreFilteredByTimeDoorUserAndCode)
 {
     const auto list = [](std::vector<std::string> filters) {
         filters.insert(filters.begin(), {"events", "list"});
-        return RowsOf(CtlJson(filters), kEventFields);
+        return RowsOf(CtlJson(filters), EventFields());
     };
     const auto rows = [](const std::string &condition) {
-        const std::vector<Row> found = EventRows("WHERE " + condition + " ORDER BY No DESC");
+        std::vector<Row> found = EventRows("WHERE " + condition + " ORDER BY No DESC");
         EXPECT_FALSE(found.empty()) << condition;
         return found;
     };
@@ -168,7 +176,7 @@ TEST_F(NimbractlCommands, FollowPrintsNewEventsAsTheyComeOldestFirst)
     std::vector<Row> rows;
     std::istringstream lines(ReadFile("/tmp/followed"));
     for (std::string line; std::getline(lines, line);)
-        rows.push_back(RowsOf(json::parse(line), kEventFields).at(0));
+        rows.push_back(RowsOf(json::parse(line), EventFields()).at(0));
     EXPECT_EQ(rows, EventRows("WHERE EventCode=11415 AND No>60 ORDER BY No"));
 }
 
@@ -213,12 +221,13 @@ TEST_F(NimbractlCommands, ThreatLevelsAreListedAndPutIntoForce)
 
 TEST_F(NimbractlCommands, UsersAreListedFilteredAndShown)
 {
-    EXPECT_EQ(RowsOf(CtlJson({"users", "list"}), kUserFields),
+    EXPECT_EQ(RowsOf(CtlJson({"users", "list"}), UserFields()),
               panel_.Rows(std::string(kUserRows) + "ORDER BY No"));
-    EXPECT_EQ(RowsOf(CtlJson({"users", "list", "--last-name", "ar", "--exempt", "1"}), kUserFields),
-              panel_.Rows(std::string(kUserRows) +
-                          "WHERE LastName LIKE '%ar%' AND Exempt=1 ORDER BY No"));
-    EXPECT_EQ(RowsOf(CtlJson({"users", "show", "9"}), kUserFields),
+    EXPECT_EQ(
+        RowsOf(CtlJson({"users", "list", "--last-name", "ar", "--exempt", "1"}), UserFields()),
+        panel_.Rows(std::string(kUserRows) +
+                    "WHERE LastName LIKE '%ar%' AND Exempt=1 ORDER BY No"));
+    EXPECT_EQ(RowsOf(CtlJson({"users", "show", "9"}), UserFields()),
               panel_.Rows(std::string(kUserRows) + "WHERE No=9"));
     ExpectCtlFails({"users", "show", "99"}, 1, "no such user");
 }
@@ -227,7 +236,7 @@ TEST_F(NimbractlCommands, AUserIsAddedWithQuotesInHisNameAndShownWithHisNumber)
 {
     const json added = CtlJson({"users", "add", "--first-name", "Conan", "--last-name", "O'Brien",
                                 "--email", "", "--phone", "555-0177", "--ada", "1"});
-    EXPECT_EQ(RowsOf(added, kUserFields),
+    EXPECT_EQ(RowsOf(added, UserFields()),
               panel_.Rows(std::string(kUserRows) +
                           "WHERE LastName='O''Brien' AND Phone='555-0177' AND Email='' AND Ada=1"));
     EXPECT_EQ(added["UserNo"], 13);
@@ -246,11 +255,11 @@ TEST_F(NimbractlCommands, SettingAUserChangesOnlyWhatIsNamed)
     row[0][3] = "O'Hara";
     row[0][9] = "4";
     EXPECT_EQ(RowsOf(CtlJson({"users", "set", "2", "--last-name", "O'Hara", "--threat-level", "4"}),
-                     kUserFields),
+                     UserFields()),
               row);
     EXPECT_EQ(panel_.Rows(std::string(kUserRows) + "WHERE No=2"), row);
     row[0][2] = "";
-    EXPECT_EQ(RowsOf(CtlJson({"users", "set", "2", "--middle-name", ""}), kUserFields), row);
+    EXPECT_EQ(RowsOf(CtlJson({"users", "set", "2", "--middle-name", ""}), UserFields()), row);
     EXPECT_EQ(Audited(), (std::vector<std::string>{"10303", "10303"}));
     ExpectCtlFails({"users", "set", "99", "--ada", "1"}, 1, "no such user");
 }
@@ -315,11 +324,11 @@ TEST_F(NimbractlCommands, PhotographsThatCannotBeGottenOrPutAreExplained)
 
 TEST_F(NimbractlCommands, CardsAreListedAndShown)
 {
-    EXPECT_EQ(RowsOf(CtlJson({"cards", "list"}), kCardFields),
+    EXPECT_EQ(RowsOf(CtlJson({"cards", "list"}), CardFields()),
               panel_.Rows(std::string(kCardRows) + "ORDER BY C.No"));
-    EXPECT_EQ(RowsOf(CtlJson({"cards", "list", "--user-no", "1"}), kCardFields),
+    EXPECT_EQ(RowsOf(CtlJson({"cards", "list", "--user-no", "1"}), CardFields()),
               panel_.Rows(std::string(kCardRows) + "WHERE C.UserNo=1 ORDER BY C.No"));
-    EXPECT_EQ(RowsOf(CtlJson({"cards", "show", "2"}), kCardFields),
+    EXPECT_EQ(RowsOf(CtlJson({"cards", "show", "2"}), CardFields()),
               panel_.Rows(std::string(kCardRows) + "WHERE C.No=2"));
     ExpectCtlFails({"cards", "show", "5"}, 1, "format is gone");
 }
@@ -330,7 +339,7 @@ TEST_F(NimbractlCommands, CardsAreAddedSetAndDeleted)
         CtlJson({"cards", "add", "--user-no", "3", "--format", "2", "--card-number", "55501234",
                  "--valid-from", "2026-03-01", "--expires", "2027-03-01", "--status", "2"});
     EXPECT_EQ(added["CardNo"], 17);
-    EXPECT_EQ(RowsOf(added, kCardFields), panel_.Rows(std::string(kCardRows) + "WHERE C.No=17"));
+    EXPECT_EQ(RowsOf(added, CardFields()), panel_.Rows(std::string(kCardRows) + "WHERE C.No=17"));
     EXPECT_EQ(added["ExpDate"], "2027-03-01");
     ExpectCtlFails({"cards", "add", "--user-no", "4", "--format", "2", "--card-number", "55501234"},
                    1, "has that number already");
@@ -339,7 +348,7 @@ TEST_F(NimbractlCommands, CardsAreAddedSetAndDeleted)
     row[0][6] = "9";
     row[0][9] = "2026-12-24";
     EXPECT_EQ(RowsOf(CtlJson({"cards", "set", "2", "--status", "9", "--valid-from", "2026-12-24"}),
-                     kCardFields),
+                     CardFields()),
               row);
     EXPECT_EQ(panel_.Rows(std::string(kCardRows) + "WHERE C.No=2"), row);
 
@@ -498,14 +507,14 @@ TEST_F(NimbractlPages, LongListsComeWhole)
 {
     // The login is an event as well: first the list, then the look into the database.
     const json events = CtlJson({"events", "list"});
-    EXPECT_EQ(RowsOf(events, kEventFields), EventRows("ORDER BY No DESC"));
+    EXPECT_EQ(RowsOf(events, EventFields()), EventRows("ORDER BY No DESC"));
     const json some = CtlJson({"events", "list", "--limit", "450", "--offset", "7"});
     EXPECT_EQ(RowsOf(some, {"EventNo"}),
               TestPanel::Rows(panel::PanelPaths("/").LogDatabase,
                               "SELECT No FROM Log ORDER BY No DESC LIMIT 450 OFFSET 7"));
-    EXPECT_EQ(RowsOf(CtlJson({"users", "list"}), kUserFields),
+    EXPECT_EQ(RowsOf(CtlJson({"users", "list"}), UserFields()),
               panel_.Rows(std::string(kUserRows) + "ORDER BY No"));
-    EXPECT_EQ(RowsOf(CtlJson({"cards", "list"}), kCardFields),
+    EXPECT_EQ(RowsOf(CtlJson({"cards", "list"}), CardFields()),
               panel_.Rows(std::string(kCardRows) + "ORDER BY C.No"));
     EXPECT_EQ(RowsOf(CtlJson({"doors", "list"}), {"DoorNo", "Name", "Status"}),
               panel_.Rows(std::string(kDoorRows) + "ORDER BY D.No"));

@@ -18,9 +18,15 @@ namespace {
 
 using NimbractlTerminal = NimbractlTest;
 
-const std::vector<std::string> kWithoutPassword = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin"};
-const std::vector<std::string> kWithPassword = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin",
-                                                "NIMBRA_PASSWORD=admin1234"};
+std::vector<std::string> WithoutPassword()
+{
+    return {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin"};
+}
+
+std::vector<std::string> WithPassword()
+{
+    return {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin", "NIMBRA_PASSWORD=admin1234"};
+}
 
 constexpr char kPrompt[] = "127.0.0.1> ";
 constexpr char kControlC[] = "\x03";
@@ -31,7 +37,7 @@ constexpr char kArrowUp[] = "\033[A";
 class NimbractlShell : public NimbractlTest
 {
 protected:
-    NimbractlShell() : terminal_(CtlCommand({"shell"}, kWithPassword))
+    NimbractlShell() : terminal_(CtlCommand({"shell"}, WithPassword()))
     {
         EXPECT_TRUE(terminal_.WaitFor(kPrompt)) << terminal_.Output();
     }
@@ -58,7 +64,7 @@ protected:
 
 TEST_F(NimbractlTerminal, ThePasswordIsAskedForWithoutEcho)
 {
-    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
     ASSERT_TRUE(terminal.WaitFor("Password of admin at 127.0.0.1: "));
     EXPECT_FALSE(terminal.HasEcho());
     terminal.Type("admin1234\n");
@@ -70,7 +76,7 @@ TEST_F(NimbractlTerminal, ThePasswordIsAskedForWithoutEcho)
 
 TEST_F(NimbractlTerminal, AWrongPasswordAtThePromptIsRefused)
 {
-    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
     ASSERT_TRUE(terminal.WaitFor("Password of admin"));
     terminal.Type("wrong\n");
     EXPECT_EQ(terminal.WaitForExit(), 1);
@@ -80,7 +86,7 @@ TEST_F(NimbractlTerminal, AWrongPasswordAtThePromptIsRefused)
 TEST(NimbractlPrompt, SignalsEndItAndLeaveTheTerminalAsItWas)
 {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+        Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
         ASSERT_TRUE(terminal.WaitFor("Password of admin"));
         EXPECT_FALSE(terminal.HasEcho());
         if (signal == SIGINT)
@@ -94,7 +100,7 @@ TEST(NimbractlPrompt, SignalsEndItAndLeaveTheTerminalAsItWas)
 
 TEST(NimbractlPrompt, NoPasswordIsWrongUsage)
 {
-    Terminal terminal(CtlCommand({"threat", "get"}, kWithoutPassword));
+    Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
     ASSERT_TRUE(terminal.WaitFor("Password of admin"));
     terminal.Type("\n");
     EXPECT_EQ(terminal.WaitForExit(), 2);
@@ -104,11 +110,11 @@ TEST(NimbractlPrompt, NoPasswordIsWrongUsage)
 TEST_F(NimbractlTerminal, ATransferShowsItsProgressOnATerminalOnly)
 {
     WriteFile("/tmp/face.png", std::string(400000, 'x'));
-    Terminal put(CtlCommand({"users", "photo", "put", "7", "/tmp/face.png"}, kWithPassword));
+    Terminal put(CtlCommand({"users", "photo", "put", "7", "/tmp/face.png"}, WithPassword()));
     EXPECT_EQ(put.WaitForExit(), 0);
     EXPECT_TRUE(put.WaitFor("\rSending [")) << put.Output();
     EXPECT_TRUE(put.WaitFor("##] 100%\r\nUser 7 has the photograph")) << put.Output();
-    Terminal get(CtlCommand({"users", "photo", "get", "7", "/tmp/back.png"}, kWithPassword));
+    Terminal get(CtlCommand({"users", "photo", "get", "7", "/tmp/back.png"}, WithPassword()));
     EXPECT_EQ(get.WaitForExit(), 0);
     EXPECT_TRUE(get.WaitFor("\rReceiving [")) << get.Output();
     EXPECT_TRUE(get.WaitFor("##] 100%")) << get.Output();
@@ -120,7 +126,7 @@ TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
 {
     constexpr char kBold[] = "\033[1m";
     const auto shown = [](const std::vector<std::string> &extra) {
-        std::vector<std::string> environment = kWithPassword;
+        std::vector<std::string> environment = WithPassword();
         environment.insert(environment.end(), extra.begin(), extra.end());
         Terminal terminal(CtlCommand({"formats"}, environment));
         EXPECT_EQ(terminal.WaitForExit(), 0);
@@ -135,7 +141,7 @@ TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
 
 TEST_F(NimbractlTerminal, ControlCEndsFollowAndLeavesTheTerminalAsItWas)
 {
-    Terminal terminal(CtlCommand({"events", "follow", "--last", "1"}, kWithPassword));
+    Terminal terminal(CtlCommand({"events", "follow", "--last", "1"}, WithPassword()));
     ASSERT_TRUE(terminal.WaitFor("Remote login")) << terminal.Output();
     terminal.Type(kControlC);
     EXPECT_EQ(terminal.WaitForExit(), -SIGINT);
