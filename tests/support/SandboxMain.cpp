@@ -17,9 +17,10 @@ namespace {
 {
     std::vector<char *> command;
     std::string sandbox = NIMBRA_SANDBOX_PATH;
-    std::string keep = "--keep=" NIMBRA_BUILD_DIRECTORY;
+    std::string keepBuild = "--keep=" NIMBRA_BUILD_DIRECTORY;
+    std::string keepSource = "--keep=" NIMBRA_SOURCE_DIRECTORY;
     std::string end = "--";
-    for (std::string *word : {&sandbox, &keep, &end})
+    for (std::string *word : {&sandbox, &keepBuild, &keepSource, &end})
         command.push_back(word->data());
     for (char **argument = arguments; *argument != nullptr; ++argument)
         command.push_back(*argument);
@@ -38,5 +39,10 @@ int main(int argc, char **argv)
     if (!::testing::GTEST_FLAG(list_tests) && std::getenv("NIMBRA_SANDBOX") == nullptr)
         EnterSandbox(const_cast<char **>(given.data()));
     std::signal(SIGPIPE, SIG_IGN);
-    return RUN_ALL_TESTS();
+    const int status = RUN_ALL_TESTS();
+    if (::testing::GTEST_FLAG(list_tests) ||
+        ::testing::UnitTest::GetInstance()->test_to_run_count() > 0)
+        return status;
+    std::fprintf(stderr, "There is no such test: build anew, so that the tests are listed anew.\n");
+    return EXIT_FAILURE;
 }

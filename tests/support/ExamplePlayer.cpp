@@ -1,0 +1,257 @@
+#include "support/ExamplePlayer.h"
+
+#include "panel/SampleData.h"
+#include "support/Files.h"
+#include "support/Program.h"
+#include "talk/Player.h"
+#include "talk/Talk.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace nimbra::test {
+
+namespace {
+
+constexpr int kServerPort = 9500;
+constexpr char kRegistration[] = "> SetDeviceInfo?*";
+constexpr char kRegistrationAnswer[] = "< SetDeviceInfoResponse?Result=0&DeviceNo=7";
+
+bool BeginsWith(const std::string &text, const std::string &beginning)
+{
+    return text.compare(0, beginning.size(), beginning) == 0;
+}
+
+bool Matches(const std::string &pattern, const std::string &text)
+{
+    std::string shown;
+    return MatchTalkText(pattern, text, &shown);
+}
+
+std::string Differs(const std::string &expected, const std::string &came)
+{
+    return "expected: " + expected + "\n    came: " + came + "\n";
+}
+
+std::string NotALine(const std::string &line)
+{
+    return "not a line of such an example: " + line + "\n";
+}
+
+/// Whether a line of a talk has a place in a conversation of the book.
+bool IsOfConversation(const TalkLine &line)
+{
+    constexpr std::array kActions{TalkAction::Send, TalkAction::Expect, TalkAction::SendFile,
+                                  TalkAction::ExpectFile, TalkAction::Silence};
+    return std::find(kActions.begin(), kActions.end(), line.Action) != kActions.end();
+}
+
+/// A listener on every address of this machine.
+int ListenAt(int port)
+{
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int reuse = 1;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+    if (listener < 0 ||
+        bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(listener, 5) != 0)
+        throw std::system_error(errno, std::generic_category(), "listening for the panel");
+    return listener;
+}
+
+/// The next connection; -1 when none comes soon.
+int Accept(int listener)
+{
+    pollfd wait = {listener, POLLIN, 0};
+    if (poll(&wait, 1, static_cast<int>(milliseconds(kSoon).count())) < 1)
+        return -1;
+    return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+/// The address of this machine that a connection was made to.
+std::string OwnAddress(int socket)
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    std::array<char, INET_ADDRSTRLEN> text{};
+    getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size);
+    inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+    return text.data();
+}
+
+/// Gives this machine an address more. It has a network of its own, or gets it only once.
+void TakeAddress(const std::string &address)
+{
+    const ProgramResult result = RunProgram({"env", "PATH=/usr/sbin:/sbin:/usr/bin:/bin", "ip",
+                                             "address", "replace", address + "/32", "dev", "lo"});
+    if (result.Status != 0)
+        throw std::runtime_error(address + " cannot be had: " + result.Output);
+}
+
+/// The value of a key in a line; empty when it is not there.
+std::string ValueOf(const std::string &line, const std::string &key)
+{
+    const std::size_t place = line.find(key + "=");
+    if (place == std::string::npos)
+        return "";
+    const std::size_t begin = place + key.size() + 1;
+    return line.substr(begin, line.find('&', begin) - begin);
+}
+
+} // namespace
+
+std::string PlayConversation(const Example &example, const ManagementClient &client,
+                             const std::string &folder)
+{
+    Talk talk{folder, {}};
+    if (example.Fence != "conversation anonymous") {
+        const panel::SampleLogin &login = panel::kController;
+        talk.Lines.push_back(
+            {TalkAction::Send,
+             std::string("Login?Username=") + login.Id + "&Password=" + login.Password, 1,
+             example.Line});
+        talk.Lines.push_back({TalkAction::Expect, "LoginResponse?Result=0", 1, example.Line});
+    }
+    int number = example.Line;
+    for (const std::string &text : example.Lines) {
+        std::optional<TalkLine> line = ParseTalkLine(text);
+        if (!line || !IsOfConversation(*line))
+            return NotALine(text);
+        line->Number = ++number;
+        talk.Lines.push_back(*line);
+    }
+    std::ostringstream shown;
+    TalkStage stage;
+    stage.Connect = [&client](std::string *) { return dup(client.Socket()); };
+    stage.Out = &shown;
+    return PlayTalk(talk, stage) ? "" : shown.str();
+}
+
+std::string PlayDiscovery(const Example &example, const DiscoveryProbe &probe)
+{
+    for (const std::string &text : example.Lines) {
+        const std::optional<TalkLine> line = ParseTalkLine(text);
+        if (line && line->Action == TalkAction::Send) {
+            probe.Send(line->Text);
+        } else if (line && line->Action == TalkAction::Expect && line->Count == 1) {
+            const std::string answer = probe.Receive().value_or("(no answer)");
+            if (!Matches(line->Text + "\n", answer))
+                return Differs(line->Text, answer);
+        } else if (line && line->Action == TalkAction::Silence) {
+            if (const auto answer = probe.Receive(seconds(line->Count)))
+                return Differs("(no answer)", *answer);
+        } else {
+            return NotALine(text);
+        }
+    }
+    const std::optional<std::string> rest = probe.Receive(milliseconds(0));
+    return rest ? Differs("(no more answers)", *rest) : "";
+}
+
+std::string PlayPython(const Example &program, const Example &output)
+{
+    std::string source;
+    for (const std::string &line : program.Lines)
+        source += line + "\n";
+    std::string expected;
+    for (const std::string &line : output.Lines)
+        expected += line + "\n";
+    WriteFile("/tmp/example.py", source);
+    const ProgramResult result =
+        RunProgram({"env", "LC_ALL=C.UTF-8", "python3", "/tmp/example.py"});
+    const bool isGood = result.Status == 0 && Matches(expected, result.Output);
+    return isGood ? "" : Differs(expected, result.Output);
+}
+
+CloudPlayer::CloudPlayer() : server_(ListenAt(kServerPort))
+{}
+
+CloudPlayer::~CloudPlayer()
+{
+    close(server_);
+    close(relay_.Socket);
+}
+
+std::string CloudPlayer::Play(const Example &example)
+{
+    std::vector<std::vector<std::string>> connections{{}};
+    for (const std::string &line : example.Lines) {
+        if (line.empty())
+            connections.emplace_back();
+        else
+            connections.back().push_back(line);
+    }
+    if (!connections[0].empty() && !Matches(kRegistration, connections[0][0]))
+        connections.insert(connections.begin(), {kRegistration, kRegistrationAnswer});
+    for (const std::vector<std::string> &lines : connections) {
+        std::string failure = PlayConnection(lines);
+        if (!failure.empty())
+            return failure;
+    }
+    return "";
+}
+
+std::string CloudPlayer::PlayConnection(const std::vector<std::string> &lines)
+{
+    const Relay relay = std::exchange(relay_, {});
+    const bool isRelay = relay.Socket >= 0;
+    const int socket = Accept(isRelay ? relay.Socket : server_);
+    close(relay.Socket);
+    if (socket < 0)
+        return "the agent does not connect\n";
+    ManagementClient panel(socket);
+    if (isRelay && OwnAddress(socket) != relay.Address)
+        return Differs("a connection to " + relay.Address, "one to " + OwnAddress(socket));
+    std::string failure = PlayLines(panel, lines);
+    if (failure.empty() && !isRelay && !panel.IsClosedByPeer())
+        return "the agent does not close the connection\n";
+    return failure;
+}
+
+std::string CloudPlayer::PlayLines(ManagementClient &panel, const std::vector<std::string> &lines)
+{
+    std::string unsent; // lines that follow each other go out together
+    for (const std::string &line : lines) {
+        if (BeginsWith(line, "< ")) {
+            unsent += line.substr(2) + "\n";
+            Obey(line);
+            continue;
+        }
+        if (!BeginsWith(line, "> "))
+            return NotALine(line);
+        panel.Send(unsent);
+        unsent.clear();
+        const std::string came = panel.ReadLine().value_or("(no line)");
+        if (!Matches(line.substr(2), came))
+            return Differs(line.substr(2), came);
+    }
+    panel.Send(unsent);
+    return "";
+}
+
+void CloudPlayer::Obey(const std::string &answer)
+{
+    const std::string type = ValueOf(answer, "LinkType");
+    if (!BeginsWith(answer, "< HeartBeatResponse?") || type.empty() || type == "0")
+        return;
+    relay_.Address = ValueOf(answer, "LinkAddr");
+    TakeAddress(relay_.Address);
+    relay_.Socket = ListenAt(std::atoi(ValueOf(answer, "LinkPort").c_str()));
+}
+
+} // namespace nimbra::test
