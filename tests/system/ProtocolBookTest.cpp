@@ -25,6 +25,9 @@ static void PrintTo(const Example &example, std::ostream *out)
 
 namespace {
 
+/// The mark of a block whose panel is two hours ahead of UTC.
+constexpr char kAhead[] = "conversation UTC+2";
+
 const std::vector<Example> &Book()
 {
     static const std::vector<Example> book = [] {
@@ -164,6 +167,10 @@ TEST(ProtocolBook, ShowsEveryCommandUnderItsHeadingInAConversation)
 class ConversationPlayer : public AgentTest
 {
 protected:
+    /// `fence` is that of the block to be played.
+    explicit ConversationPlayer(const std::string &fence = "")
+        : AgentTest({}, fence == kAhead ? "UTC-2" : "UTC0") // POSIX counts westwards
+    {}
     [[nodiscard]] std::string Play(const Example &example)
     {
         return PlayConversation(example, Connect(), NIMBRA_BOOK_FILES);
@@ -171,7 +178,10 @@ protected:
 };
 
 class Conversation : public ConversationPlayer, public ::testing::WithParamInterface<Example>
-{};
+{
+protected:
+    Conversation() : ConversationPlayer(GetParam().Fence) {}
+};
 
 TEST_P(Conversation, GoesAsWritten)
 {
