@@ -114,7 +114,7 @@ TEST(BookReader, FindsNothingInADocumentThatCannotBeRead)
 TEST(ProtocolBook, HasOnlyBlocksThatArePlayed)
 {
     const std::set<std::string> known{
-        "conversation", "conversation anonymous", "cloud", "discovery", "python", "output"};
+        "conversation", "conversation anonymous", kAhead, "cloud", "discovery", "python", "output"};
     for (const Example &example : Book())
         EXPECT_EQ(known.count(example.Fence), 1U)
             << "an unknown block: " << example.Fence << " at " << ::testing::PrintToString(example);
