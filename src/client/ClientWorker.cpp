@@ -1,6 +1,7 @@
 #include "client/ClientWorker.h"
 
 #include "base/Random.h"
+#include "base/SecondTimer.h"
 #include "base/Thread.h"
 #include "data/DataManager.h"
 #include "protocol/Line.h"
@@ -92,11 +93,11 @@ void ClientWorker::Run()
 void ClientWorker::Process()
 {
     char line[kLineSize];
-    std::time_t idleEnd = std::time(nullptr) + kIdleSeconds;
-    while (!stop_.IsSet() && std::time(nullptr) <= idleEnd) {
+    SecondTimer idle;
+    while (!stop_.IsSet() && idle.Elapsed() <= kIdleSeconds) {
         if (!RecvMessage(socket_.Get(), line, sizeof line))
             continue;
-        idleEnd = std::time(nullptr) + kIdleSeconds;
+        idle = SecondTimer();
         Dispatch(line);
     }
 }

@@ -10,6 +10,7 @@
 #include "protocol/SocketOpen.h"
 
 #include <cerrno>
+#include <ctime>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -99,22 +100,21 @@ void ServerManager::Run()
 
 void ServerManager::Process()
 {
-    std::time_t nextRegistration = 0;
-    while (Register(&nextRegistration)) {
+    SecondTimer sinceRegistration = SecondTimer::Expired();
+    while (Register(&sinceRegistration)) {
         ConfigManager::GetInstance()->SetCommTime(true);
         if (!KeepLinked())
             return;
     }
 }
 
-bool ServerManager::Register(std::time_t *nextAttempt, CallPlace place)
+bool ServerManager::Register(SecondTimer *sinceAttempt, CallPlace place)
 {
     while (!quit_.IsSet()) {
         PauseSeconds(1);
-        const std::time_t now = std::time(nullptr);
-        if (now < *nextAttempt)
+        if (sinceAttempt->Elapsed() < kRegistrationSeconds)
             continue;
-        *nextAttempt = now + kRegistrationSeconds;
+        *sinceAttempt = SecondTimer();
         if (!cloudEnable_)
             return false;
         if (SetDeviceInfo(&device_))
@@ -126,18 +126,18 @@ bool ServerManager::Register(std::time_t *nextAttempt, CallPlace place)
 
 bool ServerManager::KeepLinked(CallPlace place)
 {
-    std::time_t lastAttempt = 0;
-    std::time_t lastCheckTime = 0;
+    SecondTimer sinceAttempt = SecondTimer::Expired();
+    SecondTimer sinceCheckTime = SecondTimer::Expired();
     int failures = 0;
     do {
         const std::time_t now = std::time(nullptr);
-        if (now - lastAttempt >= kHeartbeatSeconds) {
-            lastAttempt = now;
+        if (sinceAttempt.Elapsed(now) >= kHeartbeatSeconds) {
+            sinceAttempt = SecondTimer(now);
             ++failures;
             if (PollServer()) {
                 failures = 0;
-                if (now - lastCheckTime >= kCheckTimeSeconds) {
-                    lastCheckTime = now;
+                if (sinceCheckTime.Elapsed(now) >= kCheckTimeSeconds) {
+                    sinceCheckTime = SecondTimer(now);
                     ConfigManager::GetInstance()->SetCommTime(false);
                 }
             } else {
@@ -233,8 +233,8 @@ Descriptor ServerManager::OpenSocket(const FixedText<32> &host, std::int32_t por
         return socket;
     const FixedText<32> resolved = ResolveAddress(host);
     const SocketAddress address(inet_addr(resolved.Get()), port);
-    const std::time_t deadline = std::time(nullptr) + kConnectSeconds;
-    while (std::time(nullptr) < deadline) {
+    SecondTimer timer;
+    while (timer.Elapsed() < kConnectSeconds) {
         if (::connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0 ||
             (errno == EINPROGRESS && IsConnected(socket)))
             return socket;

@@ -4,11 +4,11 @@
 #include "base/FixedText.h"
 #include "base/Flag.h"
 #include "base/Log.h"
+#include "base/SecondTimer.h"
 #include "cloud/PortRule.h"
 #include "protocol/Request.h"
 
 #include <cstdint>
-#include <ctime>
 #include <span>
 
 namespace nimbra {
@@ -61,7 +61,7 @@ private:
     void Process();
     /// Registers the panel, trying again every 30 seconds. False when the link is to end. Logs as
     /// the calling method.
-    [[nodiscard]] bool Register(std::time_t *nextAttempt, CallPlace place = CallPlace::Here());
+    [[nodiscard]] bool Register(SecondTimer *sinceAttempt, CallPlace place = CallPlace::Here());
     /// Sends heartbeats until ten in a row have failed. False when the link is to end.
     [[nodiscard]] bool KeepLinked(CallPlace place = CallPlace::Here());
 

@@ -1,5 +1,6 @@
 #include "protocol/SocketIo.h"
 
+#include "base/SecondTimer.h"
 #include "base/Wait.h"
 
 #include <algorithm>
@@ -22,10 +23,10 @@ constexpr std::size_t kUploadStep = std::size_t{64} * 1024;
 class Deadline
 {
 public:
-    [[nodiscard]] bool HasPassed() const { return std::time(nullptr) >= end_; }
+    [[nodiscard]] bool HasPassed() { return timer_.Elapsed() >= kTransferSeconds; }
 
 private:
-    std::time_t end_ = std::time(nullptr) + kTransferSeconds;
+    SecondTimer timer_;
 };
 
 /// Whether a transfer goes on after send or recv returned `result`, 0 or less: true, after a
@@ -46,7 +47,7 @@ bool SendMessage(int socket, const char *text)
     if (length != 0)
         return SendBuffer(socket, text, length) == length;
     // Nothing to send never counts as sent.
-    const Deadline deadline;
+    Deadline deadline;
     while (!deadline.HasPassed())
         PauseMillisecond();
     return false;
@@ -54,7 +55,7 @@ bool SendMessage(int socket, const char *text)
 
 bool RecvMessage(int socket, char *buffer, std::size_t size)
 {
-    const Deadline deadline;
+    Deadline deadline;
     std::size_t count = 0;
     while (count < size && !deadline.HasPassed()) {
         // Byte by byte, so that a line never takes bytes of the next one.
@@ -75,7 +76,7 @@ bool RecvMessage(int socket, char *buffer, std::size_t size)
 
 std::size_t SendBuffer(int socket, const char *bytes, std::size_t count)
 {
-    const Deadline deadline;
+    Deadline deadline;
     std::size_t sent = 0;
     while (sent < count && !deadline.HasPassed()) {
         const ssize_t result = send(socket, bytes + sent, count - sent, MSG_DONTWAIT);
@@ -89,7 +90,7 @@ std::size_t SendBuffer(int socket, const char *bytes, std::size_t count)
 
 std::size_t RecvBuffer(int socket, std::vector<char> *buffer, std::size_t count)
 {
-    const Deadline deadline;
+    Deadline deadline;
     std::size_t received = 0;
     while (received < count && !deadline.HasPassed()) {
         buffer->resize(std::min(count, received + kUploadStep));

@@ -1,0 +1,126 @@
+// The clock of the system set forward and back by an hour while the agent is at work.
+
+#include "cloud/CloudServer.h"
+#include "support/Agent.h"
+#include "support/Faults.h"
+#include "support/Files.h"
+#include "support/ManagementClient.h"
+#include "support/TestPanel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+namespace nimbra::test {
+namespace {
+
+constexpr std::int64_t kHour = 3600;
+
+/// Twice the longest limit and some more: what a wait may take that the clock begins anew.
+constexpr milliseconds kAnew = seconds(60);
+
+class Clock : public ::testing::Test
+{
+protected:
+    Clock() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
+
+    void SetBack() { faults_.SetClock(-kHour); }
+    void SetForward() { faults_.SetClock(kHour); }
+
+    Faults faults_;
+    TestPanel panel_{{}, true};
+    cloud::CloudServer server_;
+    Agent agent_{faults_.Preloaded()};
+};
+
+TEST_F(Clock, SetBackEndsASilentSessionAllTheSame)
+{
+    ManagementClient silent = LoggedIn();
+    const Stopwatch watch;
+    SetBack();
+    EXPECT_TRUE(silent.IsClosedByPeer(kAnew));
+    EXPECT_GT(watch.Seconds(), 9);
+}
+
+TEST_F(Clock, SetBackEndsAnUploadWhoseBytesDoNotCome)
+{
+    ManagementClient client = LoggedIn();
+    client.Send("SetUserImage?UserNo=1&FileName=half.jpg&Size=1000\nhalf");
+    EXPECT_TRUE(client.IsSilent(milliseconds(500)));
+    SetBack();
+    EXPECT_EQ(client.ReadLine(kAnew), "SetUserImageResponse?Result=3");
+}
+
+TEST_F(Clock, SetBackKeepsASessionThatSendsLines)
+{
+    ManagementClient client = LoggedIn();
+    SetBack();
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+        EXPECT_TRUE(client.IsSilent(seconds(3)));
+    }
+}
+
+TEST_F(Clock, SetBackLeavesTheHeartbeatsOfTheCloudLinkGoingOn)
+{
+    const auto beats = [this](std::size_t count) {
+        return WaitUntil(
+            [&] {
+                static_cast<void>(agent_.Log());
+                return server_.Count("HeartBeat?") >= count;
+            },
+            kAnew);
+    };
+    ASSERT_TRUE(beats(2));
+    SetBack();
+    EXPECT_TRUE(beats(server_.Count("HeartBeat?") + 3));
+}
+
+TEST_F(Clock, SetBackLeavesTheRegistrationBeingTriedAgain)
+{
+    server_.SetAnswer(
+        [](const std::string &) { return cloud::Reply{"SetDeviceInfoResponse?Result=5\n"}; });
+    ASSERT_TRUE(agent_.WaitForMessage("ServerManager.cpp", "Process", "SetDeviceInfo fail"));
+    SetBack();
+    EXPECT_TRUE(agent_.WaitForMessage("ServerManager.cpp", "Process", "SetDeviceInfo fail", 2,
+                                      seconds(90)));
+}
+
+TEST_F(Clock, SetForwardEndsSessionsAndServesNewOnes)
+{
+    ManagementClient client = LoggedIn();
+    SetForward();
+    EXPECT_TRUE(client.IsClosedByPeer());
+    ManagementClient next = LoggedIn();
+    EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(Clock, SetForwardAndBackAgainLeavesNothingStanding)
+{
+    ManagementClient client = LoggedIn();
+    SetForward();
+    EXPECT_TRUE(client.IsClosedByPeer());
+    ManagementClient silent = LoggedIn();
+    ASSERT_TRUE(WaitUntil([this] { return server_.Count("HeartBeat?") > 0; }));
+    const std::size_t beats = server_.Count("HeartBeat?");
+    faults_.SetClock(0);
+    ManagementClient next = LoggedIn();
+    EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+    EXPECT_TRUE(silent.IsClosedByPeer(kAnew));
+    EXPECT_TRUE(WaitUntil([&] { return server_.Count("HeartBeat?") >= beats + 2; }, kAnew));
+}
+
+TEST_F(Clock, ShowsItsNewTimeInTheLog)
+{
+    SetForward();
+    ManagementClient client;
+    client.SendLine("Nothing?");
+    ASSERT_TRUE(agent_.WaitForLog("Invalid Message"));
+    const std::string line = agent_.Log().back();
+    EXPECT_GE(std::stoll(line.substr(line.find(' ') + 1)), std::time(nullptr) + kHour - 60) << line;
+}
+
+} // namespace
+} // namespace nimbra::test
