@@ -1,5 +1,5 @@
 // Stands before the functions of the C library and of SQLite that the agent calls: makes the calls,
-// but for those that shall fail.
+// but for those that shall fail. Of those with a form for 64-bit files or times it is that form.
 
 #include "faults/Orders.h"
 
@@ -27,6 +27,12 @@ using nimbra::faults::TakeError;
 
 constexpr char kDatabases[] = "/tmp/NimbraDB/";
 constexpr char kImages[] = "/nimbra/web/webroot/user_img/";
+
+/// Which of two names the 64-bit form of a function of time has: that of its own on 32-bit panels.
+constexpr const char *OfTime(const char *usual, const char *own)
+{
+    return sizeof(long) == 4 ? own : usual;
+}
 
 void *Find(const char *name)
 {
@@ -63,7 +69,7 @@ int SetStatusFlags(int descriptor, int command, void *argument)
 {
     if ((command == F_GETFL || command == F_SETFL) && ShallFail(Point::StatusFlags))
         return -1;
-    return Real<&fcntl64>("fcntl64")(descriptor, command, argument);
+    return Real<&fcntl>("fcntl64")(descriptor, command, argument);
 }
 
 int OpenFile(const char *path, int flags, mode_t mode)
@@ -71,7 +77,7 @@ int OpenFile(const char *path, int flags, mode_t mode)
     if ((BeginsWith(path, kDatabases) && ShallFail(Point::OpenDatabaseFile)) ||
         (BeginsWith(path, kImages) && ShallFail(Point::OpenImage)))
         return -1;
-    return Real<&open64>("open64")(path, flags, mode);
+    return Real<&open>("open64")(path, flags, mode);
 }
 
 } // namespace
@@ -95,15 +101,6 @@ int setsockopt(int descriptor, int level, int option, const void *value, socklen
 }
 
 int fcntl(int descriptor, int command, ...)
-{
-    std::va_list arguments;
-    va_start(arguments, command);
-    void *const argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return SetStatusFlags(descriptor, command, argument);
-}
-
-int fcntl64(int descriptor, int command, ...)
 {
     std::va_list arguments;
     va_start(arguments, command);
@@ -191,24 +188,15 @@ int open(const char *path, int flags, ...)
     return OpenFile(path, flags, mode);
 }
 
-int open64(const char *path, int flags, ...)
-{
-    std::va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    return OpenFile(path, flags, mode);
-}
-
 /// What a hardened program calls in place of open64.
 int __open64_2(const char *path, int flags)
 {
     return OpenFile(path, flags, 0);
 }
 
-int mkostemp64(char *path, int flags)
+int mkostemp(char *path, int flags)
 {
-    return ShallFail(Point::MakeTemporary) ? -1 : Real<&mkostemp64>("mkostemp64")(path, flags);
+    return ShallFail(Point::MakeTemporary) ? -1 : Real<&mkostemp>("mkostemp64")(path, flags);
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t count)
@@ -235,11 +223,11 @@ int rename(const char *from, const char *to) noexcept
 }
 
 /// SQLite writes its files by this.
-ssize_t pwrite64(int descriptor, const void *bytes, size_t count, off64_t offset)
+ssize_t pwrite(int descriptor, const void *bytes, size_t count, off_t offset)
 {
     return ShallFail(Point::WriteDatabaseFile)
                ? -1
-               : Real<&pwrite64>("pwrite64")(descriptor, bytes, count, offset);
+               : Real<&pwrite>("pwrite64")(descriptor, bytes, count, offset);
 }
 
 int sqlite3_open(const char *path, sqlite3 **database)
@@ -279,7 +267,7 @@ int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int
 
 std::time_t time(std::time_t *result) noexcept
 {
-    const std::time_t now = Real<&time>("time")(nullptr) + ClockSeconds();
+    const std::time_t now = Real<&time>(OfTime("time", "__time64"))(nullptr) + ClockSeconds();
     if (result != nullptr)
         *result = now;
     return now;
@@ -287,14 +275,15 @@ std::time_t time(std::time_t *result) noexcept
 
 int gettimeofday(timeval *now, void *zone) noexcept
 {
-    const int result = Real<&gettimeofday>("gettimeofday")(now, zone);
+    const int result = Real<&gettimeofday>(OfTime("gettimeofday", "__gettimeofday64"))(now, zone);
     now->tv_sec += ClockSeconds();
     return result;
 }
 
 int clock_gettime(clockid_t clock, timespec *now) noexcept
 {
-    const int result = Real<&clock_gettime>("clock_gettime")(clock, now);
+    const int result =
+        Real<&clock_gettime>(OfTime("clock_gettime", "__clock_gettime64"))(clock, now);
     if (clock == CLOCK_REALTIME)
         now->tv_sec += ClockSeconds();
     return result;
