@@ -14,6 +14,12 @@ if(NIMBRA_SANITIZE)
     target_link_options(nimbra_flags INTERFACE -fsanitize=${NIMBRA_SANITIZE})
 endif()
 
+if(NIMBRA_FUZZ)
+    # Tells a fuzzer which parts of the code an input reaches.
+    target_compile_options(nimbra_flags INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(nimbra_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 if(NIMBRA_HARDEN)
     target_compile_options(nimbra_flags INTERFACE
         -fPIE -fstack-protector-strong -ffunction-sections -fdata-sections)

@@ -1,0 +1,432 @@
+// The cloud link: a server that replies with anything, through the real link. A model of the link
+// says before each connection where it must go and what must be asked, so every reply is seen to be
+// understood as it is meant, the key that it gives, the port that it names, the relay that it
+// orders. A relay that comes about must serve a session.
+
+#include "client/ClientManager.h"
+#include "cloud/ServerManager.h"
+#include "core/ConfigManager.h"
+#include "fuzz/AgentTime.h"
+#include "fuzz/Finding.h"
+#include "fuzz/MessageModel.h"
+#include "fuzz/ValueModel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace nimbra::fuzz {
+namespace {
+
+constexpr char kServer[] = "cloud.nimbra.example";
+constexpr int kServerPort = 9500;
+
+/// Every host name that begins so has the address; others cannot be resolved.
+constexpr char kKnownHost = 'c';
+constexpr char kHostAddress[] = "192.168.77.20";
+
+/// A reply that begins so stands for a connection that is refused, or for a line that never ends.
+constexpr char kRefused[] = "!";
+constexpr char kUnended[] = "~";
+
+/// How long the link tries to connect.
+constexpr std::time_t kConnectSeconds = 10;
+
+constexpr char kGreeting[] = "HelloResponse?Result=0&Key=";
+
+/// A line's bound, its line feed included.
+constexpr std::size_t kLongestLine = 1024;
+
+/// How many failures in a row make the link register again.
+constexpr int kFailures = 10;
+
+constexpr char kRegistered[] = "SetDeviceInfoResponse?Result=0&DeviceNo=0";
+constexpr char kPortless[] = "HeartBeatResponse?Result=0&LinkPort=0";
+
+enum class Exchange
+{
+    Registration, ///< until it succeeds
+    Heartbeat,
+    Report, ///< of a new public port
+    Relay,
+    Session, ///< a relay has come about: the client speaks
+};
+
+/// What the replies so far add up to.
+class LinkModel
+{
+public:
+    [[nodiscard]] Exchange Next() const { return next_; }
+
+    /// Where the next connection must go.
+    [[nodiscard]] std::string Host() const
+    {
+        return next_ == Exchange::Relay ? linkAddr_ : kServer;
+    }
+    [[nodiscard]] std::int32_t Port() const
+    {
+        return next_ == Exchange::Relay ? linkPort_ : kServerPort;
+    }
+    /// The next request; none for a relay without a handshake.
+    [[nodiscard]] std::string Request() const
+    {
+        if (next_ == Exchange::Heartbeat)
+            return "HeartBeat?DeviceNo=" + std::to_string(deviceNo_) + "\n";
+        if (next_ == Exchange::Relay)
+            return "RelayDevice?RelayType=0&RelayKey=" + std::to_string(relayKey_) + "\n";
+        return "SetDeviceInfo?DeviceId=0123456789&MacAddr=00:1A:2B:3C:4D:5E&ModelName=Dogwood 64"
+               "&PrivateAddr=192.168.77.10&PrivatePort=9000&StunAddr=" +
+               stunAddr_ + "&StunPort=" + std::to_string(stunPort_) + "\n";
+    }
+    [[nodiscard]] bool IsHandshakeWanted() const
+    {
+        return next_ != Exchange::Relay || linkType_ == 2;
+    }
+
+    /// The replies that bring the link, of which a process has one, back to where it began.
+    [[nodiscard]] std::vector<std::string> Prelude() const
+    {
+        if (ports_.Reported == 0)
+            return {kRegistered, kPortless};
+        return {kRegistered, kPortless, kRegistered};
+    }
+
+    /// The connection failed, or no reply came.
+    void OnFailure()
+    {
+        if (next_ != Exchange::Heartbeat) {
+            next_ = next_ == Exchange::Registration ? next_ : Exchange::Heartbeat;
+        } else if (++failures_ == kFailures) {
+            failures_ = 0;
+            next_ = Exchange::Registration;
+        }
+    }
+
+    void OnReply(std::string_view line)
+    {
+        const Message reply = ReadMessage(line);
+        if (!IsSame(reply.Command, Name()))
+            return OnFailure();
+        std::int32_t result = -1;
+        std::int32_t type = 0;
+        std::int32_t port = 0;
+        std::int32_t relayKey = 0;
+        std::string address;
+        for (const Message::Pair &pair : reply.Pairs) {
+            const std::int32_t number = NumberIn(pair.Value);
+            if (IsSame(pair.Key, "Result"))
+                result = number;
+            if (IsSame(pair.Key, "DeviceNo") && IsRegistering())
+                deviceNo_ = number;
+            if (IsSame(pair.Key, "LinkType"))
+                type = number;
+            if (IsSame(pair.Key, "LinkAddr"))
+                address = pair.Value.substr(0, 32);
+            if (IsSame(pair.Key, "LinkPort"))
+                port = number;
+            if (IsSame(pair.Key, "RelayKey"))
+                relayKey = number;
+        }
+        if (result != 0)
+            return OnFailure();
+        if (next_ == Exchange::Heartbeat)
+            return OnHeartbeat(type, address, port, relayKey);
+        next_ = next_ == Exchange::Relay ? Exchange::Session : Exchange::Heartbeat;
+    }
+
+    /// A relay without a handshake has connected, or a session has ended.
+    void OnRelayed() { next_ = Exchange::Session; }
+    void OnSessionEnd() { next_ = Exchange::Heartbeat; }
+
+private:
+    [[nodiscard]] bool IsRegistering() const
+    {
+        return next_ == Exchange::Registration || next_ == Exchange::Report;
+    }
+
+    [[nodiscard]] std::string_view Name() const
+    {
+        if (next_ == Exchange::Relay)
+            return "RelayDeviceResponse";
+        return IsRegistering() ? "SetDeviceInfoResponse" : "HeartBeatResponse";
+    }
+
+    void OnHeartbeat(std::int32_t type, const std::string &address, std::int32_t port,
+                     std::int32_t relayKey)
+    {
+        failures_ = 0;
+        if (type != 0) {
+            linkType_ = type;
+            linkAddr_ = address;
+            linkPort_ = port;
+            relayKey_ = relayKey;
+            next_ = Exchange::Relay;
+            return;
+        }
+        stunAddr_ = address;
+        // Two replies in a row must agree on a port; one that differs takes it back.
+        if (ports_.Previous != 0)
+            stunPort_ = ports_.Previous == port ? port : 0;
+        ports_.Previous = port;
+        if (stunPort_ != ports_.Reported)
+            next_ = Exchange::Report;
+        ports_.Reported = stunPort_;
+    }
+
+    /// What the link remembers from one start to the next.
+    struct Ports
+    {
+        std::int32_t Previous = 0;
+        std::int32_t Reported = 0;
+    };
+    static Ports ports_;
+
+    Exchange next_ = Exchange::Registration;
+    int failures_ = 0;
+    std::int32_t deviceNo_ = 0;
+    std::string stunAddr_ = "127.0.0.1";
+    std::int32_t stunPort_ = 0;
+    std::int32_t linkType_ = 0;
+    std::string linkAddr_;
+    std::int32_t linkPort_ = 0;
+    std::int32_t relayKey_ = 0;
+};
+
+LinkModel::Ports LinkModel::ports_;
+
+/// The address that a host's text stands for.
+in_addr_t AddressOf(const std::string &host)
+{
+    const char first = host.empty() ? '\0' : host[0];
+    const bool isName = (first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z');
+    if (!isName)
+        return inet_addr(host.c_str());
+    return first == kKnownHost ? inet_addr(kHostAddress) : INADDR_NONE;
+}
+
+/// The server, and the peer of the relays. Ends the link when it has given all its replies.
+class Server : public AgentWorld
+{
+public:
+    explicit Server(const std::vector<std::string> &replies) : replies_(link_.Prelude())
+    {
+        replies_.insert(replies_.end(), replies.begin(), replies.end());
+    }
+    ~Server() override { close(socket_); }
+
+    /// The link connects, as connect(2) does.
+    int Connect(int socket, const sockaddr_in &address)
+    {
+        FinishSession();
+        if (AgentNow() < refusedUntil_ || IsDone())
+            return Refuse();
+        CheckTarget(address);
+        if (replies_[next_].substr(0, 1) == kRefused) {
+            ++next_;
+            refusedUntil_ = AgentNow() + kConnectSeconds;
+            link_.OnFailure();
+            return Refuse();
+        }
+        Join(socket);
+        if (!link_.IsHandshakeWanted())
+            link_.OnRelayed();
+        // Every other connection takes the way of those that take time.
+        isSlow_ = !isSlow_;
+        errno = EINPROGRESS;
+        return isSlow_ ? -1 : 0;
+    }
+
+    bool OnMillisecond() override
+    {
+        if (AgentNow() < refusedUntil_ || IsServed())
+            return false;
+        if (link_.Next() == Exchange::Session)
+            Greet();
+        else
+            Serve();
+        return true;
+    }
+
+    void OnSeconds() override
+    {
+        if (IsDone())
+            ServerManager::GetInstance()->Stop();
+    }
+
+    bool OnThread() override { return !isOver_; }
+
+    /// After the link has ended.
+    void Finish()
+    {
+        FinishSession();
+        // Its sessions go, and it takes the next ones, but without threads of its own.
+        isOver_ = true;
+        ClientManager::GetInstance()->Stop();
+        Require(ClientManager::GetInstance()->Start(), "start of the listener");
+    }
+
+private:
+    static int Refuse()
+    {
+        errno = ECONNREFUSED;
+        return -1;
+    }
+
+    [[nodiscard]] bool IsDone() const { return next_ == replies_.size(); }
+    [[nodiscard]] bool IsServed() const { return step_ == Step::Served; }
+
+    void CheckTarget(const sockaddr_in &address) const
+    {
+        RequireEqual("address", AddressOf(link_.Host()), address.sin_addr.s_addr);
+        RequireEqual("port", static_cast<std::uint16_t>(link_.Port()), ntohs(address.sin_port));
+    }
+
+    /// Puts one end of a new connection in the place of the link's socket.
+    void Join(int socket)
+    {
+        int ends[2];
+        Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair");
+        Require(dup2(ends[0], socket) == socket, "dup2");
+        close(ends[0]);
+        close(socket_);
+        socket_ = ends[1];
+        step_ = Step::Asked;
+    }
+
+    /// All that has come from the agent.
+    std::string Received() const
+    {
+        char bytes[4096];
+        const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
+        return {bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
+    }
+
+    void Send(std::string_view bytes) const
+    {
+        Require(send(socket_, bytes.data(), bytes.size(), MSG_DONTWAIT) ==
+                    static_cast<ssize_t>(bytes.size()),
+                "send");
+    }
+
+    /// Takes the request and replies.
+    void Serve()
+    {
+        RequireEqual("request", link_.Request(), Received());
+        step_ = Step::Served;
+        if (IsDone())
+            return link_.OnFailure();
+        const std::string &reply = replies_[next_++];
+        if (reply.substr(0, 1) == kUnended) {
+            Send(reply);
+            return link_.OnFailure();
+        }
+        Send(reply + "\n");
+        if (reply.size() < kLongestLine)
+            link_.OnReply(reply);
+        else
+            link_.OnFailure();
+        if (link_.Next() == Exchange::Session)
+            step_ = Step::Asked;
+    }
+
+    /// Speaks as the client of a relayed session.
+    void Greet()
+    {
+        if (step_ == Step::Asked) {
+            Send("Hello?\n");
+            step_ = Step::Greeted;
+            return;
+        }
+        const std::string answer = Received();
+        RequireEqual("a session's answer", kGreeting, answer.substr(0, std::strlen(kGreeting)));
+        Require(answer.find('\n') == answer.size() - 1, "the end of a session's answer");
+        step_ = Step::Served;
+    }
+
+    /// A session that had come about has ended.
+    void FinishSession()
+    {
+        if (link_.Next() != Exchange::Session)
+            return;
+        Require(IsServed(), "a relay that serves no session");
+        link_.OnSessionEnd();
+    }
+
+    enum class Step
+    {
+        Asked,   ///< the agent has connected
+        Greeted, ///< the client of a session has said hello
+        Served,  ///< there is nothing more to say
+    };
+
+    LinkModel link_;
+    std::vector<std::string> replies_;
+    std::size_t next_ = 0;
+    std::time_t refusedUntil_ = 0;
+    bool isSlow_ = false;
+    bool isOver_ = false;
+    Step step_ = Step::Served;
+    int socket_ = -1;
+};
+
+Server *theServer = nullptr;
+
+} // namespace
+} // namespace nimbra::fuzz
+
+extern "C" int __wrap_connect(int socket, const sockaddr *address, socklen_t /*size*/)
+{
+    sockaddr_in to = {};
+    std::memcpy(&to, address, sizeof to);
+    return nimbra::fuzz::theServer->Connect(socket, to);
+}
+
+extern "C" hostent *__wrap_gethostbyname(const char *name)
+{
+    static in_addr address = {inet_addr(nimbra::fuzz::kHostAddress)};
+    static char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
+    static hostent entry = {nullptr, nullptr, AF_INET, sizeof address, addresses};
+    return name[0] == nimbra::fuzz::kKnownHost ? &entry : nullptr;
+}
+
+extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+{
+    nimbra::ConfigManager &config = *nimbra::ConfigManager::GetInstance();
+    config.CloudEnable = true;
+    config.CloudServerAddr.Assign(nimbra::fuzz::kServer);
+    config.CloudServerPort = nimbra::fuzz::kServerPort;
+    config.DeviceId.Assign("0123456789");
+    config.MacAddr.Assign("00:1A:2B:3C:4D:5E");
+    config.ModelName.Assign("Dogwood 64");
+    config.PrivateAddr.Assign("192.168.77.10");
+    config.PrivatePort = 9000;
+    return 0;
+}
+
+/// The input is the server's replies, one a line.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    using namespace nimbra::fuzz;
+    const std::vector<std::string> replies =
+        Split({reinterpret_cast<const char *>(data), size}, "\n");
+    // Many short replies say no more than a few, and take longer.
+    constexpr std::size_t kMostReplies = 24;
+    if (replies.size() > kMostReplies)
+        return -1;
+    Server server(replies);
+    theServer = &server;
+    Require(nimbra::ServerManager::GetInstance()->Start(), "start of the link");
+    server.Finish();
+    return 0;
+}

@@ -1,0 +1,148 @@
+// Words for a shell command line: whatever their bytes, the shell takes each for one argument that
+// is the very text. Two judges: a model of the shell's quoting, and a real sh.
+
+#include "data/Shell.h"
+#include "fuzz/Finding.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <poll.h>
+#include <spawn.h>
+#include <unistd.h>
+
+namespace nimbra::fuzz {
+namespace {
+
+/// What means nothing to any shell when it stands outside quotes.
+bool IsPlain(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           std::string_view("._@:+-").find(c) != std::string_view::npos;
+}
+
+/// The words of a line, read as a shell does. Anything but plain bytes, blanks, single quotes and
+/// a backslash before a quote counts as a finding: it would be at the shell's mercy.
+std::vector<std::string> Words(std::string_view line)
+{
+    std::vector<std::string> words;
+    bool isInWord = false;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] == ' ') {
+            isInWord = false;
+            continue;
+        }
+        if (!isInWord)
+            words.emplace_back();
+        isInWord = true;
+        if (line[i] == '\'') {
+            const std::size_t end = line.find('\'', i + 1);
+            Require(end != std::string_view::npos, "a quotation that does not end");
+            words.back() += line.substr(i + 1, end - i - 1);
+            i = end;
+        } else if (line.substr(i, 2) == "\\'") {
+            words.back() += line[++i];
+        } else {
+            Require(IsPlain(line[i]), "a byte that the shell may interpret");
+            words.back() += line[i];
+        }
+    }
+    return words;
+}
+
+/// A shell that is asked again and again for the arguments that it makes of a line.
+class Shell
+{
+public:
+    Shell()
+    {
+        int input[2];
+        int output[2];
+        Require(pipe(input) == 0 && pipe(output) == 0, "pipes to the shell");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+        for (const int end : {input[0], input[1], output[0], output[1]})
+            posix_spawn_file_actions_addclose(&actions, end);
+        char name[] = "sh";
+        char *arguments[] = {name, nullptr};
+        pid_t child = 0;
+        Require(posix_spawn(&child, "/bin/sh", &actions, nullptr, arguments, environ) == 0,
+                "start of the shell");
+        posix_spawn_file_actions_destroy(&actions);
+        close(input[0]);
+        close(output[1]);
+        toShell_ = input[1];
+        fromShell_ = output[0];
+    }
+
+    std::vector<std::string> Words(const std::string &line)
+    {
+        const std::string command = "set -- " + line + "\nprintf '%s\\0' \"$#\" \"$@\"\n";
+        Require(write(toShell_, command.data(), command.size()) ==
+                    static_cast<ssize_t>(command.size()),
+                "write to the shell");
+        const std::string count = NextText();
+        std::vector<std::string> words;
+        while (words.size() < std::stoul(count))
+            words.push_back(NextText());
+        return words;
+    }
+
+private:
+    std::string NextText()
+    {
+        std::size_t end = 0;
+        while ((end = pending_.find('\0')) == std::string::npos) {
+            constexpr int kMilliseconds = 20000;
+            pollfd wait = {fromShell_, POLLIN, 0};
+            Require(poll(&wait, 1, kMilliseconds) == 1, "the shell waits for the end of a word");
+            char bytes[4096];
+            const ssize_t count = read(fromShell_, bytes, sizeof bytes);
+            Require(count > 0, "the shell has ended");
+            pending_.append(bytes, static_cast<std::size_t>(count));
+        }
+        const std::string text = pending_.substr(0, end);
+        pending_.erase(0, end + 1);
+        return text;
+    }
+
+    int toShell_ = 0;
+    int fromShell_ = 0;
+    std::string pending_;
+};
+
+void RequireWords(std::string_view judge, const std::vector<std::string> &expected,
+                  const std::vector<std::string> &got)
+{
+    RequireEqual(judge, static_cast<long long>(expected.size()),
+                 static_cast<long long>(got.size()));
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        RequireEqual(judge, expected[i], got[i]);
+}
+
+} // namespace
+} // namespace nimbra::fuzz
+
+/// The input is two texts, parted by its first line feed.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    using namespace nimbra::fuzz;
+    const std::string input(reinterpret_cast<const char *>(data), size);
+    // No text of the agent holds a zero byte.
+    if (input.find('\0') != std::string::npos)
+        return -1;
+    const std::size_t end = input.find('\n');
+    const std::string first = input.substr(0, end);
+    const std::string second = end == std::string::npos ? "" : input.substr(end + 1);
+    const std::string line = nimbra::ShellWord(first) + " 0 " + nimbra::ShellWord(second);
+    const std::vector<std::string> expected = {first, "0", second};
+    RequireWords("words by the model", expected, Words(line));
+    static Shell shell;
+    RequireWords("words by the shell", expected, shell.Words(line));
+    return 0;
+}
