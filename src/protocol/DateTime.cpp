@@ -7,6 +7,8 @@ namespace nimbra {
 
 namespace {
 
+static_assert(sizeof(std::time_t) == 8, "dates after 2038 are computed on 32-bit boards too");
+
 /// Numbers of a date/time text in its order; read 64 bits wide, so that all boards cut them alike.
 struct TextFields
 {

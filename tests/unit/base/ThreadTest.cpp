@@ -78,7 +78,6 @@ TEST(Thread, HandsTheArgumentToItsBody)
 
 TEST(ThreadDeathTest, ReportsAThreadThatCannotBeMade)
 {
-    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(StartWhereNoThreadCanBe(), ::testing::ExitedWithCode(0), "");
 }
 
