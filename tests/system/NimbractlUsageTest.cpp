@@ -84,7 +84,7 @@ TEST(NimbractlHelp, EveryCommandHasIts)
 
 TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
 {
-    ExpectCtlFails({}, 2, "subcommand is required");
+    ExpectCtlFails({}, 2, "nimbractl: A subcommand is required. --help tells more.\n");
     ExpectCtlFails({"doors"}, 2, "subcommand is required");
     ExpectCtlFails({"windows"}, 2, "no command \"windows\"");
     ExpectCtlFails({"doors", "open"}, 2, "no command \"open\"");
@@ -93,7 +93,7 @@ TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
     ExpectCtlFails({"doors", "show", "one"}, 2, "\"one\" is no whole number");
     ExpectCtlFails({"doors", "show", "99999999999"}, 2, "is no whole number of 32 bits");
     ExpectCtlFails({"doors", "list", "--limit", "0"}, 2, "--limit");
-    ExpectCtlFails({"doors", "list", "-o", "xml"}, 2, "\"xml\" is none");
+    ExpectCtlFails({"doors", "list", "-o", "xml"}, 2, "\"xml\" is none of csv, json, table");
     ExpectCtlFails({"events", "list", "--from", "2026-02-30"}, 2, "is no time");
     ExpectCtlFails({"cards", "add", "--user-no", "1"}, 2, "required");
     ExpectCtlFails({"cards", "set", "1", "--expires", "tomorrow"}, 2, "is no date");
@@ -120,7 +120,7 @@ TEST_F(NimbractlUsage, ThePasswordComesFromAFileOrTheEnvironment)
     const ProgramResult refused = RunWith(wrong, {"threat", "get"});
     EXPECT_EQ(refused.Status, 1);
     EXPECT_EQ(refused.Output, "nimbractl: The user name or the password is wrong, or the panel "
-                              "cannot read its database. (Login: Result=1)\n");
+                              "cannot read its database. (Login as \"operator\": Result=1)\n");
 }
 
 TEST_F(NimbractlUsage, WithoutAPasswordAndATerminalItIsWrongUsage)

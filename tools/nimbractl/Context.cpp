@@ -32,6 +32,12 @@ void PrepareApp(CLI::App &app, const std::string &footer)
     app.footer(footer);
 }
 
+void AddFooter(CLI::App &app, const std::string &text)
+{
+    const std::string common = app.get_footer();
+    app.footer(common.empty() ? text : text + "\n\n" + common);
+}
+
 CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const std::string &help)
 {
     return app.add_option(name, into, help)->check(IsNumber())->option_text("NUMBER");
@@ -132,11 +138,13 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
         // The parser asks for a command before it looks at words that are none.
         const std::vector<std::string> strange = app.remaining(true);
         if (strange.empty())
-            return app.exit(error) == 0 ? kDone : kWrongUsage;
+            return Complain(kWrongUsage, error.what() + std::string(". --help tells more."));
         return Complain(kWrongUsage, "There is no command \"" + strange[0] +
                                          "\". --help tells those that there are.");
+    } catch (const CLI::Success &help) {
+        return app.exit(help) == 0 ? kDone : kWrongUsage;
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? kDone : kWrongUsage;
+        return Complain(kWrongUsage, error.what() + std::string(". --help tells more."));
     } catch (const Refused &error) {
         return Complain(kRefused, error.what());
     } catch (const WrongUsage &error) {

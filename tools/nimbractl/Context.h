@@ -71,6 +71,9 @@ void AddAllCommands(CLI::App &app, Context &context);
 /// Sets up what all command lines have in common; before commands are added.
 void PrepareApp(CLI::App &app, const std::string &footer);
 
+/// Tells more about a command behind its options, before what is said of all commands.
+void AddFooter(CLI::App &app, const std::string &text);
+
 /// Adds an option that takes one of some words.
 template <typename Value>
 CLI::Option *AddChoice(CLI::App &app, const std::string &name, Value &into,
@@ -81,7 +84,10 @@ CLI::Option *AddChoice(CLI::App &app, const std::string &name, Value &into,
         [&into, &choices, name](const std::string &word) {
             const auto found = choices.find(word);
             if (found == choices.end())
-                throw CLI::ValidationError(name, "\"" + word + "\" is none of the words it takes");
+                throw CLI::ValidationError(
+                    name, "\"" + word + "\" is none of " +
+                              CLI::detail::join(
+                                  choices, [](const auto &choice) { return choice.first; }, ", "));
             into = found->second;
         },
         help);

@@ -21,6 +21,9 @@ using client::Request;
 
 constexpr int kPageSize = 200;
 
+/// New events are few, and stand on the first page.
+constexpr int kNewPageSize = 25;
+
 constexpr std::array<FieldOption, 8> kFilters{{
     {"--code", {"EventCode", Kind::Number}, "Of this event code; see event-codes"},
     {"--user-no", {"UserNo", Kind::Number}, "Of the user with this number"},
@@ -128,7 +131,7 @@ std::vector<Record> NewestEvents(Context &context, const Request &request, int l
     std::vector<Record> events;
     client::ListOptions options;
     options.Limit = limit;
-    options.PageSize = limit > 0 ? std::min(limit, kPageSize) : kPageSize;
+    options.PageSize = limit > 0 ? std::min(limit, kPageSize) : kNewPageSize;
     const int result = context.Panel.Get().List(
         request,
         [&events, known](const Record &event) {
@@ -188,9 +191,9 @@ void AddFilterOptions(CLI::App &app, EventFilter &filter)
 {
     app.add_option("--door", filter.Door, "Of this door")->option_text("NUMBER|NAME");
     AddFields(app, kFilters, filter.Given);
-    app.footer("A text is found anywhere, without regard to the case of ASCII letters; % in it "
-               "stands for any\ntext and _ for any letter. Several filters must all match. Times "
-               "are UTC, as in the output.");
+    AddFooter(app, "A text is found anywhere, without regard to the case of ASCII letters; % in it "
+                   "stands for any\ntext and _ for any letter. Several filters must all match. "
+                   "Times are UTC, as in the output.\n--user is no filter: it names the login.");
 }
 
 } // namespace

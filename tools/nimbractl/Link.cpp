@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include <nimbra-client/PanelClock.h>
+#include <nimbra-client/Results.h>
 
 namespace nimbra::ctl {
 
@@ -28,7 +29,8 @@ client::Session &Link::Get()
     client::Session session(options);
     const int result = session.Login(settings_.User, password);
     if (result != 0)
-        throw Refused("Login", result);
+        throw Refused(client::MeaningOf("Login", result) + " (Login as \"" + settings_.User +
+                      "\": Result=" + std::to_string(result) + ")");
     session_.emplace(std::move(session));
     return *session_;
 }

@@ -143,9 +143,10 @@ void AddUserCommands(CLI::App &app, Context &context)
     const auto list = AddCommand<UserFilter>(users, "list", "List users", context, ListUsers);
     AddFields(*list.App, kUserFilters, list.Into->Given);
     AddPaging(*list.App, list.Into->Paging);
-    list.App->footer("A text is found anywhere, without regard to the case of ASCII letters; % in "
-                     "it stands for any\ntext and _ for any letter. Several filters must all "
-                     "match.");
+    AddFooter(*list.App,
+              "A text is found anywhere, without regard to the case of ASCII letters; % in "
+              "it stands for any\ntext and _ for any letter. Several filters must all "
+              "match.");
 
     const auto show = AddCommand<UserChange>(users, "show", "Show a user", context, ShowUser);
     const auto add = AddCommand<UserChange>(
