@@ -94,13 +94,11 @@ std::string OwnAddress(int socket)
     return text.data();
 }
 
-/// Gives this machine an address more. It has a network of its own, or gets it only once.
-void TakeAddress(const std::string &address)
+/// Gives this machine an address more, or takes it away again, as `ip` has it.
+ProgramResult ChangeAddress(const std::string &verb, const std::string &address)
 {
-    const ProgramResult result = RunProgram({"env", "PATH=/usr/sbin:/sbin:/usr/bin:/bin", "ip",
-                                             "address", "replace", address + "/32", "dev", "lo"});
-    if (result.Status != 0)
-        throw std::runtime_error(address + " cannot be had: " + result.Output);
+    return RunProgram({"env", "PATH=/usr/sbin:/sbin:/usr/bin:/bin", "ip", "address", verb,
+                       address + "/32", "dev", "lo"});
 }
 
 /// The value of a key in a line; empty when it is not there.
@@ -185,6 +183,8 @@ CloudPlayer::~CloudPlayer()
 {
     close(server_);
     close(relay_.Socket);
+    for (const std::string &address : addresses_)
+        static_cast<void>(ChangeAddress("delete", address));
 }
 
 std::string CloudPlayer::Play(const Example &example)
@@ -250,7 +250,9 @@ void CloudPlayer::Obey(const std::string &answer)
     if (!BeginsWith(answer, "< HeartBeatResponse?") || type.empty() || type == "0")
         return;
     relay_.Address = ValueOf(answer, "LinkAddr");
-    TakeAddress(relay_.Address);
+    if (addresses_.insert(relay_.Address).second)
+        if (const ProgramResult ip = ChangeAddress("add", relay_.Address); ip.Status != 0)
+            throw std::runtime_error(relay_.Address + " cannot be had: " + ip.Output);
     relay_.Socket = ListenAt(std::atoi(ValueOf(answer, "LinkPort").c_str()));
 }
 

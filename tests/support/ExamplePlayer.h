@@ -5,6 +5,7 @@
 #include "support/DiscoveryProbe.h"
 #include "support/ManagementClient.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,7 @@ private:
 
     int server_ = -1;
     Relay relay_;
+    std::set<std::string> addresses_; ///< that this machine was given
 };
 
 } // namespace nimbra::test

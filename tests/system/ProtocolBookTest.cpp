@@ -5,6 +5,7 @@
 #include "support/ExamplePlayer.h"
 #include "support/Files.h"
 #include "support/TestPanel.h"
+#include "talk/Talk.h"
 
 #include <gtest/gtest.h>
 
@@ -160,6 +161,46 @@ TEST(ProtocolBook, ShowsEveryCommandUnderItsHeadingInAConversation)
     EXPECT_EQ(headings.size(), 38U);
     for (const std::string &heading : headings)
         EXPECT_EQ(shown.count(heading), 1U) << heading;
+}
+
+/// The answers and rows that the text promises: what stands in backquotes with "%d" and "%s", as
+/// patterns.
+std::set<std::string> PromisedLines()
+{
+    std::set<std::string> patterns;
+    std::ifstream document(NIMBRA_BOOK_PATH);
+    for (std::string line; std::getline(document, line);) {
+        std::size_t begin = 0;
+        while ((begin = line.find('`', begin)) != std::string::npos) {
+            const std::size_t end = std::min(line.find('`', begin + 1), line.size());
+            std::string text = line.substr(begin + 1, end - begin - 1);
+            begin = end + 1;
+            if (text.find("=%") == std::string::npos)
+                continue;
+            for (const char *gap : {"%d", "%s", "..."})
+                for (std::size_t at = 0; (at = text.find(gap)) != std::string::npos;)
+                    text.replace(at, std::string(gap).size(), "*");
+            patterns.insert(text);
+        }
+    }
+    return patterns;
+}
+
+TEST(ProtocolBook, PromisesNoAnswerThatNoExampleShows)
+{
+    std::set<std::string> answers;
+    for (const Example &example : ExamplesOf(Book(), "conversation"))
+        for (const std::string &line : example.Lines)
+            if (line.rfind("< ", 0) == 0)
+                answers.insert(line.substr(2));
+    const std::set<std::string> promised = PromisedLines();
+    EXPECT_GT(promised.size(), 20U);
+    for (const std::string &pattern : promised) {
+        std::string shown;
+        EXPECT_TRUE(std::any_of(answers.begin(), answers.end(), [&](const std::string &answer) {
+            return MatchTalkText(pattern, answer, &shown);
+        })) << pattern;
+    }
 }
 
 // Conversations.
