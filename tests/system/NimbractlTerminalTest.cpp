@@ -161,6 +161,8 @@ TEST_F(NimbractlShell, DoesCommandsWithCompletionAndHistory)
     EXPECT_TRUE(terminal_.WaitFor("--card-number"));
     terminal_.Type(kControlC);
     EXPECT_TRUE(terminal_.WaitFor(kPrompt));
+    WriteFile("/tmp/portrait.jpg", "12345");
+    Do("users photo put 7 /tmp/portr\t", "user0007.jpg of 5 bytes");
     Do("outputs on 1 -o json", "\"Status\": 1");
     Do("help users set", "read first");
     Do("nonsense", "no command \"nonsense\"");
@@ -168,9 +170,10 @@ TEST_F(NimbractlShell, DoesCommandsWithCompletionAndHistory)
     EXPECT_EQ(terminal_.WaitForExit(), 2); // of the command that failed
     EXPECT_TRUE(terminal_.IsAsBefore());
     EXPECT_EQ(Logins(), 1U);
-    EXPECT_EQ(ReadFile("/tmp/.local/state/nimbractl/history"),
-              "doors show 2\nthreat get \noutputs on 1 -o json\n"
-              "help users set\nnonsense\n");
+    EXPECT_EQ(
+        ReadFile("/tmp/.local/state/nimbractl/history"),
+        "doors show 2\nthreat get \nusers photo put 7 /tmp/portrait.jpg \noutputs on 1 -o json\n"
+        "help users set\nnonsense\n");
 }
 
 TEST_F(NimbractlShell, KeepsPasswordsOutOfTheHistory)

@@ -1,8 +1,11 @@
 // How nimbractl ends, where it takes the password from, and what it makes of panels that fail it.
 
+#include "cloud/CloudServer.h"
+#include "support/Agent.h"
 #include "support/FakePanel.h"
 #include "support/Files.h"
 #include "support/NimbractlTest.h"
+#include "support/TestPanel.h"
 
 #include <gtest/gtest.h>
 
@@ -256,6 +259,25 @@ TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
         EXPECT_NE(result.Output.find(text), std::string::npos) << text << "\n" << result.Output;
     EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "1");
     EXPECT_EQ(panel_.Calls().size(), 1U); // one login
+}
+
+TEST(NimbractlAfar, TheCloudServersPortLeadsToThePanel)
+{
+    NameHost("127.0.0.1", "cloud.nimbra.example");
+    const TestPanel panel({}, true);
+    const cloud::CloudServer server;
+    const Agent agent;
+    const std::vector<std::string> local = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
+                                            "NIMBRA_PASSWORD=operate!1"};
+    std::vector<std::string> afar = local;
+    afar.emplace_back("NIMBRA_PORT=9520");
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"doors", "list"}, {"users", "show", "3", "-o", "json"}}) {
+        const ProgramResult result = RunWith(afar, words);
+        EXPECT_EQ(result.Status, 0);
+        EXPECT_EQ(result.Output, RunWith(local, words).Output);
+    }
+    EXPECT_EQ(server.Count("RelayDevice?"), 2U);
 }
 
 TEST_F(NimbractlUsage, TheExampleOfTheLibraryListsTheDoors)

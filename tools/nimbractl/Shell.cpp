@@ -181,13 +181,18 @@ private:
 
     static char **Complete(const char *text, int start, int)
     {
-        rl_attempted_completion_over = 1;
         std::vector<std::string> words;
         try {
             words = SplitWords(std::string(rl_line_buffer, static_cast<std::size_t>(start)));
         } catch (const WrongUsage &) {
+            rl_attempted_completion_over = 1;
             return nullptr;
         }
+        // A photograph is a file of this machine: readline completes those by itself.
+        const bool isFile = words.size() == 4 && words[0] == "users" && words[1] == "photo";
+        rl_attempted_completion_over = isFile ? 0 : 1;
+        if (isFile)
+            return nullptr;
         only->completions_ = Completions(only->context_, words, text);
         return rl_completion_matches(text, NextCompletion);
     }
