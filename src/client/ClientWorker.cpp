@@ -3,6 +3,7 @@
 #include "base/Random.h"
 #include "base/SecondTimer.h"
 #include "base/Thread.h"
+#include "base/Wait.h"
 #include "data/DataManager.h"
 #include "protocol/Line.h"
 #include "protocol/SocketIo.h"
@@ -95,8 +96,11 @@ void ClientWorker::Process()
     char line[kLineSize];
     SecondTimer idle;
     while (!stop_.IsSet() && idle.Elapsed() <= kIdleSeconds) {
-        if (!RecvMessage(socket_.Get(), line, sizeof line))
+        if (!RecvMessage(socket_.Get(), line, sizeof line)) {
+            // A socket that has broken fails at once, every time.
+            PauseMillisecond();
             continue;
+        }
         idle = SecondTimer();
         Dispatch(line);
     }

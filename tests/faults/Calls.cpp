@@ -52,6 +52,15 @@ auto Real(const char *name)
     return real;
 }
 
+/// Whether the call that returns to `place` was made inside SQLite, which makes calls like the
+/// agent's own and looks for their failures elsewhere.
+bool IsFromSqlite(const void *place)
+{
+    Dl_info info = {};
+    return dladdr(place, &info) != 0 && info.dli_fname != nullptr &&
+           std::strstr(info.dli_fname, "libsqlite3") != nullptr;
+}
+
 bool BeginsWith(const char *text, const char *beginning)
 {
     return std::strncmp(text, beginning, std::strlen(beginning)) == 0;
@@ -242,7 +251,8 @@ int sqlite3_open(const char *path, sqlite3 **database)
 int sqlite3_prepare_v2(sqlite3 *database, const char *sql, int size, sqlite3_stmt **statement,
                        const char **tail)
 {
-    const int error = TakeError(Point::PrepareStatement);
+    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isOwn ? TakeError(Point::PrepareStatement) : 0;
     if (error == 0)
         return Real<&sqlite3_prepare_v2>("sqlite3_prepare_v2")(database, sql, size, statement,
                                                                tail);
@@ -252,7 +262,8 @@ int sqlite3_prepare_v2(sqlite3 *database, const char *sql, int size, sqlite3_stm
 
 int sqlite3_step(sqlite3_stmt *statement)
 {
-    const int error = TakeError(Point::StepStatement);
+    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isOwn ? TakeError(Point::StepStatement) : 0;
     return error != 0 ? error : Real<&sqlite3_step>("sqlite3_step")(statement);
 }
 

@@ -1,0 +1,543 @@
+// Calls of the operating system that fail in the middle of the agent's work: it answers as far as
+// it can, loses nothing, and serves in full as soon as they succeed again.
+
+#include "support/Faults.h"
+
+#include "cloud/CloudServer.h"
+#include "support/Agent.h"
+#include "support/DiscoveryProbe.h"
+#include "support/Files.h"
+#include "support/ManagementClient.h"
+#include "support/TestPanel.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+namespace {
+
+using faults::Point;
+
+constexpr char kBeat[] = "Heartbeat?";
+constexpr char kBeatAnswer[] = "HeartbeatResponse?Result=0";
+
+/// Which calls at a point fail, and how.
+struct Fault
+{
+    const char *Name;
+    Point At;
+    int Error;
+    std::uint32_t First = 1;
+    std::uint32_t Number = 1;
+    /// The message that tells of it, if any: its source and method, and its text.
+    const char *Source = "";
+    const char *Method = "";
+    const char *Message = "";
+};
+
+std::ostream &operator<<(std::ostream &out, const Fault &fault)
+{
+    return out << fault.Name;
+}
+
+std::string NameOf(const ::testing::TestParamInfo<Fault> &info)
+{
+    return std::string(info.param.Name) + "_" + std::to_string(info.param.First) +
+           (info.param.Number == 1 ? "" : "_" + std::to_string(info.param.Number) + "Times");
+}
+
+/// An agent that follows the orders of `faults_` from its first call on.
+class FaultTest : public ::testing::Test
+{
+protected:
+    explicit FaultTest(bool isLinked = false) : panel_({}, isLinked) {}
+
+    void StartAgent(bool isServing = true)
+    {
+        Agent::Options options = faults_.Preloaded();
+        options.WaitUntilServing = isServing;
+        agent_ = std::make_unique<Agent>(options);
+    }
+
+    void Order(const Fault &fault)
+    {
+        faults_.Fail(fault.At, fault.Error, fault.First, fault.Number);
+    }
+
+    /// Waits until the calls have failed that were to.
+    void ExpectFailed(const Fault &fault)
+    {
+        EXPECT_TRUE(WaitUntil([&] {
+            static_cast<void>(agent_->Log());
+            return faults_.Failed(fault.At) == fault.Number;
+        })) << faults_.Failed(fault.At);
+    }
+
+    void ExpectMessage(const Fault &fault)
+    {
+        EXPECT_TRUE(agent_->WaitForMessage(fault.Source, fault.Method, fault.Message));
+    }
+
+    /// Shows that a session and a probe get their answers.
+    void ExpectFullService()
+    {
+        ManagementClient client = LoggedIn();
+        EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+        EXPECT_EQ(client.Ask("SetUserInfo?UserNo=2&LastName=Served"),
+                  "SetUserInfoResponse?Result=0");
+        ExpectDiscovery();
+    }
+
+    /// Shows that probes are answered, once the responder has begun.
+    static void ExpectDiscovery()
+    {
+        EXPECT_TRUE(WaitUntil([] {
+            const DiscoveryProbe probe;
+            probe.Send("Scan?Key=7");
+            return probe.Receive(milliseconds(100))
+                       .value_or("")
+                       .rfind("ScanResponse?Result=0&Key=7&", 0) == 0;
+        }));
+    }
+
+    Faults faults_;
+    TestPanel panel_;
+    std::unique_ptr<Agent> agent_;
+};
+
+/// A fault of the start that the agent gets over by trying again.
+class FaultAtStart : public FaultTest, public ::testing::WithParamInterface<Fault>
+{};
+
+TEST_P(FaultAtStart, DelaysTheService)
+{
+    const Stopwatch watch;
+    Order(GetParam());
+    StartAgent();
+    ExpectFailed(GetParam());
+    // Discovery is what starts last.
+    ExpectDiscovery();
+    EXPECT_GT(watch.Seconds(), 3.0 * GetParam().Number);
+    if (GetParam().Message[0] != '\0')
+        ExpectMessage(GetParam());
+    ExpectFullService();
+    // Main, accept, reaper, discovery, and at most the session and a cloud link that ends at once.
+    EXPECT_TRUE(WaitUntil([this] { return agent_->Threads() <= 5; }));
+}
+
+constexpr char kConfig[] = "ConfigManager.cpp";
+constexpr char kListener[] = "ClientManager.cpp";
+constexpr char kLink[] = "ServerManager.cpp";
+constexpr char kScan[] = "ScanManager.cpp";
+constexpr char kNoThread[] = "pthread_create fail";
+constexpr char kNoDatabase[] = "sqlite3_open fail";
+constexpr int kCannotOpen = 14; ///< SQLite's codes
+constexpr int kInputOutput = 10;
+
+INSTANTIATE_TEST_SUITE_P(
+    Call, FaultAtStart,
+    ::testing::Values(
+        Fault{"Popen", Point::OpenPipe, EAGAIN}, Fault{"Popen", Point::OpenPipe, ENOMEM, 1, 2},
+        Fault{"SqliteOpen", Point::OpenDatabase, kCannotOpen, 1, 1, kConfig, "ReadServerInfo",
+              kNoDatabase},
+        Fault{"SqliteOpen", Point::OpenDatabase, kCannotOpen, 2, 1, kConfig, "ReadNetworkInfo",
+              kNoDatabase},
+        Fault{"SqliteExec", Point::ExecuteStatement, kInputOutput, 1, 1, kConfig, "ReadServerInfo",
+              "sqlite3_exec fail[10]"},
+        Fault{"SqlitePrepare", Point::PrepareStatement, kInputOutput, 1},
+        Fault{"SqlitePrepare", Point::PrepareStatement, kInputOutput, 2},
+        Fault{"SqliteStep", Point::StepStatement, kInputOutput, 1},
+        Fault{"SqliteStep", Point::StepStatement, kInputOutput, 2},
+        Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 1, 1, kListener, "Start", kNoThread},
+        Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 2, 1, kListener, "Start", kNoThread},
+        Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 3, 1, kLink, "Start", kNoThread},
+        Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 4, 1, kScan, "Start", kNoThread}),
+    NameOf);
+
+/// A fault that leaves the agent without a listener, as long as it runs.
+class FaultOfListener : public FaultTest, public ::testing::WithParamInterface<Fault>
+{};
+
+TEST_P(FaultOfListener, LeavesTheRestAtWork)
+{
+    Order(GetParam());
+    StartAgent(false);
+    ExpectFailed(GetParam());
+    ExpectMessage(GetParam());
+    EXPECT_TRUE(agent_->WaitForMessage(kListener, "Process", "OpenSocket fail"));
+    ExpectDiscovery();
+    EXPECT_EQ(agent_->CountInLog(", Port: 9000"), 0U);
+    EXPECT_EQ(agent_->End(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, FaultOfListener,
+                         ::testing::Values(Fault{"Socket", Point::StreamSocket, EMFILE, 1, 1,
+                                                 kListener, "OpenSocket", "socket fail"},
+                                           Fault{"Setsockopt", Point::ReuseAddress, EINVAL, 1, 1,
+                                                 kListener, "OpenSocket", "setsockopt fail"},
+                                           Fault{"Bind", Point::BindStream, EADDRINUSE, 1, 1,
+                                                 kListener, "OpenSocket", "bind fail"},
+                                           Fault{"Listen", Point::Listen, EADDRINUSE, 1, 1,
+                                                 kListener, "OpenSocket", "listen fail"}),
+                         NameOf);
+
+/// A fault of the discovery responder's sockets.
+class FaultOfDiscovery : public FaultTest, public ::testing::WithParamInterface<Fault>
+{};
+
+TEST_P(FaultOfDiscovery, IsTriedAgainEverySecond)
+{
+    Order(GetParam());
+    StartAgent();
+    ExpectFailed(GetParam());
+    ExpectMessage(GetParam());
+    ExpectFullService();
+    EXPECT_EQ(agent_->CountMessages(kScan, "OpenSocket", GetParam().Message), GetParam().Number);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Call, FaultOfDiscovery,
+    ::testing::Values(
+        Fault{"Socket", Point::DatagramSocket, EMFILE, 1, 1, kScan, "OpenSocket", "socket fail"},
+        Fault{"Socket", Point::DatagramSocket, EMFILE, 2, 1, kScan, "OpenSocket", "socket fail"},
+        Fault{"Socket", Point::DatagramSocket, ENOBUFS, 1, 3, kScan, "OpenSocket", "socket fail"},
+        Fault{"Setsockopt", Point::Broadcast, EINVAL, 1, 1, kScan, "OpenSocket", "setsockopt fail"},
+        Fault{"Setsockopt", Point::Broadcast, EINVAL, 2, 1, kScan, "OpenSocket", "setsockopt fail"},
+        Fault{"Bind", Point::BindDatagram, EADDRINUSE, 1, 2, kScan, "OpenSocket", "bind fail"}),
+    NameOf);
+
+TEST_F(FaultTest, OfAnAnswerToAProbeLosesOnlyThatAnswer)
+{
+    StartAgent();
+    const DiscoveryProbe probe;
+    EXPECT_EQ(probe.Ask("Scan?Key=1").rfind("ScanResponse?Result=0&Key=1&", 0), 0U);
+    faults_.Fail(Point::SendDatagram, ENETUNREACH);
+    probe.Send("Scan?Key=2");
+    probe.Send("Scan?Key=3");
+    EXPECT_EQ(probe.Receive().value_or("").rfind("ScanResponse?Result=0&Key=3&", 0), 0U);
+    EXPECT_EQ(faults_.Failed(Point::SendDatagram), 1U);
+}
+
+TEST_F(FaultTest, OfTheReceptionOfProbesOnlyDelaysThem)
+{
+    StartAgent();
+    faults_.Fail(Point::ReceiveDatagram, ENOMEM, 1, 2);
+    EXPECT_EQ(DiscoveryProbe().Ask("Scan?Key=4").rfind("ScanResponse?Result=0&Key=4&", 0), 0U);
+    EXPECT_EQ(faults_.Failed(Point::ReceiveDatagram), 2U);
+}
+
+/// Faults while a session is served.
+class SessionFault : public FaultTest
+{
+protected:
+    static constexpr std::size_t kThreads = 5;
+
+    SessionFault()
+    {
+        StartAgent();
+        client_ = std::make_unique<ManagementClient>(LoggedIn());
+        EXPECT_EQ(client_->Ask("GetUserInfo?UserNo=1").rfind("GetUserInfoResponse?Result=0", 0),
+                  0U);
+        // Main, accept, reaper, discovery and the session; the cloud link ends, it is off.
+        EXPECT_TRUE(WaitUntil([this] { return agent_->Threads() == kThreads; }));
+        descriptors_ = agent_->Descriptors();
+    }
+
+    /// Shows that nothing is left behind but the one session, which is in step.
+    ~SessionFault() override
+    {
+        EXPECT_EQ(client_->Ask(kBeat), kBeatAnswer);
+        EXPECT_TRUE(WaitUntil([this] {
+            static_cast<void>(client_->Ask(kBeat));
+            return agent_->Descriptors() == descriptors_ && agent_->Threads() == kThreads;
+        })) << agent_->Descriptors()
+            << " descriptors, " << agent_->Threads() << " threads";
+        // A session that has just had a line ends at once.
+        agent_->Signal(SIGTERM);
+        client_->SendLine(kBeat);
+    }
+
+    std::unique_ptr<ManagementClient> client_;
+
+private:
+    std::size_t descriptors_ = 0;
+};
+
+class FaultOfSession : public SessionFault, public ::testing::WithParamInterface<Fault>
+{};
+
+using Accept = FaultOfSession;
+
+TEST_P(Accept, IsTriedAgainEverySecond)
+{
+    Order(GetParam());
+    ManagementClient next;
+    const Stopwatch watch;
+    EXPECT_EQ(next.Ask("Hello?").rfind("HelloResponse?Result=0&Key=", 0), 0U);
+    ExpectFailed(GetParam());
+    // The first try may come at once.
+    EXPECT_GT(watch.Seconds(), GetParam().Number - 1.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, Accept,
+                         ::testing::Values(Fault{"OutOfDescriptors", Point::Accept, EMFILE},
+                                           Fault{"Aborted", Point::Accept, ECONNABORTED, 1, 2},
+                                           Fault{"Interrupted", Point::Accept, EINTR, 2},
+                                           Fault{"OutOfMemory", Point::Accept, ENOMEM, 1, 3}),
+                         NameOf);
+
+using SessionThread = FaultOfSession;
+
+TEST_P(SessionThread, IsMissedByItsOwnClientOnly)
+{
+    const std::uint32_t failing = GetParam().First;
+    Order(GetParam());
+    for (std::uint32_t number = 1; number <= failing + 1; ++number) {
+        ManagementClient next;
+        if (number == failing)
+            EXPECT_TRUE(next.IsClosedByPeer());
+        else
+            EXPECT_EQ(next.Ask("Hello?").rfind("HelloResponse?Result=0&Key=", 0), 0U);
+    }
+    ExpectFailed(GetParam());
+    ExpectMessage(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, SessionThread,
+                         ::testing::Values(Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 1, 1,
+                                                 "ClientWorker.cpp", "Start", kNoThread},
+                                           Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 2, 1,
+                                                 "ClientWorker.cpp", "Start", kNoThread}),
+                         NameOf);
+
+using Send = FaultOfSession;
+
+TEST_P(Send, LosesOneAnswerAndNoOther)
+{
+    Order(GetParam());
+    for (std::uint32_t number = 1; number <= GetParam().First + 1; ++number) {
+        client_->SendLine("GetThreatInfo?Level=" + std::to_string(number % 5));
+        if (number == GetParam().First)
+            ExpectFailed(GetParam());
+        else
+            EXPECT_EQ(client_->ReadLine().value_or("").rfind(
+                          "GetThreatInfoResponse?Result=0&Level=" + std::to_string(number % 5), 0),
+                      0U);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, Send,
+                         ::testing::Values(Fault{"Pipe", Point::Send, EPIPE, 1},
+                                           Fault{"Pipe", Point::Send, EPIPE, 2},
+                                           Fault{"Reset", Point::Send, ECONNRESET, 5},
+                                           Fault{"OutOfMemory", Point::Send, ENOMEM, 3}),
+                         NameOf);
+
+TEST_F(SessionFault, OfASocketThatTakesNothingYetIsWaitedFor)
+{
+    faults_.Fail(Point::Send, EAGAIN, 1, 100);
+    EXPECT_EQ(client_->Ask(kBeat), kBeatAnswer);
+    EXPECT_EQ(faults_.Failed(Point::Send), 100U);
+}
+
+TEST_F(SessionFault, OfTheReceptionLosesTheHalfLineThatCame)
+{
+    client_->Send("GetThreat");
+    // All of it has been read when nothing more comes.
+    faults_.Fail(Point::Receive, EAGAIN, 0, 0);
+    ASSERT_TRUE(WaitUntil([this] { return faults_.Calls(Point::Receive) > 100; }));
+    faults_.Fail(Point::Receive, EIO);
+    ASSERT_TRUE(WaitUntil([this] { return faults_.Failed(Point::Receive) == 1; }));
+    client_->SendLine("Level?");
+    EXPECT_TRUE(agent_->WaitForMessage("ClientWorker.cpp", "Process", "Invalid Message"));
+    EXPECT_EQ(client_->Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(SessionFault, OfTheReceptionForLongTakesNoProcessorTime)
+{
+    faults_.Fail(Point::Receive, EIO, 1, Faults::kAlways);
+    const double before = agent_->CpuSeconds();
+    EXPECT_TRUE(client_->IsSilent(seconds(4)));
+    EXPECT_LT(agent_->CpuSeconds() - before, 1.0);
+    faults_.Stop(Point::Receive);
+    EXPECT_EQ(client_->Ask(kBeat), kBeatAnswer);
+}
+
+TEST_F(SessionFault, OfTheReceptionForGoodEndsTheSessionAsASilentOne)
+{
+    ManagementClient other = LoggedIn();
+    faults_.Fail(Point::Receive, EIO, 1, Faults::kAlways);
+    EXPECT_TRUE(other.IsClosedByPeer(seconds(40)));
+    faults_.Stop(Point::Receive);
+    client_ = std::make_unique<ManagementClient>(LoggedIn());
+}
+
+TEST_F(SessionFault, OfTheCommandToolIsNoFailureOfTheCommand)
+{
+    const std::size_t calls = panel_.Calls().size();
+    for (std::uint32_t first = 1; first <= 2; ++first) {
+        faults_.Fail(Point::RunShell, EAGAIN, first, Faults::kAlways);
+        EXPECT_EQ(client_->Ask("SetAuxOutput?Port=1&Control=1"), "SetAuxOutputResponse?Result=0");
+        EXPECT_EQ(client_->Ask("SetThreatLevel?ThreatLevel=3"), "SetThreatLevelResponse?Result=0");
+    }
+    EXPECT_EQ(client_->Ask("SetDoorLock?Port=1&Control=1"), "SetDoorLockResponse?Result=0");
+    faults_.Stop(Point::RunShell);
+    EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "3");
+    // Only the very first call of the second round was made.
+    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({{"auxout", "1", "on"}}));
+    EXPECT_EQ(client_->Ask("SetAuxOutput?Port=1&Control=0"), "SetAuxOutputResponse?Result=0");
+    EXPECT_EQ(panel_.Calls(calls + 1),
+              std::vector<panel::Call>({{"auxout", "1", "off"}, AuditCall(11415)}));
+}
+
+using ImageFile = FaultOfSession;
+
+TEST_P(ImageFile, ThatCannotBeWrittenLeavesTheOldOne)
+{
+    const auto upload = [this](const std::string &bytes) {
+        client_->SendLine("SetUserImage?UserNo=1&FileName=user0001.jpg&Size=" +
+                          std::to_string(bytes.size()));
+        client_->Send(bytes);
+        return client_->ReadLine().value_or("(no answer)");
+    };
+    for (std::uint32_t number = 1; number < GetParam().First; ++number)
+        EXPECT_EQ(upload("an earlier one"), "SetUserImageResponse?Result=0");
+    const auto files = panel_.Files();
+    const auto rows = TestPanel::Dump(panel_.Paths().MainDatabase);
+    Order(Fault{GetParam().Name, GetParam().At, GetParam().Error});
+    EXPECT_EQ(upload(std::string(100000, 'x')), "SetUserImageResponse?Result=2");
+    EXPECT_EQ(faults_.Failed(GetParam().At), 1U);
+    ExpectMessage(GetParam());
+    EXPECT_TRUE(panel_.Files() == files);
+    EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), rows);
+    EXPECT_EQ(upload("the new one"), "SetUserImageResponse?Result=0");
+    EXPECT_EQ(client_->Ask("GetUserImage?UserNo=1"),
+              "GetUserImageResponse?Result=0&FileName=user0001.jpg&Size=11");
+    EXPECT_EQ(client_->ReadBytes(11), "the new one");
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, ImageFile,
+                         ::testing::Values(Fault{"Mkostemp", Point::MakeTemporary, EROFS, 1, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"},
+                                           Fault{"Write", Point::Write, ENOSPC, 1, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"},
+                                           Fault{"Write", Point::Write, EIO, 2, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"},
+                                           Fault{"Fsync", Point::Synchronise, EIO, 1, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"},
+                                           Fault{"Rename", Point::Rename, EIO, 1, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"},
+                                           Fault{"Rename", Point::Rename, ENOSPC, 3, 1,
+                                                 "ClientWorker.cpp", "SetUserImage", "fopen fail"}),
+                         NameOf);
+
+TEST_F(SessionFault, OfAPictureIsToldAndTheNextRequestServed)
+{
+    faults_.Fail(Point::OpenImage, EMFILE);
+    EXPECT_EQ(client_->Ask("GetUserImage?UserNo=1"), "GetUserImageResponse?Result=2");
+    EXPECT_TRUE(agent_->WaitForMessage("ClientWorker.cpp", "GetUserImage", "fopen fail"));
+    const std::string answer = client_->Ask("GetUserImage?UserNo=1");
+    EXPECT_EQ(answer.rfind("GetUserImageResponse?Result=0&FileName=user0001.jpg&Size=", 0), 0U);
+    static_cast<void>(client_->ReadBytes(std::stoul(answer.substr(answer.find("&Size=") + 6))));
+}
+
+/// Faults of the cloud link's exchanges.
+class FaultOfLink : public FaultTest, public ::testing::WithParamInterface<Fault>
+{
+protected:
+    FaultOfLink() : FaultTest(true) { NameHost("127.0.0.1", "cloud.nimbra.example"); }
+
+    [[nodiscard]] bool WaitForRequests(const std::string &word, std::size_t count)
+    {
+        return WaitUntil(
+            [&] {
+                static_cast<void>(agent_->Log());
+                return server_.Count(word) >= count;
+            },
+            seconds(60));
+    }
+
+    /// Nothing is open but the standard three, the listener and the two sockets of discovery.
+    [[nodiscard]] bool HasNoExchange() const { return agent_->Descriptors() == 6; }
+
+    cloud::CloudServer server_;
+};
+
+TEST_P(FaultOfLink, CostsHeartbeatsAndNotTheLink)
+{
+    StartAgent();
+    // From the report of the port on, all exchanges are heartbeats.
+    ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
+    ASSERT_TRUE(WaitUntil([this] { return HasNoExchange(); }));
+    Order(GetParam());
+    EXPECT_TRUE(WaitUntil([this] { return faults_.Failed(GetParam().At) == GetParam().Number; },
+                          seconds(60)));
+    if (GetParam().Message[0] != '\0') {
+        ExpectMessage(GetParam());
+        EXPECT_TRUE(agent_->WaitForMessage(kLink, "Process", "Heartbeat fail", GetParam().Number,
+                                           seconds(60)));
+    }
+    EXPECT_TRUE(WaitForRequests("HeartBeat?", server_.Count("HeartBeat?") + 2));
+    EXPECT_EQ(agent_->CountMessages(kLink, "Process", "Heartbeat fail"),
+              GetParam().Message[0] != '\0' ? GetParam().Number : 0U);
+    EXPECT_EQ(server_.Count("SetDeviceInfo?"), 2U);
+    EXPECT_TRUE(WaitUntil([this] { return HasNoExchange(); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Call, FaultOfLink,
+    ::testing::Values(
+        Fault{"Socket", Point::StreamSocket, EMFILE, 1, 1, kLink, "OpenSocket", "socket fail"},
+        Fault{"Socket", Point::StreamSocket, EMFILE, 1, 3, kLink, "HeartBeat", "OpenSocket fail"},
+        Fault{"Setsockopt", Point::ReuseAddress, ENOMEM, 1, 1, kLink, "OpenSocket",
+              "setsockopt fail"},
+        Fault{"Fcntl", Point::StatusFlags, EBADF, 1, 1, kLink, "OpenSocket", "fcntl fail"},
+        Fault{"Fcntl", Point::StatusFlags, EBADF, 2, 1, kLink, "OpenSocket", "fcntl fail"},
+        // Tried again every millisecond.
+        Fault{"Connect", Point::Connect, ENETUNREACH, 1, 20},
+        Fault{"Send", Point::Send, EPIPE, 1, 1, kLink, "HeartBeat", "SendMessage fail"},
+        Fault{"Send", Point::Send, EPIPE, 2, 1, kLink, "HeartBeat", "SendMessage fail"},
+        Fault{"Recv", Point::Receive, ECONNRESET, 1, 1, kLink, "HeartBeat", "RecvMessage fail"},
+        Fault{"Recv", Point::Receive, ECONNRESET, 2, 1, kLink, "HeartBeat", "RecvMessage fail"}),
+    NameOf);
+
+/// Faults of the times that the cloud link records.
+using FaultOfLinkTimes = FaultOfLink;
+
+TEST_P(FaultOfLinkTimes, AreLoggedAndTheLinkGoesOn)
+{
+    std::atomic<bool> isOrdered = false;
+    server_.SetAnswer([&](const std::string &request) {
+        // From the registration on, and not before.
+        if (!isOrdered.exchange(true))
+            Order(GetParam());
+        return server_.GoodAnswer(request);
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
+    ExpectFailed(GetParam());
+    ExpectMessage(GetParam());
+    EXPECT_EQ(panel_.Value("SELECT IFNULL(StartTime, 0) = 0 FROM Cloud"), "1");
+    EXPECT_EQ(panel_.Value("SELECT IFNULL(CheckTime, 0) = 0 FROM Cloud"), "0");
+    EXPECT_EQ(agent_->End(), 0);
+    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, FaultOfLinkTimes,
+                         ::testing::Values(Fault{"SqliteOpen", Point::OpenDatabase, kCannotOpen, 1,
+                                                 1, kConfig, "SetCommTime", kNoDatabase},
+                                           Fault{"SqliteExec", Point::ExecuteStatement,
+                                                 kInputOutput, 1, 1, kConfig, "SetCommTime",
+                                                 "sqlite3_exec fail"}),
+                         NameOf);
+
+} // namespace
+} // namespace nimbra::test
