@@ -270,7 +270,8 @@ int sqlite3_step(sqlite3_stmt *statement)
 int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int, char **, char **),
                  void *argument, char **message)
 {
-    const int error = TakeError(Point::ExecuteStatement);
+    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isOwn ? TakeError(Point::ExecuteStatement) : 0;
     return error != 0
                ? error
                : Real<&sqlite3_exec>("sqlite3_exec")(database, sql, callback, argument, message);
