@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include <strings.h>
@@ -24,6 +25,21 @@ namespace {
 bool IsDigest(const char *stored, const FixedText<64> &digest)
 {
     return strcasecmp(FixedText<68>(stored).Get(), digest.Get()) == 0;
+}
+
+/// Writes a row of the journal; false when that fails.
+bool Journal(Database &panel, std::int32_t sequence, const char *statement)
+{
+    try {
+        std::string insert = "INSERT INTO DBQueryInfo (Idseq, QueryData, DbKind) VALUES (" +
+                             std::to_string(sequence) + ", '";
+        for (const char *c = statement; *c != '\0'; ++c)
+            insert.append(*c == '\'' ? 2 : 1, *c);
+        insert += "', 1)";
+        return panel.Execute(insert.c_str()) == 0;
+    } catch (const std::bad_alloc &) {
+        return false; // the change itself has been made
+    }
 }
 
 /// One more than `number`; the panel's numbers wrap like its 32-bit columns.
@@ -85,20 +101,21 @@ void DataManager::AddDBQueryInfo(const char *statement)
         return;
     const std::int32_t sequence =
         Next(panel.FirstNumber(SqlText("SELECT MAX(Idseq) FROM DBQueryInfo")));
-    std::string insert = "INSERT INTO DBQueryInfo (Idseq, QueryData, DbKind) VALUES (" +
-                         std::to_string(sequence) + ", '";
-    for (const char *c = statement; *c != '\0'; ++c)
-        insert.append(*c == '\'' ? 2 : 1, *c);
-    insert += "', 1)";
-    if (panel.IsLocked() || panel.Execute(insert.c_str()) != 0)
+    if (panel.IsLocked() || !Journal(panel, sequence, statement))
         NIMBRA_LOG("sqlite3_exec fail");
 }
 
 void DataManager::WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName,
                                 int eventCode)
 {
-    RunCommand("/nimbra/sbin/nimbra-cgi log 1 " + ShellWord(address.View()) + " 0 " +
-               std::to_string(eventCode) + " 0 0 " + ShellWord(userName.View()) + " 0 0");
+    try {
+        const std::string line = "/nimbra/sbin/nimbra-cgi log 1 " + ShellWord(address.View()) +
+                                 " 0 " + std::to_string(eventCode) + " 0 0 " +
+                                 ShellWord(userName.View()) + " 0 0";
+        RunCommand(line.c_str());
+    } catch (const std::bad_alloc &) {
+        // What is to be noted has been done: it does not fail for want of the note.
+    }
 }
 
 bool DataManager::Change(Database &database, const SqlText &sql, CallPlace place)

@@ -6,7 +6,6 @@
 #include "data/SqlText.h"
 
 #include <iterator>
-#include <string>
 
 namespace nimbra {
 
@@ -14,6 +13,14 @@ namespace {
 
 /// The words of the command tool for a door, by the client's control value.
 constexpr const char *kDoorCommands[] = {"locked", "unlocked", "m_unlock"};
+
+/// Has the command tool do something to a door or an output.
+void RunTool(const char *thing, std::int32_t number, const char *what)
+{
+    FixedText<63> line;
+    line.Format("/nimbra/sbin/nimbra-cgi %s %d %s", thing, number, what);
+    RunCommand(line.Get());
+}
 
 // Both let go of the database before the lock state is read on a connection of its own: held on to,
 // it would keep out a change of another session, and that change the reading.
@@ -91,8 +98,7 @@ bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)
 bool DataManager::SetDoorLock(std::int32_t doorNo, std::int32_t control)
 {
     if (control >= 0 && control < static_cast<std::int32_t>(std::size(kDoorCommands)))
-        RunCommand("/nimbra/sbin/nimbra-cgi door " + std::to_string(doorNo) + " " +
-                   kDoorCommands[control]);
+        RunTool("door", doorNo, kDoorCommands[control]);
     PauseSeconds(1);
     return true;
 }
@@ -114,8 +120,7 @@ bool DataManager::GetAuxOutput(std::int32_t outputNo, std::int32_t *status)
 bool DataManager::SetAuxOutput(std::int32_t outputNo, std::int32_t control)
 {
     // Unlike a door, an output is not waited for; clients rely on the quick answer.
-    RunCommand("/nimbra/sbin/nimbra-cgi auxout " + std::to_string(outputNo) +
-               (control != 0 ? " on" : " off"));
+    RunTool("auxout", outputNo, control != 0 ? "on" : "off");
     return true;
 }
 

@@ -25,9 +25,9 @@ std::string ShellWord(std::string_view text)
     return word + "'";
 }
 
-void RunCommand(const std::string &line)
+void RunCommand(const char *line)
 {
-    [[maybe_unused]] const int status = std::system(line.c_str());
+    [[maybe_unused]] const int status = std::system(line);
 }
 
 } // namespace nimbra

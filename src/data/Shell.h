@@ -12,6 +12,6 @@ namespace nimbra {
 
 /// Runs a command line through the shell and waits for it; how it ends is of no interest. Any
 /// thread; the command inherits no descriptor but the standard ones.
-void RunCommand(const std::string &line);
+void RunCommand(const char *line);
 
 } // namespace nimbra

@@ -164,7 +164,7 @@ TEST(Shell, WaitsForTheCommand)
 {
     const TemporaryDirectory directory;
     const std::string file = directory.Path("done");
-    RunCommand("sleep 0.3; printf done > " + ShellWord(file));
+    RunCommand(("sleep 0.3; printf done > " + ShellWord(file)).c_str());
     EXPECT_EQ(test::ReadFile(file), "done");
 }
 
@@ -174,9 +174,9 @@ TEST(Shell, MindsNoFailureOfTheCommand)
     const std::string file = directory.Path("done");
     RunCommand("exit 7");
     RunCommand("kill -9 $$");
-    RunCommand(directory.Path("no-such-command") + " 2> /dev/null");
+    RunCommand((directory.Path("no-such-command") + " 2> /dev/null").c_str());
     RunCommand("");
-    RunCommand("printf done > " + ShellWord(file));
+    RunCommand(("printf done > " + ShellWord(file)).c_str());
     EXPECT_EQ(test::ReadFile(file), "done");
 }
 

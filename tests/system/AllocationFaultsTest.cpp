@@ -1,0 +1,157 @@
+// Every allocation of memory that a request leads to, failed in turn. Not for a sanitized agent,
+// whose allocator is the sanitizer's: its build leaves this file out.
+
+#include "support/Agent.h"
+#include "support/CommandTest.h"
+#include "support/Faults.h"
+#include "support/ManagementClient.h"
+#include "support/TestPanel.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using faults::Point;
+
+struct Sweep
+{
+    const char *Name;
+    const char *Request;
+    /// From one allocation that fails to the next one. Each of the last ones fails: they are the
+    /// agent's own, when the change has been made.
+    std::uint32_t Step = 1;
+};
+
+std::ostream &operator<<(std::ostream &out, const Sweep &sweep)
+{
+    return out << sweep.Name;
+}
+
+class Allocation : public ::testing::Test, public ::testing::WithParamInterface<Sweep>
+{
+protected:
+    static constexpr std::uint32_t kLastCalls = 25;
+    static constexpr char kSaved[] = "/tmp/saved.db";
+
+    Allocation() : agent_(faults_.Preloaded()), client_(LoggedIn())
+    {
+        fs::copy(panel_.Paths().MainDatabase, kSaved);
+        Ask(); // what is made once only is made
+        Restore();
+    }
+
+    ~Allocation() override
+    {
+        agent_.Signal(SIGTERM);
+        client_.SendLine("Heartbeat?");
+        static_cast<void>(client_.IsClosedByPeer());
+    }
+
+    /// Sends the request on a panel as it was at first; its answer, rows included.
+    std::vector<std::string> Ask()
+    {
+        Restore();
+        return client_.AskList(GetParam().Request);
+    }
+
+    void Restore() const
+    {
+        fs::remove(std::string(panel_.Paths().MainDatabase) + "-journal");
+        fs::copy(kSaved, panel_.Paths().MainDatabase, fs::copy_options::overwrite_existing);
+    }
+
+    /// The tables without the journal.
+    [[nodiscard]] std::vector<std::string> Tables() const
+    {
+        std::vector<std::string> tables;
+        for (const std::string &row : TestPanel::Dump(panel_.Paths().MainDatabase))
+            if (row.rfind("DBQueryInfo", 0) != 0)
+                tables.push_back(row);
+        return tables;
+    }
+
+    [[nodiscard]] std::size_t CountJournalFailures()
+    {
+        return agent_.CountMessages("DataManager.cpp", "AddDBQueryInfo", "sqlite3_exec fail") +
+               agent_.CountMessages("DataManager.cpp", "AddDBQueryInfo", "sqlite3_open fail");
+    }
+
+    Faults faults_;
+    TestPanel panel_;
+    Agent agent_;
+    ManagementClient client_;
+};
+
+TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
+{
+    const std::string command = CommandOf(GetParam().Request);
+    const std::vector<std::string> before = Tables();
+    faults_.Stop(Point::Allocate);
+    const std::vector<std::string> good = Ask();
+    const std::size_t calls = faults_.Calls(Point::Allocate);
+    const std::vector<std::string> after = Tables();
+    const std::vector<std::string> journal = panel_.Journal();
+    const std::size_t descriptors = agent_.Descriptors();
+    const std::size_t memory = agent_.ResidentKiB();
+    std::size_t hits = 0;
+    std::size_t failures = 0;
+    std::size_t told = 0;
+    std::uint32_t call = 1;
+    for (; !HasFailure(); call += call + kLastCalls < calls ? GetParam().Step : 1) {
+        SCOPED_TRACE("allocation " + std::to_string(call));
+        faults_.Fail(Point::Allocate, ENOMEM, call);
+        const std::vector<std::string> answer = Ask();
+        const bool isHit = faults_.Failed(Point::Allocate) > 0;
+        faults_.Stop(Point::Allocate);
+        if (!isHit)
+            break;
+        ++hits;
+        ASSERT_FALSE(answer.empty());
+        const bool isRefused = answer[0] == command + "Response?Result=1";
+        failures += isRefused ? 1U : 0U;
+        // A list may lack the rows that there was no memory for, never a part of a row.
+        if (!isRefused && answer != good) {
+            EXPECT_EQ(answer[0].rfind(command + "Response?Result=0&", 0), 0U) << answer[0];
+            ASSERT_LE(answer.size(), good.size());
+            for (std::size_t row = 1; row < answer.size(); ++row)
+                EXPECT_EQ(answer[row], good[row]);
+        }
+        EXPECT_TRUE(Tables() == (isRefused ? before : after)) << answer[0];
+        // A change that is not in the journal is told in the log.
+        const bool isTold = CountJournalFailures() > told;
+        EXPECT_TRUE(isRefused || isTold || panel_.Journal() == journal);
+        told = CountJournalFailures();
+    }
+    EXPECT_GT(hits, 0U);
+    EXPECT_EQ(Ask(), good);
+    EXPECT_TRUE(Tables() == after);
+    EXPECT_EQ(agent_.Descriptors(), descriptors);
+    EXPECT_LT(agent_.ResidentKiB(), memory + 4096);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Memory, Allocation,
+    ::testing::Values(Sweep{"OfLogin", "Login?Username=operator&Password=operate!1", 5},
+                      Sweep{"OfGet", "GetUserInfo?UserNo=1", 3},
+                      Sweep{"OfList", "GetUserInfoEx?Limit=5", 7},
+                      Sweep{"OfEvents", "GetEventLogEx?Limit=5", 11},
+                      Sweep{"OfAdd", "AddUserInfo?LastName=New", 7},
+                      Sweep{"OfAddCard", "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=New", 11},
+                      Sweep{"OfThreatLevel", "SetThreatLevel?ThreatLevel=4", 5},
+                      Sweep{"OfOutput", "SetAuxOutput?Port=1&Control=1"}),
+    [](const ::testing::TestParamInfo<Sweep> &sweep) { return std::string(sweep.param.Name); });
+
+} // namespace
+} // namespace nimbra::test
