@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -48,6 +49,15 @@ std::string Differs(const std::string &expected, const std::string &came)
 std::string NotALine(const std::string &line)
 {
     return "not a line of such an example: " + line + "\n";
+}
+
+/// `text` as one word for the shell.
+std::string InSingleQuotes(const std::string &text)
+{
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
 }
 
 /// Whether a line of a talk has a place in a conversation of the book.
@@ -174,6 +184,28 @@ std::string PlayPython(const Example &program, const Example &output)
         RunProgram({"env", "LC_ALL=C.UTF-8", "python3", "/tmp/example.py"});
     const bool isGood = result.Status == 0 && Matches(expected, result.Output);
     return isGood ? "" : Differs(expected, result.Output);
+}
+
+std::string PlayConsole(const Example &example)
+{
+    // Each command is shown before it runs, as a terminal would, and finds the status of the one
+    // before it.
+    std::string script = "cd /tmp\nexec 2>&1\n";
+    for (const std::string &line : example.Lines)
+        if (BeginsWith(line, "$ "))
+            script += "status=$?; printf '%s\\n' " + InSingleQuotes(line) + "; (exit $status)\n" +
+                      line.substr(2) + "\n";
+    const ProgramResult result = RunProgram(
+        {"env",
+         "PATH=" + std::filesystem::path(NIMBRACTL_PATH).parent_path().string() + ":/usr/bin:/bin",
+         "NIMBRA_HOST=192.168.77.10", "NIMBRA_USER=operator", "NIMBRA_PASSWORD=operate!1",
+         "HOME=/tmp", "sh", "-c", script});
+    std::istringstream output(result.Output);
+    std::string came;
+    for (const std::string &expected : example.Lines)
+        if (!std::getline(output, came) || !Matches(expected, came))
+            return Differs(expected, output ? came : "(nothing more)");
+    return std::getline(output, came) ? Differs("(nothing more)", came) : "";
 }
 
 CloudPlayer::CloudPlayer() : server_(ListenAt(kServerPort))

@@ -27,6 +27,11 @@ namespace nimbra::test {
 /// A Python program, and the lines that it must print.
 [[nodiscard]] std::string PlayPython(const Example &program, const Example &output);
 
+/// A terminal's window: "$ " is a command for the shell, in which nimbractl is the project's own
+/// and the panel and the user are named in the environment; the other lines are what must be
+/// printed, to standard output or error.
+[[nodiscard]] std::string PlayConsole(const Example &example);
+
 /// The cloud server's side of a conversation, and that of the relay which it orders the panel to
 /// call. Listens from its making on. One thread.
 class CloudPlayer

@@ -1,0 +1,81 @@
+// Every example of docs/nimbractl.md, played against the real agent.
+
+#include "support/AgentTest.h"
+#include "support/Book.h"
+#include "support/ExamplePlayer.h"
+#include "support/Files.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace nimbra::test {
+
+static void PrintTo(const Example &example, std::ostream *out)
+{
+    *out << "docs/nimbractl.md:" << example.Line;
+}
+
+namespace {
+
+const std::vector<Example> &Guide()
+{
+    static const std::vector<Example> guide = [] {
+        std::ifstream document(NIMBRA_GUIDE_PATH);
+        return ReadBook(document);
+    }();
+    return guide;
+}
+
+TEST(Guide, HasExamplesOfKnownKindsOnly)
+{
+    const std::set<std::string> known{"console", "cpp", "sh"};
+    for (const Example &example : Guide())
+        EXPECT_EQ(known.count(example.Fence), 1U) << ::testing::PrintToString(example);
+    EXPECT_FALSE(ExamplesOf(Guide(), "console").empty());
+}
+
+TEST(Guide, ShowsTheLibrarysExampleAsItIs)
+{
+    const std::vector<Example> programs = ExamplesOf(Guide(), "cpp");
+    ASSERT_EQ(programs.size(), 1U);
+    std::string shown;
+    for (const std::string &line : programs[0].Lines)
+        shown += line + "\n";
+    EXPECT_EQ(shown, ReadFile(NIMBRA_EXAMPLE_PATH));
+    EXPECT_LT(programs[0].Lines.size(), 40U);
+}
+
+class ConsolePlayer : public AgentTest
+{};
+
+class GuideExample : public ConsolePlayer, public ::testing::WithParamInterface<Example>
+{};
+
+TEST_P(GuideExample, GoesAsWritten)
+{
+    EXPECT_EQ(PlayConsole(GetParam()), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Guide, GuideExample, ::testing::ValuesIn(ExamplesOf(Guide(), "console")),
+                         [](const auto &test) { return test.param.Name; });
+
+TEST_F(ConsolePlayer, NoticesWhatIsNotAsWritten)
+{
+    const auto play = [](const std::vector<std::string> &lines) {
+        return PlayConsole({"console", "", "", 1, lines});
+    };
+    EXPECT_EQ(play({"$ nimbractl threat get", "ThreatLevel  *", "$ false", "$ echo 'a' $?", "a 1"}),
+              "");
+    EXPECT_NE(play({"$ nimbractl threat get", "ThreatLevel  2"}), "");
+    EXPECT_NE(play({"$ nimbractl threat get"}), "") << "a line too few";
+    EXPECT_NE(play({"$ nimbractl threat get", "*", "*"}), "") << "a line too many";
+}
+
+} // namespace
+
+} // namespace nimbra::test
