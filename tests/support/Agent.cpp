@@ -185,7 +185,12 @@ std::size_t Agent::Descriptors() const
 
 std::size_t Agent::Threads() const
 {
-    return StatusField(pid_, "Threads");
+#ifdef __SANITIZE_THREAD__
+    constexpr std::size_t kThreadsOfSanitizer = 1;
+#else
+    constexpr std::size_t kThreadsOfSanitizer = 0;
+#endif
+    return StatusField(pid_, "Threads") - kThreadsOfSanitizer;
 }
 
 std::size_t Agent::ResidentKiB() const

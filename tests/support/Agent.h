@@ -60,6 +60,7 @@ public:
 
     [[nodiscard]] pid_t Pid() const { return pid_; }
     [[nodiscard]] std::size_t Descriptors() const;
+    /// Those of the agent itself: without the one that ThreadSanitizer adds.
     [[nodiscard]] std::size_t Threads() const;
     [[nodiscard]] std::size_t ResidentKiB() const;
     /// Processor time used so far, user and system.

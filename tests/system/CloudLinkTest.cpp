@@ -81,6 +81,13 @@ protected:
             },
             limit);
     }
+    /// The thread of the link ends, and not only because the others have yet to start.
+    void ExpectNoLink() const
+    {
+        std::this_thread::sleep_for(seconds(3));
+        EXPECT_TRUE(WaitUntil([this] { return agent->Threads() == kThreadsWithoutLink; }));
+        EXPECT_TRUE(server->Requests().empty());
+    }
     [[nodiscard]] long CloudTime(const std::string &column) const
     {
         return std::stol(panel.Value("SELECT IFNULL(" + column + ", 0) FROM Cloud"));
@@ -431,8 +438,7 @@ TEST_F(CloudLink, NeverConnectsWhenItIsDisabled)
     panel.Run("UPDATE Cloud SET Enabled=0");
     StartServer();
     StartAgent();
-    EXPECT_TRUE(WaitUntil([this] { return agent->Threads() == kThreadsWithoutLink; }));
-    EXPECT_TRUE(server->Requests().empty());
+    ExpectNoLink();
 }
 
 TEST_F(CloudLink, NeverConnectsForAPanelOfUnknownModel)
@@ -440,8 +446,7 @@ TEST_F(CloudLink, NeverConnectsForAPanelOfUnknownModel)
     TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET Model=5");
     StartServer();
     StartAgent();
-    EXPECT_TRUE(WaitUntil([this] { return agent->Threads() == kThreadsWithoutLink; }));
-    EXPECT_TRUE(server->Requests().empty());
+    ExpectNoLink();
 }
 
 TEST_F(CloudLink, FindsAServerThatAppearsLater)
