@@ -2,8 +2,8 @@
 add_library(nimbra_flags INTERFACE)
 target_compile_options(nimbra_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
-    -Wcast-align -Wcast-qual -Wold-style-cast -Woverloaded-virtual -Wnon-virtual-dtor
-    -Wimplicit-fallthrough -Wdouble-promotion -Wswitch-enum
+    -Wcast-align -Wcast-qual -Wimplicit-fallthrough -Wdouble-promotion -Wswitch-enum
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Woverloaded-virtual;-Wnon-virtual-dtor>
     $<$<BOOL:${NIMBRA_WERROR}>:-Werror>)
 # 64-bit files and times on 32-bit boards too: dates after 2038 are computed alike everywhere.
 target_compile_definitions(nimbra_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace nimbra::bench {
+
+/// A connection to a server under measurement. Every failure, a server that is silent for 20
+/// seconds too, throws std::runtime_error.
+class Client
+{
+public:
+    /// Connects; tries again while the server does not listen yet, or has its queue full.
+    explicit Client(int port);
+    ~Client();
+    Client(Client &&other) noexcept;
+    Client(const Client &) = delete;
+    Client &operator=(Client &&other) noexcept;
+
+    [[nodiscard]] int Descriptor() const { return socket_; }
+
+    void Send(const std::string &text);
+    /// Reads one line; without its line feed.
+    [[nodiscard]] std::string ReadLine();
+    [[nodiscard]] std::string Ask(const std::string &request);
+    /// Says hello and logs in as the controller.
+    void LogIn();
+
+    /// Sends the request and reads its answer to the end: the lines of a list are as many as its
+    /// header says. Returns the whole answer.
+    [[nodiscard]] std::string AskAll(const std::string &request);
+    /// Sends the request `count` times without waiting for answers, and meanwhile reads and drops
+    /// `lines` lines.
+    void Flood(const std::string &request, int count, std::size_t lines);
+
+private:
+    /// Waits until bytes can be read; sends from `pending` what goes meanwhile.
+    void Wait(std::string *pending, std::size_t *sent);
+
+    int socket_ = -1;
+    std::string received_;
+};
+
+} // namespace nimbra::bench
