@@ -4,43 +4,33 @@
 #include "panel/Sqlite.h"
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
 #include <thread>
 
 namespace nimbra::bench {
 
-namespace {
-
-/// Waits until the server has started all threads that it has without a session.
-std::set<int> SettledThreads(const Server &server)
+void Station::LogIn()
 {
-    std::set<int> threads;
-    for (int quiet = 0; quiet < 10; ++quiet) {
-        Sleep(0.02);
-        const std::set<int> now = server.Threads();
-        if (now != threads || now.size() < 2)
-            quiet = 0;
-        threads = now;
-    }
-    return threads;
+    Asking.LogIn();
+    thread_ = FindThread();
 }
 
-} // namespace
-
-Station::Station(const Side &side) : Running(side), Asking(side.Port), thread_(0)
+int Station::FindThread()
 {
-    // The first connection shows that the server is up; what is measured is the session of the
-    // second, which is the only thread that is new.
-    static_cast<void>(Asking.Ask("Hello?\n"));
-    const std::set<int> before = SettledThreads(Running);
-    Asking = Client(side.Port);
-    Asking.LogIn();
-    const std::set<int> after = Running.Threads();
-    const auto isNew = [&before](int thread) { return before.count(thread) == 0; };
-    const auto found = std::find_if(after.begin(), after.end(), isNew);
-    if (std::count_if(after.begin(), after.end(), isNew) != 1)
-        throw std::runtime_error("the thread of a session cannot be told from others");
-    thread_ = *found;
+    // The session's thread is the one that works while requests are served; the others do no more
+    // than wake up now and then.
+    constexpr int kHeartbeats = 500;
+    std::map<int, double> before;
+    for (const int thread : Running.Threads())
+        before[thread] = Running.ProcessorTime(thread);
+    Asking.Flood("Heartbeat?\n", kHeartbeats, kHeartbeats);
+    Sleep(0.003);
+    const auto hasWorkedLess = [this](const auto &a, const auto &b) {
+        return Running.ProcessorTime(a.first) - a.second <
+               Running.ProcessorTime(b.first) - b.second;
+    };
+    return std::max_element(before.begin(), before.end(), hasWorkedLess)->first;
 }
 
 double Station::CostOf(const std::string &request, int count, std::size_t lines)
@@ -49,7 +39,16 @@ double Station::CostOf(const std::string &request, int count, std::size_t lines)
     Asking.Flood(request, count, lines * static_cast<std::size_t>(count));
     // The time of a thread is brought up to date when it pauses.
     Sleep(0.003);
-    return (Running.ProcessorTime(thread_) - before) / count * 1e6;
+    const double after = Running.ProcessorTime(thread_);
+    if (after <= before)
+        throw std::runtime_error("the session under measurement has ended");
+    return (after - before) / count * 1e6;
+}
+
+Pair::Pair(const Plan &plan) : stations_{Station(plan.Agent), Station(plan.Floor)}
+{
+    for (Station &station : stations_)
+        station.LogIn();
 }
 
 void Pair::KeepAlive()

@@ -10,29 +10,34 @@
 
 namespace nimbra::bench {
 
-/// A server with one client that has logged in.
+/// A server with one client.
 class Station
 {
 public:
-    explicit Station(const Side &side);
+    /// Starts the server and connects; the server need not have accepted yet.
+    explicit Station(const Side &side) : Running(side), Asking(side.Port) {}
 
-    Server Running;
-    Client Asking;
+    void LogIn();
 
     /// Processor time that a request costs the session's thread, in microseconds: measured over
     /// `count` requests that are sent back to back, each answered with `lines` lines.
     [[nodiscard]] double CostOf(const std::string &request, int count, std::size_t lines);
 
+    Server Running;
+    Client Asking;
+
 private:
-    int thread_;
+    [[nodiscard]] int FindThread();
+
+    int thread_ = 0;
 };
 
-/// The agent and the floor on the same panel, each with a client. While one is measured, the other
-/// does no more than look for a request each millisecond.
+/// The agent and the floor on the same panel, each with a client that has logged in. While one is
+/// measured, the other does no more than look for a request each millisecond.
 class Pair
 {
 public:
-    explicit Pair(const Plan &plan) : stations_{Station(plan.Agent), Station(plan.Floor)} {}
+    explicit Pair(const Plan &plan);
 
     /// Calls `measure(isAgent, station)` for both sides in each round; they take turns in being
     /// first. Neither session is left alone for longer than it lives.

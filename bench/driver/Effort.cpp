@@ -40,8 +40,8 @@ const Effort kTiny = {.MethodRounds = 1,
                       .SessionRounds = 1,
                       .LoadSeconds = 0.05,
                       .IdleSeconds = 0.1,
-                      .LoadSessions = {1, 2},
+                      .LoadSessions = {1},
                       .IdleSessions = {1, 2},
-                      .TableRows = {100, 200}};
+                      .TableRows = {100}};
 
 } // namespace nimbra::bench

@@ -27,7 +27,8 @@ public:
     [[nodiscard]] int Port() const { return port_; }
     /// The ids of its threads.
     [[nodiscard]] std::set<int> Threads() const;
-    /// Processor time of one thread, or of all that are alive, in seconds; user and system.
+    /// Processor time of one thread, or of all that are alive, in seconds; user and system. 0 for
+    /// a thread that has ended.
     [[nodiscard]] double ProcessorTime(int thread) const;
     [[nodiscard]] double ProcessorTime() const;
     /// Memory that is its own and resident, in KiB.

@@ -47,10 +47,19 @@ enum
     ThreadStack = 256 * 1024
 };
 
+/* Whole seconds of the clock since `start`, which begins anew when the clock was set back. */
+static time_t Elapsed(time_t *start)
+{
+    const time_t now = time(NULL);
+    if (now < *start)
+        *start = now;
+    return now - *start;
+}
+
 static bool Receive(int socket, char *line)
 {
-    const time_t end = time(NULL) + TransferSeconds;
-    for (size_t count = 0; count < LineSize && time(NULL) < end;) {
+    time_t start = time(NULL);
+    for (size_t count = 0; count < LineSize && Elapsed(&start) < TransferSeconds;) {
         if (recv(socket, line + count, 1, MSG_DONTWAIT) != 1)
             usleep(1000);
         else if (line[count] == '\n') {
@@ -64,8 +73,8 @@ static bool Receive(int socket, char *line)
 
 static void Send(int socket, const char *bytes, size_t count)
 {
-    const time_t end = time(NULL) + TransferSeconds;
-    while (count > 0 && time(NULL) < end) {
+    time_t start = time(NULL);
+    while (count > 0 && Elapsed(&start) < TransferSeconds) {
         const ssize_t sent = send(socket, bytes, count, MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent < 1) {
             usleep(1000);
@@ -306,11 +315,11 @@ static void *RunSession(void *argument)
 {
     Session *session = argument;
     char line[LineSize];
-    time_t idleEnd = time(NULL) + IdleSeconds;
-    while (time(NULL) <= idleEnd) {
+    time_t last = time(NULL);
+    while (Elapsed(&last) <= IdleSeconds) {
         if (!Receive(session->Socket, line))
             continue;
-        idleEnd = time(NULL) + IdleSeconds;
+        last = time(NULL);
         Serve(session->Socket, line);
     }
     session->HasEnded = true;
