@@ -1,0 +1,250 @@
+#include "fuzz/Commands.h"
+
+#include "fuzz/MessageModel.h"
+#include "fuzz/ValueModel.h"
+
+#include <algorithm>
+
+namespace nimbra::fuzz {
+
+namespace {
+
+using Kind = Key::Kind;
+
+constexpr std::size_t kCommandsBeforeLogin = 2;
+
+Key Text(const char *name, std::size_t size)
+{
+    return {name, Kind::Text, size};
+}
+
+Key Required(Key key)
+{
+    key.IsRequired = true;
+    return key;
+}
+
+/// A list's keys with those of its page.
+std::vector<Key> Paged(std::vector<Key> keys)
+{
+    keys.push_back({"Offset"});
+    keys.push_back({"Limit"});
+    return keys;
+}
+
+std::vector<Key> UserKeys()
+{
+    return {Text("FirstName", 32),
+            Text("MiddleName", 32),
+            Text("LastName", 32),
+            Text("PhoneNumber", 32),
+            Text("CellPhone", 32),
+            Text("Email", 32),
+            {"Ada"},
+            {"Exempt"},
+            {"ThreatLevel"}};
+}
+
+std::vector<Key> NewUserKeys()
+{
+    std::vector<Key> keys = UserKeys();
+    keys[2].IsRequired = true;
+    return keys;
+}
+
+std::vector<Key> CardKeys()
+{
+    return {Required({"UserNo"}), Required({"FormatNo"}),  Required(Text("CardNumber", 32)),
+            {"KeyNumber"},        {"CardStatus"},          {"CardType"},
+            {"NeverExpire"},      {"ActDate", Kind::Date}, {"ExpDate", Kind::Date}};
+}
+
+std::vector<Key> With(Key key, std::vector<Key> keys)
+{
+    keys.push_back(key);
+    return keys;
+}
+
+constexpr char kList[] = "&Total=%d&Offset=%d&Count=%d";
+constexpr char kStatus[] = "&Status=%d";
+constexpr char kVideo[] = "&Name=%s&Type=%d&Address=%s&Port=%d&Username=%s&Password=%s&Channel=%d"
+                          "&Url=\"rtsp://%s\"";
+constexpr char kEvent[] = "&EventNo=%d&EventTime=%s&DeviceType=%d&DevicePort=%d&DeviceName=%s"
+                          "&EventCode=%d&EventDesc=%s&CardNo=%d&UserNo=%d&UserName=%s&VideoTag=%d";
+constexpr char kUser[] = "&UserNo=%d&FirstName=%s&MiddleName=%s&LastName=%s&PhoneNumber=%s"
+                         "&CellPhone=%s&Email=%s&Ada=%d&Exempt=%d&ThreatLevel=%d";
+constexpr char kFormat[] = "&FormatNo=%d&Name=%s&Default=%d";
+constexpr char kCard[] = "&CardNo=%d&UserNo=%d&FormatNo=%d&FormatName=%s&CardNumber=%s"
+                         "&KeyNumber=%d&CardStatus=%d&CardType=%d&NeverExpire=%d&ActDate=%s"
+                         "&ExpDate=%s";
+constexpr char kDoor[] = "&DoorNo=%d&Name=%s&Status=%d";
+constexpr char kCode[] = "&Code=%d&Desc=%s";
+constexpr char kThreat[] = "&Level=%d&Desc=%s";
+
+/// A row is what a single answer says, without the "&" that leads it there.
+constexpr const char *AsRow(const char *answer)
+{
+    return answer + 1;
+}
+
+std::vector<Command> MakeCommands()
+{
+    return {
+        {"Hello", {}, 0, {}, "&Key=%d"},
+        {"Login", {}, 0, {Text("Username", 32), Text("Password", 68)}, "", nullptr, 15107},
+        {"Heartbeat", {}, 0, {}},
+        {"SetEvent", {}, 0, {{"Enable"}}},
+        {"GetEventLog", {}, 0, {{"EventNo"}}, kEvent},
+        {"GetEventLogEx",
+         {},
+         0,
+         Paged({{"EventNo"},
+                {"FromTime", Kind::Time},
+                {"ToTime", Kind::Time},
+                {"DeviceType"},
+                {"DevicePort"},
+                Text("DeviceName", 32),
+                {"EventCode"},
+                Text("EventDesc", 64),
+                {"CardNo"},
+                {"UserNo"},
+                Text("UserName", 32),
+                {"VideoTag"}}),
+         kList,
+         AsRow(kEvent)},
+        {"GetEventCode", {}, 0, {{"Code"}}, kCode},
+        {"GetEventCodeEx", {}, 0, Paged({{"Code"}, Text("Desc", 64)}), kList, AsRow(kCode)},
+        {"GetLiveVideoInfo", {}, 0, {{"DoorNo"}}, kVideo},
+        {"GetPlayVideoInfo", {}, 0, {{"VideoTag"}, {"EventTime", Kind::Time}}, kVideo},
+        {"GetDoorInfo", AuthDoors, kView, {{"DoorNo"}}, kDoor},
+        {"GetDoorInfoEx", AuthDoors, kView, Paged({{"DoorNo"}, Text("Name", 32)}), kList,
+         AsRow(kDoor)},
+        {"GetUserInfo", AuthUsers, kView, {{"UserNo"}}, kUser},
+        {"GetUserInfoEx", AuthUsers, kView, Paged(With({"UserNo"}, UserKeys())), kList,
+         AsRow(kUser)},
+        {"SetUserInfo", AuthUsers, kChange, With(Required({"UserNo"}), NewUserKeys()), "", nullptr,
+         10303},
+        {"AddUserInfo", AuthUsers, kAdd, NewUserKeys(), "", nullptr, 10301},
+        {"DelUserInfo", AuthUsers, kChange, {{"UserNo"}}, "", nullptr, 10302},
+        {"GetUserImage", AuthUsers, kView, {{"UserNo"}}, "&FileName=%s&Size=%d"},
+        {"SetUserImage",
+         AuthUsers,
+         kChange,
+         {{"UserNo"}, Text("FileName", 1024), {"Size"}},
+         "",
+         nullptr,
+         10303},
+        {"GetCardFormat", AuthCardFormats, kView, {{"FormatNo"}}, kFormat},
+        {"GetCardFormatEx", AuthCardFormats, kView, Paged({}), kList, AsRow(kFormat)},
+        {"GetCardInfo", AuthCards, kView, {{"CardNo"}}, kCard},
+        {"GetCardInfoEx", AuthCards, kView, Paged({{"UserNo"}}), kList, AsRow(kCard)},
+        {"SetCardInfo", AuthCards, kChange, With(Required({"CardNo"}), CardKeys()), "", nullptr,
+         10403},
+        {"AddCardInfo", AuthCards, kAdd, CardKeys(), "", nullptr, 10401},
+        {"DelCardInfo", AuthCards, kChange, {{"CardNo"}}, "", nullptr, 10402},
+        {"GetAccessLevel",
+         AuthAccessLevels,
+         kView,
+         {{"SelectType"}, {"LevelNo"}},
+         "&LevelNo=%d&Name=%s"},
+        {"GetAccessLevelEx", AuthAccessLevels, kView, Paged({{"SelectType"}}), kList,
+         "SelectType=%d&LevelNo=%d&Name=%s"},
+        {"GetCardAccessLevel", AuthCards, kView, {{"CardNo"}}, "&SelectType=%d&AccessLevelNo=%s"},
+        {"SetCardAccessLevel",
+         AuthCards,
+         kChange,
+         {{"CardNo"}, {"SelectType"}, Text("AccessLevelNo", 1024)},
+         "",
+         nullptr,
+         10403},
+        {"GetThreatInfo", AuthThreatInfo, kView, {{"Level"}}, kThreat},
+        {"GetThreatInfoEx", AuthThreatInfo, kView, Paged({}), kList, AsRow(kThreat)},
+        {"GetDoorLock", AuthDoorLock, kView, {{"Port"}}, kStatus},
+        {"SetDoorLock", AuthDoorLock, kChange, {{"Port"}, {"Control"}}, "", nullptr, 11212},
+        {"GetAuxOutput", AuthAuxOutput, kView, {{"Port"}}, kStatus},
+        {"SetAuxOutput", AuthAuxOutput, kChange, {{"Port"}, {"Control"}}, "", nullptr, 11415},
+        {"GetThreatLevel", AuthThreatLevel, kView, {}, "&ThreatLevel=%d"},
+        {"SetThreatLevel", AuthThreatLevel, kChange, {{"ThreatLevel"}}, "", nullptr, 10803},
+    };
+}
+
+std::string FieldText(const Key &key, const std::string &value)
+{
+    const auto inSeconds = [](const ModelTime &time) {
+        return time.IsCertain ? std::to_string(time.Seconds) : kAnything;
+    };
+    switch (key.Is) {
+    case Kind::Text:
+        return value.substr(0, key.Size);
+    case Kind::Date:
+        return inSeconds(DateIn(value));
+    case Kind::Time:
+        return inSeconds(TimeIn(value));
+    case Kind::Number:
+        break;
+    }
+    return std::to_string(NumberIn(value));
+}
+
+} // namespace
+
+std::span<const Command> Commands()
+{
+    static const auto *const commands = new std::vector<Command>(MakeCommands());
+    return *commands;
+}
+
+const Command *FindCommand(std::string_view line, bool isLoggedIn)
+{
+    const std::string_view text = line.substr(0, line.find('\0'));
+    for (const Command &command :
+         Commands().first(isLoggedIn ? Commands().size() : kCommandsBeforeLogin))
+        if (Contains(text, std::string(command.Name) + "?"))
+            return &command;
+    return nullptr;
+}
+
+Fields FieldsOf(const Command &command, std::string_view line)
+{
+    Fields fields;
+    for (const Key &key : command.Keys)
+        fields[key.Name] = key.Is == Kind::Text ? "" : "0";
+    for (const Message::Pair &pair : ReadMessage(line).Pairs)
+        for (const Key &key : command.Keys)
+            if (IsSame(pair.Key, key.Name))
+                fields[key.Name] = FieldText(key, pair.Value);
+    return fields;
+}
+
+bool IsIncomplete(const Command &command, const Fields &fields)
+{
+    return std::any_of(command.Keys.begin(), command.Keys.end(), [&fields](const Key &key) {
+        const std::string &value = fields.at(key.Name);
+        return key.IsRequired && (key.Is == Kind::Text ? value.empty() : value == "0");
+    });
+}
+
+bool HasForm(std::string_view text, std::string_view form)
+{
+    for (;;) {
+        const std::size_t mark = form.find('%');
+        if (text.substr(0, mark) != form.substr(0, mark))
+            return false;
+        if (mark == std::string_view::npos)
+            return true;
+        const bool isNumber = form[mark + 1] == 'd';
+        text.remove_prefix(mark);
+        form.remove_prefix(mark + 2);
+        // A value ends where the form's next words stand.
+        const std::string_view next = form.substr(0, form.find('%'));
+        const std::size_t length = next.empty() ? text.size() : text.find(next);
+        if (length == std::string_view::npos)
+            return false;
+        const std::string value(text.substr(0, length));
+        if (isNumber && std::to_string(NumberIn(value)) != value)
+            return false;
+        text.remove_prefix(length);
+    }
+}
+
+} // namespace nimbra::fuzz

@@ -1,0 +1,137 @@
+#include "fuzz/Conversation.h"
+
+#include "base/Descriptor.h"
+#include "client/ClientWorker.h"
+#include "fuzz/Finding.h"
+#include "fuzz/MessageModel.h"
+#include "fuzz/ValueModel.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <sys/socket.h>
+
+namespace nimbra::fuzz {
+
+namespace {
+
+/// A line's bound, its line feed included.
+constexpr std::size_t kLongestLine = 1024;
+
+/// The number behind the last of a name in a text.
+std::size_t NumberOf(std::string_view name, std::string_view text)
+{
+    return static_cast<std::size_t>(NumberIn(text.substr(text.rfind(name) + name.size())));
+}
+
+/// Judges the answer to a command; its result.
+int Judge(const Command &command, std::string_view answer)
+{
+    const std::string lead = std::string(command.Name) + "Response?Result=";
+    Require(!answer.empty(), lead + ": no answer");
+    const std::size_t end = answer.find('\n');
+    Require(end != std::string_view::npos, lead + ": an answer without a line feed");
+    std::string_view first = answer.substr(0, end);
+    std::string_view rest = answer.substr(end + 1);
+    for (const int failure : {1, 2, 3, 9})
+        if (first == lead + std::to_string(failure) && rest.empty())
+            return failure;
+    if (!HasForm(first, lead + "0" + command.Answer))
+        Report("form of an answer", lead + "0" + command.Answer, first);
+    if (command.Row != nullptr) {
+        for (std::size_t count = NumberOf("Count=", first); count > 0; --count) {
+            const std::size_t rowEnd = rest.find('\n');
+            Require(rowEnd < kLongestLine, "a row that is missing or too long");
+            if (!HasForm(rest.substr(0, rowEnd), command.Row))
+                Report("form of a row", command.Row, rest.substr(0, rowEnd));
+            rest.remove_prefix(rowEnd + 1);
+        }
+    } else if (IsSame(command.Name, "GetUserImage")) {
+        const std::size_t size = NumberOf("Size=", first);
+        Require(rest.size() >= size, "an image that is cut short");
+        rest.remove_prefix(size);
+    }
+    RequireEqual("behind the answer", "", rest);
+    return 0;
+}
+
+} // namespace
+
+void Conversation::Hold(std::string_view input, const std::string &address)
+{
+    rest_ = input;
+    int ends[2];
+    Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "socketpair");
+    const Descriptor ours(ends[0]);
+    socket_ = ends[0];
+    ClientWorker session;
+    session.Start(Descriptor(ends[1]), address.c_str(), 40000);
+    Require(!session.IsRunning() && rest_.empty() && !isOpen_,
+            "the session has ended before its client");
+}
+
+bool Conversation::OnMillisecond()
+{
+    if (Listen())
+        return true;
+    if (isUploading_ && heard_.empty())
+        return Upload();
+    if (isOpen_)
+        Conclude();
+    return Speak();
+}
+
+bool Conversation::Listen()
+{
+    char bytes[65536];
+    const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
+    heard_.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return count > 0;
+}
+
+bool Conversation::Speak()
+{
+    if (rest_.empty())
+        return false;
+    const std::size_t end = rest_.find('\n');
+    const bool isWhole = end < kLongestLine;
+    said_ = rest_.substr(0, isWhole ? end : kLongestLine);
+    // A line that is too long, or never ends, is none.
+    command_ = isWhole ? FindCommand(said_, isLoggedIn_) : nullptr;
+    fields_ = command_ == nullptr ? Fields() : FieldsOf(*command_, said_);
+    isUploading_ = fields_.count("Size") != 0 && NumberIn(fields_["Size"]) > 0;
+    upload_.clear();
+    isOpen_ = true;
+    Say(said_.size() + (isWhole ? 1 : 0));
+    return true;
+}
+
+bool Conversation::Upload()
+{
+    const auto size = static_cast<std::size_t>(NumberIn(fields_["Size"]));
+    const std::size_t count = std::min(size - upload_.size(), rest_.size());
+    upload_ += rest_.substr(0, count);
+    Say(count);
+    return count > 0;
+}
+
+void Conversation::Say(std::size_t count)
+{
+    Require(send(socket_, rest_.data(), count, MSG_DONTWAIT) == static_cast<ssize_t>(count),
+            "send");
+    rest_.remove_prefix(count);
+}
+
+void Conversation::Conclude()
+{
+    isOpen_ = false;
+    isUploading_ = false;
+    const std::string answer = std::exchange(heard_, "");
+    if (command_ == nullptr)
+        return RequireEqual("answer to no command", "", answer);
+    const int result = Judge(*command_, answer);
+    isLoggedIn_ = isLoggedIn_ || (IsSame(command_->Name, "Login") && result == 0);
+    OnAnswered({said_, command_, fields_, upload_, result, answer});
+}
+
+} // namespace nimbra::fuzz

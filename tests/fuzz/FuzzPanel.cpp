@@ -1,0 +1,194 @@
+#include "fuzz/FuzzPanel.h"
+
+#include "fuzz/Finding.h"
+#include "panel/SamplePanel.h"
+#include "panel/Sqlite.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+namespace nimbra::fuzz {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The tables that requests change and the journal tells of.
+constexpr std::array<std::string_view, 3> kJournalled{"User", "Card", "CardAccessLevel"};
+/// Others that requests change.
+constexpr std::array<std::string_view, 2> kOthers{"DBQueryInfo", "Threat"};
+
+template <class List>
+bool IsIn(std::string_view name, const List &list)
+{
+    return std::find(list.begin(), list.end(), name) != list.end();
+}
+
+void WriteWhole(const fs::path &file, const std::string &bytes)
+{
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    stream << bytes << std::flush;
+    Require(stream.good(), file.string() + ": cannot be written");
+}
+
+std::vector<std::string> Column(panel::SqliteFile &database, const std::string &sql)
+{
+    std::vector<std::string> values;
+    panel::SqliteStatement statement(database, sql);
+    while (statement.Step())
+        values.push_back(statement.Row().at(0));
+    return values;
+}
+
+/// Every table by its name: its making and its rows, as texts that tell each value and its type.
+std::map<std::string, std::string> Tables(const fs::path &file)
+{
+    panel::SqliteFile database(file);
+    std::map<std::string, std::string> tables;
+    for (const std::string &name :
+         Column(database, "SELECT name FROM sqlite_master WHERE type='table'")) {
+        std::string row;
+        for (const std::string &column :
+             Column(database, "SELECT name FROM pragma_table_info('" + name + "')"))
+            row += (row.empty() ? "quote(" : "||','||quote(") + column + ")";
+        for (const std::string &text : Column(database, "SELECT " + row + " FROM " + name))
+            tables[name] += text + "\n";
+    }
+    std::string schema;
+    for (const std::string &sql : Column(database, "SELECT sql FROM sqlite_master ORDER BY name"))
+        schema += sql + "\n";
+    tables["schema"] = schema;
+    return tables;
+}
+
+/// Applies the journal of one database to another. Of an entry only its first statement counts: it
+/// should have no second one.
+void Replay(const fs::path &journal, const fs::path &onto)
+{
+    panel::SqliteFile from(journal);
+    panel::SqliteFile to(onto);
+    for (const std::string &statement :
+         Column(from, "SELECT QueryData FROM DBQueryInfo WHERE DbKind=1 ORDER BY Idseq"))
+        panel::SqliteStatement(to, statement).Execute();
+}
+
+} // namespace
+
+FuzzPanel::Names FuzzPanel::Entries(const fs::path &directory)
+{
+    Names names;
+    for (const fs::directory_entry &entry : fs::directory_iterator(directory))
+        names.insert(entry.path().filename());
+    return names;
+}
+
+std::string ReadWhole(const fs::path &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+FuzzPanel::FuzzPanel()
+{
+    Require(std::getenv("NIMBRA_SANDBOX") != nullptr, "runs in nimbra-sandbox only");
+    panel::PanelOptions options;
+    options.Size = {.Events = 12, .Users = 6, .Cards = 6, .Doors = 4};
+    options.CommandTool = NIMBRA_CALL_RECORDER_PATH;
+    panel::LayOutPanel("/", options);
+    mainBytes_ = ReadWhole(paths_.MainDatabase);
+    logBytes_ = ReadWhole(paths_.LogDatabase);
+    networkBytes_ = ReadWhole(paths_.NetworkDatabase);
+    images_ = ReadImages();
+    for (const fs::path &directory : Watched())
+        entries_[directory] = Entries(directory);
+}
+
+FuzzPanel::Files FuzzPanel::ReadImages() const
+{
+    Files images;
+    for (const fs::directory_entry &entry : fs::directory_iterator(paths_.Images)) {
+        Require(entry.is_regular_file(), "an image that is no plain file");
+        images[entry.path()] = ReadWhole(entry.path());
+    }
+    return images;
+}
+
+std::vector<ToolCall> FuzzPanel::NewCalls()
+{
+    std::ifstream file(NIMBRA_CALLS_PATH, std::ios::binary);
+    file.seekg(callsRead_);
+    std::vector<ToolCall> calls;
+    for (std::string count; std::getline(file, count, '\0');) {
+        ToolCall &call = calls.emplace_back(std::stoul(count));
+        for (std::string &argument : call)
+            std::getline(file, argument, '\0');
+        callsRead_ = file.tellg();
+    }
+    return calls;
+}
+
+void FuzzPanel::Check(std::optional<int> threatLevel)
+{
+    Require(ReadWhole(paths_.LogDatabase) == logBytes_, "the event log has changed");
+    Require(ReadWhole(paths_.NetworkDatabase) == networkBytes_, "the network database has changed");
+    if (ReadWhole(paths_.MainDatabase) != mainBytes_)
+        CheckTables(threatLevel);
+    CheckPlaces();
+}
+
+void FuzzPanel::CheckTables(std::optional<int> threatLevel) const
+{
+    {
+        panel::SqliteFile database(paths_.MainDatabase);
+        RequireEqual("integrity", "ok", Column(database, "PRAGMA integrity_check").at(0));
+        const std::vector<std::string> numbers =
+            Column(database, "SELECT Idseq FROM DBQueryInfo ORDER BY rowid");
+        for (std::size_t i = 0; i < numbers.size(); ++i)
+            RequireEqual("number in the journal", std::to_string(i + 1), numbers[i]);
+        if (threatLevel)
+            for (const std::string &level : Column(database, "SELECT ThreatStatus FROM Threat"))
+                RequireEqual("threat level", std::to_string(*threatLevel), level);
+    }
+    const fs::path copy = paths_.CallLog.parent_path() / "replayed.db";
+    WriteWhole(copy, mainBytes_);
+    const std::map<std::string, std::string> before = Tables(copy);
+    const std::map<std::string, std::string> now = Tables(paths_.MainDatabase);
+    Replay(paths_.MainDatabase, copy);
+    const std::map<std::string, std::string> replayed = Tables(copy);
+    for (const auto &[name, rows] : now) {
+        if (IsIn(name, kJournalled))
+            RequireEqual("what the journal tells of " + name, rows, replayed.at(name));
+        else if (!IsIn(name, kOthers) && (before.count(name) == 0 || before.at(name) != rows))
+            Report("a table that nobody may change has changed: " + name);
+    }
+    fs::remove(copy);
+}
+
+void FuzzPanel::CheckPlaces() const
+{
+    for (const auto &[directory, names] : entries_)
+        Require(Entries(directory) == names, "a file that should not be in " + directory.string());
+    for (const fs::path &name : Entries(paths_.Images))
+        Require(name.string().rfind(".upload-", 0) != 0, "an upload that was left behind");
+}
+
+void FuzzPanel::Reset()
+{
+    if (ReadWhole(paths_.MainDatabase) != mainBytes_)
+        WriteWhole(paths_.MainDatabase, mainBytes_);
+    const Files now = ReadImages();
+    for (const auto &[path, bytes] : now)
+        if (images_.count(path) == 0)
+            fs::remove(path);
+    for (const auto &[path, bytes] : images_)
+        if (now.count(path) == 0 || now.at(path) != bytes)
+            WriteWhole(path, bytes);
+    fs::remove(NIMBRA_CALLS_PATH);
+    callsRead_ = 0;
+}
+
+} // namespace nimbra::fuzz

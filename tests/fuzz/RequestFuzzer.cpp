@@ -1,0 +1,202 @@
+// Requests: any lines, said to a real session whose data gateway is a recorder. Each line must come
+// to the handler that it names, and the handler must ask the gateway for exactly what the line's
+// keys say, have the panel told of it, and answer in its form.
+
+#include "base/PanelConstants.h"
+#include "fuzz/Conversation.h"
+#include "fuzz/Finding.h"
+#include "fuzz/RecordedData.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace nimbra::fuzz {
+namespace {
+
+constexpr char kAddress[] = "192.168.77.20";
+constexpr char kPictureBytes[] = "some bytes\n";
+
+/// Results of answers.
+constexpr int kSuccess = 0;
+constexpr int kFailed = 1;
+constexpr int kBadMessage = 2;
+constexpr int kBadTransfer = 3;
+constexpr int kNoAuthority = 9;
+
+/// The longest name that a file can have.
+constexpr std::size_t kLongestName = 255;
+
+bool IsFileName(const std::string &name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+           name.size() <= kLongestName;
+}
+
+/// The input's first line: a digit for each authority word, and then digits for how many rows the
+/// calls find, taken in turn. What it lacks is full rights, and one row.
+class Setup
+{
+public:
+    explicit Setup(std::string_view line)
+    {
+        AuthorityRecord &rights = RecordedData::Get().Rights;
+        rights.GrantAll();
+        for (std::size_t i = 0; i < std::min(line.size(), rights.Words.size()); ++i)
+            rights.Words.at(i) = Digit(line[i]);
+        found_ = line.substr(std::min(line.size(), rights.Words.size()));
+    }
+
+    /// How many rows the next command's calls find.
+    std::size_t NextFound() { return found_.empty() ? 1 : Digit(found_[next_++ % found_.size()]); }
+
+private:
+    static unsigned Digit(char c) { return static_cast<unsigned char>(c) % 8; }
+
+    std::string_view found_;
+    std::size_t next_ = 0;
+};
+
+class Requests : public Conversation
+{
+public:
+    explicit Requests(std::string_view setup) : setup_(setup)
+    {
+        RecordedData::Get().Calls.clear();
+        RecordedData::Get().Found = setup_.NextFound();
+    }
+
+protected:
+    void OnAnswered(const Exchange &exchange) override
+    {
+        RecordedData &data = RecordedData::Get();
+        if (IsNamed(exchange, "Login")) {
+            rights_ = {};
+            userName_ = exchange.Fields.at("Username");
+        }
+        const int expected = ExpectedResult(exchange);
+        RequireEqual(exchange.Command->Name, expected, exchange.Result);
+        CheckCalls(exchange);
+        if (IsNamed(exchange, "Login") && expected == kSuccess)
+            rights_ = data.Rights;
+        if (exchange.Command->Row != nullptr && expected == kSuccess)
+            Require(exchange.Answer.find("&Offset=" + exchange.Fields.at("Offset") + "&Count=") !=
+                        std::string::npos,
+                    "the offset of a list");
+        data.Calls.clear();
+        data.Found = setup_.NextFound();
+    }
+
+private:
+    static bool IsNamed(const Exchange &exchange, std::string_view name)
+    {
+        return exchange.Command->Name == name;
+    }
+
+    [[nodiscard]] bool IsAuthorised(const Command &command) const
+    {
+        return !command.Area || rights_.Allows(*command.Area, command.Right);
+    }
+
+    [[nodiscard]] static bool IsData(const Exchange &exchange)
+    {
+        return !IsNamed(exchange, "Hello") && !IsNamed(exchange, "Heartbeat") &&
+               !IsNamed(exchange, "SetEvent");
+    }
+
+    /// The result that ends an exchange before the gateway is called; success when none does.
+    [[nodiscard]] int ResultBeforeCall(const Exchange &exchange) const
+    {
+        if (!IsAuthorised(*exchange.Command))
+            return kNoAuthority;
+        if (IsIncomplete(*exchange.Command, exchange.Fields))
+            return kBadMessage;
+        if (!IsNamed(exchange, "SetUserImage"))
+            return kSuccess;
+        const int size = std::stoi(exchange.Fields.at("Size"));
+        if (size <= 0 || exchange.Upload.size() < static_cast<std::size_t>(size))
+            return kBadTransfer;
+        return IsFileName(exchange.Fields.at("FileName")) ? kSuccess : kBadMessage;
+    }
+
+    [[nodiscard]] int ExpectedResult(const Exchange &exchange) const
+    {
+        const int before = ResultBeforeCall(exchange);
+        if (before != kSuccess || !IsData(exchange))
+            return before;
+        const std::size_t found = RecordedData::Get().Found;
+        if (IsNamed(exchange, "GetUserImage") && found == 1)
+            return kBadMessage;
+        return found > 0 ? kSuccess : kFailed;
+    }
+
+    /// The gateway has been asked what the line says, and then to tell the panel of a success.
+    void CheckCalls(const Exchange &exchange) const
+    {
+        std::vector<DataCall> expected;
+        if (IsData(exchange) && ResultBeforeCall(exchange) == kSuccess)
+            expected.push_back(
+                {IsNamed(exchange, "Login") ? "CheckPassword" : exchange.Command->Name,
+                 exchange.Fields});
+        int event = exchange.Command->Event;
+        if (IsNamed(exchange, "SetDoorLock") && exchange.Fields.at("Control") == "0")
+            event = 11213;
+        if (event != 0 && exchange.Result == kSuccess)
+            expected.push_back(
+                {"WriteAuditLog",
+                 {{"Address", kAddress}, {"User", userName_}, {"Event", std::to_string(event)}}});
+        const std::vector<DataCall> &calls = RecordedData::Get().Calls;
+        RequireEqual("calls of the gateway", static_cast<long long>(expected.size()),
+                     static_cast<long long>(calls.size()));
+        for (std::size_t i = 0; i < expected.size(); ++i)
+            CheckCall(expected[i], calls[i]);
+    }
+
+    static void CheckCall(const DataCall &expected, const DataCall &call)
+    {
+        RequireEqual("method", expected.Method, call.Method);
+        // How many bytes an image has is not for the gateway to know.
+        const std::size_t unasked = expected.Fields.count("Size");
+        Require(expected.Fields.size() == call.Fields.size() + unasked, "count of fields");
+        for (const auto &[name, value] : call.Fields)
+            if (expected.Fields.at(name) != kAnything)
+                RequireEqual(call.Method + " " + name, expected.Fields.at(name), value);
+    }
+
+    Setup setup_;
+    AuthorityRecord rights_;
+    std::string userName_;
+};
+
+} // namespace
+} // namespace nimbra::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+{
+    nimbra::fuzz::Require(std::getenv("NIMBRA_SANDBOX") != nullptr, "runs in nimbra-sandbox only");
+    const std::filesystem::path images = nimbra::kImageDirectory;
+    std::filesystem::create_directories(images);
+    std::ofstream(images / nimbra::fuzz::kPicture) << nimbra::fuzz::kPictureBytes;
+    setenv("TZ", "UTC0", 1);
+    return 0;
+}
+
+/// The input is a line of setup and then what a client sends.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    using namespace nimbra::fuzz;
+    const std::string_view input(reinterpret_cast<const char *>(data), size);
+    const std::size_t end = std::min(input.find('\n'), size);
+    // Many short lines say no more than a few, and take longer.
+    constexpr std::ptrdiff_t kMostLines = 40;
+    if (std::count(input.begin(), input.end(), '\n') > kMostLines)
+        return -1;
+    Requests requests(input.substr(0, end));
+    requests.Hold(input.substr(std::min(end + 1, size)), kAddress);
+    return 0;
+}

@@ -1,0 +1,159 @@
+// Makes requests out of the command table: mixed with the fuzzer's own changes, they lead to the
+// handlers far sooner than bytes at random.
+
+#include "fuzz/Commands.h"
+#include "fuzz/MessageModel.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t maxSize);
+
+namespace nimbra::fuzz {
+namespace {
+
+constexpr const char *kNumbers[] = {
+    "0",  "1",   "2",          "3",           "5",
+    "12", "-1",  "2147483647", "-2147483648", "4294967297",
+    "x",  " 4x", "+6",         "10001",       "9223372036854775808"};
+constexpr const char *kTimes[] = {"2026-11-21 08:57:00", "1970-01-01 00:00:00", "2038-1-19 3:14:8",
+                                  "2026-02-31",          "0-0-0 0:0:0",         "yesterday",
+                                  "2023-03-01 12:00",    "99999999999-1-1"};
+constexpr const char *kTexts[] = {"Anna",
+                                  "O''Neill",
+                                  "admin",
+                                  "'",
+                                  "a'b",
+                                  "x'; DROP TABLE User;--",
+                                  "' OR '1'='1",
+                                  "%",
+                                  "_",
+                                  "''''",
+                                  "$(id)`id`;id|id>x",
+                                  "1 2 3",
+                                  "a.jpg",
+                                  "../a.jpg",
+                                  "abcdefghijklmnopqrstuvwxyz12345''",
+                                  "abcdefghijklmnopqrstuvwxyz123456''",
+                                  "\xC3\xA9\xFF\x01",
+                                  "Hello?",
+                                  "a=b",
+                                  ""};
+
+class Chance
+{
+public:
+    explicit Chance(unsigned seed) : random_(seed) {}
+
+    std::size_t Below(std::size_t bound) { return random_() % bound; }
+
+    template <class List>
+    const auto &Any(const List &list)
+    {
+        return list[Below(std::size(list))];
+    }
+
+private:
+    std::minstd_rand random_;
+};
+
+class Maker : private Chance
+{
+public:
+    using Chance::Chance;
+
+    std::string Mutate(std::vector<std::string> lines)
+    {
+        // The first line is the fuzzer's setup.
+        const std::size_t place = 1 + Below(lines.size());
+        const auto at = lines.begin() + static_cast<std::ptrdiff_t>(std::min(place, lines.size()));
+        switch (Below(4)) {
+        case 0:
+            lines.insert(at, Line());
+            break;
+        case 1:
+            if (at == lines.end())
+                lines.push_back(Line());
+            else
+                *at = Line();
+            break;
+        case 2:
+            if (at != lines.end())
+                lines.erase(at);
+            break;
+        default:
+            if (at != lines.end())
+                *at += "&" + Pair(Any(Commands()));
+        }
+        std::string text;
+        for (const std::string &line : lines)
+            text += line + "\n";
+        text.pop_back();
+        return text;
+    }
+
+private:
+    std::string Line()
+    {
+        if (Below(8) == 0)
+            return "Login?Username=admin&Password=admin1234";
+        const Command &command = Any(Commands());
+        std::string line = std::string(command.Name) + "?";
+        for (const Key &key : command.Keys)
+            // Required ones are rarely left out.
+            if (Below(key.IsRequired ? 16 : 2) != 0)
+                line += std::string(key.Name) + "=" + Value(key) + "&";
+        if (Below(8) == 0)
+            line += Pair(Any(Commands()));
+        if (command.Keys.empty() || line.back() != '&')
+            return line;
+        line.pop_back();
+        return std::string(command.Name) == "SetUserImage" ? line + "\nabcdef" : line;
+    }
+
+    std::string Pair(const Command &command)
+    {
+        if (command.Keys.empty())
+            return "Unknown=1";
+        const Key &key = Any(command.Keys);
+        return std::string(key.Name) + "=" + Value(key);
+    }
+
+    std::string Value(const Key &key)
+    {
+        if (Below(16) == 0)
+            return Any(kTexts);
+        switch (key.Is) {
+        case Key::Kind::Text:
+            return Below(16) == 0 ? std::string(key.Size + Below(3) - 1, '\'') : Any(kTexts);
+        case Key::Kind::Date:
+        case Key::Kind::Time:
+            return Any(kTimes);
+        case Key::Kind::Number:
+            break;
+        }
+        return Any(kNumbers);
+    }
+};
+
+} // namespace
+} // namespace nimbra::fuzz
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
+                                               std::size_t maxSize, unsigned seed)
+{
+    using namespace nimbra::fuzz;
+    if (seed % 2 == 0)
+        return LLVMFuzzerMutate(data, size, maxSize);
+    const std::string text =
+        Maker(seed).Mutate(Split({reinterpret_cast<const char *>(data), size}, "\n"));
+    const std::size_t count = std::min(text.size(), maxSize);
+    std::memcpy(data, text.data(), count);
+    return count;
+}

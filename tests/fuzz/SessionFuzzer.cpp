@@ -1,0 +1,144 @@
+// Whole sessions: any lines, said to a real session with its real databases, files and command
+// tool. Each line gets its answer, only known accounts get in, the command tool is called exactly
+// as it should be, and whatever was said the panel is sound when the client has gone.
+
+#include "fuzz/Conversation.h"
+#include "fuzz/Finding.h"
+#include "fuzz/FuzzPanel.h"
+#include "panel/SampleData.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace nimbra::fuzz {
+namespace {
+
+constexpr int kSuccess = 0;
+constexpr int kNoAuthority = 9;
+
+/// Every account that the sample panel lets in.
+constexpr panel::SampleLogin kAccounts[] = {
+    panel::kController, panel::kWebAdmin, panel::kOperator, panel::kViewer,   panel::kGuard,
+    panel::kClerk,      panel::kNobody,   panel::kOdd,      panel::kLowerCase};
+
+bool IsAccount(const std::string &user, const std::string &password)
+{
+    return std::any_of(std::begin(kAccounts), std::end(kAccounts),
+                       [&](const panel::SampleLogin &account) {
+                           return account.Id == user && account.Password == password;
+                       });
+}
+
+FuzzPanel &ThePanel()
+{
+    static FuzzPanel panel;
+    return panel;
+}
+
+class Session : public Conversation
+{
+public:
+    explicit Session(std::string address) : address_(std::move(address)) {}
+
+    [[nodiscard]] std::optional<int> ThreatLevel() const { return threatLevel_; }
+
+protected:
+    void OnAnswered(const Exchange &exchange) override
+    {
+        const std::string name = exchange.Command->Name;
+        const bool hasWorked = exchange.Result == kSuccess;
+        if (name == "Login") {
+            userName_ = exchange.Fields.at("Username");
+            mayDoSomething_ = IsAccount(userName_, exchange.Fields.at("Password"));
+            RequireEqual("who gets in", mayDoSomething_ ? 1 : 0, hasWorked ? 1 : 0);
+        }
+        if (exchange.Command->Area && !mayDoSomething_)
+            RequireEqual("who may do nothing", kNoAuthority, exchange.Result);
+        if (name == "SetThreatLevel" && hasWorked)
+            threatLevel_ = std::stoi(exchange.Fields.at("ThreatLevel"));
+        if (name == "SetUserImage" && hasWorked)
+            RequireEqual("an image as it is stored", exchange.Upload,
+                         ReadWhole(ThePanel().Paths().Images / exchange.Fields.at("FileName")));
+        CheckCalls(exchange);
+    }
+
+private:
+    void CheckCalls(const Exchange &exchange) const
+    {
+        const std::vector<ToolCall> calls = ThePanel().NewCalls();
+        const std::vector<ToolCall> expected =
+            exchange.Result == kSuccess ? ExpectedCalls(exchange) : std::vector<ToolCall>();
+        RequireEqual("calls of the command tool", static_cast<long long>(expected.size()),
+                     static_cast<long long>(calls.size()));
+        for (std::size_t i = 0; i < calls.size(); ++i) {
+            RequireEqual("arguments", static_cast<long long>(expected[i].size()),
+                         static_cast<long long>(calls[i].size()));
+            for (std::size_t j = 0; j < calls[i].size(); ++j)
+                RequireEqual("argument", expected[i][j], calls[i][j]);
+        }
+    }
+
+    [[nodiscard]] std::vector<ToolCall> ExpectedCalls(const Exchange &exchange) const
+    {
+        static constexpr std::array<const char *, 3> kControls{"locked", "unlocked", "m_unlock"};
+        const std::string name = exchange.Command->Name;
+        std::vector<ToolCall> calls;
+        int event = exchange.Command->Event;
+        if (name == "SetDoorLock") {
+            const int control = std::stoi(exchange.Fields.at("Control"));
+            event = control == 0 ? 11213 : event;
+            if (control >= 0 && control < static_cast<int>(kControls.size()))
+                calls.push_back({"door", exchange.Fields.at("Port"),
+                                 kControls.at(static_cast<std::size_t>(control))});
+        } else if (name == "SetAuxOutput") {
+            calls.push_back({"auxout", exchange.Fields.at("Port"),
+                             exchange.Fields.at("Control") == "0" ? "off" : "on"});
+        } else if (name == "SetThreatLevel") {
+            calls.push_back({"savethreat"});
+        }
+        if (event != 0)
+            calls.push_back(
+                {"log", "1", address_, "0", std::to_string(event), "0", "0", userName_, "0", "0"});
+        return calls;
+    }
+
+    std::string address_;
+    std::string userName_;
+    bool mayDoSomething_ = false;
+    std::optional<int> threatLevel_;
+};
+
+} // namespace
+} // namespace nimbra::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+{
+    setenv("TZ", "UTC0", 1);
+    static_cast<void>(nimbra::fuzz::ThePanel());
+    return 0;
+}
+
+/// The input is a line with the client's address, at most 32 bytes of which are kept, and then what
+/// the client sends.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    using namespace nimbra::fuzz;
+    const std::string_view input(reinterpret_cast<const char *>(data), size);
+    const std::size_t end = std::min(input.find('\n'), size);
+    constexpr std::ptrdiff_t kMostLines = 24;
+    if (std::count(input.begin(), input.end(), '\n') > kMostLines)
+        return -1;
+    const std::string_view address = input.substr(0, std::min<std::size_t>(end, 32));
+    Session session(std::string(address.substr(0, address.find('\0'))));
+    session.Hold(input.substr(std::min(end + 1, size)), std::string(input.substr(0, end)));
+    ThePanel().Check(session.ThreatLevel());
+    ThePanel().Reset();
+    return 0;
+}
