@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string_view>
 
 namespace nimbra::fuzz {
@@ -89,7 +88,9 @@ FuzzPanel::Names FuzzPanel::Entries(const fs::path &directory)
 std::string ReadWhole(const fs::path &file)
 {
     std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::string bytes(fs::exists(file) ? fs::file_size(file) : 0, '\0');
+    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 FuzzPanel::FuzzPanel()
