@@ -50,9 +50,12 @@ bool StartDetached(void *(*body)(void *), void *argument)
 
 } // namespace nimbra
 
+// The names are the linker's: what wraps a function is called so.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" std::time_t __wrap_time(std::time_t *result)
 {
     if (result != nullptr)
         *result = nimbra::theTime;
     return nimbra::theTime;
 }
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)

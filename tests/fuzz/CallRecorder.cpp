@@ -1,5 +1,5 @@
 // The panel's command tool, as small as it can be: appends its arguments to a file, and does
-// nothing else. It is run for every change that a fuzzer's client makes.
+// nothing else.
 
 #include <cstdio>
 #include <cstring>

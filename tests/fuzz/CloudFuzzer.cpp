@@ -228,7 +228,7 @@ public:
     /// The link connects, as connect(2) does.
     int Connect(int socket, const sockaddr_in &address)
     {
-        FinishSession();
+        FinishConnection();
         if (AgentNow() < refusedUntil_ || IsDone())
             return Refuse();
         CheckTarget(address);
@@ -269,7 +269,7 @@ public:
     /// After the link has ended.
     void Finish()
     {
-        FinishSession();
+        FinishConnection();
         // Its sessions go, and it takes the next ones, but without threads of its own.
         isOver_ = true;
         ClientManager::GetInstance()->Stop();
@@ -299,7 +299,6 @@ private:
         Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair");
         Require(dup2(ends[0], socket) == socket, "dup2");
         close(ends[0]);
-        close(socket_);
         socket_ = ends[1];
         step_ = Step::Asked;
     }
@@ -354,13 +353,20 @@ private:
         step_ = Step::Served;
     }
 
-    /// A session that had come about has ended.
-    void FinishSession()
+    /// The connection before has come to its end: its session has, or the link has closed it.
+    void FinishConnection()
     {
-        if (link_.Next() != Exchange::Session)
-            return;
-        Require(IsServed(), "a relay that serves no session");
-        link_.OnSessionEnd();
+        if (link_.Next() == Exchange::Session) {
+            Require(step_ == Step::Served, "a relay that serves no session");
+            link_.OnSessionEnd();
+        } else if (socket_ > 0) {
+            char byte = 0;
+            const bool isOpen =
+                recv(socket_, &byte, sizeof byte, MSG_DONTWAIT) < 0 && errno == EAGAIN;
+            Require(!isOpen, "a connection that is not closed");
+        }
+        close(socket_);
+        socket_ = -1;
     }
 
     enum class Step
@@ -385,6 +391,8 @@ Server *theServer = nullptr;
 } // namespace
 } // namespace nimbra::fuzz
 
+// The names are the linker's: what wraps a function is called so.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" int __wrap_connect(int socket, const sockaddr *address, socklen_t /*size*/)
 {
     sockaddr_in to = {};
@@ -399,6 +407,7 @@ extern "C" hostent *__wrap_gethostbyname(const char *name)
     static hostent entry = {nullptr, nullptr, AF_INET, sizeof address, addresses};
     return name[0] == nimbra::fuzz::kKnownHost ? &entry : nullptr;
 }
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "panel/PanelPaths.h"
+#include "panel/SampleData.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -15,6 +16,11 @@ namespace nimbra::fuzz {
 /// A call of the panel's command tool: its arguments.
 using ToolCall = std::vector<std::string>;
 
+/// Accounts that it has besides those of the sample panel, with every right that a role can give:
+/// names that a shell would take apart. As clients send them, quotes doubled.
+inline constexpr panel::SampleLogin kOddNames[] = {{"Anna Berg", "berg 1"},
+                                                   {"it''s $(id) & `id`", "x"}};
+
 /// A small sample panel on the real paths, whose command tool only records its calls. It can be set
 /// back to where it began, and knows whether what a client did to it is sound.
 class FuzzPanel
@@ -23,6 +29,9 @@ public:
     /// Lays the panel out. Only in a sandbox.
     FuzzPanel();
 
+    /// Runs a command line in the place of system(3): a model of the shell says what the tool is
+    /// called with. Every so often a shell runs the line too, and the tool must say the same.
+    void RunTool(const char *line);
     /// The calls since the last time.
     [[nodiscard]] std::vector<ToolCall> NewCalls();
 
@@ -49,16 +58,20 @@ private:
     }
 
     [[nodiscard]] Files ReadImages() const;
+    /// The one call that the tool has recorded.
+    [[nodiscard]] static ToolCall TakeRecord();
     void CheckTables(std::optional<int> threatLevel) const;
     void CheckPlaces() const;
 
     panel::PanelPaths paths_{"/"};
     std::string mainBytes_;
+    std::map<std::string, std::string> rowQueries_; ///< of each table of the main database
+    std::map<std::string, std::string> rows_;       ///< what they give at the start
     std::string logBytes_;
     std::string networkBytes_;
     Files images_;
     std::map<std::filesystem::path, Names> entries_;
-    std::streamoff callsRead_ = 0;
+    std::vector<ToolCall> calls_;
 };
 
 /// A file's content.

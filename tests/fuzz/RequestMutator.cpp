@@ -25,12 +25,17 @@ constexpr const char *kNumbers[] = {
 constexpr const char *kTimes[] = {"2026-11-21 08:57:00", "1970-01-01 00:00:00", "2038-1-19 3:14:8",
                                   "2026-02-31",          "0-0-0 0:0:0",         "yesterday",
                                   "2023-03-01 12:00",    "99999999999-1-1"};
-/// Accounts of the sample panel, one that nobody can log in with, and one with a wrong password.
-constexpr const char *kLogins[] = {
-    "Username=admin&Password=admin1234", "Username=admin&Password=webadmin5678",
-    "Username=viewer&Password=view4321", "Username=guard&Password=guard2468",
-    "Username=clerk&Password=clerk1357", "Username=locked&Password=x",
-    "Username=admin&Password=x"};
+/// Accounts of the panel, one that nobody can log in with, and one with a wrong password.
+constexpr const char *kLogins[] = {"Username=admin&Password=admin1234",
+                                   "Username=admin&Password=webadmin5678",
+                                   "Username=viewer&Password=view4321",
+                                   "Username=guard&Password=guard2468",
+                                   "Username=clerk&Password=clerk1357",
+                                   "Username=locked&Password=x",
+                                   "Username=admin&Password=x",
+                                   "Username=Anna Berg&Password=berg 1",
+                                   "Username=it''s $(id) & `id`&Password=x"};
+
 constexpr const char *kTexts[] = {"Anna",
                                   "O''Neill",
                                   "admin",

@@ -98,6 +98,8 @@ Network *theNetwork = nullptr;
 } // namespace
 } // namespace nimbra::fuzz
 
+// The names are the linker's: what wraps a function is called so.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" ssize_t __wrap_recvfrom(int /*socket*/, void *buffer, std::size_t size, int /*flags*/,
                                    sockaddr * /*sender*/, socklen_t * /*senderSize*/)
 {
@@ -112,6 +114,7 @@ extern "C" ssize_t __wrap_sendto(int /*socket*/, const void *bytes, std::size_t 
     nimbra::fuzz::theNetwork->Send({static_cast<const char *>(bytes), size}, to);
     return static_cast<ssize_t>(size);
 }
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
 {
