@@ -29,6 +29,13 @@ constexpr char kAgentPath[] = NIMBRA_AGENT_PATH;
 constexpr std::array<std::string_view, 4> kReports = {
     "Sanitizer:", "runtime error:", "SUMMARY: ", "terminate called"};
 
+bool IsReport(const std::string &line)
+{
+    return std::any_of(kReports.begin(), kReports.end(), [&line](std::string_view word) {
+        return line.find(word) != std::string::npos;
+    });
+}
+
 /// The message of a log line, if `line` is one of `source` and `method`.
 bool IsMessage(std::string_view line, std::string_view source, std::string_view method,
                std::string_view message)
@@ -115,6 +122,12 @@ const std::vector<std::string> &Agent::Log()
 {
     ReadOutput();
     return lines_;
+}
+
+std::size_t Agent::ForgetLog()
+{
+    ReadOutput();
+    return std::erase_if(lines_, [](const std::string &line) { return !IsReport(line); });
 }
 
 std::size_t Agent::CountInLog(std::string_view text)
@@ -230,10 +243,7 @@ void Agent::FailOnReports()
 {
     const bool isKilledByTest = status_ == -SIGKILL;
     bool isBad = status_ != 0 && !isKilledByTest;
-    for (const std::string &line : lines_)
-        isBad = isBad || std::any_of(kReports.begin(), kReports.end(), [&](std::string_view word) {
-                    return line.find(word) != std::string::npos;
-                });
+    isBad = isBad || std::any_of(lines_.begin(), lines_.end(), IsReport);
     if (!isBad && !::testing::Test::HasFailure())
         return;
     std::ostringstream log;

@@ -37,6 +37,9 @@ public:
 
     /// Every line of output so far.
     [[nodiscard]] const std::vector<std::string> &Log();
+    /// Drops the lines taken down so far, but for what a sanitizer has reported: for an agent that
+    /// runs for long. Returns how many they were.
+    std::size_t ForgetLog();
     /// How many lines hold `text`.
     [[nodiscard]] std::size_t CountInLog(std::string_view text);
     /// Waits until `count` lines hold `text`.

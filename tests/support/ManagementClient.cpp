@@ -36,13 +36,13 @@ int Connect(const sockaddr_in &address)
 
 } // namespace
 
-ManagementClient::ManagementClient(const std::string &address, int port)
+ManagementClient::ManagementClient(const std::string &address, int port, milliseconds limit)
 {
     sockaddr_in peer = {};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<std::uint16_t>(port));
     inet_pton(AF_INET, address.c_str(), &peer.sin_addr);
-    if (!WaitUntil([&] { return (socket_ = Connect(peer)) >= 0; }))
+    if (!WaitUntil([&] { return (socket_ = Connect(peer)) >= 0; }, limit))
         throw std::runtime_error("nobody accepts connections at " + address);
 }
 

@@ -15,7 +15,8 @@ class ManagementClient
 {
 public:
     /// Connects, trying again for a while when nobody listens yet; fails the test otherwise.
-    explicit ManagementClient(const std::string &address = "127.0.0.1", int port = 9000);
+    explicit ManagementClient(const std::string &address = "127.0.0.1", int port = 9000,
+                              milliseconds limit = kSoon);
     /// Takes over a connected socket.
     explicit ManagementClient(int socket) : socket_(socket) {}
     ~ManagementClient();
