@@ -33,6 +33,10 @@ public:
         va_end(arguments);
     }
 
+    /// Puts one character, not a zero byte, at `place`, which is below N; the text before it is
+    /// whole.
+    void Set(std::size_t place, char character) { bytes_[place] = character; }
+
     void Clear() { Assign({}); }
     [[nodiscard]] const char *Get() const { return bytes_; }
     [[nodiscard]] std::string_view View() const { return bytes_; }

@@ -11,13 +11,13 @@ namespace nimbra {
 template <std::size_t N>
 [[nodiscard]] FixedText<2 * N> ToHex(const std::array<unsigned char, N> &bytes)
 {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    char text[2 * N];
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    FixedText<2 * N> text;
     for (std::size_t i = 0; i < N; ++i) {
-        text[2 * i] = kDigits[bytes[i] >> 4U];
-        text[2 * i + 1] = kDigits[bytes[i] & 0xFU];
+        text.Set(2 * i, kDigits[bytes[i] >> 4U]);
+        text.Set(2 * i + 1, kDigits[bytes[i] & 0xFU]);
     }
-    return FixedText<2 * N>({text, sizeof text});
+    return text;
 }
 
 } // namespace nimbra

@@ -123,6 +123,15 @@ TEST(FixedText, ComparesByItsText)
     EXPECT_TRUE(FixedText<2>("abc") == FixedText<2>("abd"));
 }
 
+TEST(FixedText, TakesSingleCharactersUpToItsSize)
+{
+    FixedText<2> text;
+    text.Set(0, 'a');
+    EXPECT_STREQ(text.Get(), "a");
+    text.Set(1, 'b');
+    EXPECT_STREQ(text.Get(), "ab");
+}
+
 TEST(FixedText, CopiesAsAValue)
 {
     FixedText<8> first("first");
