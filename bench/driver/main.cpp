@@ -35,7 +35,8 @@ std::string Machine()
            ", " + system;
 }
 
-Report Measure(const Plan &plan)
+/// Measures everything, or the one part of that name.
+Report Measure(const Plan &plan, const std::string &only)
 {
     Report report;
     report.Date = Today();
@@ -46,6 +47,8 @@ Report Measure(const Plan &plan)
         {"sessions", MeasureSessions},
         {"tables", MeasureTables}};
     for (const auto &[name, measure] : parts) {
+        if (!only.empty() && only != name)
+            continue;
         std::fprintf(stderr, "Measuring %s\n", name);
         measure(plan, &report);
     }
@@ -62,14 +65,18 @@ int Main(int argc, char **argv)
     bool isQuick = false;
     bool isTiny = false;
     bool asJson = false;
+    std::string only;
     std::string directory;
     std::string document;
     auto *quick = app.add_flag("--quick", isQuick, "A minute of it: fewer rounds");
     app.add_flag("--tiny", isTiny, "Seconds of it: only shows that every line comes")
         ->excludes(quick);
     app.add_flag("--json", asJson, "Print JSON, not a table");
+    auto *part = app.add_option("--only", only, "One part: methods, requests, sessions or tables")
+                     ->check(CLI::IsMember({"methods", "requests", "sessions", "tables"}));
     app.add_option("--output", directory, "Write the figures into files in this directory");
-    app.add_option("--update-document", document, "Put the figures into this document");
+    app.add_option("--update-document", document, "Put the figures into this document")
+        ->excludes(part);
     CLI11_PARSE(app, argc, argv);
 
     const Plan plan = {.Agent = {"agent", NIMBRA_AGENT_PATH, 9000},
@@ -80,7 +87,7 @@ int Main(int argc, char **argv)
                                : isQuick ? kQuick
                                          : kFull};
     try {
-        const Report report = Measure(plan);
+        const Report report = Measure(plan, only);
         if (!directory.empty())
             report.Write(directory);
         if (!document.empty())
