@@ -14,6 +14,11 @@ if(NIMBRA_SANITIZE)
     target_link_options(nimbra_flags INTERFACE -fsanitize=${NIMBRA_SANITIZE})
 endif()
 
+if(NIMBRA_COVERAGE)
+    target_compile_options(nimbra_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(nimbra_flags INTERFACE --coverage)
+endif()
+
 if(NIMBRA_FUZZ)
     # Tells a fuzzer which parts of the code an input reaches.
     target_compile_options(nimbra_flags INTERFACE -fsanitize=fuzzer-no-link)
