@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <fstream>
@@ -31,8 +32,13 @@ std::string Machine()
     for (std::string line; std::getline(release, line);)
         if (line.rfind("PRETTY_NAME=\"", 0) == 0)
             system = line.substr(13, line.size() - 14);
+    // What others do on the machine meanwhile says how far the figures can be believed.
+    double load = 0;
+    getloadavg(&load, 1);
+    char loadText[32];
+    std::snprintf(loadText, sizeof loadText, "%.1f", load);
     return std::to_string(std::thread::hardware_concurrency()) + " processors " + name.machine +
-           ", " + system;
+           ", " + system + ", load " + loadText + " at the start";
 }
 
 /// Measures everything, or the one part of that name.
