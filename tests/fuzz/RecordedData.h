@@ -14,8 +14,6 @@ struct DataCall
 {
     std::string Method;
     fuzz::Fields Fields;
-
-    bool operator==(const DataCall &) const = default;
 };
 
 /// What stands in place of the data gateway in a fuzzer that has RecordedData.cpp among its
@@ -31,7 +29,8 @@ struct RecordedData
     [[nodiscard]] static RecordedData &Get();
 };
 
-/// The picture that every user has, but for those of calls that find more than one.
+/// The picture that a call tells of when it finds one row, a file that is not there; and when it
+/// finds more, one that is.
 inline constexpr char kMissingPicture[] = "missing.png";
 inline constexpr char kPicture[] = "picture.png";
 
