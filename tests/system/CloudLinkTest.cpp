@@ -18,6 +18,10 @@
 #include <thread>
 #include <vector>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace nimbra::test {
 
 namespace {
@@ -458,6 +462,47 @@ TEST_F(CloudLink, FindsAServerThatAppearsLater)
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
     StartServer();
     EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
+}
+
+/// A host that lets nobody in and tells nobody so: the queue of its listener is full.
+class SilentHost
+{
+public:
+    SilentHost()
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(9500);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const auto *where = reinterpret_cast<const sockaddr *>(&address);
+        EXPECT_EQ(bind(listener_, where, sizeof address), 0);
+        EXPECT_EQ(listen(listener_, 0), 0);
+        EXPECT_EQ(connect(waiting_, where, sizeof address), 0);
+    }
+    ~SilentHost()
+    {
+        close(waiting_);
+        close(listener_);
+    }
+    SilentHost(const SilentHost &) = delete;
+    SilentHost &operator=(const SilentHost &) = delete;
+
+private:
+    int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int waiting_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+TEST_F(CloudLink, GivesAHostThatStaysSilentUpAfterTenSeconds)
+{
+    const SilentHost host;
+    const Stopwatch watch;
+    StartAgent();
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
+                                      std::string("connect fail ") + kHost + ":127.0.0.1:9500", 1,
+                                      seconds(60)));
+    EXPECT_GE(watch.Seconds(), 10);
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
 }
 
 TEST_F(CloudLink, ComesBackToAServerThatVanished)

@@ -182,6 +182,12 @@ TEST_F(LockedDatabase, ForLongFailsAnAddition)
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "13");
 }
 
+TEST_F(LockedDatabase, ForLongFailsACardWhoseNumberCannotBeLookedUp)
+{
+    ExpectFailsWhileLocked(main_, "AddCardInfo?UserNo=3&FormatNo=1&CardNumber=777001");
+    ExpectFailsWhileLocked(main_, "SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=777002");
+}
+
 TEST_F(LockedDatabase, ForLongFailsADeletion)
 {
     ExpectFailsWhileLocked(main_, "DelUserInfo?UserNo=1");
