@@ -106,7 +106,6 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
     const std::size_t descriptors = agent_.Descriptors();
     const std::size_t memory = agent_.ResidentKiB();
     std::size_t hits = 0;
-    std::size_t failures = 0;
     std::size_t told = 0;
     std::uint32_t call = 1;
     for (; !HasFailure(); call += call + kLastCalls < calls ? GetParam().Step : 1) {
@@ -120,7 +119,6 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
         ++hits;
         ASSERT_FALSE(answer.empty());
         const bool isRefused = answer[0] == command + "Response?Result=1";
-        failures += isRefused ? 1U : 0U;
         // A list may lack the rows that there was no memory for, never a part of a row.
         if (!isRefused && answer != good) {
             EXPECT_EQ(answer[0].rfind(command + "Response?Result=0&", 0), 0U) << answer[0];
