@@ -59,6 +59,14 @@ class FaultTest : public ::testing::Test
 {
 protected:
     explicit FaultTest(bool isLinked = false) : panel_({}, isLinked) {}
+    ~FaultTest() override
+    {
+        if (served_ == nullptr || !agent_->IsRunning())
+            return;
+        // A session that has just had a line ends at once.
+        agent_->Signal(SIGTERM);
+        served_->SendLine(kBeat);
+    }
 
     void StartAgent(bool isServing = true)
     {
@@ -89,9 +97,9 @@ protected:
     /// Shows that a session and a probe get their answers.
     void ExpectFullService()
     {
-        ManagementClient client = LoggedIn();
-        EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
-        EXPECT_EQ(client.Ask("SetUserInfo?UserNo=2&LastName=Served"),
+        served_ = std::make_unique<ManagementClient>(LoggedIn());
+        EXPECT_EQ(served_->Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+        EXPECT_EQ(served_->Ask("SetUserInfo?UserNo=2&LastName=Served"),
                   "SetUserInfoResponse?Result=0");
         ExpectDiscovery();
     }
@@ -108,9 +116,13 @@ protected:
         }));
     }
 
+    /// Whether just the standard three, the listener and the two sockets of discovery are open.
+    [[nodiscard]] bool HasOpenedAll() const { return agent_->Descriptors() == 6; }
+
     Faults faults_;
     TestPanel panel_;
     std::unique_ptr<Agent> agent_;
+    std::unique_ptr<ManagementClient> served_;
 };
 
 /// A fault of the start that the agent gets over by trying again.
@@ -217,6 +229,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FaultTest, OfAnAnswerToAProbeLosesOnlyThatAnswer)
 {
     StartAgent();
+    ASSERT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
     const DiscoveryProbe probe;
     EXPECT_EQ(probe.Ask("Scan?Key=1").rfind("ScanResponse?Result=0&Key=1&", 0), 0U);
     faults_.Fail(Point::SendDatagram, ENETUNREACH);
@@ -229,6 +242,7 @@ TEST_F(FaultTest, OfAnAnswerToAProbeLosesOnlyThatAnswer)
 TEST_F(FaultTest, OfTheReceptionOfProbesOnlyDelaysThem)
 {
     StartAgent();
+    ASSERT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
     faults_.Fail(Point::ReceiveDatagram, ENOMEM, 1, 2);
     EXPECT_EQ(DiscoveryProbe().Ask("Scan?Key=4").rfind("ScanResponse?Result=0&Key=4&", 0), 0U);
     EXPECT_EQ(faults_.Failed(Point::ReceiveDatagram), 2U);
@@ -439,6 +453,24 @@ INSTANTIATE_TEST_SUITE_P(Call, ImageFile,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"}),
                          NameOf);
 
+TEST_F(SessionFault, OfALogThatNobodyReadsLastsUntilItIsRead)
+{
+    // Each empty line gives a line of log, more than the pipe holds.
+    const std::string lines(50000, '\n');
+    client_->Send(lines);
+    client_->SendLine(kBeat);
+    EXPECT_TRUE(client_->IsSilent(seconds(3)));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            static_cast<void>(agent_->Log());
+            return !client_->IsSilent(milliseconds(1));
+        },
+        seconds(60)));
+    EXPECT_EQ(client_->ReadLine(), kBeatAnswer);
+    EXPECT_EQ(agent_->CountMessages("ClientWorker.cpp", "Process", "Invalid Message"),
+              lines.size());
+}
+
 TEST_F(SessionFault, OfAPictureIsToldAndTheNextRequestServed)
 {
     faults_.Fail(Point::OpenImage, EMFILE);
@@ -465,9 +497,6 @@ protected:
             seconds(60));
     }
 
-    /// Nothing is open but the standard three, the listener and the two sockets of discovery.
-    [[nodiscard]] bool HasNoExchange() const { return agent_->Descriptors() == 6; }
-
     cloud::CloudServer server_;
 };
 
@@ -476,7 +505,7 @@ TEST_P(FaultOfLink, CostsHeartbeatsAndNotTheLink)
     StartAgent();
     // From the report of the port on, all exchanges are heartbeats.
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
-    ASSERT_TRUE(WaitUntil([this] { return HasNoExchange(); }));
+    ASSERT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
     Order(GetParam());
     EXPECT_TRUE(WaitUntil([this] { return faults_.Failed(GetParam().At) == GetParam().Number; },
                           seconds(60)));
@@ -489,7 +518,7 @@ TEST_P(FaultOfLink, CostsHeartbeatsAndNotTheLink)
     EXPECT_EQ(agent_->CountMessages(kLink, "Process", "Heartbeat fail"),
               GetParam().Message[0] != '\0' ? GetParam().Number : 0U);
     EXPECT_EQ(server_.Count("SetDeviceInfo?"), 2U);
-    EXPECT_TRUE(WaitUntil([this] { return HasNoExchange(); }));
+    EXPECT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(
