@@ -1,6 +1,7 @@
 #include "soak/Run.h"
 
 #include <algorithm>
+#include <cmath>
 #include <thread>
 
 namespace nimbra::soak {
@@ -46,7 +47,8 @@ void Run::Check(bool isRight, const std::string &what)
         return;
     ++figures_.Wrong;
     if (figures_.Samples.size() < kSamples)
-        figures_.Samples.push_back(what);
+        figures_.Samples.push_back("after " + std::to_string(std::lround(watch_.Seconds())) +
+                                   " s: " + what);
 }
 
 void Run::CheckEqual(const std::string &answer, const std::string &expected,

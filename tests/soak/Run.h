@@ -2,6 +2,7 @@
 
 #include "support/ManagementClient.h"
 #include "support/TestPanel.h"
+#include "support/Waiting.h"
 
 #include <array>
 #include <atomic>
@@ -65,6 +66,7 @@ public:
 private:
     const test::TestPanel &panel_;
     std::map<std::string, std::vector<std::string>> known_;
+    const test::Stopwatch watch_;
     std::atomic<bool> isOver_ = true;
     mutable std::mutex lock_;
     Figures figures_;

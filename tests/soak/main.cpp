@@ -60,6 +60,8 @@ struct Result
     double Seconds = 0;
     double CpuSeconds = 0;
     std::size_t LogLines = 0;
+    /// How late this program itself was woken at worst: answers as late as that are the machine's.
+    double LongestStall = 0;
     Run::Figures Figures;
     bool HasEndedWell = false;
 };
@@ -102,7 +104,9 @@ void Sustain(double seconds, Agent &agent, Result &result)
 {
     const Stopwatch watch;
     while (watch.Seconds() < seconds) {
+        const Stopwatch nap;
         std::this_thread::sleep_for(milliseconds(50));
+        result.LongestStall = std::max(result.LongestStall, nap.Seconds() - 0.05);
         result.LogLines += agent.ForgetLog();
         const Holding now = Look(agent);
         result.AtMost.Descriptors = std::max(result.AtMost.Descriptors, now.Descriptors);
@@ -187,7 +191,8 @@ void PrintText(const Result &result, bool isGood)
                 result.Figures.LongestRequest.c_str());
     for (const auto &[what, number] : result.Figures.Counts)
         std::printf("  %s %llu\n", what.c_str(), static_cast<unsigned long long>(number));
-    std::printf("processor %.1f s, log lines %zu\n", result.CpuSeconds, result.LogLines);
+    std::printf("processor %.1f s, log lines %zu; this program was woken up to %.2f s late\n",
+                result.CpuSeconds, result.LogLines, result.LongestStall);
     const auto print = [](const char *when, const Holding &holding) {
         std::printf("%-20s descriptors %4zu  threads %4zu  resident %6zu KiB\n", when,
                     holding.Descriptors, holding.Threads, holding.ResidentKiB);
@@ -223,6 +228,7 @@ void PrintJson(const Result &result, bool isGood)
                            {"counts", result.Figures.Counts},
                            {"cpu_seconds", result.CpuSeconds},
                            {"log_lines", result.LogLines},
+                           {"longest_stall_seconds", result.LongestStall},
                            {"memory_judged", !kIsSanitized},
                            {"at_start", ToJson(result.AtStart)},
                            {"at_most", ToJson(result.AtMost)},
