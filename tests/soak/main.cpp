@@ -12,9 +12,11 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -75,14 +77,17 @@ public:
         run_.Begin();
         for (const std::vector<Role> &roles : {Clients(), Surroundings()})
             for (const Role &role : roles)
-                for (unsigned i = 0; i < role.Number; ++i)
+                for (unsigned i = 0; i < role.Number; ++i) {
+                    ++atWork_;
                     threads_.emplace_back([this, role, number = number_++] {
                         try {
                             role.Behave(run_, number);
                         } catch (const std::exception &error) {
                             run_.Check(false, std::string(role.Name) + ": " + error.what());
                         }
+                        --atWork_;
                     });
+                }
     }
     ~Load()
     {
@@ -93,17 +98,20 @@ public:
     Load(const Load &) = delete;
     Load &operator=(const Load &) = delete;
 
+    [[nodiscard]] bool IsAtWork() const { return atWork_ > 0; }
+
 private:
     Run &run_;
     unsigned number_ = 0;
+    std::atomic<unsigned> atWork_ = 0;
     std::vector<std::thread> threads_;
 };
 
-/// Lets a round go by, keeping the agent's log read.
-void Sustain(double seconds, Agent &agent, Result &result)
+/// Lets time go by for as long as it is said to, keeping the agent's log read: an agent whose log
+/// nobody reads stands still.
+void Sustain(const std::function<bool()> &isToGoOn, Agent &agent, Result &result)
 {
-    const Stopwatch watch;
-    while (watch.Seconds() < seconds) {
+    while (isToGoOn()) {
         const Stopwatch nap;
         std::this_thread::sleep_for(milliseconds(50));
         result.LongestStall = std::max(result.LongestStall, nap.Seconds() - 0.05);
@@ -151,8 +159,11 @@ Result Soak(double seconds, double roundSeconds)
     do {
         {
             const Load load(run);
-            Sustain(std::min(roundSeconds, seconds), agent, result);
+            const Stopwatch round;
+            const double length = std::min(roundSeconds, seconds);
+            Sustain([&] { return round.Seconds() < length; }, agent, result);
             run.End();
+            Sustain([&] { return load.IsAtWork(); }, agent, result);
         }
         LetGo(agent, result);
     } while (watch.Seconds() + roundSeconds < seconds);
