@@ -1,27 +1,20 @@
 // Every allocation of memory that a request leads to, failed in turn. Not for a sanitized agent,
 // whose allocator is the sanitizer's: its build leaves this file out.
 
-#include "support/Agent.h"
 #include "support/CommandTest.h"
-#include "support/Faults.h"
-#include "support/ManagementClient.h"
-#include "support/TestPanel.h"
+#include "support/SweepTest.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace nimbra::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using faults::Point;
 
@@ -39,47 +32,18 @@ std::ostream &operator<<(std::ostream &out, const Sweep &sweep)
     return out << sweep.Name;
 }
 
-class Allocation : public ::testing::Test, public ::testing::WithParamInterface<Sweep>
+class Allocation : public SweepTest, public ::testing::WithParamInterface<Sweep>
 {
 protected:
     static constexpr std::uint32_t kLastCalls = 25;
-    static constexpr char kSaved[] = "/tmp/saved.db";
 
-    Allocation() : agent_(faults_.Preloaded()), client_(LoggedIn())
-    {
-        fs::copy(panel_.Paths().MainDatabase, kSaved);
-        Ask(); // what is made once only is made
-        Restore();
-    }
-
-    ~Allocation() override
-    {
-        agent_.Signal(SIGTERM);
-        client_.SendLine("Heartbeat?");
-        static_cast<void>(client_.IsClosedByPeer());
-    }
+    Allocation() : SweepTest(GetParam().Request) {}
 
     /// Sends the request on a panel as it was at first; its answer, rows included.
-    std::vector<std::string> Ask()
+    std::vector<std::string> AskAnew()
     {
         Restore();
-        return client_.AskList(GetParam().Request);
-    }
-
-    void Restore() const
-    {
-        fs::remove(std::string(panel_.Paths().MainDatabase) + "-journal");
-        fs::copy(kSaved, panel_.Paths().MainDatabase, fs::copy_options::overwrite_existing);
-    }
-
-    /// The tables without the journal.
-    [[nodiscard]] std::vector<std::string> Tables() const
-    {
-        std::vector<std::string> tables;
-        for (const std::string &row : TestPanel::Dump(panel_.Paths().MainDatabase))
-            if (row.rfind("DBQueryInfo", 0) != 0)
-                tables.push_back(row);
-        return tables;
+        return Ask();
     }
 
     [[nodiscard]] std::size_t CountJournalFailures()
@@ -87,11 +51,6 @@ protected:
         return agent_.CountMessages("DataManager.cpp", "AddDBQueryInfo", "sqlite3_exec fail") +
                agent_.CountMessages("DataManager.cpp", "AddDBQueryInfo", "sqlite3_open fail");
     }
-
-    Faults faults_;
-    TestPanel panel_;
-    Agent agent_;
-    ManagementClient client_;
 };
 
 TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
@@ -99,11 +58,10 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
     const std::string command = CommandOf(GetParam().Request);
     const std::vector<std::string> before = Tables();
     faults_.Stop(Point::Allocate);
-    const std::vector<std::string> good = Ask();
+    const std::vector<std::string> good = AskAnew();
     const std::size_t calls = faults_.Calls(Point::Allocate);
     const std::vector<std::string> after = Tables();
     const std::vector<std::string> journal = panel_.Journal();
-    const std::size_t descriptors = agent_.Descriptors();
     const std::size_t memory = agent_.ResidentKiB();
     std::size_t hits = 0;
     std::size_t told = 0;
@@ -111,7 +69,7 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
     for (; !HasFailure(); call += call + kLastCalls < calls ? GetParam().Step : 1) {
         SCOPED_TRACE("allocation " + std::to_string(call));
         faults_.Fail(Point::Allocate, ENOMEM, call);
-        const std::vector<std::string> answer = Ask();
+        const std::vector<std::string> answer = AskAnew();
         const bool isHit = faults_.Failed(Point::Allocate) > 0;
         faults_.Stop(Point::Allocate);
         if (!isHit)
@@ -133,9 +91,8 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
         told = CountJournalFailures();
     }
     EXPECT_GT(hits, 0U);
-    EXPECT_EQ(Ask(), good);
+    EXPECT_EQ(AskAnew(), good);
     EXPECT_TRUE(Tables() == after);
-    EXPECT_EQ(agent_.Descriptors(), descriptors);
     EXPECT_LT(agent_.ResidentKiB(), memory + 4096);
 }
 

@@ -1,26 +1,19 @@
 // Every single call of SQLite, and of SQLite to the disk, that a request leads to, failed in turn.
 
-#include "support/Agent.h"
 #include "support/CommandTest.h"
-#include "support/Faults.h"
-#include "support/ManagementClient.h"
-#include "support/TestPanel.h"
+#include "support/SweepTest.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace nimbra::test {
 namespace {
-
-namespace fs = std::filesystem;
 
 using faults::Point;
 
@@ -45,44 +38,10 @@ std::string NameOf(const ::testing::TestParamInfo<Sweep> &sweep)
     return sweep.param.Name;
 }
 
-class DatabaseCalls : public ::testing::Test, public ::testing::WithParamInterface<Sweep>
+class DatabaseCalls : public SweepTest, public ::testing::WithParamInterface<Sweep>
 {
 protected:
-    DatabaseCalls() : agent_(faults_.Preloaded()), client_(LoggedIn())
-    {
-        fs::copy(panel_.Paths().MainDatabase, kSaved);
-        Ask(); // what is made once only is made
-        Restore();
-        descriptors_ = agent_.Descriptors();
-    }
-
-    ~DatabaseCalls() override
-    {
-        EXPECT_EQ(agent_.Descriptors(), descriptors_);
-        agent_.Signal(SIGTERM);
-        client_.SendLine("Heartbeat?");
-        static_cast<void>(client_.IsClosedByPeer());
-    }
-
-    /// Sends the request; its answer, rows included.
-    std::vector<std::string> Ask() { return client_.AskList(GetParam().Request); }
-
-    /// Puts the database back as it was before any request.
-    void Restore() const
-    {
-        fs::remove(std::string(panel_.Paths().MainDatabase) + "-journal");
-        fs::copy(kSaved, panel_.Paths().MainDatabase, fs::copy_options::overwrite_existing);
-    }
-
-    /// The tables without the journal, and the journal.
-    [[nodiscard]] std::vector<std::string> Tables() const
-    {
-        std::vector<std::string> tables;
-        for (const std::string &row : TestPanel::Dump(panel_.Paths().MainDatabase))
-            if (row.rfind("DBQueryInfo", 0) != 0)
-                tables.push_back(row);
-        return tables;
-    }
+    DatabaseCalls() : SweepTest(GetParam().Request) {}
 
     /// Has each call at the point fail in turn, and `check(call)` look at what comes of it.
     template <class Check>
@@ -105,16 +64,7 @@ protected:
         }
     }
 
-    static constexpr char kSaved[] = "/tmp/saved.db";
-
-    Faults faults_;
-    TestPanel panel_;
-    Agent agent_;
-    ManagementClient client_;
     std::size_t hits_ = 0;
-
-private:
-    std::size_t descriptors_ = 0;
 };
 
 /// Calls of the agent itself: each has its own outcome.

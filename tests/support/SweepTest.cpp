@@ -1,0 +1,48 @@
+#include "support/SweepTest.h"
+
+#include <csignal>
+#include <filesystem>
+
+namespace nimbra::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kSaved[] = "/tmp/saved.db";
+
+} // namespace
+
+SweepTest::SweepTest(const char *request)
+    : agent_(faults_.Preloaded()), client_(LoggedIn()), request_(request)
+{
+    fs::copy(panel_.Paths().MainDatabase, kSaved);
+    Ask();
+    Restore();
+    descriptors_ = agent_.Descriptors();
+}
+
+SweepTest::~SweepTest()
+{
+    EXPECT_EQ(agent_.Descriptors(), descriptors_);
+    agent_.Signal(SIGTERM);
+    client_.SendLine("Heartbeat?");
+    static_cast<void>(client_.IsClosedByPeer());
+}
+
+void SweepTest::Restore() const
+{
+    fs::remove(std::string(panel_.Paths().MainDatabase) + "-journal");
+    fs::copy(kSaved, panel_.Paths().MainDatabase, fs::copy_options::overwrite_existing);
+}
+
+std::vector<std::string> SweepTest::Tables() const
+{
+    std::vector<std::string> tables;
+    for (const std::string &row : TestPanel::Dump(panel_.Paths().MainDatabase))
+        if (row.rfind("DBQueryInfo", 0) != 0)
+            tables.push_back(row);
+    return tables;
+}
+
+} // namespace nimbra::test
