@@ -11,11 +11,14 @@ namespace nimbra {
 template <std::size_t N>
 [[nodiscard]] FixedText<2 * N> ToHex(const std::array<unsigned char, N> &bytes)
 {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
+    // Worked out, not looked up: so the compiler makes many digits at a time.
+    const auto digit = [](unsigned value) {
+        return static_cast<char>(value + (value < 10 ? '0' : 'A' - 10));
+    };
     FixedText<2 * N> text;
     for (std::size_t i = 0; i < N; ++i) {
-        text.Set(2 * i, kDigits[bytes[i] >> 4U]);
-        text.Set(2 * i + 1, kDigits[bytes[i] & 0xFU]);
+        text.Set(2 * i, digit(bytes[i] >> 4U));
+        text.Set(2 * i + 1, digit(bytes[i] & 0xFU));
     }
     return text;
 }
