@@ -75,12 +75,14 @@ bool WriteImageFile(std::string_view name, const std::vector<char> &bytes)
 {
     if (!IsPlainName(name))
         return false;
+    const std::string path = PathOf(name);
+    // From here on no memory is asked for: what could not be had would leave this file behind.
     std::string temporary = PathOf(".upload-XXXXXX");
     const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
     if (!file.IsOpen())
         return false;
     if (WriteAll(file.Get(), bytes) && fchmod(file.Get(), kImageMode) == 0 &&
-        fsync(file.Get()) == 0 && std::rename(temporary.c_str(), PathOf(name).c_str()) == 0)
+        fsync(file.Get()) == 0 && std::rename(temporary.c_str(), path.c_str()) == 0)
         return true;
     unlink(temporary.c_str());
     return false;

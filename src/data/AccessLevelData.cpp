@@ -84,13 +84,14 @@ bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
 bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
 {
     const std::lock_guard turn(changeTurn_);
+    // Before anything is changed, since there may be no memory for it.
+    std::string list(levels.AccessLevelNo.View());
     Database panel(kMainDatabase, kLogSource);
     if (!panel.IsOpen() ||
         !Change(panel, SqlText("UPDATE Card SET SelectType=%d WHERE No=%d", levels.SelectType,
                                levels.CardNo)) ||
         !Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", levels.CardNo)))
         return false;
-    std::string list(levels.AccessLevelNo.View());
     char *rest = nullptr;
     for (const char *piece = strtok_r(list.data(), " ", &rest); piece != nullptr;
          piece = strtok_r(nullptr, " ", &rest)) {

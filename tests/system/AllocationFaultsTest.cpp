@@ -62,6 +62,7 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
     const std::size_t calls = faults_.Calls(Point::Allocate);
     const std::vector<std::string> after = Tables();
     const std::vector<std::string> journal = panel_.Journal();
+    const auto files = panel_.Files();
     const std::size_t memory = agent_.ResidentKiB();
     std::size_t hits = 0;
     std::size_t told = 0;
@@ -85,6 +86,7 @@ TEST_P(Allocation, ThatFailsLeavesARequestDoneOrFailedAndTheNextOneServed)
                 EXPECT_EQ(answer[row], good[row]);
         }
         EXPECT_TRUE(Tables() == (isRefused ? before : after)) << answer[0];
+        EXPECT_TRUE(panel_.Files() == files) << answer[0];
         // A change that is not in the journal is told in the log.
         const bool isTold = CountJournalFailures() > told;
         EXPECT_TRUE(isRefused || isTold || panel_.Journal() == journal);
@@ -105,6 +107,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Sweep{"OfAdd", "AddUserInfo?LastName=New", 7},
                       Sweep{"OfAddCard", "AddCardInfo?UserNo=1&FormatNo=1&CardNumber=New", 11},
                       Sweep{"OfThreatLevel", "SetThreatLevel?ThreatLevel=4", 5},
+                      // What stands behind the line feed is the picture.
+                      Sweep{"OfUpload", "SetUserImage?UserNo=1&FileName=new.jpg&Size=4\nabcd", 3},
                       Sweep{"OfOutput", "SetAuxOutput?Port=1&Control=1"}),
     [](const ::testing::TestParamInfo<Sweep> &sweep) { return std::string(sweep.param.Name); });
 
