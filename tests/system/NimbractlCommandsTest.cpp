@@ -154,6 +154,12 @@ TEST_F(NimbractlCommands, EventsAreFilteredByTimeDoorUserAndCode)
     EXPECT_EQ(list({"--user-no", "8", "--user-name", "hugo"}), rows("UserNo=8"));
     EXPECT_EQ(list({"--card", "6"}), rows("CardNo=6"));
     ExpectCtlFails({"events", "list", "--code", "77"}, 1, "no such events");
+    EXPECT_EQ(list({"--from", "2026-1-1", "--to", "2026-1-1"}), list({"--to", "2026-01-01"}));
+    ExpectCtlFails({"events", "list", "--door", "0"}, 2, "There is no door 0.");
+    ExpectCtlFails({"events", "list", "--door", "99999999999"}, 2, "There is no door 99999999999.");
+    // A name that no filter can hold is left out.
+    panel_.Run("UPDATE Door SET Name='R&D' WHERE No=1");
+    EXPECT_EQ(list({"--door", "1"}), rows("Port=1"));
 }
 
 TEST_F(NimbractlCommands, FollowPrintsNewEventsAsTheyComeOldestFirst)
@@ -217,6 +223,33 @@ TEST_F(NimbractlCommands, ThreatLevelsAreListedAndPutIntoForce)
     ExpectCtlFails({"threat", "set", "9"}, 1, "no such threat level");
     EXPECT_EQ(inForce(), "4");
     EXPECT_EQ(CtlJson({"threat", "set", "9", "--force"}), json({{"ThreatLevel", 9}}));
+}
+
+TEST_F(NimbractlCommands, WhoMayNotLookAtTheThreatLevelMayStillSetIt)
+{
+    panel_.Run("DELETE FROM UserRoleTable WHERE FormIndex=10 AND Authority=0");
+    const ProgramResult result = RunProgram(
+        CtlCommand({"threat", "set", "4"},
+                   {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator", "NIMBRA_PASSWORD=operate!1"}));
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output, "ThreatLevel  4\n");
+    EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "4");
+}
+
+TEST_F(NimbractlCommands, NumbersAreDecimalWhateverTheyBeginWith)
+{
+    EXPECT_EQ(CtlJson({"users", "show", "010"})["UserNo"], 10);
+    EXPECT_EQ(CtlJson({"users", "list", "--limit", "010", "--offset", "01"}).size(), 10U);
+    EXPECT_EQ(CtlJson({"--port", "09000", "--timeout", "015", "threat", "get"})["ThreatLevel"], 1);
+    EXPECT_EQ(CtlJson({"cards", "levels", "set", "02", "010", "009", "--kind",
+                       "levels"})["AccessLevelNo"],
+              json({10, 9}));
+    EXPECT_EQ(CtlJson({"users", "delete", "0010"}), json({{"Result", 0}, {"UserNo", 10}}));
+    EXPECT_EQ(panel_.Rows("SELECT No FROM User WHERE No IN (8, 10)"), std::vector<Row>({{"8"}}));
+    ExpectCtlFails({"users", "delete", "0x0C"}, 2, "is no whole number");
+    // The cards of nobody would be deleted.
+    ExpectCtlFails({"users", "delete", "0"}, 2, "0 is not within 1 and 2147483647");
+    ExpectCtlFails({"cards", "delete", "0"}, 2, "0 is not within 1 and 2147483647");
 }
 
 TEST_F(NimbractlCommands, UsersAreListedFilteredAndShown)
@@ -315,6 +348,7 @@ TEST_F(NimbractlCommands, PhotographsThatCannotBeGottenOrPutAreExplained)
     WriteFile("/tmp/some.png", "picture");
     ExpectCtlFails({"users", "photo", "put", "7", "/tmp/empty.png"}, 2, "is empty");
     ExpectCtlFails({"users", "photo", "put", "7", "/tmp/none.png"}, 2, "Cannot read");
+    ExpectCtlFails({"users", "photo", "put", "7", "/tmp"}, 2, "nimbractl: Cannot read /tmp.\n");
     ExpectCtlFails({"users", "photo", "put", "7", "/tmp/some.png", "--name", "a/b.png"}, 2,
                    "\"/\"");
     ExpectCtlFails({"users", "photo", "put", "7", "/tmp/some.png", "--name", "it's.png"}, 2,
@@ -352,12 +386,17 @@ TEST_F(NimbractlCommands, CardsAreAddedSetAndDeleted)
               row);
     EXPECT_EQ(panel_.Rows(std::string(kCardRows) + "WHERE C.No=2"), row);
 
+    const ProgramResult unseen = RunCtl({"cards", "set", "3", "--format", "77"});
+    EXPECT_EQ(unseen.Status, 0);
+    EXPECT_EQ(unseen.Output, "nimbractl: The card is changed; the panel does not show it.\n");
+    EXPECT_EQ(panel_.Value("SELECT CardFormatNo FROM Card WHERE No=3"), "77");
+
     EXPECT_EQ(CtlJson({"cards", "delete", "17"}), json({{"Result", 0}, {"CardNo", 17}}));
     ExpectCtlFails({"cards", "delete", "17"}, 1, "no such card");
     // Its format is gone, so that only its access levels are found.
     EXPECT_EQ(RunCtl({"cards", "delete", "5"}).Status, 0);
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card WHERE No IN (5, 17)"), "0");
-    EXPECT_EQ(Audited(), (std::vector<std::string>{"10401", "10403", "10402", "10402"}));
+    EXPECT_EQ(Audited(), (std::vector<std::string>{"10401", "10403", "10403", "10402", "10402"}));
 }
 
 TEST_F(NimbractlCommands, AccessLevelsOfACardAreReplaced)

@@ -179,6 +179,7 @@ TEST_F(NimbractlShell, DoesCommandsWithCompletionAndHistory)
 TEST_F(NimbractlShell, KeepsPasswordsOutOfTheHistory)
 {
     Do("raw 'Login?Username=admin&Password=admin1234'", "LoginResponse?Result=0");
+    Do("raw 'login?username=admin&PASSWORD=admin1234'", "LoginResponse?Result=0");
     Do("threat get", "ThreatLevel");
     terminal_.Type("exit\n");
     EXPECT_EQ(terminal_.WaitForExit(), 0);

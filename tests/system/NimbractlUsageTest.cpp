@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -217,6 +218,54 @@ TEST(NimbractlFailures, APanelThatAnswersNonsenseIsStatus3)
     ExpectFailsOn("GetUserImage?", "GetUserImageResponse?Result=0&FileName=a.png&Size=1000\nabc",
                   {"users", "photo", "get", "1", "/tmp/x"}, "Only 3 of 1000 bytes came");
     ExpectFailsOn("GetThreatLevel?", std::nullopt, {"threat", "get"}, "closed the connection");
+}
+
+TEST(NimbractlFailures, APanelThatAnswersWithoutItsNumbersIsStatus3)
+{
+    const std::string strange = "does not speak the panel's protocol";
+    for (const char *result : {"", "abc", "-1", "0x", "99999999999"})
+        ExpectFailsOn("GetThreatLevel?",
+                      "GetThreatLevelResponse?Result=" + std::string(result) + "&ThreatLevel=1\n",
+                      {"threat", "get"}, strange);
+    for (const char *count : {"", "&Count=", "&Count=abc", "&Count=-1", "&Count=1x"})
+        ExpectFailsOn("GetCardFormatEx?",
+                      "GetCardFormatExResponse?Result=0&Total=1&Offset=0" + std::string(count) +
+                          "\nFormatNo=1&Name=x&Default=1\n",
+                      {"formats"}, strange);
+    for (const char *size : {"", "&Size=", "&Size=-5"})
+        ExpectFailsOn("GetUserImage?",
+                      "GetUserImageResponse?Result=0&FileName=a.png" + std::string(size) + "\n",
+                      {"users", "photo", "get", "1", "/tmp/x"}, strange);
+    EXPECT_FALSE(std::filesystem::exists("/tmp/x"));
+}
+
+TEST(NimbractlFailures, WhatAPanelTellsCannotSteerTheTerminal)
+{
+    FakePanel panel([](const std::string &line) {
+        return line.compare(0, 12, "GetDoorInfo?") == 0
+                   ? "GetDoorInfoResponse?Result=0&DoorNo=1&Name=a\033[2Jb\302\2332Jc\303\233&"
+                     "Status=0\n"
+                   : "";
+    });
+    EXPECT_NE(RunCtl({"--port", std::to_string(panel.Port()), "doors", "show", "1"})
+                  .Output.find("a?[2Jb\302?2Jc\303\233\n"),
+              std::string::npos);
+}
+
+TEST(NimbractlFailures, APhotographIsNotStoredInAHiddenFileUnlessAskedTo)
+{
+    FakePanel panel([](const std::string &line) {
+        return line.compare(0, 13, "GetUserImage?") == 0
+                   ? "GetUserImageResponse?Result=0&FileName=.profile&Size=3\nabc"
+                   : "";
+    });
+    ExpectCtlFails({"--port", std::to_string(panel.Port()), "users", "photo", "get", "1"}, 2,
+                   "\".profile\", is no name for a file: give one.");
+    EXPECT_EQ(RunCtl({"--port", std::to_string(panel.Port()), "users", "photo", "get", "1",
+                      "/tmp/.profile"})
+                  .Status,
+              0);
+    EXPECT_EQ(ReadFile("/tmp/.profile"), "abc");
 }
 
 TEST(NimbractlFailures, APhotographNeverLeavesTheCurrentDirectory)

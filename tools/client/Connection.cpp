@@ -69,7 +69,7 @@ std::optional<std::string> Session::Connection::ReadFirst(std::string_view begin
         if (hasProbed && BeginsWith(*line, kProbeAnswer))
             return std::nullopt;
         if (!BeginsWith(*line, beginning) || line->find("Response?Result=") == std::string::npos)
-            throw Unreachable("What answers there does not speak the panel's protocol.");
+            FailStrange();
         if (hasProbed)
             owed_.emplace_back(kProbeAnswer);
         return line;

@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
+#include <charconv>
+#include <system_error>
 #include <utility>
 
 namespace nimbra::client {
@@ -20,9 +21,21 @@ std::string AnswerTo(const std::string &word)
     return word + "Response?Result=";
 }
 
-int ResultOf(const std::string &line)
+/// A number that the protocol always gives: not negative, and nothing behind it.
+int NumberIn(std::string_view text)
 {
-    return std::atoi(line.c_str() + line.find("Result=") + std::string_view("Result=").size());
+    int number = 0;
+    const char *end = text.data() + text.size();
+    const auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || at != end || number < 0)
+        FailStrange();
+    return number;
+}
+
+int ResultOf(std::string_view line)
+{
+    line.remove_prefix(line.find("Result=") + std::string_view("Result=").size());
+    return NumberIn(line.substr(0, line.find('&')));
 }
 
 /// What stands behind the result in the first line of an answer.
@@ -44,9 +57,13 @@ Answer ReadHeader(const std::string &line)
     return answer;
 }
 
-std::size_t Count(const Record &header, std::string_view key)
+/// How many rows or bytes follow a header; 0 when answers of this kind announce none.
+std::size_t Announced(const Record &header, std::string_view key)
 {
-    return static_cast<std::size_t>(std::max(header.Number(key), 0));
+    const auto fields = header.Fields();
+    const bool isKnown = std::any_of(fields.begin(), fields.end(),
+                                     [key](const Field &field) { return field.Name == key; });
+    return isKnown ? static_cast<std::size_t>(NumberIn(header.Text(key))) : 0;
 }
 
 /// Whether a probe behind this line would be taken for something else: for the line's own answer,
@@ -112,7 +129,7 @@ std::optional<Answer> Session::AskLine(const std::string &line)
     const std::optional<std::string> first = connection.ReadFirst("", !MustNotBeProbed(line));
     if (first) {
         Answer answer = ReadAnswer(connection, *first);
-        const std::size_t size = Count(answer.Header, "Size");
+        const std::size_t size = Announced(answer.Header, "Size");
         if (connection.ReadBytes(size, {}).size() == size)
             connection.Finish();
         return answer;
@@ -130,7 +147,7 @@ Photo Session::Download(std::int32_t userNo, const Progress &progress)
     Photo photo;
     photo.Result = answer.Result;
     photo.FileName = answer.Header.Text("FileName");
-    const std::size_t size = Count(answer.Header, "Size");
+    const std::size_t size = Announced(answer.Header, "Size");
     photo.Bytes = connection.ReadBytes(size, progress);
     if (photo.Bytes.size() < size)
         throw Unreachable("Only " + std::to_string(photo.Bytes.size()) + " of " +
@@ -168,7 +185,8 @@ int Session::Upload(std::int32_t userNo, const std::string &fileName,
 
 void Session::KeepAlive()
 {
-    Ready().SendHeartbeat();
+    if (connection_ && connection_->IsUsable())
+        connection_->SendHeartbeat();
 }
 
 Session::Connection &Session::Ready()
@@ -217,7 +235,7 @@ Answer Session::ReadAnswer(Connection &connection, const std::string &first)
 {
     Answer answer = ReadHeader(first);
     const Reply *reply = FindReply(first.substr(0, first.find("Response?")));
-    for (std::size_t i = Count(answer.Header, "Count"); i > 0; --i) {
+    for (std::size_t i = Announced(answer.Header, "Count"); i > 0; --i) {
         answer.RowLines.push_back(connection.ReadNext());
         answer.Rows.emplace_back(reply->Row, answer.RowLines.back());
     }

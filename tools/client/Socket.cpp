@@ -63,6 +63,11 @@ Handle &Handle::operator=(Handle &&other) noexcept
     return *this;
 }
 
+void FailStrange()
+{
+    throw Unreachable("What answers there does not speak the panel's protocol.");
+}
+
 bool WaitForSocket(int socket, short events, Deadline deadline, const CancelCheck &isCancelled)
 {
     for (;;) {
@@ -84,6 +89,7 @@ Handle ConnectTo(const std::string &host, int port, Deadline deadline,
 {
     const std::string place = host + " port " + std::to_string(port);
     addrinfo hints = {};
+    hints.ai_family = AF_INET; // panels have no other
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *first = nullptr;
     const int failure = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
@@ -140,7 +146,7 @@ std::optional<std::string> LineSocket::ReadLine(Deadline deadline)
             return line;
         }
         if (received_.size() > kLongestLine)
-            throw Unreachable("What answers there does not speak the panel's protocol.");
+            FailStrange();
         searched = received_.size();
         if (!Receive(deadline))
             return std::nullopt;

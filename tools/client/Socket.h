@@ -35,6 +35,9 @@ private:
     int descriptor_;
 };
 
+/// Throws Unreachable: what came is none of the protocol.
+[[noreturn]] void FailStrange();
+
 /// Waits until the socket has one of the events; false at the deadline. Throws Cancelled.
 [[nodiscard]] bool WaitForSocket(int socket, short events, Deadline deadline,
                                  const CancelCheck &isCancelled);

@@ -148,7 +148,14 @@ void SetCard(Context &context, const CardChange &card)
     request.Number("CardNo", card.Number);
     AddGivenOrKept(request, kCardFields, card.Given, ReadCard(context, card.Number), card.MayCut);
     context.Panel.Ask(request);
-    WriteRecord(context.Options.Output, ReadCard(context, card.Number));
+    // A card whose format is not there cannot be read, but has been changed.
+    client::Answer after = context.Panel.Get().Ask(GetCard(card.Number));
+    if (after.Result != 0) {
+        std::fprintf(stderr, "nimbractl: The card is changed; the panel does not show it.\n");
+        return;
+    }
+    UsePanelDays(context, after.Header);
+    WriteRecord(context.Options.Output, after.Header);
 }
 
 void DeleteCards(Context &context, const Cards &cards)
@@ -206,6 +213,7 @@ void AddLevelCommands(CLI::App &cards, Context &context)
         AddNumber(*command.App, "number", command.Into->Number, "The card's record number")
             ->required();
     set.App->add_option("levels", set.Into->Levels, "Numbers of the levels or groups")
+        ->transform(IsNumber())
         ->option_text("LEVEL...");
     set.App->add_flag("--none", set.Into->None, "Take all levels away");
     AddChoice(*set.App, "--kind", set.Into->Kind, kLevelKinds,
@@ -254,6 +262,7 @@ void AddCardCommands(CLI::App &app, Context &context)
     const auto remove = AddCommand<Cards>(cards, "delete", "Delete cards, with their access levels",
                                           context, DeleteCards);
     remove.App->add_option("numbers", remove.Into->Numbers, "The cards' record numbers")
+        ->transform(IsNumber(1))
         ->required()
         ->option_text("NUMBER...");
     AddLevelCommands(cards, context);

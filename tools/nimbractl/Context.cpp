@@ -40,16 +40,16 @@ void AddFooter(CLI::App &app, const std::string &text)
 
 CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const std::string &help)
 {
-    return app.add_option(name, into, help)->check(IsNumber())->option_text("NUMBER");
+    return app.add_option(name, into, help)->transform(IsNumber())->option_text("NUMBER");
 }
 
 void AddPaging(CLI::App &app, client::ListOptions &options)
 {
     app.add_option("--limit", options.Limit, "At most so many rows; without it all of them")
-        ->check(CLI::Range(1, 2147483647))
+        ->transform(IsNumber(1))
         ->option_text("NUMBER");
     app.add_option("--offset", options.Offset, "Leave out so many rows at the beginning")
-        ->check(CLI::Range(0, 2147483647))
+        ->transform(IsNumber(0))
         ->option_text("NUMBER");
 }
 
@@ -155,6 +155,9 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
         return Complain(kUnreachable, error.what());
     } catch (const client::Cancelled &) {
         return Complain(kInterrupted, "Interrupted.");
+    } catch (const std::exception &error) {
+        // Something of this machine: memory has run out, for one.
+        return Complain(kWrongUsage, error.what());
     }
 }
 

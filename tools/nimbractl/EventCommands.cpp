@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -77,30 +76,40 @@ void AddTime(Context &context, Request &request, const char *key, const std::str
     if (text.empty())
         return;
     std::int64_t seconds = client::ParseTime(text).value_or(0);
-    if (text.size() == std::string("2026-01-31").size())
+    if (text.find(':') == std::string::npos)
         seconds += atEndOfDay;
     const std::chrono::seconds offset = context.Panel.ClockOffset();
     request.Plain(key, client::FormatTime(seconds + offset.count()), client::kNameBytes);
 }
 
+/// Adds a door's present name to a filter, where it can be had and sent.
+void AddNameOf(Context &context, Request &request, int door)
+{
+    const client::Answer answer =
+        context.Panel.Get().Ask(Request("GetDoorInfo").Number("DoorNo", door));
+    Request withName = request;
+    try {
+        if (answer.Result == 0)
+            request = withName.Text("DeviceName", answer.Header.Text("Name"));
+    } catch (const client::BadRequest &) {
+        // A name that no request can carry: the port alone has to do.
+    }
+}
+
 /// Adds the filter for a door: a name, or a number. Other devices may have the port of the same
-/// number, so the door's name is added to that as far as it can be had.
+/// number, so the door's name is added to that.
 void AddDoor(Context &context, Request &request, const std::string &door, const GivenFields &given)
 {
-    int number = 0;
-    const char *end = door.data() + door.size();
-    if (std::from_chars(door.data(), end, number).ptr != end) {
+    if (door.find_first_not_of("0123456789") != std::string::npos) {
         request.Text("DeviceName", door);
         return;
     }
+    const int number = ParseNumber(door).value_or(0);
+    if (number == 0)
+        throw WrongUsage("There is no door " + door + ".");
     request.Number("DevicePort", number);
-    if (given.count("DeviceName") != 0)
-        return;
-    const client::Answer answer =
-        context.Panel.Get().Ask(Request("GetDoorInfo").Number("DoorNo", number));
-    const std::string name = answer.Header.Text("Name");
-    if (answer.Result == 0 && client::WithDoubledQuotes(name).size() <= client::kNameBytes)
-        request.Text("DeviceName", name);
+    if (given.count("DeviceName") == 0)
+        AddNameOf(context, request, number);
 }
 
 Request MakeRequest(Context &context, const EventFilter &filter)
@@ -189,7 +198,9 @@ void FollowEvents(Context &context, const FollowChoice &choice)
 
 void AddFilterOptions(CLI::App &app, EventFilter &filter)
 {
-    app.add_option("--door", filter.Door, "Of this door")->option_text("NUMBER|NAME");
+    app.add_option("--door", filter.Door,
+                   "Of this door; by number, those that have its present name")
+        ->option_text("NUMBER|NAME");
     AddFields(app, kFilters, filter.Given);
     AddFooter(app, "A text is found anywhere, without regard to the case of ASCII letters; % in it "
                    "stands for any\ntext and _ for any letter. Several filters must all match. "
@@ -221,10 +232,10 @@ void AddEventCommands(CLI::App &app, Context &context)
         context, FollowEvents);
     AddFilterOptions(*follow.App, follow.Into->Filter);
     follow.App->add_option("--last", follow.Into->Last, "Begin with so many events of the past")
-        ->check(CLI::Range(1, 100000))
+        ->transform(IsNumber(1, 100000))
         ->option_text("NUMBER");
     follow.App->add_option("--count", follow.Into->Count, "End after so many events")
-        ->check(CLI::Range(1, 2147483647))
+        ->transform(IsNumber(1))
         ->option_text("NUMBER");
     follow.App
         ->add_option("--interval", follow.Into->Interval, "Seconds between two looks at the log")

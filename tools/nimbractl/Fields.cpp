@@ -3,8 +3,6 @@
 #include "nimbractl/Errors.h"
 
 #include <charconv>
-#include <cstdint>
-#include <optional>
 
 #include <nimbra-client/PanelClock.h>
 
@@ -16,16 +14,6 @@ using client::Kind;
 
 /// What the panel stores for a date that is not given.
 constexpr char kNoDate[] = "1970-01-01";
-
-std::optional<std::int32_t> ParseNumber(const std::string &text)
-{
-    std::int32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [at, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || at != end)
-        return std::nullopt;
-    return number;
-}
 
 CLI::Validator IsDate()
 {
@@ -66,7 +54,7 @@ void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields 
             option.Help);
         added->option_text(TypeName(option.Field.Kind));
         if (option.Field.Kind == Kind::Number)
-            added->check(IsNumber());
+            added->transform(IsNumber());
         if (option.Field.Kind == Kind::Date)
             added->check(IsDate());
     }
@@ -98,13 +86,29 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
     }
 }
 
-CLI::Validator IsNumber()
+CLI::Validator IsNumber(std::int32_t least, std::int32_t most)
 {
-    return {[](std::string &text) {
-                return ParseNumber(text) ? std::string()
-                                         : "\"" + text + "\" is no whole number of 32 bits";
+    return {[least, most](std::string &text) -> std::string {
+                const std::optional<std::int32_t> number = ParseNumber(text);
+                if (!number)
+                    return "\"" + text + "\" is no whole number of 32 bits";
+                if (*number < least || *number > most)
+                    return text + " is not within " + std::to_string(least) + " and " +
+                           std::to_string(most);
+                text = std::to_string(*number);
+                return "";
             },
             ""};
+}
+
+std::optional<std::int32_t> ParseNumber(const std::string &text)
+{
+    std::int32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || at != end)
+        return std::nullopt;
+    return number;
 }
 
 void RequireGiven(const GivenFields &given)

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -37,8 +39,12 @@ void AddGiven(client::Request &request, std::span<const FieldOption> options,
 void AddGivenOrKept(client::Request &request, std::span<const FieldOption> options,
                     const GivenFields &given, const client::Record &record, bool mayCut);
 
-/// Checks a whole number that the panel can read: 32 bits, and nothing behind it.
-[[nodiscard]] CLI::Validator IsNumber();
+/// For Option::transform: checks a whole decimal number within bounds, and nothing behind it. What
+/// it leaves has no leading zeros, which the parser would take for the sign of an octal number.
+[[nodiscard]] CLI::Validator IsNumber(std::int32_t least = INT32_MIN,
+                                      std::int32_t most = INT32_MAX);
+/// The same as the default, for a text.
+[[nodiscard]] std::optional<std::int32_t> ParseNumber(const std::string &text);
 
 /// Throws WrongUsage when no value is given.
 void RequireGiven(const GivenFields &given);

@@ -284,9 +284,14 @@ void WriteRecord(Format format, const Record &record, StatusWords status)
 std::string Printable(const std::string &text)
 {
     std::string result = text;
-    std::replace_if(
-        result.begin(), result.end(),
-        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, '?');
+    unsigned char before = 0;
+    for (char &c : result) {
+        const auto byte = static_cast<unsigned char>(c);
+        // C2 begins the control characters beyond ASCII, 80 to 9F.
+        if (byte < 0x20 || byte == 0x7F || (before == 0xC2 && byte >= 0x80 && byte < 0xA0))
+            c = '?';
+        before = byte;
+    }
     return result;
 }
 

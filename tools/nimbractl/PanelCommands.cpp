@@ -1,7 +1,9 @@
 // What the panel is set up with: event codes, card formats, access levels, threat levels.
 
 #include "nimbractl/Context.h"
+#include "nimbractl/Fields.h"
 
+#include <array>
 #include <map>
 
 #include <nimbra-client/Request.h>
@@ -91,7 +93,9 @@ void SetThreat(Context &context, const Number &number)
             throw Refused("GetThreatInfo", result);
     }
     context.Panel.Ask(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
-    Show(context, Request("GetThreatLevel"));
+    constexpr static std::array<client::Field, 1> kFields{{{"ThreatLevel", client::Kind::Number}}};
+    WriteRecord(context.Options.Output,
+                client::Record(kFields, "ThreatLevel=" + std::to_string(number.Value)));
 }
 
 void AddThreatCommands(CLI::App &app, Context &context)
@@ -115,7 +119,7 @@ void AddPanelCommands(CLI::App &app, Context &context)
         app, "event-codes", "List the event codes and what they mean, or show one", context,
         ShowCodes);
     codes.App->add_option("code", codes.Into->Code, "Only this code")
-        ->check(CLI::Range(0, 2147483647))
+        ->transform(IsNumber(0))
         ->option_text("CODE");
     codes.App->add_option("--text", codes.Into->Text, "Those with this text in their meaning")
         ->option_text("TEXT");

@@ -2,12 +2,12 @@
 #include "nimbractl/ProgressBar.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include <unistd.h>
 
@@ -23,11 +23,12 @@ struct PhotoChoice
     bool MayReplace = false;
 };
 
-/// Only the last part of a name, so that a panel cannot choose the directory.
+/// Only the last part of a name, so that a panel cannot choose the directory, nor make a file that
+/// another program looks for, as those are whose names begin with a dot.
 std::string LocalName(const std::string &name)
 {
     const std::string last = name.substr(name.find_last_of('/') + 1);
-    if (last.empty() || last == "." || last == "..")
+    if (last.empty() || last[0] == '.')
         throw WrongUsage("The panel's name of the photograph, \"" + Printable(name) +
                          "\", is no name for a file: give one.");
     return last;
@@ -77,8 +78,11 @@ void GetPhoto(Context &context, const PhotoChoice &choice)
 std::vector<char> Load(const std::string &name)
 {
     std::ifstream file(name, std::ios::binary);
-    std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (!file.is_open() || file.bad() || std::filesystem::is_directory(name))
+    std::vector<char> bytes;
+    std::array<char, 65536> piece;
+    while (file.read(piece.data(), piece.size()) || file.gcount() > 0)
+        bytes.insert(bytes.end(), piece.begin(), piece.begin() + file.gcount());
+    if (!file.is_open() || file.bad())
         throw LocalFailure("Cannot read " + name + ".");
     return bytes;
 }

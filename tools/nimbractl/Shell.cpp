@@ -157,7 +157,7 @@ public:
     void Remember(const std::string &line) const
     {
         const HIST_ENTRY *last = history_get(history_base + history_length - 1);
-        if (line.empty() || line[0] == ' ' || line.find("assword") != std::string::npos ||
+        if (line.empty() || line[0] == ' ' || strcasestr(line.c_str(), "password") != nullptr ||
             (last != nullptr && line == last->line))
             return;
         add_history(line.c_str());

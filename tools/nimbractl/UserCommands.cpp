@@ -171,6 +171,7 @@ void AddUserCommands(CLI::App &app, Context &context)
         users, "delete", "Delete users, with their cards. Photographs stay on the panel", context,
         DeleteUsers);
     remove.App->add_option("numbers", remove.Into->Numbers, "The users' numbers")
+        ->transform(IsNumber(1)) // the cards that are nobody's have 0 for their user
         ->required()
         ->option_text("NUMBER...");
     AddPhotoCommands(users, context);

@@ -1,6 +1,7 @@
 // nimbractl: finds panels and talks to one.
 
 #include "nimbractl/Context.h"
+#include "nimbractl/Fields.h"
 #include "nimbractl/Shell.h"
 
 #include <cstdio>
@@ -45,7 +46,7 @@ void AddLinkOptions(CLI::App &app, Settings &settings)
         ->option_text("HOST (Env:NIMBRA_HOST)");
     app.add_option("--port", settings.Port, "The panel's port")
         ->envname("NIMBRA_PORT")
-        ->check(CLI::Range(1, 65535))
+        ->transform(IsNumber(1, 65535))
         ->option_text("PORT (Env:NIMBRA_PORT) [9000]");
     app.add_option("--user", settings.User, "The name to log in with")
         ->envname("NIMBRA_USER")
@@ -55,7 +56,7 @@ void AddLinkOptions(CLI::App &app, Settings &settings)
         ->option_text("FILE");
     app.add_option("--timeout", settings.TimeoutSeconds,
                    "How many seconds to wait for a connection, and for an answer")
-        ->check(CLI::Range(1, 3600))
+        ->transform(IsNumber(1, 3600))
         ->option_text("SECONDS [15]");
     app.add_option("--clock-offset", settings.ClockOffset,
                    "How far the panel's standard time is ahead of UTC, such as +02:00; found out "
@@ -102,6 +103,6 @@ int main(int argc, char **argv)
         return nimbra::ctl::Run(argc, argv);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "nimbractl: %s\n", error.what());
-        return nimbra::ctl::kRefused;
+        return nimbra::ctl::kWrongUsage;
     }
 }

@@ -100,7 +100,8 @@ public:
                              const std::vector<char> &bytes, const Progress &progress = {});
 
     /// Ends the panel's waiting for a line without waiting for the answer. To be called every few
-    /// seconds by a client that has nothing to ask.
+    /// seconds by a client that has nothing to ask. A session that has ended all the same is left
+    /// so until the next request, which opens it again.
     void KeepAlive();
 
 private:
