@@ -174,6 +174,21 @@ Result Soak(double seconds, double roundSeconds)
     return result;
 }
 
+/// What has never happened, of all that must in any run: a load that is not there shows nothing.
+std::vector<std::string> Missing(const Result &result)
+{
+    std::vector<std::string> missing;
+    for (const char *what :
+         {"registrations", "heartbeats", "answers to remote clients", "probes answered",
+          "sessions of good clients", "slow exchanges", "halves of lines lost", "connections reset",
+          "hostile lines", "silent sessions ended", "transactions of the panel"}) {
+        const auto count = result.Figures.Counts.find(what);
+        if (count == result.Figures.Counts.end() || count->second == 0)
+            missing.emplace_back(what);
+    }
+    return missing;
+}
+
 /// Whether the agent held in the end what it held at the start.
 bool HasLetGo(const Result &result)
 {
@@ -216,6 +231,8 @@ void PrintText(const Result &result, bool isGood)
         std::puts("resident memory is a sanitizer's, and not judged");
     for (const std::string &sample : result.Figures.Samples)
         std::printf("WRONG: %s\n", sample.c_str());
+    for (const std::string &what : Missing(result))
+        std::printf("NONE: %s\n", what.c_str());
     std::puts(isGood ? "The agent has held out." : "THE AGENT HAS NOT HELD OUT.");
 }
 
@@ -233,6 +250,7 @@ void PrintJson(const Result &result, bool isGood)
                            {"answers_checked", result.Figures.Checked},
                            {"answers_wrong", result.Figures.Wrong},
                            {"wrong", result.Figures.Samples},
+                           {"none", Missing(result)},
                            {"mean_seconds", result.Figures.MeanSeconds},
                            {"longest_seconds", result.Figures.LongestSeconds},
                            {"longest_request", result.Figures.LongestRequest},
@@ -274,7 +292,8 @@ int main(int argc, char **argv)
     using namespace nimbra::soak;
     try {
         const Result result = Soak(seconds, roundSeconds);
-        const bool isGood = result.HasEndedWell && result.Figures.Wrong == 0 && HasLetGo(result) &&
+        const bool isGood = result.HasEndedWell && result.Figures.Wrong == 0 &&
+                            Missing(result).empty() && HasLetGo(result) &&
                             HasMemoryStayed(result) &&
                             !::testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed();
         isJson ? PrintJson(result, isGood) : PrintText(result, isGood);

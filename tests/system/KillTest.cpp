@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
@@ -34,6 +36,7 @@ struct Change
         SetUser,
         AddCard,
         SetCard,
+        SetLevels,
         SetPicture
     };
     Kind What;
@@ -46,7 +49,7 @@ class Changer
 {
 public:
     Changer(int number, int round)
-        : number_(std::to_string(number)),
+        : number_(std::to_string(number)), firstLevel_(1000000 * number + 10000 * round),
           picture_("kill" + number_ + "r" + std::to_string(round) + ".jpg"),
           random_(static_cast<unsigned>(100 * round + number))
     {}
@@ -56,8 +59,11 @@ public:
     {
         ManagementClient client = LoggedIn();
         for (int serial = 1;; ++serial) {
-            Change change{static_cast<Change::Kind>(random_() % 5),
+            Change change{static_cast<Change::Kind>(random_() % 6),
                           "T" + std::to_string(random_()) + "S" + std::to_string(serial) + "E"};
+            // An access level is a number.
+            if (change.What == Change::Kind::SetLevels)
+                change.Tag = std::to_string(firstLevel_ + serial);
             changes_.push_back(change);
             Send(client, change);
             const auto answer = client.ReadLine();
@@ -80,6 +86,7 @@ public:
                    panel.Value("SELECT LastName FROM User WHERE No=" + number_));
         ExpectLast(Change::Kind::SetCard,
                    panel.Value("SELECT CardNo FROM Card WHERE No=" + number_));
+        ExpectLevels(panel);
         const std::string bytes = ReadFile(panel.Paths().Images / picture_);
         const std::string tag = bytes.substr(0, bytes.find('E') + 1);
         EXPECT_TRUE(bytes.empty() || bytes == Picture(tag)) << bytes.size() << " bytes";
@@ -115,6 +122,9 @@ private:
         case Change::Kind::SetCard:
             return client.SendLine("SetCardInfo?CardNo=" + number_ +
                                    "&UserNo=1&FormatNo=2&CardNumber=" + change.Tag);
+        case Change::Kind::SetLevels:
+            return client.SendLine("SetCardAccessLevel?CardNo=" + number_ +
+                                   "&SelectType=1&AccessLevelNo=" + change.Tag + " 2 3");
         case Change::Kind::SetPicture:
             client.SendLine("SetUserImage?UserNo=" + number_ + "&FileName=" + picture_ +
                             "&Size=" + std::to_string(kPictureSize));
@@ -132,7 +142,11 @@ private:
         if (change.What == Change::Kind::AddCard) {
             EXPECT_EQ(panel.Value("SELECT COUNT(*) FROM Card WHERE CardNo=" + quoted), "1");
         }
-        if (change.What != Change::Kind::SetPicture) {
+        if (change.What == Change::Kind::SetLevels) {
+            EXPECT_EQ(panel.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE '%, " +
+                                  change.Tag + ")'"),
+                      "1");
+        } else if (change.What != Change::Kind::SetPicture) {
             EXPECT_EQ(panel.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE '%" +
                                   change.Tag + "%'"),
                       "1");
@@ -159,7 +173,33 @@ private:
             << tag;
     }
 
+    /// Shows that the card has the access levels that were answered last or, if others were asked
+    /// for after them, these as far as the agent came: none, some or all, in their order.
+    void ExpectLevels(const TestPanel &panel) const
+    {
+        using Levels = std::vector<Row>;
+        const Levels levels = panel.Rows(
+            "SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=" + number_ + " ORDER BY No");
+        std::vector<Levels> possible;
+        bool isAnswered = false;
+        for (const Change &change : changes_) {
+            if (change.What != Change::Kind::SetLevels)
+                continue;
+            const Levels whole = {{change.Tag}, {"2"}, {"3"}};
+            isAnswered = isAnswered || change.IsAnswered;
+            if (change.IsAnswered)
+                possible = {whole};
+            else
+                for (std::ptrdiff_t done = 0; done <= std::ssize(whole); ++done)
+                    possible.emplace_back(whole.begin(), whole.begin() + done);
+        }
+        EXPECT_TRUE(!isAnswered ||
+                    std::find(possible.begin(), possible.end(), levels) != possible.end())
+            << ::testing::PrintToString(levels);
+    }
+
     std::string number_;
+    int firstLevel_;
     std::string picture_;
     std::minstd_rand random_;
     std::vector<Change> changes_;
@@ -172,7 +212,9 @@ void ExpectSound(const TestPanel &panel)
          {panel.Paths().MainDatabase, panel.Paths().LogDatabase, panel.Paths().NetworkDatabase})
         EXPECT_EQ(TestPanel::Rows(file, "PRAGMA integrity_check"), std::vector<Row>({{"ok"}}))
             << file;
-    EXPECT_EQ(panel.Value("SELECT COUNT(*) - COUNT(DISTINCT Idseq) FROM DBQueryInfo"), "0");
+    for (const char *numbers :
+         {"Idseq) FROM DBQueryInfo", "No) FROM User", "No) FROM Card", "No) FROM CardAccessLevel"})
+        EXPECT_EQ(panel.Value(std::string("SELECT COUNT(*) - COUNT(DISTINCT ") + numbers), "0");
 }
 
 TEST(KilledAgent, HasDoneWhatItAnsweredAndNothingByHalves)
