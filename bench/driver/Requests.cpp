@@ -167,7 +167,8 @@ void MeasureTables(const Plan &plan, Report *report)
             Rounds rounds;
             pair.Run((plan.Work.RequestRounds + 1) / 2, [&](bool isAgent, Station &station) {
                 reset();
-                rounds.Add(isAgent, station.CostOf(request.Text, request.Batch, lines));
+                rounds.Add(isAgent, station.CostOf(request.Text,
+                                                   request.Batch * plan.Work.RequestScale, lines));
             });
             report->Tables[i].Points.push_back({rows, rounds.Take("", request.Name, "us")});
         }

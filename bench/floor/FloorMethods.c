@@ -87,8 +87,13 @@ static void ChangeOf(sqlite3 *panel, const char *before, int number, const char 
     FloorChange(panel, sql);
 }
 
-/// Not inlined: the compiler would leave out the digits that a caller does not read, and the agent's
-/// compiler cannot, either.
+static char Digit(int value)
+{
+    return (char)(value + (value < 10 ? '0' : 'A' - 10));
+}
+
+/// Not inlined: the compiler would leave out the digits that a caller does not read, and the
+/// agent's compiler cannot, either.
 __attribute__((noinline)) static void Digest(const char *text, char *digits)
 {
     unsigned char bytes[SHA256_DIGEST_LENGTH];
@@ -97,8 +102,8 @@ __attribute__((noinline)) static void Digest(const char *text, char *digits)
     SHA256_Update(&context, text, strlen(text));
     SHA256_Final(bytes, &context);
     for (size_t i = 0; i < sizeof bytes; ++i) {
-        digits[2 * i] = "0123456789ABCDEF"[bytes[i] >> 4];
-        digits[2 * i + 1] = "0123456789ABCDEF"[bytes[i] & 15];
+        digits[2 * i] = Digit(bytes[i] >> 4);
+        digits[2 * i + 1] = Digit(bytes[i] & 15);
     }
     digits[2 * sizeof bytes] = '\0';
 }
