@@ -525,7 +525,8 @@ TEST_F(CloudLink, LeavesNoConnectionOpenBetweenExchanges)
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
-    // It may be taken in the middle of an exchange; one that each exchange leaves makes it four more.
+    // It may be taken in the middle of an exchange; one that each exchange leaves makes it four
+    // more.
     const std::size_t descriptors = agent->Descriptors();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 6));
     EXPECT_TRUE(WaitUntil([&] { return agent->Descriptors() <= descriptors; }));
