@@ -175,6 +175,7 @@ Result Soak(double seconds, double roundSeconds)
 }
 
 /// What has never happened, of all that must in any run: a load that is not there shows nothing.
+/// (A silent session need not end in a short one.)
 std::vector<std::string> Missing(const Result &result)
 {
     std::vector<std::string> missing;
