@@ -182,7 +182,7 @@ std::vector<std::string> Missing(const Result &result)
     for (const char *what :
          {"registrations", "heartbeats", "answers to remote clients", "probes answered",
           "sessions of good clients", "slow exchanges", "halves of lines lost", "connections reset",
-          "hostile lines", "silent sessions ended", "transactions of the panel"}) {
+          "hostile lines", "transactions of the panel"}) {
         const auto count = result.Figures.Counts.find(what);
         if (count == result.Figures.Counts.end() || count->second == 0)
             missing.emplace_back(what);
