@@ -1,7 +1,9 @@
 #include "nimbra-client/Record.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <system_error>
 
 namespace nimbra::client {
 
@@ -16,6 +18,16 @@ std::string_view WithoutQuotes(std::string_view value)
 }
 
 } // namespace
+
+std::optional<std::int32_t> ParseNumber(std::string_view text)
+{
+    std::int32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [at, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || at != end)
+        return std::nullopt;
+    return number;
+}
 
 Record::Record(std::span<const Field> fields, std::string_view line)
     : fields_(fields), values_(fields.size())

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
-#include <system_error>
 #include <utility>
 
 namespace nimbra::client {
@@ -24,12 +22,10 @@ std::string AnswerTo(const std::string &word)
 /// A number that the protocol always gives: not negative, and nothing behind it.
 int NumberIn(std::string_view text)
 {
-    int number = 0;
-    const char *end = text.data() + text.size();
-    const auto [at, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || at != end || number < 0)
+    const std::optional<std::int32_t> number = ParseNumber(text);
+    if (!number || *number < 0)
         FailStrange();
-    return number;
+    return *number;
 }
 
 int ResultOf(std::string_view line)

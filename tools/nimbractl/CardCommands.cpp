@@ -2,8 +2,6 @@
 #include "nimbractl/Fields.h"
 
 #include <array>
-#include <limits>
-#include <map>
 #include <optional>
 
 #include <nimbra-client/PanelClock.h>
@@ -54,9 +52,6 @@ struct LevelChange
     std::vector<int> Levels;
     bool None = false;
 };
-
-/// The panel's names of the two kinds of access levels.
-const std::map<std::string, int> kLevelKinds = {{"levels", 1}, {"groups", 2}};
 
 Request GetCard(int number)
 {
@@ -216,7 +211,7 @@ void AddLevelCommands(CLI::App &cards, Context &context)
         ->transform(IsNumber())
         ->option_text("LEVEL...");
     set.App->add_flag("--none", set.Into->None, "Take all levels away");
-    AddChoice(*set.App, "--kind", set.Into->Kind, kLevelKinds,
+    AddChoice(*set.App, "--kind", set.Into->Kind, LevelKinds(),
               "What the numbers mean: levels or groups; without it, what the card has now")
         ->option_text("KIND");
 }

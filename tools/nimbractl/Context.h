@@ -93,6 +93,9 @@ CLI::Option *AddChoice(CLI::App &app, const std::string &name, Value &into,
         help);
 }
 
+/// The words for SelectType, the two kinds of access levels.
+[[nodiscard]] const std::map<std::string, int> &LevelKinds();
+
 /// Adds a number that stands without an option.
 CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const std::string &help);
 

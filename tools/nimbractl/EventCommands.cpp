@@ -87,10 +87,9 @@ void AddNameOf(Context &context, Request &request, int door)
 {
     const client::Answer answer =
         context.Panel.Get().Ask(Request("GetDoorInfo").Number("DoorNo", door));
-    Request withName = request;
     try {
         if (answer.Result == 0)
-            request = withName.Text("DeviceName", answer.Header.Text("Name"));
+            request.Text("DeviceName", answer.Header.Text("Name"));
     } catch (const client::BadRequest &) {
         // A name that no request can carry: the port alone has to do.
     }
@@ -104,7 +103,7 @@ void AddDoor(Context &context, Request &request, const std::string &door, const 
         request.Text("DeviceName", door);
         return;
     }
-    const int number = ParseNumber(door).value_or(0);
+    const int number = client::ParseNumber(door).value_or(0);
     if (number == 0)
         throw WrongUsage("There is no door " + door + ".");
     request.Number("DevicePort", number);

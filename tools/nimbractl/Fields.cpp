@@ -2,8 +2,6 @@
 
 #include "nimbractl/Errors.h"
 
-#include <charconv>
-
 #include <nimbra-client/PanelClock.h>
 
 namespace nimbra::ctl {
@@ -36,7 +34,7 @@ void AddValue(client::Request &request, const FieldOption &option, const std::st
 {
     const char *key = option.Field.Name;
     if (option.Field.Kind == Kind::Number)
-        request.Number(key, ParseNumber(value).value_or(0));
+        request.Number(key, client::ParseNumber(value).value_or(0));
     else if (option.Field.Kind == Kind::Text)
         request.Text(key, value, option.Limit);
     else if (value != kNoDate)
@@ -89,7 +87,7 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
 CLI::Validator IsNumber(std::int32_t least, std::int32_t most)
 {
     return {[least, most](std::string &text) -> std::string {
-                const std::optional<std::int32_t> number = ParseNumber(text);
+                const std::optional<std::int32_t> number = client::ParseNumber(text);
                 if (!number)
                     return "\"" + text + "\" is no whole number of 32 bits";
                 if (*number < least || *number > most)
@@ -99,16 +97,6 @@ CLI::Validator IsNumber(std::int32_t least, std::int32_t most)
                 return "";
             },
             ""};
-}
-
-std::optional<std::int32_t> ParseNumber(const std::string &text)
-{
-    std::int32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [at, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || at != end)
-        return std::nullopt;
-    return number;
 }
 
 void RequireGiven(const GivenFields &given)

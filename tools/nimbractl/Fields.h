@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <span>
 #include <string>
 
@@ -43,8 +42,6 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
 /// it leaves has no leading zeros, which the parser would take for the sign of an octal number.
 [[nodiscard]] CLI::Validator IsNumber(std::int32_t least = INT32_MIN,
                                       std::int32_t most = INT32_MAX);
-/// The same as the default, for a text.
-[[nodiscard]] std::optional<std::int32_t> ParseNumber(const std::string &text);
 
 /// Throws WrongUsage when no value is given.
 void RequireGiven(const GivenFields &given);

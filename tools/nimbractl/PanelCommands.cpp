@@ -113,6 +113,12 @@ void AddThreatCommands(CLI::App &app, Context &context)
 
 } // namespace
 
+const std::map<std::string, int> &LevelKinds()
+{
+    static const std::map<std::string, int> kinds = {{"levels", 1}, {"groups", 2}};
+    return kinds;
+}
+
 void AddPanelCommands(CLI::App &app, Context &context)
 {
     const auto codes = AddCommand<CodeFilter>(
@@ -134,8 +140,8 @@ void AddPanelCommands(CLI::App &app, Context &context)
         "List the access levels (SelectType 1) and the groups of them (SelectType 2). Each kind "
         "counts its numbers by itself",
         context, ShowAccessLevels);
-    static const std::map<std::string, int> kKinds = {{"levels", 1}, {"groups", 2}};
-    AddChoice(*levels.App, "--kind", levels.Into->Kind, kKinds, "Only one kind: levels or groups")
+    AddChoice(*levels.App, "--kind", levels.Into->Kind, LevelKinds(),
+              "Only one kind: levels or groups")
         ->option_text("KIND");
     AddNumber(*levels.App, "--group", levels.Into->Group, "Only the group of this number");
     AddThreatCommands(app, context);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -24,6 +25,9 @@ struct Field
     const char *Name;
     client::Kind Kind;
 };
+
+/// A whole decimal number of 32 bits with nothing behind it; none for any other text.
+[[nodiscard]] std::optional<std::int32_t> ParseNumber(std::string_view text);
 
 /// The pairs of one line of an answer. A plain value.
 class Record
