@@ -41,7 +41,7 @@ struct Method
     std::function<bool(int turn)> Run;
 };
 
-/// How often a method is called in a round; queries as often as they take for a given time.
+/// How often a method is called in a round; 0 for as often as a given time takes.
 int Calls(Kind kind)
 {
     switch (kind) {
@@ -326,8 +326,8 @@ void Register(const Method &method, const std::string &side, const std::function
                                                        run(++turn);
                                                });
     entry->Unit(benchmark::kMicrosecond)->Setup([](const auto &) { Restore(); });
-    if (method.Repeats != Kind::Query)
-        entry->Iterations(Calls(method.Repeats));
+    if (const int calls = Calls(method.Repeats); calls > 0)
+        entry->Iterations(calls);
     if (method.Repeats == Kind::Slow)
         entry->UseRealTime();
 }
