@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 #include <thread>
 
@@ -45,6 +46,28 @@ int SocketOnSecondHost()
     return socket;
 }
 
+void SendTo(int socket, const char *address, std::string_view datagram)
+{
+    const sockaddr_in panel = AddressOf(address, kProbePort);
+    sendto(socket, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&panel),
+           sizeof panel);
+}
+
+/// Where a datagram was sent to, which the receiving socket was asked to tell.
+std::string DestinationOf(msghdr &message)
+{
+    std::array<char, INET_ADDRSTRLEN> text = {};
+    for (cmsghdr *part = CMSG_FIRSTHDR(&message); part != nullptr;
+         part = CMSG_NXTHDR(&message, part)) {
+        if (part->cmsg_level != IPPROTO_IP || part->cmsg_type != IP_PKTINFO)
+            continue;
+        in_pktinfo info;
+        std::memcpy(&info, CMSG_DATA(part), sizeof info);
+        inet_ntop(AF_INET, &info.ipi_addr, text.data(), text.size());
+    }
+    return text.data();
+}
+
 } // namespace
 
 DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
@@ -52,6 +75,7 @@ DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
     const int on = 1;
     const sockaddr_in own = AddressOf("0.0.0.0", kAnswerPort);
     if (socket_ < 0 || setsockopt(socket_, SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
+        setsockopt(socket_, IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||
         bind(socket_, reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
         throw std::system_error(errno, std::generic_category(), "no probe on the second host");
 }
@@ -63,35 +87,49 @@ DiscoveryProbe::~DiscoveryProbe()
 
 void DiscoveryProbe::Send(std::string_view datagram) const
 {
-    SendTo(kPanelAddress, datagram);
+    SendTo(socket_, kPanelAddress, datagram);
 }
 
 void DiscoveryProbe::Broadcast(std::string_view datagram) const
 {
-    SendTo("192.168.77.255", datagram);
+    SendTo(socket_, "192.168.77.255", datagram);
 }
 
-std::optional<std::string> DiscoveryProbe::Receive(milliseconds limit) const
+void DiscoveryProbe::SendFromAnotherPort(std::string_view datagram)
+{
+    const int socket = SocketOnSecondHost();
+    SendTo(socket, kPanelAddress, datagram);
+    close(socket);
+}
+
+std::optional<DiscoveryProbe::Answer> DiscoveryProbe::ReceiveAnswer(milliseconds limit) const
 {
     pollfd wait = {socket_, POLLIN, 0};
     if (poll(&wait, 1, static_cast<int>(limit.count())) < 1)
         return std::nullopt;
     std::array<char, 2048> bytes;
-    const ssize_t count = recv(socket_, bytes.data(), bytes.size(), 0);
-    return std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control;
+    iovec part = {bytes.data(), bytes.size()};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    const ssize_t count = recvmsg(socket_, &message, 0);
+    return Answer{std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
+                  DestinationOf(message)};
+}
+
+std::optional<std::string> DiscoveryProbe::Receive(milliseconds limit) const
+{
+    const std::optional<Answer> answer = ReceiveAnswer(limit);
+    return answer ? std::optional(answer->Text) : std::nullopt;
 }
 
 std::string DiscoveryProbe::Ask(std::string_view datagram) const
 {
     Send(datagram);
     return Receive().value_or("(no answer)");
-}
-
-void DiscoveryProbe::SendTo(const char *address, std::string_view datagram) const
-{
-    const sockaddr_in panel = AddressOf(address, kProbePort);
-    sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&panel),
-           sizeof panel);
 }
 
 } // namespace nimbra::test

@@ -68,6 +68,9 @@ std::vector<double> Gaps(const CloudServer &server, const std::string &word)
 /// Main, accept, reaper and discovery.
 constexpr std::size_t kThreadsWithoutLink = 4;
 
+/// The standard ones, the listener and discovery's two.
+constexpr std::size_t kDescriptorsWithoutLink = 6;
+
 class CloudLink : public ::testing::Test
 {
 protected:
@@ -114,6 +117,7 @@ TEST_F(CloudLink, RegistersThePanelAndThenSendsHeartbeats)
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
     EXPECT_EQ(server->Requests()[0].Line, Registration("127.0.0.1", "0"));
     EXPECT_EQ(server->Requests()[1].Line, "HeartBeat?DeviceNo=7");
+    EXPECT_LT(server->Requests()[1].Time - server->Requests()[0].Time, milliseconds(2500));
     EXPECT_TRUE(WaitUntil([&] { return CloudTime("CheckTime") >= before; }));
     EXPECT_GE(CloudTime("StartTime"), before);
     EXPECT_LE(CloudTime("StartTime"), std::time(nullptr));
@@ -190,6 +194,8 @@ TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowHaveFailed)
                                        : Reply{"HeartBeatResponse?Result=3\n", {}, false};
     });
     StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
+    panel.Run("UPDATE Cloud SET StartTime=0");
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
     // The link goes on at once after it, so the requests are counted up to there.
     const std::vector<Request> requests = server->Requests();
@@ -197,12 +203,15 @@ TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowHaveFailed)
     for (std::size_t i = 1; i <= 10; ++i)
         EXPECT_EQ(requests[i].Line, "HeartBeat?DeviceNo=7");
     EXPECT_EQ(requests[11].Line, Registration("127.0.0.1", "0"));
+    EXPECT_LT(requests[11].Time - requests[10].Time, seconds(8));
+    EXPECT_TRUE(WaitUntil([this] { return CloudTime("StartTime") != 0; }));
     EXPECT_GE(agent->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
     EXPECT_GE(agent->CountMessages(kSource, "HeartBeat", "Result Error: 3"), 10U);
 }
 
-TEST_F(CloudLink, CountsOnlyFailuresInARow)
+TEST_F(CloudLink, CountsOnlyFailuresInARowAndWritesTheCheckTimeOfASuccess)
 {
+    panel.Run("UPDATE Cloud SET CheckTime=0");
     StartServer();
     server->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request) || ++answered % 10 == 0)
@@ -210,8 +219,11 @@ TEST_F(CloudLink, CountsOnlyFailuresInARow)
         return Reply{"HeartBeatResponse?Result=3\n", {}, false};
     });
     StartAgent();
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail", 5, seconds(60)));
+    EXPECT_EQ(CloudTime("CheckTime"), 0);
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail", 11, seconds(60)));
     EXPECT_EQ(server->Count("SetDeviceInfo?"), 1U);
+    EXPECT_NE(CloudTime("CheckTime"), 0);
 }
 
 TEST_F(CloudLink, WaitsFiveSecondsForAServerThatNeverAnswers)
@@ -287,6 +299,29 @@ INSTANTIATE_TEST_SUITE_P(
         Manner{"MoreLines", {"HeartBeatResponse?Result=0\nand more\n", {}, false}, ""}),
     [](const auto &test) { return std::string(test.param.Name); });
 
+class RegistrationManners : public CloudLink, public ::testing::WithParamInterface<Manner>
+{};
+
+TEST_P(RegistrationManners, AreRefusedWithTheRightMessage)
+{
+    StartServer();
+    server->SetAnswer([](const std::string &) { return GetParam().Answer; });
+    StartAgent();
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", GetParam().Message));
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    std::this_thread::sleep_for(seconds(2));
+    EXPECT_EQ(server->Requests().size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, RegistrationManners,
+    ::testing::Values(
+        Manner{"ClosingEarly", {"", {}, true}, "RecvMessage fail"},
+        Manner{"WrongWord", {"HeartBeatResponse?Result=0\n", {}, false}, "Invalid Command"},
+        Manner{"NoResult", {"SetDeviceInfoResponse?DeviceNo=7\n", {}, false}, "Result Error: -1"},
+        Manner{"BadResult", {"SetDeviceInfoResponse?Result=9\n", {}, false}, "Result Error: 9"}),
+    [](const auto &test) { return std::string(test.param.Name); });
+
 TEST_F(CloudLink, LogsKeysThatItDoesNotKnowAndGoesOn)
 {
     StartServer();
@@ -315,6 +350,47 @@ TEST_F(CloudLink, KeepsItsNumberWhateverAHeartbeatReplySays)
     EXPECT_EQ(server->Count("HeartBeat?DeviceNo=99"), 0U);
 }
 
+TEST_F(CloudLink, TakesItsNumberFromEveryReplyToARegistration)
+{
+    StartServer();
+    server->SetAnswer([&](const std::string &request) {
+        if (!IsRegistration(request))
+            return Reply{
+                "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n", {}, false};
+        return Reply{++answered == 1 ? "SetDeviceInfoResponse?Result=0\n"
+                                     : "SetDeviceInfoResponse?Result=0&DeviceNo=8\n",
+                     {},
+                     false};
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?DeviceNo=8", 1));
+    EXPECT_EQ(server->Requests()[1].Line, "HeartBeat?DeviceNo=0");
+    EXPECT_EQ(answered, 2U);
+}
+
+TEST_F(CloudLink, LeavesTheAddressOfAnOrderedSessionOutOfItsPublicPort)
+{
+    StartServer();
+    static constexpr std::array kReplies = {"LinkType=0&LinkAddr=203.0.113.1&LinkPort=4000",
+                                            "LinkType=1&LinkAddr=127.0.0.1&LinkPort=9510",
+                                            "LinkType=0&LinkAddr=203.0.113.2&LinkPort=4000"};
+    server->SetAnswer([&](const std::string &request) {
+        if (IsRegistration(request))
+            return server->GoodAnswer(request);
+        const std::size_t i = std::min<std::size_t>(answered++, kReplies.size() - 1);
+        return Reply{std::string("HeartBeatResponse?Result=0&") + kReplies[i] + "\n", {}, false};
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", kReplies.size() + 1));
+    std::vector<std::string> lines;
+    for (const Request &request : server->Requests())
+        lines.push_back(IsRegistration(request.Line) ? request.Line : "heartbeat");
+    lines.resize(6);
+    EXPECT_EQ(lines, (std::vector<std::string>{Registration("127.0.0.1", "0"), "heartbeat",
+                                               "heartbeat", "heartbeat",
+                                               Registration("203.0.113.2", "4000"), "heartbeat"}));
+}
+
 TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChanges)
 {
     StartServer();
@@ -329,6 +405,10 @@ TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChang
                      false};
     });
     StartAgent();
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
+    // A report is no registration: it writes no time, and tells what was true at the start.
+    panel.Run("UPDATE Cloud SET StartTime=0, DevicePort=9001");
+    TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET IPAddress='192.168.77.11'");
     // One more heartbeat than replies, so that the last of them has had its effect.
     ASSERT_TRUE(WaitForRequests("HeartBeat?", kPorts.size() + 1));
     std::vector<std::string> lines;
@@ -339,6 +419,7 @@ TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChang
                                                "heartbeat", Registration("203.0.113.1", "4000"),
                                                "heartbeat", "heartbeat",
                                                Registration("203.0.113.3", "0"), "heartbeat"}));
+    EXPECT_EQ(CloudTime("StartTime"), 0);
 }
 
 TEST_F(CloudLink, TakesAReplyWithoutALinkTypeAsOneThatSeesNoAddress)
@@ -368,7 +449,7 @@ TEST_F(CloudLink, RemembersThePublicPortWhenItRegistersAgain)
 {
     StartServer();
     server->SetAnswer([&](const std::string &request) {
-        const bool isFailing = ++answered > 2 && answered <= 12;
+        const bool isFailing = ++answered > 2 && answered <= 13;
         if (IsRegistration(request)) {
             --answered;
             return server->GoodAnswer(request);
@@ -379,12 +460,13 @@ TEST_F(CloudLink, RemembersThePublicPortWhenItRegistersAgain)
                      false};
     });
     StartAgent();
-    ASSERT_TRUE(WaitForRequests("HeartBeat?", 15, seconds(90)));
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", 16, seconds(90)));
     std::vector<std::string> registrations;
     for (const Request &request : server->Requests())
         if (IsRegistration(request.Line))
             registrations.push_back(request.Line);
-    // The port is reported once, and then again only by the registration after ten failures.
+    // The port is reported once, and then again only by the registration after ten failures; the
+    // eleventh is the first of the next ten.
     EXPECT_EQ(registrations, (std::vector<std::string>{Registration("127.0.0.1", "0"),
                                                        Registration("203.0.113.5", "4000"),
                                                        Registration("203.0.113.5", "4000")}));
@@ -455,13 +537,27 @@ TEST_F(CloudLink, NeverConnectsForAPanelOfUnknownModel)
 
 TEST_F(CloudLink, FindsAServerThatAppearsLater)
 {
+    const Stopwatch watch;
     StartAgent();
     EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
                                       std::string("connect fail ") + kHost + ":127.0.0.1:9500"));
+    // After its first second it tries for ten, which are those of a clock of whole seconds.
+    EXPECT_GE(watch.Seconds(), 10);
+    EXPECT_LT(watch.Seconds(), 16);
     EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
     StartServer();
     EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
+}
+
+TEST_F(CloudLink, FindsAServerThatAppearsInTheMiddleOfAnAttempt)
+{
+    StartAgent();
+    std::this_thread::sleep_for(seconds(5));
+    StartServer();
+    EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
+    EXPECT_EQ(agent->CountInLog("fail"), 0U);
 }
 
 /// A host that lets nobody in and tells nobody so: the queue of its listener is full.
@@ -500,9 +596,11 @@ TEST_F(CloudLink, GivesAHostThatStaysSilentUpAfterTenSeconds)
     EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
                                       std::string("connect fail ") + kHost + ":127.0.0.1:9500", 1,
                                       seconds(60)));
-    EXPECT_GE(watch.Seconds(), 10);
+    EXPECT_GE(watch.Seconds(), 11);
+    EXPECT_LT(watch.Seconds(), 16);
     EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
 }
 
 TEST_F(CloudLink, ComesBackToAServerThatVanished)

@@ -58,6 +58,19 @@ TEST_F(Discovery, AnswersAProbeThatIsBroadcast)
     EXPECT_EQ(probe.Receive(), AnswerTo("77"));
 }
 
+TEST_F(Discovery, AnswersToEveryoneWhereverTheProbeCameFrom)
+{
+    probe.Send("Scan?Key=6");
+    auto answer = probe.ReceiveAnswer();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->To, "255.255.255.255");
+    DiscoveryProbe::SendFromAnotherPort("Scan?Key=7");
+    answer = probe.ReceiveAnswer();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->Text, AnswerTo("7"));
+    EXPECT_EQ(answer->To, "255.255.255.255");
+}
+
 TEST_F(Discovery, FindsTheWordInAnyCaseAndAnywhere)
 {
     EXPECT_EQ(probe.Ask("sCaN?kEy=5"), AnswerTo("5"));
@@ -90,6 +103,21 @@ TEST_F(Discovery, LogsAndSkipsAKeyThatItDoesNotKnow)
     EXPECT_EQ(probe.Ask("Scan?Foo=1&Key=2"), AnswerTo("2"));
     EXPECT_TRUE(agent.WaitForLog(":ScanManager.cpp:"));
     EXPECT_EQ(agent.CountInLog("ProcScan(): Invalid Token: Foo"), 1U);
+}
+
+TEST_F(Discovery, ReadsTheKeysBehindTheFirstQuestionMark)
+{
+    probe.Send("a?Scan?Key=9");
+    EXPECT_TRUE(IsServing());
+    EXPECT_EQ(agent.CountInLog("ProcScan(): Invalid Token: Scan?Key"), 1U);
+    EXPECT_EQ(agent.CountInLog("ProcScan(): Key Error"), 1U);
+}
+
+TEST_F(Discovery, SkipsAnEmptyDatagram)
+{
+    probe.Send("");
+    EXPECT_TRUE(IsServing());
+    EXPECT_EQ(agent.CountInLog(":ScanManager.cpp:"), 0U);
 }
 
 TEST_F(Discovery, LogsADatagramWithoutTheWord)
@@ -167,10 +195,13 @@ TEST(DiscoveryPort, TakenAtStartIsTriedEverySecondUntilItIsFree)
     address.sin_family = AF_INET;
     address.sin_port = htons(9701);
     ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const Stopwatch watch;
     Agent agent;
     const DiscoveryProbe probe;
     const std::size_t descriptors = agent.Descriptors();
     EXPECT_TRUE(agent.WaitForMessage("ScanManager.cpp", "OpenSocket", "bind fail", 4));
+    EXPECT_GE(watch.Seconds(), 3);
+    EXPECT_LT(watch.Seconds(), 10);
     // Nothing is left open by a failed attempt, whichever moment of one this is.
     EXPECT_LE(agent.Descriptors(), descriptors + 1);
     close(taken);

@@ -29,6 +29,9 @@ constexpr char kSource[] = "ServerManager.cpp";
 /// Where the server of the tests joins management clients with the panel.
 constexpr int kClientPort = 9520;
 
+/// The standard ones, the listener and discovery's two.
+constexpr std::size_t kDescriptorsWithoutLink = 6;
+
 class Relay : public ::testing::Test
 {
 protected:
@@ -114,8 +117,24 @@ TEST_P(RelayAddress, IsTheAddressOfTheClientAsTheServerGaveIt)
 
 /// What follows a blank is no part of a dotted address, but it is part of the text.
 INSTANTIATE_TEST_SUITE_P(All, RelayAddress,
-                         ::testing::Values("127.0.0.1", "localhost", "127.0.0.1 ;touch /tmp/owned",
+                         ::testing::Values("127.0.0.1", "localhost", "LocalHost",
+                                           "127.0.0.1 ;touch /tmp/owned",
                                            "127.0.0.1 $(touch /tmp/owned)", "127.0.0.1 'quoted'"));
+
+TEST_F(Relay, ShowsTheKeyZeroWhenItWasOrderedWithoutOne)
+{
+    Start();
+    server->SetAnswer([this](const std::string &request) {
+        return request.rfind("HeartBeat?", 0) == 0
+                   ? Reply{"HeartBeatResponse?Result=0&LinkType=2&LinkAddr=127.0.0.1"
+                           "&LinkPort=9510\n",
+                           {},
+                           false}
+                   : server->GoodAnswer(request);
+    });
+    EXPECT_TRUE(
+        WaitUntil([this] { return server->Count("RelayDevice?RelayType=0&RelayKey=0") > 0; }));
+}
 
 TEST_F(Relay, LogsAnUnknownKeyOfTheHandshakeAndServes)
 {
@@ -150,6 +169,7 @@ TEST_P(RelayRefusal, ClosesTheConnectionAndGoesOn)
     EXPECT_TRUE(agent->WaitForMessage(kSource, "MakeSession", GetParam().Message));
     EXPECT_EQ(agent->CountInLog("Client Count"), 0U);
     EXPECT_EQ(server->Count("RelayDevice?RelayType=0&RelayKey=77"), 1U);
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
     // The heartbeat that gave the order has succeeded, and others follow.
     const std::size_t heartbeats = server->Count("HeartBeat?");
     EXPECT_TRUE(WaitUntil([&] { return server->Count("HeartBeat?") > heartbeats + 1; }));
@@ -186,12 +206,17 @@ TEST_F(Relay, GivesUpAConnectionThatDoesNotComeAboutInTenSeconds)
 
 TEST_F(Relay, UsesATextThatIsNoAddressAsItStands)
 {
+    NameHost("127.0.0.1", "9relay");
     Start();
     server->Queue({1, "1.2.3.4.5", 9510, 0});
+    // Only what begins with a letter is looked up, though this name could be found.
+    server->Queue({1, "9relay", 9510, 0});
     // An empty value runs on into the next pair, here as everywhere.
     server->Queue({1, "", 9510, 0});
     EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
                                       "connect fail 1.2.3.4.5:1.2.3.4.5:9510", 1, seconds(40)));
+    EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket", "connect fail 9relay:9relay:9510", 1,
+                                      seconds(40)));
     EXPECT_TRUE(agent->WaitForMessage(
         kSource, "OpenSocket", "connect fail LinkPort=9510:LinkPort=9510:0", 1, seconds(40)));
     EXPECT_EQ(agent->CountInLog("Client Count"), 0U);
@@ -215,6 +240,26 @@ TEST_F(Relay, ServesRemoteAndLocalClientsTogetherWhileTheLinkGoesOn)
         std::this_thread::sleep_for(seconds(2));
     }
     EXPECT_GE(server->Count("HeartBeat?"), heartbeats + 2);
+}
+
+TEST_F(Relay, GoesOnWhileHeartbeatsFail)
+{
+    Start();
+    ManagementClient client = RemoteClient();
+    EXPECT_EQ(client.Login("admin", "admin1234"), "LoginResponse?Result=0");
+    server->SetAnswer([this](const std::string &request) {
+        return request.rfind("HeartBeat?", 0) == 0
+                   ? Reply{"HeartBeatResponse?Result=3\n", {}, false}
+                   : server->GoodAnswer(request);
+    });
+    // Eleven, so that the panel has registered again in between.
+    for (int i = 0; i < 60 && agent->CountInLog("Heartbeat fail") < 11; ++i) {
+        ASSERT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
+        std::this_thread::sleep_for(seconds(1));
+    }
+    EXPECT_EQ(agent->CountInLog("Heartbeat fail"), 11U);
+    EXPECT_EQ(server->Count("SetDeviceInfo?"), 2U);
+    EXPECT_EQ(client.Ask("GetDoorLock?Port=1"), "GetDoorLockResponse?Result=0&Status=0");
 }
 
 TEST_F(Relay, EndsARemoteSessionLikeALocalOne)

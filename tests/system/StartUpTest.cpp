@@ -1,7 +1,9 @@
 // The agent's life as a process: its banner, what signals do to it in each state, and what it
 // makes of the standard descriptors that it is given.
 
+#include "cloud/CloudServer.h"
 #include "support/Agent.h"
+#include "support/DiscoveryProbe.h"
 #include "support/Files.h"
 #include "support/Limits.h"
 #include "support/ManagementClient.h"
@@ -15,6 +17,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/ioctl.h>
@@ -389,6 +392,34 @@ TEST(QuitSignals, WaitForACommandToolThatTakesLong)
     WriteFile("/nimbra/var/go", "");
     EXPECT_EQ(agent.WaitForExit(), 0);
     EXPECT_EQ(client.ReadLine(), "SetAuxOutputResponse?Result=0");
+}
+
+TEST(QuitSignals, EndLinkAndDiscoveryWhileASessionIsStillAtWork)
+{
+    const TestPanel panel({}, true);
+    NameHost("127.0.0.1", "cloud.nimbra.example");
+    const cloud::CloudServer server;
+    Agent agent;
+    const DiscoveryProbe probe;
+    ASSERT_TRUE(WaitUntil([&] { return server.Count("HeartBeat?") > 0; }));
+    ASSERT_NE(probe.Ask("Scan?Key=1"), "(no answer)");
+    ManagementClient client = LoggedIn();
+    ReplaceProgram(panel.Paths().CommandTool, std::string("#!/bin/sh\n") + kWaitForWord);
+    client.SendLine("SetAuxOutput?Port=1&Control=1");
+    ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
+    agent.Signal(SIGTERM);
+    const auto isSilent = [&probe] {
+        probe.Send("Scan?Key=2");
+        return !probe.Receive(milliseconds(1500));
+    };
+    EXPECT_TRUE(WaitUntil(isSilent));
+    const std::size_t heartbeats = server.Count("HeartBeat?");
+    std::this_thread::sleep_for(seconds(5));
+    EXPECT_EQ(server.Count("HeartBeat?"), heartbeats);
+    EXPECT_TRUE(isSilent());
+    EXPECT_TRUE(agent.IsRunning());
+    WriteFile("/nimbra/var/go", "");
+    EXPECT_EQ(agent.WaitForExit(), 0);
 }
 
 TEST(OtherSignals, DoNothing)
