@@ -51,6 +51,12 @@ std::string TestPanel::Value(const std::string &sql) const
     return rows.empty() ? "(no row)" : rows[0].at(0);
 }
 
+void TestPanel::DropKeys(const std::string &table) const
+{
+    Run("CREATE TABLE Copy AS SELECT * FROM " + table + " WHERE 0; DROP TABLE " + table +
+        "; ALTER TABLE Copy RENAME TO " + table);
+}
+
 std::vector<std::string> TestPanel::Journal() const
 {
     std::vector<std::string> statements;

@@ -33,6 +33,10 @@ public:
     /// The first column of the first row; "(no row)" when there is none.
     [[nodiscard]] std::string Value(const std::string &sql) const;
 
+    /// Empties a table and takes its keys and indexes away: its rows are then kept in the order in
+    /// which they are added.
+    void DropKeys(const std::string &table) const;
+
     /// The statements of the journal, in the order of their sequence numbers.
     [[nodiscard]] std::vector<std::string> Journal() const;
     /// Every call of the command tool so far, or those from the given one on.

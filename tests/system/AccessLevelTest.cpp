@@ -131,6 +131,29 @@ TEST_F(AccessLevel, OffsetAndLimitAreNotAppliedAndTheOffsetIsEchoed)
                                "AccessLevel ORDER BY No")));
 }
 
+TEST_F(AccessLevel, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("AccessLevel");
+    panel_.DropKeys("GroupTable");
+    panel_.Run("INSERT INTO AccessLevel (No, Name) VALUES (3, 'b'), (1, 'c'), (2, 'a');"
+               "INSERT INTO GroupTable (GroupKind, No, Name) VALUES (5, 3, 'e'), (4, 5, 'g'), "
+               "(5, 1, 'f'), (5, 2, 'd')");
+    EXPECT_EQ(AskList("GetAccessLevelEx?"),
+              ListAnswer("GetAccessLevelEx", 6, 0,
+                         {"SelectType=1&LevelNo=3&Name=b", "SelectType=1&LevelNo=1&Name=c",
+                          "SelectType=1&LevelNo=2&Name=a", "SelectType=2&LevelNo=3&Name=e",
+                          "SelectType=2&LevelNo=1&Name=f", "SelectType=2&LevelNo=2&Name=d"}));
+}
+
+TEST_F(AccessLevel, LevelsOfACardKeepTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("CardAccessLevel");
+    panel_.Run("INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES (9, 7, 20), "
+               "(2, 7, 30), (5, 7, 10)");
+    EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=7"),
+              "GetCardAccessLevelResponse?Result=0&SelectType=2&AccessLevelNo=20 30 10");
+}
+
 TEST_F(AccessLevel, EmptyListsFail)
 {
     panel_.Run("DELETE FROM AccessLevel");

@@ -86,6 +86,17 @@ TEST_F(CardFormat, MoreThanAPageOfFormatsIsListedWhole)
                          "FROM CardFormat ORDER BY No")));
 }
 
+TEST_F(CardFormat, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("CardFormat");
+    panel_.Run("INSERT INTO CardFormat (No, Name, IsDefault) VALUES (3, 'b', 0), (1, 'c', 1), "
+               "(2, 'a', 0)");
+    EXPECT_EQ(AskList("GetCardFormatEx?"),
+              ListAnswer("GetCardFormatEx", 3, 0,
+                         {"FormatNo=3&Name=b&Default=0", "FormatNo=1&Name=c&Default=1",
+                          "FormatNo=2&Name=a&Default=0"}));
+}
+
 TEST_F(CardFormat, AnEmptyTableFails)
 {
     panel_.Run("DELETE FROM CardFormat");

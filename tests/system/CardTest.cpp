@@ -227,6 +227,26 @@ TEST_F(Card, PagesAreCutByOffsetAndLimitAndTheTotalCountsWithTheFilter)
               "GetCardInfoExResponse?Result=0&Total=15&Offset=10&Count=3");
 }
 
+TEST_F(Card, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("Card");
+    panel_.Run("INSERT INTO Card (No, UserNo, CardFormatNo, CardNo) VALUES (3, 5, 2, '20'), "
+               "(1, 5, 2, '30'), (4, 6, 1, '5'), (2, 5, 1, '10')");
+    const auto row = [](const std::string &pairs) {
+        return pairs + "&KeyNumber=0&CardStatus=0&CardType=0&NeverExpire=0&ActDate=1970-01-01"
+                       "&ExpDate=1970-01-01";
+    };
+    const std::string three =
+        row("CardNo=3&UserNo=5&FormatNo=2&FormatName=Corporate&CardNumber=20");
+    const std::string one = row("CardNo=1&UserNo=5&FormatNo=2&FormatName=Corporate&CardNumber=30");
+    const std::string four = row("CardNo=4&UserNo=6&FormatNo=1&FormatName=26 bit&CardNumber=5");
+    const std::string two = row("CardNo=2&UserNo=5&FormatNo=1&FormatName=26 bit&CardNumber=10");
+    EXPECT_EQ(AskList("GetCardInfoEx?"),
+              ListAnswer("GetCardInfoEx", 4, 0, {three, one, four, two}));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=5"),
+              ListAnswer("GetCardInfoEx", 3, 0, {three, one, two}));
+}
+
 TEST_F(Card, AnEmptyPageFails)
 {
     ExpectFails("GetCardInfoEx?Offset=3");

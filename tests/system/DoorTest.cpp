@@ -227,6 +227,20 @@ TEST_F(Door, PagesAreCutByOffsetAndLimit)
     ExpectFails("GetDoorInfoEx?Offset=12&Limit=5");
 }
 
+TEST_F(Door, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("Door");
+    panel_.Run("INSERT INTO Door (No, Name, Disable) VALUES (3, 'Back gate', 0), (1, 'Cellar', 0), "
+               "(2, 'All gates', 0)");
+    const DoorState three = {3, "Back gate", 1};
+    const DoorState one = {1, "Cellar", 1};
+    const DoorState two = {2, "All gates", 0};
+    EXPECT_EQ(AskList("GetDoorInfoEx?"),
+              ListAnswer("GetDoorInfoEx", 3, 0, {LineOf(three), LineOf(one), LineOf(two)}));
+    EXPECT_EQ(AskList("GetDoorInfoEx?Name=gate"),
+              ListAnswer("GetDoorInfoEx", 2, 0, {LineOf(three), LineOf(two)}));
+}
+
 TEST_F(Door, AnOffsetWithoutALimitFails)
 {
     ExpectFails("GetDoorInfoEx?Offset=1");

@@ -25,7 +25,7 @@ protected:
                      condition + " ORDER BY EventCode");
     }
 
-    /// The answer to a list; a list has no order, so its rows are put into the panel's.
+    /// The answer to a list, its rows in the order of their numbers.
     [[nodiscard]] std::vector<std::string> AskSorted(const std::string &request)
     {
         std::vector<std::string> answer = AskList(request);
@@ -211,6 +211,17 @@ TEST_F(EventCode, ShowsEachCodeOnOnePage)
         paged.insert(paged.end(), page.begin() + 1, page.end());
     }
     EXPECT_TRUE(std::is_permutation(paged.begin(), paged.end(), all.begin(), all.end()));
+}
+
+TEST_F(EventCode, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("EventCode");
+    panel_.Run("INSERT INTO EventCode VALUES (3, 'Bell'), (1, 'Call'), (2, 'Alarm bell')");
+    EXPECT_EQ(AskList("GetEventCodeEx?"),
+              ListAnswer("GetEventCodeEx", 3, 0,
+                         {"Code=3&Desc=Bell", "Code=1&Desc=Call", "Code=2&Desc=Alarm bell"}));
+    EXPECT_EQ(AskList("GetEventCodeEx?Desc=bell"),
+              ListAnswer("GetEventCodeEx", 2, 0, {"Code=3&Desc=Bell", "Code=2&Desc=Alarm bell"}));
 }
 
 TEST_F(EventCode, FailsForAPageBehindTheLastCode)

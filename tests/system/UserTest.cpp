@@ -165,6 +165,27 @@ TEST_F(User, PagesAreCutByOffsetAndLimitAndTheTotalCountsAll)
               "GetUserInfoExResponse?Result=0&Total=30&Offset=28&Count=2");
 }
 
+TEST_F(User, ListKeepsTheOrderOfTheDatabase)
+{
+    panel_.DropKeys("User");
+    panel_.Run("INSERT INTO User (No, LastName, Ada) VALUES (3, 'Byron', 1), (1, 'Cyr', 1), "
+               "(5, 'Aby', 0), (2, 'Ayr', 1)");
+    const auto row = [](const std::string &no, const std::string &name, const std::string &ada) {
+        return "UserNo=" + no + "&FirstName=&MiddleName=&LastName=" + name +
+               "&PhoneNumber=&CellPhone=&Email=&Ada=" + ada + "&Exempt=0&ThreatLevel=0";
+    };
+    const std::string three = row("3", "Byron", "1");
+    const std::string one = row("1", "Cyr", "1");
+    const std::string five = row("5", "Aby", "0");
+    const std::string two = row("2", "Ayr", "1");
+    EXPECT_EQ(AskList("GetUserInfoEx?"),
+              ListAnswer("GetUserInfoEx", 4, 0, {three, one, five, two}));
+    for (const char *filter : {"Ada=1", "LastName=yr"})
+        EXPECT_EQ(AskList(std::string("GetUserInfoEx?") + filter),
+                  ListAnswer("GetUserInfoEx", 3, 0, {three, one, two}))
+            << filter;
+}
+
 TEST_F(User, AnEmptyPageFails)
 {
     ExpectFails("GetUserInfoEx?Offset=3");
