@@ -118,6 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Sweep{"OpenOfDoors", Point::OpenDatabase, kCannotOpen, kDoors, "1000"},
                       Sweep{"PrepareOfGet", Point::PrepareStatement, kError, kGet, "1"},
                       Sweep{"PrepareOfList", Point::PrepareStatement, kError, kList, "01"},
+                      Sweep{"PrepareOfDoors", Point::PrepareStatement, kError, kDoors, "01000000"},
                       Sweep{"PrepareOfAdd", Point::PrepareStatement, kError, kAdd, "10"},
                       Sweep{"PrepareOfAddCard", Point::PrepareStatement, kError, kAddCard, "010"},
                       Sweep{"PrepareOfSet", Point::PrepareStatement, kNoMemory, kSet, "0"},
@@ -129,6 +130,27 @@ INSTANTIATE_TEST_SUITE_P(
                       Sweep{"ExecOfDelete", Point::ExecuteStatement, kFull, kDelete, "101010"},
                       Sweep{"ExecOfThreat", Point::ExecuteStatement, kInputOutput, kThreat, "1"},
                       Sweep{"ExecOfEvents", Point::ExecuteStatement, kError, kEvents, "1"}),
+    NameOf);
+
+/// Lists, whose first statement is that of their count.
+using DatabaseLists = DatabaseCalls;
+
+TEST_P(DatabaseLists, ACountThatFailsIsToldAsTotalZero)
+{
+    const std::vector<std::string> good = Ask();
+    ASSERT_EQ(good.size(), 4U);
+    faults_.Fail(GetParam().At, GetParam().Error);
+    EXPECT_EQ(Ask(), ListAnswer(CommandOf(GetParam().Request), 0, 0, {good[1], good[2], good[3]}));
+    EXPECT_EQ(faults_.Failed(GetParam().At), 1U);
+    EXPECT_EQ(Ask(), good);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sqlite, DatabaseLists,
+    ::testing::Values(Sweep{"Doors", Point::PrepareStatement, kError, kDoors, ""},
+                      Sweep{"Users", Point::PrepareStatement, kError, kList, ""},
+                      Sweep{"DoorsStepped", Point::StepStatement, kInputOutput, kDoors, ""},
+                      Sweep{"UsersStepped", Point::StepStatement, kInputOutput, kList, ""}),
     NameOf);
 
 /// Calls of SQLite to the disk: a change of one statement is made or is not made.
