@@ -481,6 +481,19 @@ TEST_F(SessionFault, OfAPictureIsToldAndTheNextRequestServed)
     static_cast<void>(client_->ReadBytes(std::stoul(answer.substr(answer.find("&Size=") + 6))));
 }
 
+TEST_F(SessionFault, OfOneRowLosesThatRowOnly)
+{
+    std::vector<std::string> lines = client_->AskList("GetThreatInfoEx?");
+    ASSERT_EQ(lines.size(), panel::kThreatLevels.size() + 1);
+    // The header is the first, row 1 the second.
+    faults_.Fail(Point::Send, EPIPE, 3);
+    client_->SendLine("GetThreatInfoEx?");
+    lines.erase(lines.begin() + 2);
+    for (const std::string &line : lines)
+        EXPECT_EQ(client_->ReadLine(), line);
+    EXPECT_EQ(faults_.Failed(Point::Send), 1U);
+}
+
 /// Faults of the cloud link's exchanges.
 class FaultOfLink : public FaultTest, public ::testing::WithParamInterface<Fault>
 {
