@@ -559,6 +559,20 @@ INSTANTIATE_TEST_SUITE_P(
                     Zone{"Auckland", "NZST-12NZDT,M9.5.0,M4.1.0/3", 12 * 3600}),
     [](const auto &zone) { return zone.param.Name; });
 
+TEST_F(EventLog, FiltersNothingByTheFirstSecondOf1970)
+{
+    AddEvent("No, Date, EventCode", "500, -5, 10001");
+    const std::vector<std::string> all = Select("1");
+    const std::string from = "FromTime=1970-01-01 00:00:0";
+    const std::string to = "ToTime=1970-01-01 00:00:0";
+    ExpectRows(from + "0", all);
+    ExpectRows(to + "0", all);
+    ExpectRows(from + "0&" + to + "0", all);
+    // By the next second the event from before 1970 is parted from all others.
+    ExpectRows(from + "1", Select("L.No != 500"));
+    ExpectRows(to + "1", Select("L.No = 500"));
+}
+
 // The switch
 
 TEST_F(EventLog, AcknowledgesTheSwitchWhateverItSays)
