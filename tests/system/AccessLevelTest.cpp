@@ -359,6 +359,15 @@ TEST_F(AccessLevel, APieceThatIsNoNumberIsInsertedAsZero)
                   10403);
 }
 
+TEST_F(AccessLevel, NothingButABlankIsASeparator)
+{
+    ExpectChanges("SetCardAccessLevel?CardNo=7&AccessLevelNo=1\t2 3",
+                  {"UPDATE Card SET SelectType=0 WHERE No=7",
+                   "DELETE FROM CardAccessLevel WHERE CardNo=7", InsertOf(3, 7, 1),
+                   InsertOf(4, 7, 3)},
+                  10403);
+}
+
 TEST_F(AccessLevel, WithoutACardTheListIsInsertedUnderCardZero)
 {
     ExpectChanges("SetCardAccessLevel?SelectType=1&AccessLevelNo=4 5",
