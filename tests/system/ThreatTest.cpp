@@ -200,6 +200,15 @@ TEST_F(Threat, LevelStandsInTheDatabaseWhenItIsAnnounced)
                   std::vector<Row>({{"5"}}));
 }
 
+TEST_F(Threat, TheDatabaseIsClosedWhenTheLevelIsAnnounced)
+{
+    ReplaceTool("ls -l /proc/" + std::to_string(agent_.Pid()) + "/fd >/tmp/open-$1");
+    EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=5"), kSetAnswer);
+    const std::string open = ReadFile("/tmp/open-savethreat");
+    EXPECT_NE(open.find("socket:"), std::string::npos) << open;
+    EXPECT_EQ(open.find("Nimbra.db"), std::string::npos) << open;
+}
+
 TEST_F(Threat, LevelIsAnsweredAfterBothCallsHaveEnded)
 {
     ReplaceTool("while [ ! -e /tmp/end-$1 ]; do sleep 0.05; done; touch /tmp/ended-$1");
