@@ -66,6 +66,7 @@ TEST_F(AuxOutput, SetAuxOutputRunsTheCommandToolAndThenAudits)
                                            {"pORT=2&CONTROL=-1", {"auxout", "2", "on"}},
                                            {"Control=0&Port=2&Unknown=1", {"auxout", "2", "off"}},
                                            {"Port=-5", {"auxout", "-5", "off"}},
+                                           {"Port=-2147483648", {"auxout", "-2147483648", "off"}},
                                            {"", {"auxout", "0", "off"}}};
     for (const Control &control : controls) {
         SCOPED_TRACE(control.Keys);

@@ -309,6 +309,7 @@ TEST_F(Door, SetDoorLockRunsTheCommandToolThenPausesASecondAndThenAudits)
         {"PORT=3&cONTROL=2", {"door", "3", "m_unlock"}, 11212},
         {"Control=1&Port=1&Unknown=1", {"door", "1", "unlocked"}, 11212},
         {"Port=-5", {"door", "-5", "locked"}, 11213},
+        {"Port=-2147483648&Control=2", {"door", "-2147483648", "m_unlock"}, 11212},
         {"", {"door", "0", "locked"}, 11213}};
     for (const Control &control : controls) {
         SCOPED_TRACE(control.Keys);
