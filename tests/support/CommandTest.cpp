@@ -12,6 +12,9 @@ namespace {
 constexpr char kHandlers[] = "ClientWorker.cpp";
 constexpr char kDataMethods[] = "DataManager.cpp";
 
+/// Where the databases are while they cannot be opened.
+constexpr char kAway[] = "/tmp/DatabasesAway";
+
 /// A role of the sample panel that nobody else has.
 constexpr char kTestRole[] = "77";
 
@@ -129,14 +132,24 @@ void CommandTest::ExpectNeedsDatabase(const std::string &request)
 {
     SCOPED_TRACE(request);
     const std::string command = CommandOf(request);
-    const std::filesystem::path away = "/tmp/DatabasesAway";
     const std::size_t calls = panel_.Calls().size();
-    std::filesystem::rename(panel_.Paths().Databases, away);
+    std::filesystem::rename(panel_.Paths().Databases, kAway);
     EXPECT_EQ(Ask(request), command + "Response?Result=1");
     EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
     EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_open fail"), 1U);
     EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
-    std::filesystem::rename(away, panel_.Paths().Databases);
+    std::filesystem::rename(kAway, panel_.Paths().Databases);
+}
+
+void CommandTest::ExpectIncomplete(const std::string &request)
+{
+    SCOPED_TRACE(request);
+    std::filesystem::rename(panel_.Paths().Databases, kAway);
+    EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=2");
+    std::filesystem::rename(kAway, panel_.Paths().Databases);
+    EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
+    ExpectRefused(request, 2, "Message fail");
+    EXPECT_EQ(agent_.CountInLog(kDataMethods), 0U);
 }
 
 void CommandTest::ExpectReadsKeys(const std::string &request)

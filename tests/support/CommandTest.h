@@ -52,6 +52,9 @@ protected:
     /// Shows that the request fails while the databases cannot be opened, and that the data
     /// method logs it.
     void ExpectNeedsDatabase(const std::string &request);
+    /// Shows that the request is refused as incomplete without a look at the databases: while they
+    /// are away, too.
+    void ExpectIncomplete(const std::string &request);
     /// Shows that the answer to a request is that to its keys in upper case, and to the request
     /// with an unknown key in front, which is logged.
     void ExpectReadsKeys(const std::string &request);

@@ -413,6 +413,13 @@ TEST_F(Card, SetCardInfoNeedsACardAUserAFormatAndANumber)
     EXPECT_EQ(agent_.CountInLog("SetCardInfo fail"), 0U);
 }
 
+TEST_F(Card, WhatIsIncompleteIsRefusedWithoutTheDatabase)
+{
+    // A complete request would meet the number of card 7.
+    ExpectIncomplete("AddCardInfo?FormatNo=1&CardNumber=11");
+    ExpectIncomplete("SetCardInfo?UserNo=3&FormatNo=1&CardNumber=11");
+}
+
 TEST_F(Card, CardNumbersAreStoredUpTo32Bytes)
 {
     const std::string number = "0123456789abcdefghijklmnopqrstuv";

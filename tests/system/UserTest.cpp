@@ -479,6 +479,12 @@ TEST_F(User, AddUserInfoNeedsALastName)
     EXPECT_EQ(agent_.CountInLog("AddUserInfo fail"), 0U);
 }
 
+TEST_F(User, WhatIsIncompleteIsRefusedWithoutTheDatabase)
+{
+    ExpectIncomplete("AddUserInfo?");
+    ExpectIncomplete("SetUserInfo?UserNo=3");
+}
+
 TEST_F(User, DelUserInfoRemovesLevelsThenCardsThenTheUser)
 {
     ExpectChanges("DelUserInfo?UserNo=3",
