@@ -136,6 +136,53 @@ private:
     test::Stopwatch watch_;
 };
 
+/// Sends a byte now and then, for longer than the limit: a transfer would last
+/// on, had each byte a limit of its own.
+void SendSlowly(const Connection &connection)
+{
+    const test::Stopwatch sending;
+    while (sending.Seconds() < 7) {
+        connection.Send("x");
+        std::this_thread::sleep_for(test::milliseconds(100));
+    }
+}
+
+/// A client that goes on reading, some bytes at a time, for longer than the limit.
+class SlowReader
+{
+public:
+    explicit SlowReader(const Connection &connection)
+        : connection_(connection), thread_(&SlowReader::Run, this)
+    {}
+    ~SlowReader() { static_cast<void>(Join()); }
+    SlowReader(const SlowReader &) = delete;
+    SlowReader &operator=(const SlowReader &) = delete;
+
+    /// Ends the session's sending, which the client may be waiting for; what the client has read.
+    [[nodiscard]] std::string Join()
+    {
+        shutdown(connection_.Session(), SHUT_WR);
+        if (thread_.joinable())
+            thread_.join();
+        return bytes_;
+    }
+
+private:
+    void Run()
+    {
+        const test::Stopwatch reading;
+        while (reading.Seconds() < 7) {
+            // As much as a full socket needs to take something again.
+            bytes_ += connection_.Receive(std::size_t{64} * 1024);
+            std::this_thread::sleep_for(test::milliseconds(100));
+        }
+    }
+
+    const Connection &connection_;
+    std::string bytes_;
+    std::thread thread_;
+};
+
 /// The line that the session receives next; "(none)" when it fails.
 std::string ReceiveLine(const Connection &connection, std::size_t size = kLineSize)
 {
@@ -434,14 +481,7 @@ TEST_P(SocketIo, GivesAWholeLineOneLimitHoweverItsBytesCome)
 {
     const Connection connection(GetParam());
     const Watch watch;
-    std::thread client([&] {
-        // More than the limit is long, had each byte one of its own.
-        const test::Stopwatch sending;
-        while (sending.Seconds() < 7) {
-            connection.Send("x");
-            std::this_thread::sleep_for(test::milliseconds(100));
-        }
-    });
+    std::thread client([&] { SendSlowly(connection); });
     EXPECT_EQ(ReceiveLine(connection), "(none)");
     watch.ExpectWholeLimit();
     client.join();
@@ -465,6 +505,30 @@ TEST_P(SocketIo, GivesUpATextThatNobodyReads)
     watch.ExpectWholeLimit();
 }
 
+TEST_P(SocketIo, GivesUpATextThatIsReadTooSlowly)
+{
+    const Connection connection(GetParam());
+    const std::string text(std::size_t{32} << 20U, 't');
+    const Watch watch;
+    SlowReader client(connection);
+    EXPECT_FALSE(SendMessage(connection.Session(), text.c_str()));
+    watch.ExpectWholeLimit();
+}
+
+TEST_P(SocketIo, GivesUpATransferThatIsReadTooSlowly)
+{
+    Connection connection(GetParam());
+    const std::string bytes = RandomBytes(std::size_t{32} << 20U);
+    const Watch watch;
+    SlowReader client(connection);
+    const std::size_t sent = SendBuffer(connection.Session(), bytes.data(), bytes.size());
+    watch.ExpectWholeLimit();
+    EXPECT_GT(sent, 0U);
+    EXPECT_LT(sent, bytes.size());
+    const std::string received = client.Join();
+    EXPECT_TRUE(received + connection.Drain() == bytes.substr(0, sent));
+}
+
 TEST_P(SocketIo, CountsTheBytesThatItSentUntilTheLimit)
 {
     Connection connection(GetParam());
@@ -486,6 +550,20 @@ TEST_P(SocketIo, CountsTheBytesThatCameUntilTheLimit)
     EXPECT_EQ(RecvBuffer(connection.Session(), &bytes, 6), 5U);
     watch.ExpectWholeLimit();
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
+}
+
+TEST_P(SocketIo, GivesAWholeTransferOneLimitHoweverItsBytesCome)
+{
+    const Connection connection(GetParam());
+    const Watch watch;
+    std::thread client([&] { SendSlowly(connection); });
+    std::vector<char> bytes;
+    const std::size_t received = RecvBuffer(connection.Session(), &bytes, 1000);
+    watch.ExpectWholeLimit();
+    EXPECT_GT(received, 0U);
+    EXPECT_LT(received, 1000U);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), std::string(received, 'x'));
+    client.join();
 }
 
 TEST_P(SocketIo, WaitsTheWholeLimitForBytesOfAPeerThatHasClosed)
