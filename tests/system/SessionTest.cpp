@@ -2,12 +2,15 @@
 // reads keys and lines, and when it ends.
 
 #include "support/AgentTest.h"
+#include "support/Files.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include <sys/socket.h>
+#include <sys/time.h>
 
 namespace nimbra::test {
 namespace {
@@ -89,6 +93,26 @@ bool IsGreeting(const std::string &line)
     return KeyOf(line) >= 0;
 }
 
+/// The time of day in microseconds.
+std::int64_t Microseconds()
+{
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return std::int64_t{now.tv_sec} * 1000000 + now.tv_usec;
+}
+
+/// Whether a key is the first number that the generator draws, seeded with the low 32 bits of one
+/// of these microseconds.
+bool IsDrawnBetween(std::int64_t first, std::int64_t last, long key)
+{
+    for (std::int64_t time = first; time <= last; ++time) {
+        std::srand(static_cast<unsigned>(time));
+        if (std::rand() == key)
+            return true;
+    }
+    return false;
+}
+
 /// The word of the command that answers a line.
 std::string AnsweringWord(ManagementClient &client, const std::string &line)
 {
@@ -150,6 +174,16 @@ TEST_F(Session, GivesAnotherKeyAtEachGreeting)
     for (int i = 0; i < 20; ++i)
         keys.insert(KeyOf(client.Ask("Hello?")));
     EXPECT_EQ(keys.size(), 20U);
+}
+
+TEST_F(Session, DrawsItsKeyFromTheTimeOfDay)
+{
+    ManagementClient &client = Connect();
+    for (int i = 0; i < 5; ++i) {
+        const std::int64_t before = Microseconds();
+        const long key = KeyOf(client.Ask("Hello?"));
+        EXPECT_TRUE(IsDrawnBetween(before, Microseconds(), key)) << key;
+    }
 }
 
 TEST_F(Session, IgnoresTheKeysOfAGreeting)
@@ -554,6 +588,22 @@ TEST_F(Session, StaysWithAClientThatSendsHeartbeats)
         EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
     }
     EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(Session, CountsItsIdleTimeFromTheReceiptOfALine)
+{
+    ManagementClient &client = LogIn();
+    const std::filesystem::path tool = panel_.Paths().CommandTool;
+    std::filesystem::remove(tool);
+    WriteFile(tool, "#!/bin/sh\nsleep 6\n");
+    std::filesystem::permissions(tool, std::filesystem::perms(0755));
+    const Stopwatch watch;
+    // The tool runs twice, for the output and for the audit entry: the limit is over by then.
+    client.Send("SetAuxOutput?Port=1&Control=1\nHeartbeat?\n");
+    EXPECT_EQ(client.ReadLine(seconds(60)), "SetAuxOutputResponse?Result=0");
+    EXPECT_GE(watch.Seconds(), 12.0);
+    EXPECT_TRUE(client.IsClosedByPeer());
+    EXPECT_EQ(client.ReadBytes(1, milliseconds(0)), "") << "the next line is not served";
 }
 
 TEST_F(Session, CountsInvalidLinesAsActivity)
