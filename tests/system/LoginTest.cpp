@@ -268,6 +268,14 @@ TEST_F(Login, KnowsOnlyTheFirstControllerRow)
     EXPECT_EQ(Answer("admin", panel::kController.Password), kAccepted);
 }
 
+TEST_F(Login, LooksOnlyAtTheFirstRowOfAName)
+{
+    AddWebUser("twice", PasswordDigest("first"));
+    AddWebUser("twice", PasswordDigest("second"));
+    EXPECT_EQ(Answer("twice", "first"), kAccepted);
+    ExpectRefused("twice", "second");
+}
+
 TEST_F(Login, SeesAChangeOfThePanelAtOnce)
 {
     ExpectRefused("newcomer", "welcome");
@@ -285,6 +293,7 @@ TEST_F(Login, FallsThroughToTheWebUsersWithoutAControllerTable)
     ExpectRefused("admin", panel::kController.Password);
     EXPECT_EQ(Answer("admin", panel::kWebAdmin.Password), kAccepted);
     EXPECT_EQ(Answer("operator", panel::kOperator.Password), kAccepted);
+    EXPECT_EQ(agent_.CountInLog(":DataManager.cpp:"), 0U);
 }
 
 TEST_F(Login, RefusesEveryWebUserWithoutAWebUserTable)
@@ -293,6 +302,7 @@ TEST_F(Login, RefusesEveryWebUserWithoutAWebUserTable)
     ExpectRefused("operator", panel::kOperator.Password);
     ExpectRefused("admin", panel::kWebAdmin.Password);
     EXPECT_EQ(Answer("admin", panel::kController.Password), kAccepted);
+    EXPECT_EQ(agent_.CountInLog(":DataManager.cpp:"), 0U);
 }
 
 TEST_F(Login, AcceptsAWebUserWithoutAnyRightWhenTheRoleTableIsMissing)
@@ -302,6 +312,7 @@ TEST_F(Login, AcceptsAWebUserWithoutAnyRightWhenTheRoleTableIsMissing)
     EXPECT_EQ(panel_.Calls(), std::vector<panel::Call>({AuditCall(15107, "operator")}));
     EXPECT_EQ(Allowed(client), Words());
     ExpectUnprotectedCommandsWork(client);
+    EXPECT_EQ(agent_.CountInLog(":DataManager.cpp:"), 0U);
 }
 
 TEST_F(Login, RefusesEverybodyWhileTheDatabaseCannotBeOpened)
