@@ -72,7 +72,8 @@ void ClientManager::Stop()
 void ClientManager::AddClient(Descriptor socket, const char *address, std::int32_t port)
 {
     const std::lock_guard lock(listLock_);
-    PrintCount(Add(std::move(socket), address, port));
+    if (const auto count = Add(std::move(socket), address, port))
+        PrintCount(*count);
 }
 
 void ClientManager::Process()
@@ -153,25 +154,27 @@ void ClientManager::AcceptPending(const Descriptor &listener)
         Descriptor client = AcceptClient(listener, &address, &port);
         if (!client.IsOpen())
             return;
-        std::size_t count = 0;
+        std::optional<std::size_t> count;
         {
             const std::lock_guard lock(listLock_);
             count = Add(std::move(client), address.Get(), port);
         }
-        PrintCount(count);
+        if (count)
+            PrintCount(*count);
     }
 }
 
-std::size_t ClientManager::Add(Descriptor socket, const char *address, std::int32_t port)
+std::optional<std::size_t> ClientManager::Add(Descriptor socket, const char *address,
+                                              std::int32_t port)
 {
     // Stop waits only for the sessions that it finds.
     if (stop_.IsSet())
-        return sessions_.size();
+        return std::nullopt;
     try {
         sessions_.push_back(std::make_unique<ClientWorker>());
     } catch (const std::bad_alloc &) {
         // No memory for a session: this client is turned away, the others are served on.
-        return sessions_.size();
+        return std::nullopt;
     }
     sessions_.back()->Start(std::move(socket), address, port);
     return sessions_.size();

@@ -9,6 +9,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace nimbra {
 
@@ -47,9 +48,10 @@ private:
     void AcceptPending(const Descriptor &listener);
     /// Unlinks a session that has ended and gives the count of those left; null if there is none.
     [[nodiscard]] std::unique_ptr<ClientWorker> TakeEnded(std::size_t *count);
-    /// Adds a session to the list, but for a listener that is stopping; returns the new count.
-    /// The list lock is held.
-    std::size_t Add(Descriptor socket, const char *address, std::int32_t port);
+    /// Adds a session to the list and returns the new count; nothing when the client is turned
+    /// away, for want of memory or because the listener is stopping. The list lock is held.
+    [[nodiscard]] std::optional<std::size_t> Add(Descriptor socket, const char *address,
+                                                 std::int32_t port);
 
     Flag stop_{false};
     /// Guards the list. Whoever unlinks a session while holding it deletes that session; nobody

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -111,6 +112,34 @@ INSTANTIATE_TEST_SUITE_P(
                       Sweep{"OfUpload", "SetUserImage?UserNo=1&FileName=new.jpg&Size=4\nabcd", 3},
                       Sweep{"OfOutput", "SetAuxOutput?Port=1&Control=1"}),
     [](const ::testing::TestParamInfo<Sweep> &sweep) { return std::string(sweep.param.Name); });
+
+/// An allocation that accepting a client takes: of the session, or of its place in the list.
+class SessionAllocation : public ::testing::TestWithParam<std::uint32_t>
+{
+protected:
+    Faults faults_;
+    TestPanel panel_;
+    Agent agent_{faults_.Preloaded()};
+};
+
+TEST_P(SessionAllocation, ThatFailsTurnsItsOwnClientAway)
+{
+    // With the sockets of discovery, which starts last, all that the start takes is there.
+    ASSERT_TRUE(WaitUntil([this] { return agent_.Descriptors() == 6; }));
+    faults_.Fail(Point::Allocate, ENOMEM, GetParam());
+    ManagementClient refused;
+    EXPECT_TRUE(refused.IsClosedByPeer());
+    EXPECT_EQ(faults_.Failed(Point::Allocate), 1U);
+    ManagementClient next;
+    EXPECT_EQ(next.Ask("Hello?").rfind("HelloResponse?Result=0&Key=", 0), 0U);
+    EXPECT_TRUE(agent_.WaitForLog("Client Count: 1"));
+    EXPECT_EQ(agent_.CountInLog("Client Count"), 1U) << "nothing was added before";
+    // A session that has just had a line ends at once.
+    agent_.Signal(SIGTERM);
+    next.SendLine("Hello?");
+}
+
+INSTANTIATE_TEST_SUITE_P(Memory, SessionAllocation, ::testing::Values(1, 2));
 
 } // namespace
 } // namespace nimbra::test
