@@ -19,6 +19,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace nimbra::test {
@@ -151,7 +152,8 @@ constexpr char kLink[] = "ServerManager.cpp";
 constexpr char kScan[] = "ScanManager.cpp";
 constexpr char kNoThread[] = "pthread_create fail";
 constexpr char kNoDatabase[] = "sqlite3_open fail";
-constexpr int kCannotOpen = 14; ///< SQLite's codes
+constexpr int kError = 1; ///< SQLite's codes
+constexpr int kCannotOpen = 14;
 constexpr int kInputOutput = 10;
 
 INSTANTIATE_TEST_SUITE_P(
@@ -187,19 +189,22 @@ TEST_P(FaultOfListener, LeavesTheRestAtWork)
     EXPECT_TRUE(agent_->WaitForMessage(kListener, "Process", "OpenSocket fail"));
     ExpectDiscovery();
     EXPECT_EQ(agent_->CountInLog(", Port: 9000"), 0U);
+    // The standard three and the two sockets of discovery.
+    EXPECT_TRUE(WaitUntil([this] { return agent_->Descriptors() == 5; })) << agent_->Descriptors();
     EXPECT_EQ(agent_->End(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Call, FaultOfListener,
-                         ::testing::Values(Fault{"Socket", Point::StreamSocket, EMFILE, 1, 1,
-                                                 kListener, "OpenSocket", "socket fail"},
-                                           Fault{"Setsockopt", Point::ReuseAddress, EINVAL, 1, 1,
-                                                 kListener, "OpenSocket", "setsockopt fail"},
-                                           Fault{"Bind", Point::BindStream, EADDRINUSE, 1, 1,
-                                                 kListener, "OpenSocket", "bind fail"},
-                                           Fault{"Listen", Point::Listen, EADDRINUSE, 1, 1,
-                                                 kListener, "OpenSocket", "listen fail"}),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(
+    Call, FaultOfListener,
+    ::testing::Values(
+        Fault{"Socket", Point::StreamSocket, EMFILE, 1, 1, kListener, "OpenSocket", "socket fail"},
+        Fault{"Setsockopt", Point::ReuseAddress, EINVAL, 1, 1, kListener, "OpenSocket",
+              "setsockopt fail"},
+        Fault{"Fcntl", Point::StatusFlags, EBADF, 1, 1, kListener, "OpenSocket", "fcntl fail"},
+        Fault{"Fcntl", Point::StatusFlags, EBADF, 2, 1, kListener, "OpenSocket", "fcntl fail"},
+        Fault{"Bind", Point::BindStream, EADDRINUSE, 1, 1, kListener, "OpenSocket", "bind fail"},
+        Fault{"Listen", Point::Listen, EADDRINUSE, 1, 1, kListener, "OpenSocket", "listen fail"}),
+    NameOf);
 
 /// A fault of the discovery responder's sockets.
 class FaultOfDiscovery : public FaultTest, public ::testing::WithParamInterface<Fault>
@@ -246,6 +251,18 @@ TEST_F(FaultTest, OfTheReceptionOfProbesOnlyDelaysThem)
     faults_.Fail(Point::ReceiveDatagram, ENOMEM, 1, 2);
     EXPECT_EQ(DiscoveryProbe().Ask("Scan?Key=4").rfind("ScanResponse?Result=0&Key=4&", 0), 0U);
     EXPECT_EQ(faults_.Failed(Point::ReceiveDatagram), 2U);
+}
+
+TEST_F(FaultTest, OfNoProbeIsAskedForOnceASecond)
+{
+    StartAgent();
+    ASSERT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
+    const Stopwatch watch;
+    faults_.Stop(Point::ReceiveDatagram);
+    std::this_thread::sleep_for(seconds(5));
+    const std::size_t calls = faults_.Calls(Point::ReceiveDatagram);
+    EXPECT_GE(calls, 3U);
+    EXPECT_LE(static_cast<double>(calls), watch.Seconds() + 2);
 }
 
 /// Faults while a session is served.
@@ -299,6 +316,7 @@ TEST_P(Accept, IsTriedAgainEverySecond)
     ExpectFailed(GetParam());
     // The first try may come at once.
     EXPECT_GT(watch.Seconds(), GetParam().Number - 1.0);
+    EXPECT_EQ(agent_->CountInLog(":ClientManager.cpp:"), 0U) << "none of them is logged";
 }
 
 INSTANTIATE_TEST_SUITE_P(Call, Accept,
@@ -358,8 +376,23 @@ INSTANTIATE_TEST_SUITE_P(Call, Send,
 TEST_F(SessionFault, OfASocketThatTakesNothingYetIsWaitedFor)
 {
     faults_.Fail(Point::Send, EAGAIN, 1, 100);
+    const Stopwatch watch;
     EXPECT_EQ(client_->Ask(kBeat), kBeatAnswer);
     EXPECT_EQ(faults_.Failed(Point::Send), 100U);
+    // A millisecond for each try.
+    EXPECT_GE(watch.Seconds(), 0.1);
+}
+
+TEST_F(SessionFault, OfNothingToReadIsPolledOnceAMillisecond)
+{
+    const Stopwatch watch;
+    const double before = agent_->CpuSeconds();
+    faults_.Stop(Point::Receive);
+    EXPECT_TRUE(client_->IsSilent(seconds(4)));
+    const std::size_t calls = faults_.Calls(Point::Receive);
+    EXPECT_GT(calls, 20U) << "not so rarely, even on a busy machine";
+    EXPECT_LE(static_cast<double>(calls), watch.Seconds() * 1000 + 2);
+    EXPECT_LT(agent_->CpuSeconds() - before, 1.0);
 }
 
 TEST_F(SessionFault, OfTheReceptionLosesTheHalfLineThatCame)
@@ -410,6 +443,19 @@ TEST_F(SessionFault, OfTheCommandToolIsNoFailureOfTheCommand)
     EXPECT_EQ(client_->Ask("SetAuxOutput?Port=1&Control=0"), "SetAuxOutputResponse?Result=0");
     EXPECT_EQ(panel_.Calls(calls + 1),
               std::vector<panel::Call>({{"auxout", "1", "off"}, AuditCall(11415)}));
+}
+
+TEST_F(SessionFault, OfTheLookForTheJournalsLastNumberHasItCountFromOne)
+{
+    panel_.Run("INSERT INTO DBQueryInfo VALUES (5, 'earlier', 1)");
+    faults_.Fail(Point::PrepareStatement, kError);
+    EXPECT_EQ(client_->Ask("SetUserInfo?UserNo=2&LastName=Changed"),
+              "SetUserInfoResponse?Result=0");
+    EXPECT_EQ(faults_.Failed(Point::PrepareStatement), 1U);
+    EXPECT_EQ(panel_.Rows("SELECT Idseq FROM DBQueryInfo ORDER BY rowid"),
+              std::vector<Row>({{"5"}, {"1"}}));
+    EXPECT_EQ(panel_.Value("SELECT LastName FROM User WHERE No=2"), "Changed");
+    EXPECT_EQ(agent_->CountInLog("sqlite3_exec"), 0U);
 }
 
 using ImageFile = FaultOfSession;
@@ -579,6 +625,40 @@ INSTANTIATE_TEST_SUITE_P(Call, FaultOfLinkTimes,
                                            Fault{"SqliteExec", Point::ExecuteStatement,
                                                  kInputOutput, 1, 1, kConfig, "SetCommTime",
                                                  "sqlite3_exec fail"}),
+                         NameOf);
+
+/// Faults of the handshake of a session that the cloud server has ordered.
+using FaultOfHandshake = FaultOfLink;
+
+TEST_P(FaultOfHandshake, CostsTheSessionAndNotTheLink)
+{
+    StartAgent();
+    // From the report of the port on, all exchanges are heartbeats.
+    ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
+    ASSERT_TRUE(WaitUntil([this] { return HasOpenedAll(); }));
+    std::atomic<bool> isOrdered = false;
+    server_.SetAnswer([&](const std::string &request) {
+        if (!isOrdered.exchange(true)) {
+            server_.Queue({2, "127.0.0.1", 9510, 77});
+            // This heartbeat has been sent: what is sent next is the handshake.
+            Order(GetParam());
+        }
+        return server_.GoodAnswer(request);
+    });
+    ASSERT_TRUE(WaitForRequests("HeartBeat?", server_.Count("HeartBeat?") + 3));
+    EXPECT_EQ(faults_.Failed(GetParam().At), GetParam().Number);
+    ExpectMessage(GetParam());
+    EXPECT_EQ(server_.Count("RelayDevice?"), 0U);
+    EXPECT_EQ(agent_->CountInLog("Client Count"), 0U);
+    EXPECT_EQ(agent_->CountInLog("Heartbeat fail"), 0U);
+    EXPECT_TRUE(WaitUntil([this] { return HasOpenedAll(); })) << agent_->Descriptors();
+    EXPECT_EQ(agent_->End(), 0);
+    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, FaultOfHandshake,
+                         ::testing::Values(Fault{"Send", Point::Send, EPIPE, 1, 1, kLink,
+                                                 "MakeSession", "SendMessage fail"}),
                          NameOf);
 
 } // namespace
