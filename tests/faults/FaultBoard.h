@@ -56,6 +56,7 @@ struct PointState
     std::atomic<std::uint32_t> First;  ///< the call, counted from 1, that fails first; 0: none does
     std::atomic<std::uint32_t> Number; ///< how many fail from there on
     std::atomic<std::int32_t> Error;   ///< errno, or SQLite's result code
+    std::atomic<std::uint32_t> Delay;  ///< the milliseconds that each of them takes to fail
     std::atomic<std::uint32_t> Calls;  ///< made since the orders were given
     std::atomic<std::uint32_t> Failed; ///< of them
 };

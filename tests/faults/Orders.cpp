@@ -49,6 +49,7 @@ int TakeError(Point point)
     const std::uint32_t first = state.First.load();
     if (first == 0 || call < first || call - first >= state.Number.load())
         return 0;
+    usleep(state.Delay.load() * 1000);
     state.Failed.fetch_add(1);
     return state.Error.load();
 }

@@ -29,6 +29,11 @@ public:
     /// From now on, the call `first` at this point and `number` in all fail with `error`: an errno,
     /// or a result code of SQLite. Replaces earlier orders.
     void Fail(faults::Point point, int error, std::uint32_t first = 1, std::uint32_t number = 1);
+    /// Has the calls at this point that fail take so long to do so.
+    void Delay(faults::Point point, milliseconds delay)
+    {
+        At(point).Delay = static_cast<std::uint32_t>(delay.count());
+    }
     void Stop(faults::Point point) { Fail(point, 0, 0, 0); }
     /// Calls at this point since the last order, and those of them that have failed.
     [[nodiscard]] std::size_t Calls(faults::Point point) const;

@@ -661,5 +661,29 @@ INSTANTIATE_TEST_SUITE_P(Call, FaultOfHandshake,
                                                  "MakeSession", "SendMessage fail"}),
                          NameOf);
 
+/// Faults at the end of a start, when the link of it is already under way.
+using FaultBehindLink = FaultOfLink;
+
+TEST_P(FaultBehindLink, LeavesJustOneLink)
+{
+    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+    // The link has begun by the time of the failure. It still waits for its answer when the start
+    // is tried again, which fails once more.
+    faults_.Delay(GetParam().At, milliseconds(500));
+    Order(GetParam());
+    StartAgent();
+    ExpectFailed(GetParam());
+    ExpectMessage(GetParam());
+    ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
+    // Main, accept, reaper, the link and discovery.
+    EXPECT_TRUE(WaitUntil([this] { return agent_->Threads() == 5; })) << agent_->Threads();
+    ExpectFullService();
+}
+
+INSTANTIATE_TEST_SUITE_P(Call, FaultBehindLink,
+                         ::testing::Values(Fault{"PthreadCreate", Point::CreateThread, EAGAIN, 4, 1,
+                                                 kScan, "Start", kNoThread}),
+                         NameOf);
+
 } // namespace
 } // namespace nimbra::test
