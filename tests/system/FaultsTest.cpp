@@ -242,6 +242,9 @@ TEST_F(FaultTest, OfAnAnswerToAProbeLosesOnlyThatAnswer)
     probe.Send("Scan?Key=3");
     EXPECT_EQ(probe.Receive().value_or("").rfind("ScanResponse?Result=0&Key=3&", 0), 0U);
     EXPECT_EQ(faults_.Failed(Point::SendDatagram), 1U);
+    // The log has the lost answer like the others, and nothing about its loss.
+    EXPECT_EQ(agent_->CountInLog("ScanResponse?Result=0&Key=2&"), 1U);
+    EXPECT_EQ(agent_->CountInLog(":ScanManager.cpp:"), 0U);
 }
 
 TEST_F(FaultTest, OfTheReceptionOfProbesOnlyDelaysThem)

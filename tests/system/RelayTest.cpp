@@ -274,7 +274,7 @@ TEST_F(Relay, EndsARemoteSessionLikeALocalOne)
     EXPECT_TRUE(agent->WaitForLog("Client Count: 0"));
 }
 
-TEST_F(Relay, IsServedWhenTheLocalPortIsTaken)
+TEST_F(Relay, IsServedAndReapedWhenTheLocalPortIsTaken)
 {
     const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};
@@ -287,8 +287,12 @@ TEST_F(Relay, IsServedWhenTheLocalPortIsTaken)
     options.WaitUntilServing = false;
     agent = std::make_unique<Agent>(options);
     EXPECT_TRUE(agent->WaitForMessage("ClientManager.cpp", "OpenSocket", "bind fail"));
-    ManagementClient client = RemoteClient();
-    EXPECT_EQ(client.Login("admin", "admin1234"), "LoginResponse?Result=0");
+    {
+        ManagementClient client = RemoteClient();
+        EXPECT_EQ(client.Login("admin", "admin1234"), "LoginResponse?Result=0");
+        EXPECT_TRUE(agent->WaitForLog("Client Count: 1"));
+    }
+    EXPECT_TRUE(agent->WaitForLog("Client Count: 0", seconds(40)));
     close(taken);
 }
 
