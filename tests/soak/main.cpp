@@ -152,8 +152,8 @@ Result Soak(double seconds, double roundSeconds)
     const Stopwatch watch;
     Agent agent;
     // Main, accept, reaper, cloud link and discovery; no exchange with the cloud server.
-    static_cast<void>(
-        test::WaitUntil([&] { return agent.Threads() == 5 && agent.Descriptors() == 6; }));
+    static_cast<void>(test::WaitUntil(
+        [&] { return agent.Threads() == 5 && agent.Descriptors() == Agent::kDescriptorsAtRest; }));
     result.AtStart = Look(agent);
     run.Learn();
     do {

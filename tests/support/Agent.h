@@ -19,6 +19,9 @@ namespace nimbra::test {
 class Agent
 {
 public:
+    /// What an agent at rest has open: the standard three, the listener and discovery's two.
+    static constexpr std::size_t kDescriptorsAtRest = 6;
+
     struct Options
     {
         /// Environment variables besides the test's own.

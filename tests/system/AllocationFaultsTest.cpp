@@ -125,7 +125,7 @@ protected:
 TEST_P(SessionAllocation, ThatFailsTurnsItsOwnClientAway)
 {
     // With the sockets of discovery, which starts last, all that the start takes is there.
-    ASSERT_TRUE(WaitUntil([this] { return agent_.Descriptors() == 6; }));
+    ASSERT_TRUE(WaitUntil([this] { return agent_.Descriptors() == Agent::kDescriptorsAtRest; }));
     faults_.Fail(Point::Allocate, ENOMEM, GetParam());
     ManagementClient refused;
     EXPECT_TRUE(refused.IsClosedByPeer());

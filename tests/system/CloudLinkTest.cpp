@@ -49,6 +49,16 @@ bool IsRegistration(const std::string &request)
     return request.rfind("SetDeviceInfo?", 0) == 0;
 }
 
+/// The first requests: registrations as they came, and for each heartbeat that word.
+std::vector<std::string> Course(const CloudServer &server, std::size_t count)
+{
+    std::vector<std::string> lines;
+    for (const Request &request : server.Requests())
+        lines.push_back(IsRegistration(request.Line) ? request.Line : "heartbeat");
+    lines.resize(count);
+    return lines;
+}
+
 /// The seconds between each request of one kind and the next.
 std::vector<double> Gaps(const CloudServer &server, const std::string &word)
 {
@@ -67,9 +77,6 @@ std::vector<double> Gaps(const CloudServer &server, const std::string &word)
 
 /// Main, accept, reaper and discovery.
 constexpr std::size_t kThreadsWithoutLink = 4;
-
-/// The standard ones, the listener and discovery's two.
-constexpr std::size_t kDescriptorsWithoutLink = 6;
 
 class CloudLink : public ::testing::Test
 {
@@ -382,13 +389,10 @@ TEST_F(CloudLink, LeavesTheAddressOfAnOrderedSessionOutOfItsPublicPort)
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", kReplies.size() + 1));
-    std::vector<std::string> lines;
-    for (const Request &request : server->Requests())
-        lines.push_back(IsRegistration(request.Line) ? request.Line : "heartbeat");
-    lines.resize(6);
-    EXPECT_EQ(lines, (std::vector<std::string>{Registration("127.0.0.1", "0"), "heartbeat",
-                                               "heartbeat", "heartbeat",
-                                               Registration("203.0.113.2", "4000"), "heartbeat"}));
+    EXPECT_EQ(
+        Course(*server, 6),
+        (std::vector<std::string>{Registration("127.0.0.1", "0"), "heartbeat", "heartbeat",
+                                  "heartbeat", Registration("203.0.113.2", "4000"), "heartbeat"}));
 }
 
 TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChanges)
@@ -411,14 +415,10 @@ TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChang
     TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET IPAddress='192.168.77.11'");
     // One more heartbeat than replies, so that the last of them has had its effect.
     ASSERT_TRUE(WaitForRequests("HeartBeat?", kPorts.size() + 1));
-    std::vector<std::string> lines;
-    for (const Request &request : server->Requests())
-        lines.push_back(IsRegistration(request.Line) ? request.Line : "heartbeat");
-    lines.resize(8);
-    EXPECT_EQ(lines, (std::vector<std::string>{Registration("127.0.0.1", "0"), "heartbeat",
-                                               "heartbeat", Registration("203.0.113.1", "4000"),
-                                               "heartbeat", "heartbeat",
-                                               Registration("203.0.113.3", "0"), "heartbeat"}));
+    EXPECT_EQ(Course(*server, 8), (std::vector<std::string>{
+                                      Registration("127.0.0.1", "0"), "heartbeat", "heartbeat",
+                                      Registration("203.0.113.1", "4000"), "heartbeat", "heartbeat",
+                                      Registration("203.0.113.3", "0"), "heartbeat"}));
     EXPECT_EQ(CloudTime("StartTime"), 0);
 }
 
@@ -546,7 +546,7 @@ TEST_F(CloudLink, FindsAServerThatAppearsLater)
     EXPECT_LT(watch.Seconds(), 16);
     EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
-    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == Agent::kDescriptorsAtRest; }));
     StartServer();
     EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
 }
@@ -600,7 +600,7 @@ TEST_F(CloudLink, GivesAHostThatStaysSilentUpAfterTenSeconds)
     EXPECT_LT(watch.Seconds(), 16);
     EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
     EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
-    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == Agent::kDescriptorsAtRest; }));
 }
 
 TEST_F(CloudLink, ComesBackToAServerThatVanished)

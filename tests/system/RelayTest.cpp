@@ -29,9 +29,6 @@ constexpr char kSource[] = "ServerManager.cpp";
 /// Where the server of the tests joins management clients with the panel.
 constexpr int kClientPort = 9520;
 
-/// The standard ones, the listener and discovery's two.
-constexpr std::size_t kDescriptorsWithoutLink = 6;
-
 class Relay : public ::testing::Test
 {
 protected:
@@ -43,13 +40,14 @@ protected:
         server = std::make_unique<CloudServer>(CloudServer::Ports(), linkType);
         agent = std::make_unique<Agent>();
     }
-    /// Has handshakes answered with `reply`.
-    void AnswerHandshake(const Reply &reply)
+    /// Has requests that begin with `word` answered with `reply`, and the others as ever.
+    void Answer(const std::string &word, const Reply &reply)
     {
-        server->SetAnswer([this, reply](const std::string &request) {
-            return request.rfind("RelayDevice?", 0) == 0 ? reply : server->GoodAnswer(request);
+        server->SetAnswer([this, word, reply](const std::string &request) {
+            return request.rfind(word, 0) == 0 ? reply : server->GoodAnswer(request);
         });
     }
+    void AnswerHandshake(const Reply &reply) { Answer("RelayDevice?", reply); }
     /// A management client somewhere else, which is joined with the panel.
     static ManagementClient RemoteClient() { return ManagementClient("127.0.0.1", kClientPort); }
 
@@ -124,14 +122,8 @@ INSTANTIATE_TEST_SUITE_P(All, RelayAddress,
 TEST_F(Relay, ShowsTheKeyZeroWhenItWasOrderedWithoutOne)
 {
     Start();
-    server->SetAnswer([this](const std::string &request) {
-        return request.rfind("HeartBeat?", 0) == 0
-                   ? Reply{"HeartBeatResponse?Result=0&LinkType=2&LinkAddr=127.0.0.1"
-                           "&LinkPort=9510\n",
-                           {},
-                           false}
-                   : server->GoodAnswer(request);
-    });
+    Answer("HeartBeat?",
+           {"HeartBeatResponse?Result=0&LinkType=2&LinkAddr=127.0.0.1&LinkPort=9510\n", {}, false});
     EXPECT_TRUE(
         WaitUntil([this] { return server->Count("RelayDevice?RelayType=0&RelayKey=0") > 0; }));
 }
@@ -169,7 +161,7 @@ TEST_P(RelayRefusal, ClosesTheConnectionAndGoesOn)
     EXPECT_TRUE(agent->WaitForMessage(kSource, "MakeSession", GetParam().Message));
     EXPECT_EQ(agent->CountInLog("Client Count"), 0U);
     EXPECT_EQ(server->Count("RelayDevice?RelayType=0&RelayKey=77"), 1U);
-    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == kDescriptorsWithoutLink; }));
+    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == Agent::kDescriptorsAtRest; }));
     // The heartbeat that gave the order has succeeded, and others follow.
     const std::size_t heartbeats = server->Count("HeartBeat?");
     EXPECT_TRUE(WaitUntil([&] { return server->Count("HeartBeat?") > heartbeats + 1; }));
@@ -247,11 +239,7 @@ TEST_F(Relay, GoesOnWhileHeartbeatsFail)
     Start();
     ManagementClient client = RemoteClient();
     EXPECT_EQ(client.Login("admin", "admin1234"), "LoginResponse?Result=0");
-    server->SetAnswer([this](const std::string &request) {
-        return request.rfind("HeartBeat?", 0) == 0
-                   ? Reply{"HeartBeatResponse?Result=3\n", {}, false}
-                   : server->GoodAnswer(request);
-    });
+    Answer("HeartBeat?", {"HeartBeatResponse?Result=3\n", {}, false});
     // Eleven, so that the panel has registered again in between.
     for (int i = 0; i < 60 && agent->CountInLog("Heartbeat fail") < 11; ++i) {
         ASSERT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
