@@ -13,7 +13,7 @@ set ylabel "requests a second"
 set logscale x 2
 data = directory."/sessions.dat"
 plot data index 0 using 1:2 with linespoints lw 2 pt 7 title "agent", \
-     data index 0 using 1:3 with linespoints lw 1 dt 2 pt 6 title "floor"
+     data index 0 using 1:3 with linespoints lw 1 dt 2 pt 6 title "baseline"
 
 set output directory."/performance-tables.svg"
 set title "Processor time of a request as tables grow"
@@ -25,4 +25,4 @@ name(i) = system(sprintf("grep '^\"' %s | sed -n '%dp' | tr -d '\"'", data, i + 
 plot for [i=0:3] data index i using 1:2 with linespoints lw 2 pt 7 lc i + 1 \
          title name(i)." agent", \
      for [i=0:3] data index i using 1:3 with linespoints lw 1 dt 2 pt 6 lc i + 1 \
-         title name(i)." floor"
+         title name(i)." baseline"

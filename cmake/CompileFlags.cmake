@@ -17,7 +17,7 @@ endif()
 # Keeps the thread sanitizer from losing a signal that comes early; does nothing in other builds.
 function(nimbra_takes_signals target)
     if(NIMBRA_SANITIZE STREQUAL "thread")
-        target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/sanitizers/FirstWait.cpp")
+        target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/sanitizers/FirstWait.cpp")
     endif()
 endfunction()
 

@@ -1,7 +1,7 @@
-#include "driver/Bench.h"
+#include "bench/driver/Bench.h"
 
-#include "panel/SamplePanel.h"
-#include "panel/Sqlite.h"
+#include "simulator/panel/SamplePanel.h"
+#include "simulator/panel/Sqlite.h"
 
 #include <algorithm>
 #include <map>
@@ -45,7 +45,7 @@ double Station::CostOf(const std::string &request, int count, std::size_t lines)
     return (after - before) / count * 1e6;
 }
 
-Pair::Pair(const Plan &plan) : stations_{Station(plan.Agent), Station(plan.Floor)}
+Pair::Pair(const Plan &plan) : stations_{Station(plan.Agent), Station(plan.Baseline)}
 {
     for (Station &station : stations_)
         station.LogIn();
@@ -60,7 +60,7 @@ void Pair::KeepAlive()
 void Pair::RequireSame(const std::string &request, const std::array<std::string, 2> &answers)
 {
     if (answers[0] != answers[1])
-        throw std::runtime_error("the floor answers other bytes to " + request + answers[1] +
+        throw std::runtime_error("the baseline answers other bytes to " + request + answers[1] +
                                  "than the agent\n" + answers[0]);
     if (answers[0].find("Result=0") == std::string::npos)
         throw std::runtime_error("refused: " + request + answers[0]);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "driver/Client.h"
-#include "driver/Measure.h"
-#include "driver/Server.h"
+#include "bench/driver/Client.h"
+#include "bench/driver/Measure.h"
+#include "bench/driver/Server.h"
 
 #include <array>
 #include <chrono>
@@ -32,8 +32,8 @@ private:
     int thread_ = 0;
 };
 
-/// The agent and the floor on the same panel, each with a client that has logged in. While one is
-/// measured, the other does no more than look for a request each millisecond.
+/// The agent and the baseline on the same panel, each with a client that has logged in. While one
+/// is measured, the other does no more than look for a request each millisecond.
 class Pair
 {
 public:

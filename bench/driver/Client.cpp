@@ -1,4 +1,4 @@
-#include "driver/Client.h"
+#include "bench/driver/Client.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "driver/Measure.h"
+#include "bench/driver/Measure.h"
 
 namespace nimbra::bench {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/Report.h"
-#include "driver/Server.h"
+#include "bench/driver/Report.h"
+#include "bench/driver/Server.h"
 
 #include <filesystem>
 #include <vector>
@@ -35,14 +35,14 @@ extern const Effort kTiny;
 struct Plan
 {
     Side Agent;
-    Side Floor;
+    Side Baseline;
     std::filesystem::path Methods;     ///< the program that times the methods of DataManager
     std::filesystem::path CommandTool; ///< of the sample panel
     Effort Work;
 };
 
 /// Each lays out a sample panel in place, measures and adds its lines to the report. Whatever does
-/// not work, and a floor that answers other bytes than the agent, throws std::exception.
+/// not work, and a baseline that answers other bytes than the agent, throws std::exception.
 void MeasureMethods(const Plan &plan, Report *report);
 void MeasureRequests(const Plan &plan, Report *report);
 void MeasureSessions(const Plan &plan, Report *report);

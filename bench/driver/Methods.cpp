@@ -1,4 +1,4 @@
-#include "driver/Measure.h"
+#include "bench/driver/Measure.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,10 +14,10 @@ namespace {
 
 constexpr Bound kBound{1.05, false};
 
-nlohmann::json RunOnce(const Plan &plan, bool isFloorFirst)
+nlohmann::json RunOnce(const Plan &plan, bool isBaselineFirst)
 {
-    const std::string command = std::string(isFloorFirst ? "NIMBRA_FLOOR_FIRST=1 " : "") + "'" +
-                                plan.Methods.string() + "' --benchmark_format=json 2>&1 " +
+    const std::string command = std::string(isBaselineFirst ? "NIMBRA_BASELINE_FIRST=1 " : "") +
+                                "'" + plan.Methods.string() + "' --benchmark_format=json 2>&1 " +
                                 "--benchmark_min_time=" + std::to_string(plan.Work.MethodSeconds);
     FILE *const pipe = popen(command.c_str(), "r");
     if (pipe == nullptr)

@@ -1,4 +1,4 @@
-#include "driver/Report.h"
+#include "bench/driver/Report.h"
 
 #include <algorithm>
 #include <cmath>
@@ -44,9 +44,9 @@ std::string LimitText(const Figure &figure)
 
 nlohmann::json ToJson(const Figure &figure)
 {
-    nlohmann::json json = {{"group", figure.Group}, {"name", figure.Name},
-                           {"unit", figure.Unit},   {"agent", figure.Agent},
-                           {"floor", figure.Floor}, {"ratio", figure.Ratio}};
+    nlohmann::json json = {{"group", figure.Group},       {"name", figure.Name},
+                           {"unit", figure.Unit},         {"agent", figure.Agent},
+                           {"baseline", figure.Baseline}, {"ratio", figure.Ratio}};
     if (figure.Limit) {
         json[figure.Limit->IsLeast ? "at_least" : "at_most"] = figure.Limit->Value;
         json["within"] = figure.IsWithin();
@@ -62,7 +62,7 @@ nlohmann::json ToJson(const std::vector<Curve> &curves)
         for (const Curve::Point &point : curve.Points)
             points.push_back({{"x", point.X},
                               {"agent", point.Value.Agent},
-                              {"floor", point.Value.Floor},
+                              {"baseline", point.Value.Baseline},
                               {"ratio", point.Value.Ratio}});
         all.push_back({{"name", curve.Name}, {"unit", curve.Unit}, {"points", points}});
     }
@@ -88,14 +88,14 @@ std::string ReadFile(const fs::path &path)
     return text.str();
 }
 
-/// A data file for gnuplot: one block for each curve, of lines "x agent floor".
+/// A data file for gnuplot: one block for each curve, of lines "x agent baseline".
 std::string PlotData(const std::vector<Curve> &curves)
 {
     std::string text;
     for (const Curve &curve : curves) {
         text += "\"" + curve.Name + "\"\n";
         for (const Curve::Point &point : curve.Points)
-            text += Format("%d %g %g\n", point.X, point.Value.Agent, point.Value.Floor);
+            text += Format("%d %g %g\n", point.X, point.Value.Agent, point.Value.Baseline);
         text += "\n\n";
     }
     return text;
@@ -103,11 +103,12 @@ std::string PlotData(const std::vector<Curve> &curves)
 
 std::string TableOf(const std::vector<Figure> &figures, const std::string &group)
 {
-    std::string text = "| | unit | agent | floor | ratio | bound |\n|---|---|---:|---:|---:|---|\n";
+    std::string text =
+        "| | unit | agent | baseline | ratio | bound |\n|---|---|---:|---:|---:|---|\n";
     for (const Figure &figure : figures)
         if (figure.Group == group)
             text += "| " + figure.Name + " | " + figure.Unit + " | " + Short(figure.Agent) + " | " +
-                    Short(figure.Floor) + " | " + Format("%.3f", figure.Ratio) + " | " +
+                    Short(figure.Baseline) + " | " + Format("%.3f", figure.Ratio) + " | " +
                     LimitText(figure) + " |\n";
     return text;
 }
@@ -117,10 +118,10 @@ std::string TableOf(const std::vector<Curve> &curves, const char *label)
     std::string text;
     for (const Curve &curve : curves) {
         text += "\n" + curve.Name + ", " + curve.Unit + ":\n\n| " + label +
-                " | agent | floor | ratio |\n|---:|---:|---:|---:|\n";
+                " | agent | baseline | ratio |\n|---:|---:|---:|---:|\n";
         for (const Curve::Point &point : curve.Points)
             text += Format("| %d | ", point.X) + Short(point.Value.Agent) + " | " +
-                    Short(point.Value.Floor) + " | " + Format("%.3f |\n", point.Value.Ratio);
+                    Short(point.Value.Baseline) + " | " + Format("%.3f |\n", point.Value.Ratio);
     }
     return text;
 }
@@ -163,13 +164,13 @@ Figure Rounds::Take(std::string group, std::string name, std::string unit,
                     std::optional<Bound> limit) const
 {
     std::vector<double> ratios;
-    for (std::size_t i = 0; i < std::min(agent_.size(), floor_.size()); ++i)
-        ratios.push_back(agent_[i] / floor_[i]);
+    for (std::size_t i = 0; i < std::min(agent_.size(), baseline_.size()); ++i)
+        ratios.push_back(agent_[i] / baseline_[i]);
     return {std::move(group),
             std::move(name),
             std::move(unit),
             Median(agent_),
-            Median(floor_),
+            Median(baseline_),
             Median(ratios),
             limit};
 }
@@ -187,22 +188,22 @@ std::string Report::AsText() const
     for (const Figure &figure : Figures) {
         if (figure.Group != group) {
             group = figure.Group;
-            text += "\n" + Format("%-38s %12s %12s %8s  %s\n", group.c_str(), "agent", "floor",
+            text += "\n" + Format("%-38s %12s %12s %8s  %s\n", group.c_str(), "agent", "baseline",
                                   "ratio", "bound");
         }
         const std::string name = figure.Name + ", " + figure.Unit;
         text += Format("  %-36s %12s %12s %8.3f  %s\n", name.c_str(), Short(figure.Agent).c_str(),
-                       Short(figure.Floor).c_str(), figure.Ratio, LimitText(figure).c_str());
+                       Short(figure.Baseline).c_str(), figure.Ratio, LimitText(figure).c_str());
     }
     const auto append = [&text](const std::vector<Curve> &curves, const char *label) {
         for (const Curve &curve : curves) {
             const std::string title = curve.Name + ", " + curve.Unit;
             text +=
-                "\n" + Format("%-38s %12s %12s %8s\n", title.c_str(), "agent", "floor", "ratio");
+                "\n" + Format("%-38s %12s %12s %8s\n", title.c_str(), "agent", "baseline", "ratio");
             for (const Curve::Point &point : curve.Points)
                 text += Format("  %8d %-27s %12s %12s %8.3f\n", point.X, label,
-                               Short(point.Value.Agent).c_str(), Short(point.Value.Floor).c_str(),
-                               point.Value.Ratio);
+                               Short(point.Value.Agent).c_str(),
+                               Short(point.Value.Baseline).c_str(), point.Value.Ratio);
         }
     };
     append(Sessions, "sessions");

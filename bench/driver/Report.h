@@ -28,18 +28,18 @@ struct Figure
     std::string Name;
     std::string Unit;
     double Agent = 0;
-    double Floor = 0;
+    double Baseline = 0;
     double Ratio = 0;
     std::optional<Bound> Limit;
 
     [[nodiscard]] bool IsWithin() const;
 };
 
-/// What the rounds have given for one line, agent and floor side by side in each.
+/// What the rounds have given for one line, agent and baseline side by side in each.
 class Rounds
 {
 public:
-    void Add(bool isAgent, double value) { (isAgent ? agent_ : floor_).push_back(value); }
+    void Add(bool isAgent, double value) { (isAgent ? agent_ : baseline_).push_back(value); }
 
     /// The medians, and the median of the ratios of the rounds.
     [[nodiscard]] Figure Take(std::string group, std::string name, std::string unit,
@@ -47,7 +47,7 @@ public:
 
 private:
     std::vector<double> agent_;
-    std::vector<double> floor_;
+    std::vector<double> baseline_;
 };
 
 /// A figure as something grows.

@@ -1,4 +1,4 @@
-#include "driver/Bench.h"
+#include "bench/driver/Bench.h"
 
 #include <algorithm>
 #include <array>
@@ -88,22 +88,22 @@ void MeasureList(const Plan &plan, Pair *pair, Report *report)
     const std::size_t lines = CountLines(pair->CommonAnswer(request, [] {}));
     if (lines != static_cast<std::size_t>(rows) + 1)
         throw std::runtime_error("not all events are listed");
-    Rounds againstFloor;
+    Rounds againstBaseline;
     Rounds againstShell;
     pair->Run(plan.Work.ListRounds, [&](bool isAgent, Station &station) {
         const double begin = Now();
         station.Asking.Flood(request, 1, lines);
         const double rate = rows / (Now() - begin);
-        againstFloor.Add(isAgent, rate);
+        againstBaseline.Add(isAgent, rate);
         if (isAgent) {
             againstShell.Add(true, rate);
             againstShell.Add(false, ShellRate(rows));
         }
     });
     const std::string name = "GetEventLogEx?Limit=" + std::to_string(rows);
-    report->Figures.push_back(againstFloor.Take("Event list", name, "rows/s", kListBound));
+    report->Figures.push_back(againstBaseline.Take("Event list", name, "rows/s", kListBound));
     report->Figures.push_back(
-        againstShell.Take("Event list", "the same, sqlite3 shell as floor", "rows/s"));
+        againstShell.Take("Event list", "the same, sqlite3 shell as baseline", "rows/s"));
 }
 
 void MeasureRoundTrips(const Plan &plan, Pair *pair, Report *report)
@@ -124,13 +124,13 @@ void MeasureRoundTrips(const Plan &plan, Pair *pair, Report *report)
     });
     for (const auto &[name, share] : {std::pair("p50", 0.50), std::pair("p99", 0.99)}) {
         const double agent = Quantile(times[0], share);
-        const double floor = Quantile(times[1], share);
+        const double baseline = Quantile(times[1], share);
         report->Figures.push_back({"Round trip",
                                    std::string("Heartbeat?, ") + name,
                                    "us",
                                    agent,
-                                   floor,
-                                   agent / floor,
+                                   baseline,
+                                   agent / baseline,
                                    {}});
     }
 }

@@ -1,4 +1,4 @@
-#include "driver/Server.h"
+#include "bench/driver/Server.h"
 
 #include <fstream>
 #include <stdexcept>

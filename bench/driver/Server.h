@@ -7,7 +7,7 @@
 
 namespace nimbra::bench {
 
-/// What is measured: the agent, and the floor that it is measured against.
+/// What is measured: the agent, and the baseline that it is measured against.
 struct Side
 {
     std::string Name;

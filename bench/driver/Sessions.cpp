@@ -1,4 +1,4 @@
-#include "driver/Bench.h"
+#include "bench/driver/Bench.h"
 
 #include <algorithm>
 #include <array>
@@ -115,7 +115,7 @@ double IdleCost(const Server &server, std::vector<Client> *clients, double secon
     return (server.ProcessorTime() - before) * 1000 / (Now() - begin);
 }
 
-/// What one life of the agent and one of the floor are compared in.
+/// What one life of the agent and one of the baseline are compared in.
 struct Findings
 {
     Rounds Listening;
@@ -136,7 +136,7 @@ void MeasureIdle(const Plan &plan, bool isAgent, const Server &server, Crowd *cr
 
 void MeasureLife(const Plan &plan, bool isAgent, Findings *findings)
 {
-    const Side &side = isAgent ? plan.Agent : plan.Floor;
+    const Side &side = isAgent ? plan.Agent : plan.Baseline;
     const double begin = Now();
     const Server server(side);
     Crowd crowd(side.Port);
@@ -195,7 +195,7 @@ void MeasureSessions(const Plan &plan, Report *report)
     figures.push_back(findings.Start.Take(kGroup, "start to first accepted connection", "ms"));
     Rounds size;
     size.Add(true, StrippedSize(plan.Agent.Program));
-    size.Add(false, StrippedSize(plan.Floor.Program));
+    size.Add(false, StrippedSize(plan.Baseline.Program));
     figures.push_back(size.Take(kGroup, "stripped program", "KiB"));
 
     Curve curve{"GetDoorInfo?", "requests/s", {}};

@@ -1,4 +1,4 @@
-#include "driver/Measure.h"
+#include "bench/driver/Measure.h"
 
 #include <CLI/CLI.hpp>
 
@@ -64,7 +64,7 @@ Report Measure(const Plan &plan, const std::string &only)
 int Main(int argc, char **argv)
 {
     CLI::App app(
-        "Measures the agent against the floor, side by side, on sample panels that it lays\n"
+        "Measures the agent against the baseline, side by side, on sample panels that it lays\n"
         "out in place: to be run in a sandbox. The status is 0, too, when a line is beyond\n"
         "its bound.");
     app.set_help_flag("-h,--help", "Print this help and exit");
@@ -86,7 +86,7 @@ int Main(int argc, char **argv)
     CLI11_PARSE(app, argc, argv);
 
     const Plan plan = {.Agent = {"agent", NIMBRA_AGENT_PATH, 9000},
-                       .Floor = {"floor", NIMBRA_FLOOR_PATH, 9001},
+                       .Baseline = {"baseline", NIMBRA_BASELINE_PATH, 9001},
                        .Methods = NIMBRA_METHODS_PATH,
                        .CommandTool = NIMBRA_COMMAND_TOOL_PATH,
                        .Work = isTiny    ? kTiny

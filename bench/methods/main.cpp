@@ -1,7 +1,7 @@
+#include "bench/baseline/BaselineMethods.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
-#include "floor/FloorMethods.h"
-#include "panel/SamplePanel.h"
+#include "simulator/panel/SamplePanel.h"
 
 #include <sqlite3.h>
 
@@ -17,8 +17,8 @@
 
 #include <benchmark/benchmark.h>
 
-/// Times each method of DataManager against the floor's twin of it, on a sample panel laid out in
-/// place: to be run in a sandbox.
+/// Times each method of DataManager against the baseline's twin of it, on a sample panel laid out
+/// in place: to be run in a sandbox.
 namespace nimbra::bench {
 
 namespace {
@@ -248,12 +248,12 @@ std::vector<Method> AllMethods()
     return all;
 }
 
-void (*FloorOf(const std::string &name))(int turn)
+void (*BaselineOf(const std::string &name))(int turn)
 {
-    for (const FloorMethod *method = FloorMethods; method->Name != nullptr; ++method)
+    for (const BaselineMethod *method = BaselineMethods; method->Name != nullptr; ++method)
         if (name == method->Name)
             return method->Run;
-    throw std::runtime_error("the floor has no " + name);
+    throw std::runtime_error("the baseline has no " + name);
 }
 
 void LayOut()
@@ -294,7 +294,7 @@ std::vector<std::string> StatementsOf(const std::function<void()> &call)
     return ran;
 }
 
-/// Throws unless the agent and the floor run the very same statements in the same order.
+/// Throws unless the agent and the baseline run the very same statements in the same order.
 void CompareStatements(const std::vector<Method> &methods)
 {
     const auto entry = reinterpret_cast<void (*)()>(&NoteAllOf);
@@ -304,14 +304,14 @@ void CompareStatements(const std::vector<Method> &methods)
             if (!method.Run(1))
                 throw std::runtime_error(std::string(method.Name) + " fails");
         });
-        const auto floor = StatementsOf([&method] { FloorOf(method.Name)(1); });
-        if (agent == floor)
+        const auto baseline = StatementsOf([&method] { BaselineOf(method.Name)(1); });
+        if (agent == baseline)
             continue;
         std::string difference = method.Name;
         for (const std::string &sql : agent)
             difference += "\n  agent: " + sql;
-        for (const std::string &sql : floor)
-            difference += "\n  floor: " + sql;
+        for (const std::string &sql : baseline)
+            difference += "\n  baseline: " + sql;
         throw std::runtime_error(difference);
     }
     sqlite3_cancel_auto_extension(entry);
@@ -333,17 +333,17 @@ void Register(const Method &method, const std::string &side, const std::function
 }
 
 /// Side by side, so that both find the machine in the same state; which one is first takes turns.
-void RegisterAll(const std::vector<Method> &methods, bool isFloorFirst)
+void RegisterAll(const std::vector<Method> &methods, bool isBaselineFirst)
 {
     for (const Method &method : methods) {
         const auto agent = [&method] {
             Register(method, "agent",
                      [run = method.Run](int turn) { benchmark::DoNotOptimize(run(turn)); });
         };
-        if (!isFloorFirst)
+        if (!isBaselineFirst)
             agent();
-        Register(method, "floor", FloorOf(method.Name));
-        if (isFloorFirst)
+        Register(method, "baseline", BaselineOf(method.Name));
+        if (isBaselineFirst)
             agent();
     }
 }
@@ -351,12 +351,12 @@ void RegisterAll(const std::vector<Method> &methods, bool isFloorFirst)
 int Main(int argc, char **argv)
 {
     // The driver says which side is first in this round.
-    const bool isFloorFirst = std::getenv("NIMBRA_FLOOR_FIRST") != nullptr;
+    const bool isBaselineFirst = std::getenv("NIMBRA_BASELINE_FIRST") != nullptr;
     try {
         LayOut();
         const std::vector<Method> methods = AllMethods();
         CompareStatements(methods);
-        RegisterAll(methods, isFloorFirst);
+        RegisterAll(methods, isBaselineFirst);
         benchmark::Initialize(&argc, argv);
         if (benchmark::ReportUnrecognizedArguments(argc, argv))
             return 1;

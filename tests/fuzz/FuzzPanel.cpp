@@ -2,8 +2,8 @@
 
 #include "fuzz/Finding.h"
 #include "fuzz/ShellModel.h"
-#include "panel/SamplePanel.h"
-#include "panel/Sqlite.h"
+#include "simulator/panel/SamplePanel.h"
+#include "simulator/panel/Sqlite.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "panel/PanelPaths.h"
-#include "panel/SampleData.h"
+#include "simulator/panel/PanelPaths.h"
+#include "simulator/panel/SampleData.h"
 
 #include <cstddef>
 #include <filesystem>

@@ -5,7 +5,7 @@
 #include "fuzz/Conversation.h"
 #include "fuzz/Finding.h"
 #include "fuzz/FuzzPanel.h"
-#include "panel/SampleData.h"
+#include "simulator/panel/SampleData.h"
 
 #include <algorithm>
 #include <array>

@@ -19,7 +19,7 @@ class CommandTest : public ::testing::Test
 {
 protected:
     explicit CommandTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
-    /// Asks the agent to end and talks on meanwhile, so that it need not wait for the client.
+    /// Asks the agent to end and scenarios on meanwhile, so that it need not wait for the client.
     ~CommandTest() override;
 
     [[nodiscard]] std::string Ask(const std::string &request, milliseconds limit = kSoon)

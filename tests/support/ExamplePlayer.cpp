@@ -1,10 +1,10 @@
 #include "support/ExamplePlayer.h"
 
-#include "panel/SampleData.h"
+#include "simulator/panel/SampleData.h"
+#include "simulator/scenario/Player.h"
+#include "simulator/scenario/Scenario.h"
 #include "support/Files.h"
 #include "support/Program.h"
-#include "talk/Player.h"
-#include "talk/Talk.h"
 
 #include <algorithm>
 #include <array>
@@ -38,7 +38,7 @@ bool BeginsWith(const std::string &text, const std::string &beginning)
 bool Matches(const std::string &pattern, const std::string &text)
 {
     std::string shown;
-    return MatchTalkText(pattern, text, &shown);
+    return MatchScenarioText(pattern, text, &shown);
 }
 
 std::string Differs(const std::string &expected, const std::string &came)
@@ -60,11 +60,12 @@ std::string InSingleQuotes(const std::string &text)
     return word + "'";
 }
 
-/// Whether a line of a talk has a place in a conversation of the book.
-bool IsOfConversation(const TalkLine &line)
+/// Whether a line of a scenario has a place in a conversation of the book.
+bool IsOfConversation(const ScenarioLine &line)
 {
-    constexpr std::array kActions{TalkAction::Send, TalkAction::Expect, TalkAction::SendFile,
-                                  TalkAction::ExpectFile, TalkAction::Silence};
+    constexpr std::array kActions{ScenarioAction::Send, ScenarioAction::Expect,
+                                  ScenarioAction::SendFile, ScenarioAction::ExpectFile,
+                                  ScenarioAction::Silence};
     return std::find(kActions.begin(), kActions.end(), line.Action) != kActions.end();
 }
 
@@ -126,41 +127,42 @@ std::string ValueOf(const std::string &line, const std::string &key)
 std::string PlayConversation(const Example &example, const ManagementClient &client,
                              const std::string &folder)
 {
-    Talk talk{folder, {}};
+    Scenario scenario{folder, {}};
     if (example.Fence != "conversation anonymous") {
         const panel::SampleLogin &login = panel::kController;
-        talk.Lines.push_back(
-            {TalkAction::Send,
+        scenario.Lines.push_back(
+            {ScenarioAction::Send,
              std::string("Login?Username=") + login.Id + "&Password=" + login.Password, 1,
              example.Line});
-        talk.Lines.push_back({TalkAction::Expect, "LoginResponse?Result=0", 1, example.Line});
+        scenario.Lines.push_back(
+            {ScenarioAction::Expect, "LoginResponse?Result=0", 1, example.Line});
     }
     int number = example.Line;
     for (const std::string &text : example.Lines) {
-        std::optional<TalkLine> line = ParseTalkLine(text);
+        std::optional<ScenarioLine> line = ParseScenarioLine(text);
         if (!line || !IsOfConversation(*line))
             return NotALine(text);
         line->Number = ++number;
-        talk.Lines.push_back(*line);
+        scenario.Lines.push_back(*line);
     }
     std::ostringstream shown;
-    TalkStage stage;
+    PlayerOptions stage;
     stage.Connect = [&client](std::string *) { return dup(client.Socket()); };
     stage.Out = &shown;
-    return PlayTalk(talk, stage) ? "" : shown.str();
+    return PlayScenario(scenario, stage) ? "" : shown.str();
 }
 
 std::string PlayDiscovery(const Example &example, const DiscoveryProbe &probe)
 {
     for (const std::string &text : example.Lines) {
-        const std::optional<TalkLine> line = ParseTalkLine(text);
-        if (line && line->Action == TalkAction::Send) {
+        const std::optional<ScenarioLine> line = ParseScenarioLine(text);
+        if (line && line->Action == ScenarioAction::Send) {
             probe.Send(line->Text);
-        } else if (line && line->Action == TalkAction::Expect && line->Count == 1) {
+        } else if (line && line->Action == ScenarioAction::Expect && line->Count == 1) {
             const std::string answer = probe.Receive().value_or("(no answer)");
             if (!Matches(line->Text + "\n", answer))
                 return Differs(line->Text, answer);
-        } else if (line && line->Action == TalkAction::Silence) {
+        } else if (line && line->Action == ScenarioAction::Silence) {
             if (const auto answer = probe.Receive(seconds(line->Count)))
                 return Differs("(no answer)", *answer);
         } else {

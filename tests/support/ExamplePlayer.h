@@ -1,8 +1,8 @@
 #pragma once
 
 #include "support/Agent.h"
-#include "support/Book.h"
 #include "support/DiscoveryProbe.h"
+#include "support/DocExamples.h"
 #include "support/ManagementClient.h"
 
 #include <set>
@@ -14,9 +14,9 @@ namespace nimbra::test {
 // Each of these plays an example against the running agent. They return an empty text when all of
 // it went as written, and otherwise what went wrong. The agent and its panel are the caller's.
 
-/// A client's conversation: lines of a talk (see talk/Talk.h), without words for a reader and
-/// commands for a shell. Begins with a login as the controller, unless the fence is marked
-/// "anonymous". Files are taken from `folder`. The client, newly connected, stays so.
+/// A client's conversation: lines of a scenario (see scenario/Scenario.h), without words for a
+/// reader and commands for a shell. Begins with a login as the controller, unless the fence is
+/// marked "anonymous". Files are taken from `folder`. The client, newly connected, stays so.
 [[nodiscard]] std::string PlayConversation(const Example &example, const ManagementClient &client,
                                            const std::string &folder);
 

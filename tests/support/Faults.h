@@ -1,7 +1,7 @@
 #pragma once
 
-#include "faults/FaultBoard.h"
 #include "support/Agent.h"
+#include "support/faults/FaultBoard.h"
 
 #include <cstddef>
 #include <cstdint>

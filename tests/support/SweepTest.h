@@ -21,7 +21,7 @@ class SweepTest : public ::testing::Test
 protected:
     /// Sends the request once, so that what is made once only is made.
     explicit SweepTest(const char *request);
-    /// Asks the agent to end and talks on meanwhile, so that it need not wait for the client.
+    /// Asks the agent to end and scenarios on meanwhile, so that it need not wait for the client.
     ~SweepTest() override;
 
     /// Sends the request; its answer, rows included.

@@ -1,7 +1,7 @@
 #include "support/TestPanel.h"
 
-#include "panel/SamplePanel.h"
-#include "panel/Sqlite.h"
+#include "simulator/panel/SamplePanel.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/Files.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "panel/CallLog.h"
-#include "panel/PanelPaths.h"
-#include "panel/SampleData.h"
+#include "simulator/panel/CallLog.h"
+#include "simulator/panel/PanelPaths.h"
+#include "simulator/panel/SampleData.h"
 #include "support/ManagementClient.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 // The clock of the system set forward and back by an hour while the agent is at work.
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/Faults.h"
 #include "support/Files.h"

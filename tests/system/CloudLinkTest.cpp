@@ -1,6 +1,6 @@
 // Registration and heartbeat: the agent and a cloud server that behaves as each test wants.
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/Files.h"
 #include "support/TestPanel.h"

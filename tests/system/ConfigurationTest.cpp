@@ -1,7 +1,7 @@
 // What the agent loads when it starts: the identity from the wired interface, the cloud settings
 // and the model from the databases; and how it waits for what is missing.
 
-#include "panel/Sqlite.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/Agent.h"
 #include "support/Files.h"
 #include "support/ManagementClient.h"

@@ -1,6 +1,6 @@
 // Databases that the panel has locked, or that are missing or broken.
 
-#include "panel/Sqlite.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/CommandTest.h"
 #include "support/Files.h"
 

@@ -1,6 +1,6 @@
 // The event log: one event, the filtered and paged list, and the switch for events.
 
-#include "panel/Sqlite.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/CommandTest.h"
 #include "support/Files.h"
 

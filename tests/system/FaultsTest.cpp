@@ -3,7 +3,7 @@
 
 #include "support/Faults.h"
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/DiscoveryProbe.h"
 #include "support/Files.h"

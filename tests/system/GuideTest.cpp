@@ -1,7 +1,7 @@
 // Every example of docs/nimbractl.md, played against the real agent.
 
 #include "support/AgentTest.h"
-#include "support/Book.h"
+#include "support/DocExamples.h"
 #include "support/ExamplePlayer.h"
 #include "support/Files.h"
 

@@ -1,7 +1,7 @@
 // Clients that try to end the SQL, to reach the shell, to leave the image directory, or that send
 // anything at all.
 
-#include "panel/SamplePanel.h"
+#include "simulator/panel/SamplePanel.h"
 #include "support/CommandTest.h"
 #include "support/Files.h"
 

@@ -1,7 +1,7 @@
 // What a change leaves behind besides itself: the journal of its statements, and the audit entry
 // that the panel's command tool writes.
 
-#include "panel/Sqlite.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/AgentTest.h"
 #include "support/Files.h"
 

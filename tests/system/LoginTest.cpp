@@ -1,8 +1,8 @@
 // Login: the controller's account, the web users and the rights of their roles, and what the panel
 // is told of it.
 
-#include "panel/SamplePanel.h"
-#include "panel/Sqlite.h"
+#include "simulator/panel/SamplePanel.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/AgentTest.h"
 
 #include <gtest/gtest.h>

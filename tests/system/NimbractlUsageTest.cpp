@@ -1,6 +1,6 @@
 // How nimbractl ends, where it takes the password from, and what it makes of panels that fail it.
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/FakePanel.h"
 #include "support/Files.h"
@@ -333,8 +333,7 @@ TEST_F(NimbractlUsage, TheExampleOfTheLibraryListsTheDoors)
 {
     const ProgramResult result =
         RunProgram({"env", "NIMBRA_PASSWORD=admin1234",
-                    NIMBRA_BUILD_DIRECTORY "/tools/client/example/nimbra-client-example",
-                    "127.0.0.1", "admin"});
+                    NIMBRA_BUILD_DIRECTORY "/bin/nimbra-client-example", "127.0.0.1", "admin"});
     EXPECT_EQ(result.Status, 0);
     EXPECT_EQ(result.Output.find("  1 Front Entrance                   locked\n"
                                  "  2 Lobby                            unlocked\n"),

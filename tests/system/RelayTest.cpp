@@ -1,6 +1,6 @@
 // Sessions that the cloud server orders: from the agent's side they are like any other.
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/Files.h"
 #include "support/TestPanel.h"

@@ -1,6 +1,6 @@
-#include "panel/SamplePanel.h"
+#include "simulator/panel/SamplePanel.h"
 
-#include "panel/Sqlite.h"
+#include "simulator/panel/Sqlite.h"
 #include "support/Files.h"
 #include "support/Program.h"
 #include "support/TestPanel.h"
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kTool[] = "/nimbra/sbin/nimbra-cgi";
-constexpr char kLayer[] = NIMBRA_BUILD_DIRECTORY "/tools/panel/nimbra-sample-panel";
+constexpr char kLayer[] = NIMBRA_BUILD_DIRECTORY "/bin/nimbra-sample-panel";
 
 int Tool(const panel::Call &arguments)
 {

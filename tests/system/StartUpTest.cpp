@@ -1,7 +1,7 @@
 // The agent's life as a process: its banner, what signals do to it in each state, and what it
 // makes of the standard descriptors that it is given.
 
-#include "cloud/CloudServer.h"
+#include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
 #include "support/DiscoveryProbe.h"
 #include "support/Files.h"

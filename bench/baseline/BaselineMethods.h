@@ -1,0 +1,20 @@
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// The database work of one method of the agent's DataManager, for the values that the benchmark
+/// gives to the method. `turn` counts the calls, for those that add or delete another row each
+/// time.
+typedef struct
+{
+    const char *Name; ///< of the method; null ends the list
+    void (*Run)(int turn);
+} BaselineMethod;
+
+extern const BaselineMethod BaselineMethods[];
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "simulator/panel/CallLog.h"
+#include "simulator/panel/PanelPaths.h"
+#include "simulator/panel/SampleData.h"
+
+#include <filesystem>
+#include <string>
+
+namespace nimbra::panel {
+
+struct PanelOptions
+{
+    PanelSize Size;
+    bool CloudEnabled = false;
+    /// The nimbra-cgi program that is copied onto the panel.
+    std::filesystem::path CommandTool;
+};
+
+/// Lays out a whole panel below root: databases, command tool, ifconfig and pictures. "" and "/"
+/// lay it out where a real panel has it. What an earlier panel left there, its call log too, is
+/// replaced. 100,000 events take about a second. Throws std::runtime_error on failure.
+void LayOutPanel(const std::filesystem::path &root, const PanelOptions &options);
+
+/// SHA-256 of the text as 64 upper-case hexadecimal digits: how the panel stores passwords.
+[[nodiscard]] std::string PasswordDigest(const std::string &password);
+
+/// Fills the empty file of a main database; LayOutPanel does it.
+void FillMainDatabase(const std::filesystem::path &file, const PanelOptions &options);
+
+} // namespace nimbra::panel

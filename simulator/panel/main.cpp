@@ -1,0 +1,65 @@
+#include "simulator/panel/SamplePanel.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <exception>
+
+namespace nimbra::panel {
+
+static void PrintAccounts()
+{
+    std::puts("Accounts (name, password):");
+    for (const SampleLogin &login : {kController, kOperator, kViewer, kGuard, kClerk, kNobody})
+        std::printf("  %-10s %s\n", login.Id, login.Password);
+}
+
+static int Main(int argc, char **argv)
+{
+    CLI::App app("Lays out a sample panel: its databases, command tool, ifconfig and pictures of\n"
+                 "users, with data for everything that the agent reads and changes.");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    std::string root = "/";
+    bool force = false;
+    PanelOptions options;
+    options.CommandTool =
+        std::filesystem::read_symlink("/proc/self/exe").replace_filename("nimbra-cgi");
+    app.add_option("--root", root, "Lay the panel out below this directory, not in place");
+    app.add_option("--events", options.Size.Events, "Rows of the event log")
+        ->check(CLI::Range(0, 10'000'000))
+        ->capture_default_str();
+    app.add_option("--users", options.Size.Users, "Users")
+        ->check(CLI::Range(0, 1'000'000))
+        ->capture_default_str();
+    app.add_option("--cards", options.Size.Cards, "Cards")
+        ->check(CLI::Range(0, 1'000'000))
+        ->capture_default_str();
+    app.add_option("--doors", options.Size.Doors, "Doors")
+        ->check(CLI::Range(0, 10'000))
+        ->capture_default_str();
+    app.add_flag("--cloud", options.CloudEnabled, "Switch the cloud link on");
+    app.add_flag("--force", force, "Replace the panel that stands there");
+    CLI11_PARSE(app, argc, argv);
+
+    const PanelPaths paths(root);
+    if (!force && std::filesystem::exists(paths.MainDatabase)) {
+        std::fprintf(stderr, "nimbra-sample-panel: %s exists; --force replaces it\n",
+                     paths.MainDatabase.c_str());
+        return 1;
+    }
+    try {
+        LayOutPanel(root, options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "nimbra-sample-panel: %s\n", error.what());
+        return 1;
+    }
+    PrintAccounts();
+    return 0;
+}
+
+} // namespace nimbra::panel
+
+int main(int argc, char *argv[])
+{
+    return nimbra::panel::Main(argc, argv);
+}

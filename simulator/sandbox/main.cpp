@@ -1,0 +1,151 @@
+#include "simulator/sandbox/Child.h"
+#include "simulator/sandbox/Environment.h"
+#include "simulator/sandbox/Network.h"
+#include "simulator/sandbox/RealPaths.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <sstream>
+
+namespace nimbra::sandbox {
+
+namespace fs = std::filesystem;
+
+/// Tells the command where it runs: "namespaces" in a private environment, "real" on the real
+/// paths.
+constexpr char kKindVariable[] = "NIMBRA_SANDBOX";
+
+/// The file that the command's name stands for, looked for as a shell does.
+static fs::path FindProgram(const std::string &name)
+{
+    if (name.find('/') != std::string::npos)
+        return fs::absolute(name).lexically_normal();
+    const char *path = std::getenv("PATH");
+    std::istringstream directories(path == nullptr ? "/usr/bin:/bin" : path);
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        const fs::path candidate = fs::absolute(directory) / name;
+        if (access(candidate.c_str(), X_OK) == 0 && !fs::is_directory(candidate))
+            return candidate;
+    }
+    return {};
+}
+
+/// What the command needs from below /tmp: its directory and the working directory, by the names
+/// used for them and by their true ones.
+static std::vector<fs::path> Needed(const fs::path &program)
+{
+    std::vector<fs::path> needed{fs::current_path()};
+    for (const fs::path &file : {program, fs::weakly_canonical(program)}) {
+        const fs::path directory = file.parent_path();
+        // All of /tmp cannot be kept; of a program right in it, only its file is.
+        needed.push_back(directory == "/tmp" ? file : directory);
+    }
+    return needed;
+}
+
+static int Complain(const std::string &what)
+{
+    std::fprintf(stderr, "nimbra-sandbox: %s\n", what.c_str());
+    return kSandboxFailed;
+}
+
+static int RunOnRealPaths(const fs::path &program, const std::vector<std::string> &command,
+                          const std::string &reason)
+{
+    const char *kind = std::getenv(kKindVariable);
+    if (kind != nullptr && std::string(kind) == "real")
+        return Complain("no private environment (" + reason +
+                        "), and the real paths are in use already");
+    try {
+        const RealPaths paths;
+        // Nothing may work on the paths any more when they are given back.
+        const Outcome outcome = RunChild(program, command, Leftovers::End, [] {
+            unsetenv(kSecondHostVariable);
+            setenv(kKindVariable, "real", 1);
+        });
+        return outcome.Status ? *outcome.Status : Complain(outcome.Failure);
+    } catch (const std::exception &error) {
+        return Complain("no private environment (" + reason + "), and " + error.what());
+    }
+}
+
+static int RunOnSecondHost(const fs::path &program, const std::vector<std::string> &command)
+{
+    const char *secondHost = std::getenv(kSecondHostVariable);
+    if (secondHost == nullptr)
+        return Complain("--peer works only inside a sandbox that has a network of its own");
+    const Outcome outcome =
+        RunChild(program, command, Leftovers::RunOn, [secondHost] { EnterSecondHost(secondHost); });
+    return outcome.Status ? *outcome.Status : Complain(outcome.Failure);
+}
+
+static int RunInEnvironment(const fs::path &program, const std::vector<std::string> &command,
+                            const EnvironmentOptions &options)
+{
+    const Outcome outcome = RunChild(program, command, Leftovers::RunOn, [&options] {
+        EnterEnvironment(options);
+        setenv(kKindVariable, "namespaces", 1);
+    });
+    return outcome.Status ? *outcome.Status : RunOnRealPaths(program, command, outcome.Failure);
+}
+
+static int Main(int argc, char **argv)
+{
+    CLI::App app(
+        "nimbra-sandbox [OPTIONS] [--] COMMAND [ARGUMENTS...]\n\n"
+        "Runs a command in a private environment: the machine as it is, but with a fresh, writable "
+        "/tmp\n"
+        "and /nimbra, an /etc/hosts of its own, and a network of its own where eth0 is\n"
+        "192.168.77.10 and a second host stands at 192.168.77.20. All of it is gone with the last\n"
+        "process in it. The exit status is that of the command; 125 means that there was no\n"
+        "environment for it.\n\n"
+        "Where namespaces are refused, root may use the real paths, one command at a time, if\n"
+        "neither /nimbra nor /tmp/NimbraDB exists.");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.prefix_command();
+    EnvironmentOptions options;
+    bool peer = false;
+    bool noNamespaces = false;
+    std::vector<std::string> keep;
+    app.add_flag("--host-network", options.HostNetwork, "Keep the machine's network");
+    app.add_flag("--peer", peer, "Inside a sandbox: run the command on the second host");
+    app.add_option("--keep", keep, "Leave this directory below /tmp visible; may be repeated")
+        ->allow_extra_args(false);
+    app.add_flag("--no-namespaces", noNamespaces, "Use the real paths, as where they are refused");
+    CLI11_PARSE(app, argc, argv);
+
+    std::vector<std::string> command = app.remaining();
+    if (!command.empty() && command.front() == "--")
+        command.erase(command.begin());
+    if (command.empty())
+        return Complain("no command given; --help tells more");
+    const fs::path program = FindProgram(command.front());
+    if (program.empty()) {
+        Complain(command.front() + ": command not found");
+        return kNotFound;
+    }
+    if (peer)
+        return RunOnSecondHost(program, command);
+    if (noNamespaces)
+        return RunOnRealPaths(program, command, "not wanted");
+    options.Keep = Needed(program);
+    for (const std::string &directory : keep)
+        options.Keep.push_back(fs::absolute(directory));
+    return RunInEnvironment(program, command, options);
+}
+
+} // namespace nimbra::sandbox
+
+int main(int argc, char *argv[])
+{
+    try {
+        return nimbra::sandbox::Main(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "nimbra-sandbox: %s\n", error.what());
+        return nimbra::sandbox::kSandboxFailed;
+    }
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "simulator/scenario/Scenario.h"
+
+#include <functional>
+#include <iosfwd>
+#include <string>
+
+namespace nimbra {
+
+/// Where and how a scenario is played.
+struct PlayerOptions
+{
+    /// Makes a connected TCP socket, which the player closes; -1, with the reason, on failure.
+    std::function<int(std::string *error)> Connect;
+    /// Takes everything that is shown.
+    std::ostream *Out = nullptr;
+    /// Whether to colour it, for a terminal.
+    bool HasColour = false;
+    /// Limit of each reply and of each transfer, in seconds.
+    int ReplySeconds = 15;
+};
+
+/// Plays `scenario`: connects when the first line is to be sent, shows every line sent and
+/// received, and stops at the first thing that is not as the scenario says, showing what was
+/// expected and what came. Returns whether all of it went as written. What is shown is the same in
+/// every run that goes well, but for what "*" stands for.
+[[nodiscard]] bool PlayScenario(const Scenario &scenario, const PlayerOptions &stage);
+
+} // namespace nimbra

@@ -1,0 +1,294 @@
+#include "endurance/Run.h"
+#include "simulator/cloud/CloudServer.h"
+#include "simulator/panel/SampleData.h"
+
+#include <exception>
+#include <iterator>
+#include <optional>
+
+namespace nimbra::endurance {
+
+namespace {
+
+using std::chrono::seconds;
+using test::ManagementClient;
+
+constexpr char kNoAnswer[] = "(no answer)";
+
+/// A random number below `limit`.
+unsigned Below(std::minstd_rand &random, unsigned limit)
+{
+    return static_cast<unsigned>(random() >> 4U) % limit;
+}
+
+/// One client's scenario: each answer is timed and looked at.
+class Scenario
+{
+public:
+    /// Connects and is greeted, as the protocol has it done: a burst fills the queue of ten, whose
+    /// SYN cookies reset a connection that sends on before it is accepted, and TCP tries again ever
+    /// later. So who has no answer in some seconds connects anew.
+    Scenario(Run &run, unsigned number) : run_(run), number_(number)
+    {
+        const test::Stopwatch watch;
+        for (client_.emplace(); client_->Ask("Hello?", seconds(4)) == kNoAnswer;
+             client_.emplace()) {
+            if (watch.Seconds() > 60) {
+                run_.Check(false, "nobody lets in");
+                return;
+            }
+            run_.Count("connections tried again");
+        }
+    }
+
+    [[nodiscard]] ManagementClient &Client() { return *client_; }
+
+    std::string Ask(const std::string &request)
+    {
+        const test::Stopwatch watch;
+        std::string answer = client_->Ask(request);
+        run_.Took(request, watch.Seconds());
+        return answer;
+    }
+
+    void Expect(const std::string &request, const std::string &expected)
+    {
+        run_.CheckEqual(Ask(request), expected, request);
+    }
+
+    /// A request whose answer is only its success.
+    void ExpectDone(const std::string &request)
+    {
+        Expect(request, request.substr(0, request.find('?')) + "Response?Result=0");
+    }
+
+    void ExpectGreeting()
+    {
+        const std::string answer = Ask("Hello?");
+        run_.Check(answer.rfind("HelloResponse?Result=0&Key=", 0) == 0, "Hello? -> " + answer);
+    }
+
+    void LogIn() { ExpectDone("Login?Username=admin&Password=admin1234"); }
+
+    /// A request for what nothing changes.
+    void ExpectKnown(unsigned choice)
+    {
+        const auto known =
+            std::next(run_.Known().begin(), choice % static_cast<unsigned>(run_.Known().size()));
+        const test::Stopwatch watch;
+        const std::vector<std::string> answer = client_->AskList(known->first);
+        run_.Took(known->first, watch.Seconds());
+        run_.Check(answer == known->second, known->first + " -> " + answer[0]);
+    }
+
+    /// Changes the client's own user, and reads it back.
+    void ChangeUser(unsigned round)
+    {
+        const std::string user = std::to_string(OwnUser(number_));
+        const std::string name = "Name" + std::to_string(round);
+        ExpectDone("SetUserInfo?UserNo=" + user + "&LastName=" + name);
+        Expect("GetUserInfo?UserNo=" + user,
+               "GetUserInfoResponse?Result=0&UserNo=" + user + "&FirstName=&MiddleName=&LastName=" +
+                   name + "&PhoneNumber=&CellPhone=&Email=&Ada=0&Exempt=0&ThreatLevel=0");
+    }
+
+    /// Adds a user, finds and deletes it.
+    void AddUser(unsigned round)
+    {
+        const std::string name = "C" + std::to_string(number_) + "R" + std::to_string(round) + "E";
+        ExpectDone("AddUserInfo?LastName=" + name);
+        const std::vector<std::string> found = client_->AskList("GetUserInfoEx?LastName=" + name);
+        const bool isOne = found.size() == 2 && found[1].rfind("UserNo=", 0) == 0;
+        run_.Check(isOne, name + " is not found once: " + found[0]);
+        if (isOne)
+            ExpectDone("DelUserInfo?" + found[1].substr(0, found[1].find('&')));
+    }
+
+    /// Puts up a picture of random size and takes it down again.
+    void ExchangePicture(std::minstd_rand &random)
+    {
+        const std::string user = std::to_string(OwnUser(number_));
+        const std::string name = "soak" + user + ".jpg";
+        std::string bytes(1 + Below(random, 20000), '\0');
+        for (char &byte : bytes)
+            byte = static_cast<char>(random() >> 8U);
+        client_->SendLine("SetUserImage?UserNo=" + user + "&FileName=" + name +
+                          "&Size=" + std::to_string(bytes.size()));
+        client_->Send(bytes);
+        run_.CheckEqual(client_->ReadLine().value_or(kNoAnswer), "SetUserImageResponse?Result=0",
+                        "SetUserImage?");
+        Expect("GetUserImage?UserNo=" + user, "GetUserImageResponse?Result=0&FileName=" + name +
+                                                  "&Size=" + std::to_string(bytes.size()));
+        run_.Check(client_->ReadBytes(bytes.size()) == bytes, name + " has come back changed");
+    }
+
+private:
+    Run &run_;
+    unsigned number_;
+    std::optional<ManagementClient> client_;
+};
+
+/// Logs in, and asks for and changes whatever there is, for some time.
+void Good(Run &run, unsigned number)
+{
+    std::minstd_rand random(number + 1);
+    for (unsigned round = 1; !run.IsOver();) {
+        Scenario scenario(run, number);
+        scenario.LogIn();
+        for (unsigned requests = 10 + Below(random, 40); requests > 0 && !run.IsOver();
+             --requests, ++round) {
+            switch (Below(random, 10)) {
+            case 0:
+                scenario.ChangeUser(round);
+                break;
+            case 1:
+                scenario.AddUser(round);
+                break;
+            case 2:
+                scenario.ExchangePicture(random);
+                break;
+            case 3:
+                scenario.ExpectDone("SetAuxOutput?Port=" + std::to_string(1 + number % 4) +
+                                    "&Control=" + std::to_string(round % 2));
+                break;
+            case 4:
+                scenario.ExpectDone("Heartbeat?");
+                break;
+            default:
+                scenario.ExpectKnown(Below(random, 1000));
+            }
+            run.Pause(milliseconds(100 + Below(random, 900)));
+        }
+        run.Count("sessions of good clients");
+    }
+}
+
+/// Sends its lines in pieces and takes the answers in pieces, with pauses.
+void Slow(Run &run, unsigned number)
+{
+    Scenario scenario(run, number);
+    scenario.LogIn();
+    while (!run.IsOver()) {
+        // A line has 4 seconds at least from the one before.
+        scenario.ExpectDone("Heartbeat?");
+        for (const char *piece : {"GetThr", "eatLe", "vel", "?\n"}) {
+            scenario.Client().Send(piece);
+            run.Pause(milliseconds(300));
+        }
+        run.CheckEqual(scenario.Client().ReadLine().value_or(kNoAnswer),
+                       run.Known().at("GetThreatLevel?")[0], "GetThreatLevel? in pieces");
+        scenario.Client().SendLine("GetEventCodeEx?");
+        for (const std::string &row : run.Known().at("GetEventCodeEx?")) {
+            run.CheckEqual(scenario.Client().ReadLine().value_or(kNoAnswer), row,
+                           "row read slowly");
+            run.Pause(milliseconds(60));
+        }
+        run.Count("slow exchanges");
+    }
+}
+
+/// Leaves a line half, loses the half, and goes on.
+void HalfLine(Run &run, unsigned number)
+{
+    Scenario scenario(run, number);
+    scenario.LogIn();
+    while (!run.IsOver()) {
+        scenario.Client().Send("GetThreat");
+        run.Pause(seconds(6));
+        if (run.IsOver())
+            return;
+        scenario.Client().SendLine("Level?");
+        // Were the half still there, the first answer would be that to the whole line.
+        scenario.ExpectDone("Heartbeat?");
+        run.Count("halves of lines lost");
+    }
+}
+
+/// Asks for a list and resets the connection in place of reading it.
+void Resetting(Run &run, unsigned number)
+{
+    while (!run.IsOver()) {
+        Scenario scenario(run, number);
+        scenario.LogIn();
+        scenario.Client().SendLine("GetEventLogEx?Limit=50");
+        scenario.Client().Reset();
+        run.Count("connections reset");
+        run.Pause(seconds(2));
+    }
+}
+
+/// Sends what no client should, and looks whether it is still answered.
+void Hostile(Run &run, unsigned number)
+{
+    std::minstd_rand random(number + 1000);
+    while (!run.IsOver()) {
+        Scenario scenario(run, number);
+        for (unsigned lines = 20; lines > 0 && !run.IsOver(); --lines) {
+            std::string junk(Below(random, 3000), '\0');
+            for (char &byte : junk)
+                byte = static_cast<char>(random() >> 8U);
+            // No line of it may be a greeting or a login by chance.
+            for (char &byte : junk)
+                byte = byte == '?' ? '!' : byte;
+            scenario.Client().Send(junk + "\n");
+            scenario.Expect("Login?Username=admin' OR '1'='1&Password=$(reboot)",
+                            "LoginResponse?Result=1");
+            scenario.ExpectGreeting();
+            run.Count("hostile lines", 2);
+            run.Pause(milliseconds(300));
+        }
+    }
+}
+
+/// Connects and keeps silent, until it is turned away.
+void Idle(Run &run, unsigned number)
+{
+    while (!run.IsOver()) {
+        Scenario scenario(run, number);
+        const test::Stopwatch watch;
+        while (!run.IsOver() && !scenario.Client().IsClosedByPeer(milliseconds(100)) &&
+               watch.Seconds() < 60)
+            continue;
+        if (run.IsOver())
+            return;
+        // In whole seconds of the clock, from the session's begin, up to a second after this one.
+        run.Check(watch.Seconds() > 9 && watch.Seconds() < 60,
+                  "a silent session ended after " + std::to_string(watch.Seconds()) + " s");
+        run.Count("silent sessions ended");
+    }
+}
+
+/// Comes through the cloud server while there is one; what it is answered must be right.
+void Remote(Run &run, unsigned /*number*/)
+{
+    while (!run.IsOver()) {
+        try {
+            ManagementClient client("127.0.0.1", cloud::CloudServer::Ports().Client, seconds(1));
+            std::string answer = client.Login("admin", "admin1234");
+            for (unsigned round = 0; answer != kNoAnswer && round < 8 && !run.IsOver(); ++round) {
+                run.Check(answer == "LoginResponse?Result=0" ||
+                              answer == run.Known().at("GetThreatLevel?")[0],
+                          "remotely -> " + answer);
+                run.Count("answers to remote clients");
+                run.Pause(seconds(1));
+                answer = client.Ask("GetThreatLevel?");
+            }
+        } catch (const std::exception &) {
+            run.Count("remote clients without a server");
+        }
+        run.Pause(seconds(1));
+    }
+}
+
+} // namespace
+
+const std::vector<Role> &Clients()
+{
+    static const std::vector<Role> clients = {
+        {"good", Good, 22},          {"slow", Slow, 5},       {"half-line", HalfLine, 5},
+        {"resetting", Resetting, 6}, {"hostile", Hostile, 5}, {"idle", Idle, 4},
+        {"remote", Remote, 3}};
+    return clients;
+}
+
+} // namespace nimbra::endurance

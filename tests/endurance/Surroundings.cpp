@@ -1,0 +1,101 @@
+#include "endurance/Run.h"
+#include "simulator/cloud/CloudServer.h"
+#include "simulator/panel/Sqlite.h"
+#include "support/DiscoveryProbe.h"
+
+#include <exception>
+#include <set>
+
+namespace nimbra::endurance {
+
+namespace {
+
+using cloud::CloudServer;
+using cloud::Reply;
+using std::chrono::seconds;
+
+/// A cloud server that is good for a while, then silent, rude or refusing, and then gone.
+void FlappingCloud(Run &run, unsigned /*number*/)
+{
+    const CloudServer::Answer manners[] = {
+        [](const std::string &) { return Reply{}; },
+        [](const std::string &) {
+            return Reply{"", {}, true};
+        },
+        [](const std::string &) { return Reply{"HeartBeatResponse?Result=3\n"}; },
+        [](const std::string &) { return Reply{"Nonsense\n"}; },
+    };
+    for (std::size_t turn = 0; !run.IsOver(); ++turn) {
+        {
+            CloudServer server;
+            run.Pause(seconds(8));
+            server.SetAnswer(manners[turn % std::size(manners)]);
+            run.Pause(seconds(4));
+            run.Count("heartbeats", server.Count("HeartBeat?"));
+            run.Count("registrations", server.Count("SetDeviceInfo?"));
+        }
+        run.Count("times that the cloud server went");
+        run.Pause(seconds(3));
+    }
+}
+
+/// Storms of probes, good ones and others, of which each good one is answered.
+void DiscoveryStorms(Run &run, unsigned /*number*/)
+{
+    constexpr int kProbes = 40;
+    const test::DiscoveryProbe probe;
+    for (int storm = 1; !run.IsOver(); ++storm) {
+        std::set<std::string> missing;
+        for (int i = 1; i <= kProbes; ++i) {
+            const std::string key = std::to_string(storm % 10000 * 100 + i);
+            missing.insert(key);
+            probe.Send("Scan?Key=" + key + "\n");
+            probe.Send("Scan?Key=no\n");
+            probe.Send("junk\n");
+        }
+        while (!missing.empty()) {
+            const std::string answer = probe.Receive().value_or("");
+            if (answer.empty())
+                break;
+            const std::size_t begin = answer.find("&Key=") + 5;
+            missing.erase(answer.substr(begin, answer.find('&', begin) - begin));
+        }
+        run.Check(missing.empty(), std::to_string(missing.size()) + " probes without an answer");
+        run.Count("probes answered", kProbes - missing.size());
+        run.Pause(seconds(4));
+    }
+}
+
+/// The panel's own software: writes both databases, and takes the journal in.
+void PanelSoftware(Run &run, unsigned /*number*/)
+{
+    panel::SqliteFile main(run.Panel().Paths().MainDatabase);
+    panel::SqliteFile log(run.Panel().Paths().LogDatabase);
+    for (unsigned turn = 1; !run.IsOver(); ++turn) {
+        try {
+            main.Run("BEGIN IMMEDIATE; UPDATE RelayStatus SET RelayOn=IFNULL(RelayOn, 0) + 1 "
+                     "WHERE Type=1; UPDATE WebUser SET Name='Turn " +
+                     std::to_string(turn) + "' WHERE ID='nobody'; COMMIT");
+            log.Run("BEGIN IMMEDIATE; INSERT INTO Log (Date, EventCode) VALUES (" +
+                    std::to_string(turn) + ", 10101); DELETE FROM Log WHERE No > 1000; COMMIT");
+            if (turn % 100 == 0)
+                main.Run("DELETE FROM DBQueryInfo");
+            run.Count("transactions of the panel", 2);
+        } catch (const std::exception &error) {
+            run.Check(false, error.what());
+        }
+        run.Pause(milliseconds(100));
+    }
+}
+
+} // namespace
+
+const std::vector<Role> &Surroundings()
+{
+    static const std::vector<Role> surroundings = {{"cloud", FlappingCloud, 1},
+                                                   {"discovery", DiscoveryStorms, 1},
+                                                   {"panel", PanelSoftware, 1}};
+    return surroundings;
+}
+
+} // namespace nimbra::endurance
