@@ -11,7 +11,7 @@ namespace nimbra::test {
 
 namespace {
 
-/// What the caller has set, and one option more.
+/// The variable's value with one more option.
 std::string WithOption(const char *variable, const std::string &option)
 {
     const char *value = std::getenv(variable);
@@ -20,23 +20,23 @@ std::string WithOption(const char *variable, const std::string &option)
 
 } // namespace
 
-Faults::Faults() : file_("/tmp/fault-board-" + std::to_string(getpid()))
+Faults::Faults() : file_("/tmp/fault-state-" + std::to_string(getpid()))
 {
     const int descriptor = open(file_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     void *memory = MAP_FAILED;
-    // A file that has just been made reads as zeros: no fault.
-    if (ftruncate(descriptor, sizeof(faults::FaultBoard)) == 0)
-        memory = mmap(nullptr, sizeof(faults::FaultBoard), PROT_READ | PROT_WRITE, MAP_SHARED,
+    // A new file reads as zeros, which means no fault.
+    if (ftruncate(descriptor, sizeof(faults::SharedState)) == 0)
+        memory = mmap(nullptr, sizeof(faults::SharedState), PROT_READ | PROT_WRITE, MAP_SHARED,
                       descriptor, 0);
     close(descriptor);
     if (memory == MAP_FAILED)
-        throw std::runtime_error("no room for the orders to the fault library");
-    board_ = static_cast<faults::FaultBoard *>(memory);
+        throw std::runtime_error("cannot create the shared state of the fault library");
+    state_ = static_cast<faults::SharedState *>(memory);
 }
 
 Faults::~Faults()
 {
-    munmap(board_, sizeof(faults::FaultBoard));
+    munmap(state_, sizeof(faults::SharedState));
     unlink(file_.c_str());
 }
 
@@ -45,8 +45,8 @@ Agent::Options Faults::Preloaded() const
     Agent::Options options;
     options.Environment = {
         {"LD_PRELOAD", NIMBRA_FAULTS_PATH},
-        {faults::kBoardVariable, file_},
-        // The library may stand before the sanitizer's: it calls on to it.
+        {faults::kStateVariable, file_},
+        // The library may be loaded before the sanitizer's runtime, which it calls.
         {"ASAN_OPTIONS", WithOption("ASAN_OPTIONS", "verify_asan_link_order=0")}};
     return options;
 }

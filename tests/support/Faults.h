@@ -1,7 +1,7 @@
 #pragma once
 
 #include "support/Agent.h"
-#include "support/faults/FaultBoard.h"
+#include "support/faults/SharedState.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,46 +10,46 @@
 
 namespace nimbra::test {
 
-/// Has calls of a running agent fail, and sets its clock: the agent runs with the fault library
-/// preloaded, and reads the orders given here. Make it before the agent. One thread.
+/// Makes calls of a running agent fail and sets its clock. The agent runs with the fault library
+/// preloaded, which follows the rules set here. Create it before the agent. One thread.
 class Faults
 {
 public:
     static constexpr std::uint32_t kAlways = std::numeric_limits<std::uint32_t>::max();
 
-    /// Throws std::runtime_error when the orders cannot be laid down.
+    /// Throws std::runtime_error if the shared state cannot be created.
     Faults();
     ~Faults();
     Faults(const Faults &) = delete;
     Faults &operator=(const Faults &) = delete;
 
-    /// The options of an agent that follows the orders.
+    /// The options of an agent that follows the rules.
     [[nodiscard]] Agent::Options Preloaded() const;
 
-    /// From now on, the call `first` at this point and `number` in all fail with `error`: an errno,
-    /// or a result code of SQLite. Replaces earlier orders.
+    /// Makes `number` calls at this point fail with `error`, starting with call `first` from now
+    /// on. `error` is an errno or a result code of SQLite. Replaces the point's earlier rule.
     void Fail(faults::Point point, int error, std::uint32_t first = 1, std::uint32_t number = 1);
-    /// Has the calls at this point that fail take so long to do so.
+    /// Sets how long each failing call at this point takes.
     void Delay(faults::Point point, milliseconds delay)
     {
         At(point).Delay = static_cast<std::uint32_t>(delay.count());
     }
     void Stop(faults::Point point) { Fail(point, 0, 0, 0); }
-    /// Calls at this point since the last order, and those of them that have failed.
+    /// The calls at this point since its last rule was set, and those of them that failed.
     [[nodiscard]] std::size_t Calls(faults::Point point) const;
     [[nodiscard]] std::size_t Failed(faults::Point point) const;
 
-    /// Sets the agent's clock so far ahead of the machine's; less than 0 is behind it.
-    void SetClock(std::int64_t ahead) { board_->ClockSeconds = ahead; }
+    /// Sets the agent's clock `ahead` seconds ahead of the machine's; behind it if negative.
+    void SetClock(std::int64_t ahead) { state_->ClockSeconds = ahead; }
 
 private:
     [[nodiscard]] faults::PointState &At(faults::Point point) const
     {
-        return board_->Points[static_cast<unsigned>(point)];
+        return state_->Points[static_cast<unsigned>(point)];
     }
 
     std::string file_;
-    faults::FaultBoard *board_ = nullptr;
+    faults::SharedState *state_ = nullptr;
 };
 
 } // namespace nimbra::test

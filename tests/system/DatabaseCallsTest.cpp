@@ -196,8 +196,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Sweep{"WriteOfSet", Point::WriteDatabaseFile, ENOSPC, kSet, ""},
                       Sweep{"WriteOfAdd", Point::WriteDatabaseFile, EIO, kAdd, ""},
                       Sweep{"WriteOfAddCard", Point::WriteDatabaseFile, ENOSPC, kAddCard, ""},
-                      Sweep{"SyncOfAdd", Point::SynchroniseDatabaseFile, EIO, kAdd, ""},
-                      Sweep{"SyncOfSet", Point::SynchroniseDatabaseFile, ENOSPC, kSet, ""}),
+                      Sweep{"SyncOfAdd", Point::SyncDatabaseFile, EIO, kAdd, ""},
+                      Sweep{"SyncOfSet", Point::SyncDatabaseFile, ENOSPC, kSet, ""}),
     NameOf);
 
 } // namespace

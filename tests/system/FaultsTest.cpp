@@ -493,13 +493,13 @@ TEST_P(ImageFile, ThatCannotBeWrittenLeavesTheOldOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(Call, ImageFile,
-                         ::testing::Values(Fault{"Mkostemp", Point::MakeTemporary, EROFS, 1, 1,
+                         ::testing::Values(Fault{"Mkostemp", Point::CreateTemporary, EROFS, 1, 1,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"},
                                            Fault{"Write", Point::Write, ENOSPC, 1, 1,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"},
                                            Fault{"Write", Point::Write, EIO, 2, 1,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"},
-                                           Fault{"Fsync", Point::Synchronise, EIO, 1, 1,
+                                           Fault{"Fsync", Point::Sync, EIO, 1, 1,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"},
                                            Fault{"Rename", Point::Rename, EIO, 1, 1,
                                                  "ClientWorker.cpp", "SetUserImage", "fopen fail"},

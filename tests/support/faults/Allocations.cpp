@@ -1,11 +1,11 @@
-// Stands before the allocation of memory. A sanitized agent has an allocator of its own, and does
-// without this.
+// Replaces the functions that allocate memory, so that they can fail. Not part of a sanitized
+// build, where the sanitizer brings its own allocator.
 
-#include "support/faults/Orders.h"
+#include "support/faults/FaultRules.h"
 
 #include <cstddef>
 
-/// The allocator of glibc under its other names: it can be called before dlsym can.
+/// The internal names of glibc's allocator, which can be called before dlsym works.
 extern "C" void *__libc_malloc(std::size_t size);
 extern "C" void *__libc_calloc(std::size_t number, std::size_t size);
 extern "C" void *__libc_realloc(void *memory, std::size_t size);

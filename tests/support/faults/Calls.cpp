@@ -1,7 +1,8 @@
-// Stands before the functions of the C library and of SQLite that the agent calls: makes the calls,
-// but for those that shall fail. Of those with a form for 64-bit files or times it is that form.
+// Replaces the functions of the C library and of SQLite that the agent calls. Each makes the real
+// call unless a fault rule makes it fail. Functions with a 64-bit form for file offsets or times
+// are replaced in that form.
 
-#include "support/faults/Orders.h"
+#include "support/faults/FaultRules.h"
 
 #include <sqlite3.h>
 
@@ -28,23 +29,23 @@ using nimbra::faults::TakeError;
 constexpr char kDatabases[] = "/tmp/NimbraDB/";
 constexpr char kImages[] = "/nimbra/web/webroot/user_img/";
 
-/// Which of two names the 64-bit form of a function of time has: that of its own on 32-bit panels.
-constexpr const char *OfTime(const char *usual, const char *own)
+/// The name of the 64-bit form of a time function, which differs on 32-bit panels.
+constexpr const char *TimeFunction(const char *name, const char *name32)
 {
-    return sizeof(long) == 4 ? own : usual;
+    return sizeof(long) == 4 ? name32 : name;
 }
 
 void *Find(const char *name)
 {
     void *const found = dlsym(RTLD_NEXT, name);
     if (found == nullptr) {
-        std::fprintf(stderr, "nimbra-faults: there is no %s\n", name);
+        std::fprintf(stderr, "nimbra-faults: no function %s\n", name);
         _exit(EXIT_FAILURE);
     }
     return found;
 }
 
-/// The function that this library's one of the same name stands before.
+/// The function that this library replaces under the same name.
 template <auto Function>
 auto Real(const char *name)
 {
@@ -52,26 +53,26 @@ auto Real(const char *name)
     return real;
 }
 
-/// Whether the call that returns to `place` was made inside SQLite, which makes calls like the
-/// agent's own and looks for their failures elsewhere.
-bool IsFromSqlite(const void *place)
+/// Whether the call that returns to `address` comes from SQLite itself, whose internal calls must
+/// not be counted as the agent's.
+bool IsFromSqlite(const void *address)
 {
     Dl_info info = {};
-    return dladdr(place, &info) != 0 && info.dli_fname != nullptr &&
+    return dladdr(address, &info) != 0 && info.dli_fname != nullptr &&
            std::strstr(info.dli_fname, "libsqlite3") != nullptr;
 }
 
-bool BeginsWith(const char *text, const char *beginning)
+bool StartsWith(const char *text, const char *prefix)
 {
-    return std::strncmp(text, beginning, std::strlen(beginning)) == 0;
+    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-bool IsOfDatabase(int descriptor)
+bool IsDatabaseFile(int descriptor)
 {
     char link[32];
     char path[256] = "";
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
-    return readlink(link, path, sizeof path - 1) > 0 && BeginsWith(path, kDatabases);
+    return readlink(link, path, sizeof path - 1) > 0 && StartsWith(path, kDatabases);
 }
 
 int SetStatusFlags(int descriptor, int command, void *argument)
@@ -83,8 +84,8 @@ int SetStatusFlags(int descriptor, int command, void *argument)
 
 int OpenFile(const char *path, int flags, mode_t mode)
 {
-    if ((BeginsWith(path, kDatabases) && ShallFail(Point::OpenDatabaseFile)) ||
-        (BeginsWith(path, kImages) && ShallFail(Point::OpenImage)))
+    if ((StartsWith(path, kDatabases) && ShallFail(Point::OpenDatabaseFile)) ||
+        (StartsWith(path, kImages) && ShallFail(Point::OpenImage)))
         return -1;
     return Real<&open>("open64")(path, flags, mode);
 }
@@ -197,7 +198,7 @@ int open(const char *path, int flags, ...)
     return OpenFile(path, flags, mode);
 }
 
-/// What a hardened program calls in place of open64.
+/// Called by a hardened program in place of open64.
 int __open64_2(const char *path, int flags)
 {
     return OpenFile(path, flags, 0);
@@ -205,7 +206,7 @@ int __open64_2(const char *path, int flags)
 
 int mkostemp(char *path, int flags)
 {
-    return ShallFail(Point::MakeTemporary) ? -1 : Real<&mkostemp>("mkostemp64")(path, flags);
+    return ShallFail(Point::CreateTemporary) ? -1 : Real<&mkostemp>("mkostemp64")(path, flags);
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t count)
@@ -215,15 +216,14 @@ ssize_t write(int descriptor, const void *bytes, size_t count)
 
 int fsync(int descriptor)
 {
-    return ShallFail(IsOfDatabase(descriptor) ? Point::SynchroniseDatabaseFile : Point::Synchronise)
+    return ShallFail(IsDatabaseFile(descriptor) ? Point::SyncDatabaseFile : Point::Sync)
                ? -1
                : Real<&fsync>("fsync")(descriptor);
 }
 
 int fdatasync(int descriptor)
 {
-    return ShallFail(Point::SynchroniseDatabaseFile) ? -1
-                                                     : Real<&fdatasync>("fdatasync")(descriptor);
+    return ShallFail(Point::SyncDatabaseFile) ? -1 : Real<&fdatasync>("fdatasync")(descriptor);
 }
 
 int rename(const char *from, const char *to) noexcept
@@ -231,7 +231,7 @@ int rename(const char *from, const char *to) noexcept
     return ShallFail(Point::Rename) ? -1 : Real<&rename>("rename")(from, to);
 }
 
-/// SQLite writes its files by this.
+/// SQLite writes its files with pwrite.
 ssize_t pwrite(int descriptor, const void *bytes, size_t count, off_t offset)
 {
     return ShallFail(Point::WriteDatabaseFile)
@@ -242,7 +242,7 @@ ssize_t pwrite(int descriptor, const void *bytes, size_t count, off_t offset)
 int sqlite3_open(const char *path, sqlite3 **database)
 {
     const int error = TakeError(Point::OpenDatabase);
-    // As after a real failure, there is a handle that is to be closed.
+    // A real failure also leaves a handle that must be closed.
     const int result =
         Real<&sqlite3_open>("sqlite3_open")(error != 0 ? "/no/such" : path, database);
     return error != 0 ? error : result;
@@ -251,8 +251,8 @@ int sqlite3_open(const char *path, sqlite3 **database)
 int sqlite3_prepare_v2(sqlite3 *database, const char *sql, int size, sqlite3_stmt **statement,
                        const char **tail)
 {
-    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
-    const int error = isOwn ? TakeError(Point::PrepareStatement) : 0;
+    const bool isAgentCall = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isAgentCall ? TakeError(Point::PrepareStatement) : 0;
     if (error == 0)
         return Real<&sqlite3_prepare_v2>("sqlite3_prepare_v2")(database, sql, size, statement,
                                                                tail);
@@ -262,16 +262,16 @@ int sqlite3_prepare_v2(sqlite3 *database, const char *sql, int size, sqlite3_stm
 
 int sqlite3_step(sqlite3_stmt *statement)
 {
-    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
-    const int error = isOwn ? TakeError(Point::StepStatement) : 0;
+    const bool isAgentCall = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isAgentCall ? TakeError(Point::StepStatement) : 0;
     return error != 0 ? error : Real<&sqlite3_step>("sqlite3_step")(statement);
 }
 
 int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int, char **, char **),
                  void *argument, char **message)
 {
-    const bool isOwn = !IsFromSqlite(__builtin_return_address(0));
-    const int error = isOwn ? TakeError(Point::ExecuteStatement) : 0;
+    const bool isAgentCall = !IsFromSqlite(__builtin_return_address(0));
+    const int error = isAgentCall ? TakeError(Point::ExecuteStatement) : 0;
     return error != 0
                ? error
                : Real<&sqlite3_exec>("sqlite3_exec")(database, sql, callback, argument, message);
@@ -279,7 +279,7 @@ int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int
 
 std::time_t time(std::time_t *result) noexcept
 {
-    const std::time_t now = Real<&time>(OfTime("time", "__time64"))(nullptr) + ClockSeconds();
+    const std::time_t now = Real<&time>(TimeFunction("time", "__time64"))(nullptr) + ClockSeconds();
     if (result != nullptr)
         *result = now;
     return now;
@@ -287,7 +287,8 @@ std::time_t time(std::time_t *result) noexcept
 
 int gettimeofday(timeval *now, void *zone) noexcept
 {
-    const int result = Real<&gettimeofday>(OfTime("gettimeofday", "__gettimeofday64"))(now, zone);
+    const int result =
+        Real<&gettimeofday>(TimeFunction("gettimeofday", "__gettimeofday64"))(now, zone);
     now->tv_sec += ClockSeconds();
     return result;
 }
@@ -295,7 +296,7 @@ int gettimeofday(timeval *now, void *zone) noexcept
 int clock_gettime(clockid_t clock, timespec *now) noexcept
 {
     const int result =
-        Real<&clock_gettime>(OfTime("clock_gettime", "__clock_gettime64"))(clock, now);
+        Real<&clock_gettime>(TimeFunction("clock_gettime", "__clock_gettime64"))(clock, now);
     if (clock == CLOCK_REALTIME)
         now->tv_sec += ClockSeconds();
     return result;

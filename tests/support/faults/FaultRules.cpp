@@ -1,4 +1,4 @@
-#include "support/faults/Orders.h"
+#include "support/faults/FaultRules.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,36 +15,36 @@ namespace {
 
 constexpr char kProgram[] = "nimbra-agent";
 
-/// Null in every other program, and in the agent before its start.
-constinit std::atomic<FaultBoard *> board = nullptr;
+/// Null in every other program, and in the agent before its constructors run.
+constinit std::atomic<SharedState *> sharedState = nullptr;
 
-/// Maps the board, and hides it and the library from the programs that the agent runs.
-[[gnu::constructor]] void FindBoard()
+/// Maps the shared state, and removes the variables that the programs run by the agent would inherit.
+[[gnu::constructor]] void MapSharedState()
 {
-    const char *file = std::getenv(kBoardVariable);
+    const char *file = std::getenv(kStateVariable);
     if (file == nullptr || std::strcmp(program_invocation_short_name, kProgram) != 0)
         return;
     const int descriptor = open(file, O_RDWR | O_CLOEXEC);
     void *memory =
-        mmap(nullptr, sizeof(FaultBoard), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+        mmap(nullptr, sizeof(SharedState), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     close(descriptor);
     if (memory == MAP_FAILED) {
-        std::fprintf(stderr, "nimbra-faults: there is no %s\n", file);
+        std::fprintf(stderr, "nimbra-faults: cannot map %s\n", file);
         _exit(EXIT_FAILURE);
     }
-    unsetenv(kBoardVariable);
+    unsetenv(kStateVariable);
     unsetenv("LD_PRELOAD");
-    board = static_cast<FaultBoard *>(memory);
+    sharedState = static_cast<SharedState *>(memory);
 }
 
 } // namespace
 
 int TakeError(Point point)
 {
-    FaultBoard *const found = board.load();
-    if (found == nullptr)
+    SharedState *const shared = sharedState.load();
+    if (shared == nullptr)
         return 0;
-    PointState &state = found->Points[static_cast<unsigned>(point)];
+    PointState &state = shared->Points[static_cast<unsigned>(point)];
     const std::uint32_t call = state.Calls.fetch_add(1) + 1;
     const std::uint32_t first = state.First.load();
     if (first == 0 || call < first || call - first >= state.Number.load())
@@ -64,8 +64,8 @@ bool ShallFail(Point point)
 
 std::time_t ClockSeconds()
 {
-    const FaultBoard *const found = board.load();
-    return found == nullptr ? 0 : static_cast<std::time_t>(found->ClockSeconds.load());
+    const SharedState *const shared = sharedState.load();
+    return shared == nullptr ? 0 : static_cast<std::time_t>(shared->ClockSeconds.load());
 }
 
 } // namespace nimbra::faults
