@@ -4,26 +4,22 @@
 #include <istream>
 #include <iterator>
 #include <map>
+#include <string_view>
 #include <utility>
 
 namespace nimbra::test {
 
 namespace {
 
-constexpr char kFence[] = "```";
+constexpr std::string_view kMarker = "```";
 
-bool BeginsWith(const std::string &text, const std::string &beginning)
+std::string KindOf(const Example &example)
 {
-    return text.compare(0, beginning.size(), beginning) == 0;
+    return example.Info.substr(0, example.Info.find(' '));
 }
 
-std::string WordOf(const std::string &fence)
-{
-    return fence.substr(0, fence.find(' '));
-}
-
-/// The letters and digits of a heading, each word with a capital: "Local time in" is LocalTimeIn.
-std::string NameOf(const std::string &heading)
+/// The letters and digits of a heading in upper camel case: "Local time in" becomes LocalTimeIn.
+std::string TestNameOf(const std::string &heading)
 {
     std::string name;
     bool isInWord = false;
@@ -40,43 +36,42 @@ std::string NameOf(const std::string &heading)
 
 } // namespace
 
-std::vector<Example> ReadBook(std::istream &document)
+std::vector<Example> ReadExamples(std::istream &document)
 {
-    std::vector<Example> book;
-    std::map<std::string, int> found;
+    std::vector<Example> examples;
     std::string heading;
-    bool isInside = false;
+    bool isInBlock = false;
     int number = 0;
     for (std::string line; std::getline(document, line);) {
         ++number;
-        const bool isFence = BeginsWith(line, kFence);
-        if (isInside && !isFence) {
-            book.back().Lines.push_back(line);
-        } else if (isFence) {
-            isInside = !isInside;
-            if (isInside)
-                book.push_back({line.substr(sizeof kFence - 1), heading, "", number, {}});
-        } else if (BeginsWith(line, "#")) {
+        if (line.starts_with(kMarker)) {
+            isInBlock = !isInBlock;
+            if (isInBlock)
+                examples.push_back({line.substr(kMarker.size()), heading, "", number, {}});
+        } else if (isInBlock) {
+            examples.back().Lines.push_back(line);
+        } else if (line.starts_with('#')) {
             heading = line.substr(std::min(line.find_first_not_of("# "), line.size()));
         }
     }
-    if (isInside)
-        book.back().Fence = "unclosed";
-    for (Example &example : book) {
-        example.Name = NameOf(example.Heading);
-        const int count = ++found[WordOf(example.Fence) + ' ' + example.Name];
+    if (isInBlock)
+        examples.back().Info = "unclosed";
+    std::map<std::string, int> counts;
+    for (Example &example : examples) {
+        example.Name = TestNameOf(example.Heading);
+        const int count = ++counts[KindOf(example) + ' ' + example.Name];
         if (count > 1)
             example.Name += "_" + std::to_string(count);
     }
-    return book;
+    return examples;
 }
 
-std::vector<Example> ExamplesOf(const std::vector<Example> &book, const std::string &word)
+std::vector<Example> ExamplesOf(const std::vector<Example> &examples, const std::string &kind)
 {
-    std::vector<Example> examples;
-    std::copy_if(book.begin(), book.end(), std::back_inserter(examples),
-                 [&word](const Example &example) { return WordOf(example.Fence) == word; });
-    return examples;
+    std::vector<Example> found;
+    std::ranges::copy_if(examples, std::back_inserter(found),
+                         [&kind](const Example &example) { return KindOf(example) == kind; });
+    return found;
 }
 
 } // namespace nimbra::test

@@ -6,22 +6,22 @@
 
 namespace nimbra::test {
 
-/// A fenced block of a document.
+/// A code block of a Markdown document.
 struct Example
 {
-    std::string Fence;   ///< what stands behind its opening fence: "conversation anonymous"
-    std::string Heading; ///< the one that it stands below
-    std::string Name;    ///< the heading as a name for a test; with a number if it is not the first
-    int Line = 0;        ///< of the opening fence, from 1
+    std::string Info;    ///< the text after its opening ```: "conversation anonymous"
+    std::string Heading; ///< the heading that it belongs to
+    std::string Name;    ///< the heading as a test name, numbered from the second block on
+    int Line = 0;        ///< of its opening ```, counted from 1
     std::vector<std::string> Lines;
 };
 
-/// Every fenced block of a Markdown document, in its order. A block whose fence is never closed
-/// reaches to the end and has "unclosed" for its fence.
-[[nodiscard]] std::vector<Example> ReadBook(std::istream &document);
+/// Returns every code block of a Markdown document, in order. A block that is never closed extends
+/// to the end and has "unclosed" as its Info.
+[[nodiscard]] std::vector<Example> ReadExamples(std::istream &document);
 
-/// Those whose fence begins with this word.
-[[nodiscard]] std::vector<Example> ExamplesOf(const std::vector<Example> &book,
-                                              const std::string &word);
+/// Returns the examples whose Info starts with the word `kind`.
+[[nodiscard]] std::vector<Example> ExamplesOf(const std::vector<Example> &examples,
+                                              const std::string &kind);
 
 } // namespace nimbra::test

@@ -60,7 +60,7 @@ std::string InSingleQuotes(const std::string &text)
     return word + "'";
 }
 
-/// Whether a line of a scenario has a place in a conversation of the book.
+/// Whether a line of a scenario is allowed in a conversation of a document.
 bool IsOfConversation(const ScenarioLine &line)
 {
     constexpr std::array kActions{ScenarioAction::Send, ScenarioAction::Expect,
@@ -128,7 +128,7 @@ std::string PlayConversation(const Example &example, const ManagementClient &cli
                              const std::string &folder)
 {
     Scenario scenario{folder, {}};
-    if (example.Fence != "conversation anonymous") {
+    if (example.Info != "conversation anonymous") {
         const panel::SampleLogin &login = panel::kController;
         scenario.Lines.push_back(
             {ScenarioAction::Send,

@@ -15,7 +15,7 @@ namespace nimbra::test {
 // it went as written, and otherwise what went wrong. The agent and its panel are the caller's.
 
 /// A client's conversation: lines of a scenario (see scenario/Scenario.h), without words for a
-/// reader and commands for a shell. Begins with a login as the controller, unless the fence is
+/// reader and commands for a shell. Begins with a login as the controller, unless its Info is
 /// marked "anonymous". Files are taken from `folder`. The client, newly connected, stays so.
 [[nodiscard]] std::string PlayConversation(const Example &example, const ManagementClient &client,
                                            const std::string &folder);

@@ -27,16 +27,16 @@ static void PrintTo(const Example &example, std::ostream *out)
 
 namespace {
 
-/// The mark of a block whose panel is two hours ahead of UTC.
+/// The Info of a block whose panel is two hours ahead of UTC.
 constexpr char kAhead[] = "conversation UTC+2";
 
-const std::vector<Example> &Book()
+const std::vector<Example> &Examples()
 {
-    static const std::vector<Example> book = [] {
-        std::ifstream document(NIMBRA_BOOK_PATH);
-        return ReadBook(document);
+    static const std::vector<Example> examples = [] {
+        std::ifstream document(NIMBRA_PROTOCOL_DOCUMENT);
+        return ReadExamples(document);
     }();
-    return book;
+    return examples;
 }
 
 std::string NameOf(const ::testing::TestParamInfo<Example> &test)
@@ -58,96 +58,96 @@ Example WithOther(Example example, const std::string &beginning, const std::stri
     return example;
 }
 
-/// The first example whose fence is this one.
-Example FirstOf(const std::string &fence)
+/// The first example with this Info.
+Example FirstOf(const std::string &info)
 {
-    const auto found = std::find_if(Book().begin(), Book().end(), [&fence](const Example &example) {
-        return example.Fence == fence;
-    });
-    return found == Book().end() ? Example() : *found;
+    const auto found =
+        std::find_if(Examples().begin(), Examples().end(),
+                     [&info](const Example &example) { return example.Info == info; });
+    return found == Examples().end() ? Example() : *found;
 }
 
-/// The output that a program's block promises: the block behind it.
+/// The output that the document shows for a program: the block after it.
 Example OutputOf(const Example &program)
 {
     const auto found =
-        std::find_if(Book().begin(), Book().end(), [&program](const Example &example) {
-            return example.Fence == "output" && example.Line > program.Line;
+        std::find_if(Examples().begin(), Examples().end(), [&program](const Example &example) {
+            return example.Info == "output" && example.Line > program.Line;
         });
-    return found == Book().end() ? Example() : *found;
+    return found == Examples().end() ? Example() : *found;
 }
 
 // The reader of the document.
 
-TEST(BookReader, FindsEachBlockWithItsHeadingAndLine)
+TEST(ExampleReader, FindsEachBlockWithItsHeadingAndLine)
 {
     std::istringstream document("# 3. Local time, UTC\n```cloud\n> a\n\n# no heading\n```\ntext\n"
                                 "## GetDoorInfo\n```python\n```\n```cloud\n```\n```cloud x\n```\n");
-    const std::vector<Example> book = ReadBook(document);
-    ASSERT_EQ(book.size(), 4U);
-    EXPECT_EQ(book[0].Fence, "cloud");
-    EXPECT_EQ(book[0].Heading, "3. Local time, UTC");
-    EXPECT_EQ(book[0].Name, "LocalTimeUTC");
-    EXPECT_EQ(book[0].Line, 2);
-    EXPECT_EQ(book[0].Lines, (std::vector<std::string>{"> a", "", "# no heading"}));
-    EXPECT_EQ(book[1].Name, "GetDoorInfo");
-    EXPECT_EQ(book[2].Name, "GetDoorInfo") << "numbered apart from those of other words";
-    EXPECT_EQ(book[3].Name, "GetDoorInfo_2");
-    EXPECT_EQ(book[3].Fence, "cloud x");
-    EXPECT_EQ(ExamplesOf(book, "cloud").size(), 3U);
+    const std::vector<Example> examples = ReadExamples(document);
+    ASSERT_EQ(examples.size(), 4U);
+    EXPECT_EQ(examples[0].Info, "cloud");
+    EXPECT_EQ(examples[0].Heading, "3. Local time, UTC");
+    EXPECT_EQ(examples[0].Name, "LocalTimeUTC");
+    EXPECT_EQ(examples[0].Line, 2);
+    EXPECT_EQ(examples[0].Lines, (std::vector<std::string>{"> a", "", "# no heading"}));
+    EXPECT_EQ(examples[1].Name, "GetDoorInfo");
+    EXPECT_EQ(examples[2].Name, "GetDoorInfo") << "numbered apart from those of other words";
+    EXPECT_EQ(examples[3].Name, "GetDoorInfo_2");
+    EXPECT_EQ(examples[3].Info, "cloud x");
+    EXPECT_EQ(ExamplesOf(examples, "cloud").size(), 3U);
 }
 
-TEST(BookReader, TellsOfAFenceThatIsNeverClosed)
+TEST(ExampleReader, MarksABlockThatIsNeverClosed)
 {
     std::istringstream document("```cloud\n> a\n");
-    const std::vector<Example> book = ReadBook(document);
-    ASSERT_EQ(book.size(), 1U);
-    EXPECT_EQ(book[0].Fence, "unclosed");
+    const std::vector<Example> examples = ReadExamples(document);
+    ASSERT_EQ(examples.size(), 1U);
+    EXPECT_EQ(examples[0].Info, "unclosed");
 }
 
-TEST(BookReader, FindsNothingInADocumentThatCannotBeRead)
+TEST(ExampleReader, FindsNothingInADocumentThatCannotBeRead)
 {
     std::ifstream document("/no/such/file");
-    EXPECT_TRUE(ReadBook(document).empty());
+    EXPECT_TRUE(ReadExamples(document).empty());
 }
 
 // The document itself.
 
-TEST(ProtocolBook, HasOnlyBlocksThatArePlayed)
+TEST(ProtocolDocument, HasOnlyBlocksThatArePlayed)
 {
     const std::set<std::string> known{
         "conversation", "conversation anonymous", kAhead, "cloud", "discovery", "python", "output"};
-    for (const Example &example : Book())
-        EXPECT_EQ(known.count(example.Fence), 1U)
-            << "an unknown block: " << example.Fence << " at " << ::testing::PrintToString(example);
+    for (const Example &example : Examples())
+        EXPECT_EQ(known.count(example.Info), 1U)
+            << "an unknown block: " << example.Info << " at " << ::testing::PrintToString(example);
 }
 
-TEST(ProtocolBook, HasExamplesOfEveryKind)
+TEST(ProtocolDocument, HasExamplesOfEveryKind)
 {
     for (const char *word : {"conversation", "cloud", "discovery", "python", "output"})
-        EXPECT_FALSE(ExamplesOf(Book(), word).empty()) << word;
-    EXPECT_EQ(ExamplesOf(Book(), "python").size(), ExamplesOf(Book(), "output").size());
+        EXPECT_FALSE(ExamplesOf(Examples(), word).empty()) << word;
+    EXPECT_EQ(ExamplesOf(Examples(), "python").size(), ExamplesOf(Examples(), "output").size());
 }
 
-TEST(ProtocolBook, HasNoExampleThatExpectsNothing)
+TEST(ProtocolDocument, HasNoExampleThatExpectsNothing)
 {
-    for (const Example &example : Book()) {
-        if (example.Fence == "python" || example.Fence == "output")
+    for (const Example &example : Examples()) {
+        if (example.Info == "python" || example.Info == "output")
             continue;
         const bool expects = std::any_of(
             example.Lines.begin(), example.Lines.end(), [&example](const std::string &line) {
-                return line.rfind(example.Fence == "cloud" ? '>' : '<', 0) == 0;
+                return line.rfind(example.Info == "cloud" ? '>' : '<', 0) == 0;
             });
         EXPECT_TRUE(expects) << ::testing::PrintToString(example);
     }
 }
 
-TEST(ProtocolBook, ShowsEveryCommandUnderItsHeadingInAConversation)
+TEST(ProtocolDocument, ShowsEveryCommandUnderItsHeadingInAConversation)
 {
     // A command's heading is its word, as the links of the table of all commands need it.
     std::set<std::string> headings;
     std::set<std::string> shown;
-    std::ifstream document(NIMBRA_BOOK_PATH);
+    std::ifstream document(NIMBRA_PROTOCOL_DOCUMENT);
     for (std::string line; std::getline(document, line);)
         for (std::size_t link = 0; (link = line.find("| [`", link)) != std::string::npos;) {
             const std::size_t begin = link + 4;
@@ -155,7 +155,7 @@ TEST(ProtocolBook, ShowsEveryCommandUnderItsHeadingInAConversation)
             ASSERT_NE(link, std::string::npos) << line;
             headings.insert(line.substr(begin, link - begin));
         }
-    for (const Example &example : ExamplesOf(Book(), "conversation"))
+    for (const Example &example : ExamplesOf(Examples(), "conversation"))
         for (const std::string &line : example.Lines)
             if (line.rfind("> ", 0) == 0)
                 shown.insert(line.substr(2, line.find('?') - 2));
@@ -164,12 +164,11 @@ TEST(ProtocolBook, ShowsEveryCommandUnderItsHeadingInAConversation)
         EXPECT_EQ(shown.count(heading), 1U) << heading;
 }
 
-/// The answers and rows that the text promises: what stands in backquotes with "%d" and "%s", as
-/// patterns.
-std::set<std::string> PromisedLines()
+/// The formats of responses and rows in the text (in backquotes, with "%d" and "%s") as patterns.
+std::set<std::string> DocumentedLines()
 {
     std::set<std::string> patterns;
-    std::ifstream document(NIMBRA_BOOK_PATH);
+    std::ifstream document(NIMBRA_PROTOCOL_DOCUMENT);
     for (std::string line; std::getline(document, line);) {
         std::size_t begin = 0;
         while ((begin = line.find('`', begin)) != std::string::npos) {
@@ -187,16 +186,16 @@ std::set<std::string> PromisedLines()
     return patterns;
 }
 
-TEST(ProtocolBook, PromisesNoAnswerThatNoExampleShows)
+TEST(ProtocolDocument, ShowsEveryDocumentedResponseInAnExample)
 {
     std::set<std::string> answers;
-    for (const Example &example : ExamplesOf(Book(), "conversation"))
+    for (const Example &example : ExamplesOf(Examples(), "conversation"))
         for (const std::string &line : example.Lines)
             if (line.rfind("< ", 0) == 0)
                 answers.insert(line.substr(2));
-    const std::set<std::string> promised = PromisedLines();
-    EXPECT_GT(promised.size(), 20U);
-    for (const std::string &pattern : promised) {
+    const std::set<std::string> documented = DocumentedLines();
+    EXPECT_GT(documented.size(), 20U);
+    for (const std::string &pattern : documented) {
         std::string shown;
         EXPECT_TRUE(std::any_of(answers.begin(), answers.end(), [&](const std::string &answer) {
             return MatchScenarioText(pattern, answer, &shown);
@@ -209,20 +208,20 @@ TEST(ProtocolBook, PromisesNoAnswerThatNoExampleShows)
 class ConversationPlayer : public AgentTest
 {
 protected:
-    /// `fence` is that of the block to be played.
-    explicit ConversationPlayer(const std::string &fence = "")
-        : AgentTest({}, fence == kAhead ? "UTC-2" : "UTC0") // POSIX counts westwards
+    /// `info` is the Info of the block to be played.
+    explicit ConversationPlayer(const std::string &info = "")
+        : AgentTest({}, info == kAhead ? "UTC-2" : "UTC0") // POSIX counts westwards
     {}
     [[nodiscard]] std::string Play(const Example &example)
     {
-        return PlayConversation(example, Connect(), NIMBRA_BOOK_FILES);
+        return PlayConversation(example, Connect(), NIMBRA_EXAMPLE_FILES);
     }
 };
 
 class Conversation : public ConversationPlayer, public ::testing::WithParamInterface<Example>
 {
 protected:
-    Conversation() : ConversationPlayer(GetParam().Fence) {}
+    Conversation() : ConversationPlayer(GetParam().Info) {}
 };
 
 TEST_P(Conversation, GoesAsWritten)
@@ -230,8 +229,8 @@ TEST_P(Conversation, GoesAsWritten)
     EXPECT_EQ(Play(GetParam()), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Book, Conversation,
-                         ::testing::ValuesIn(ExamplesOf(Book(), "conversation")), NameOf);
+INSTANTIATE_TEST_SUITE_P(Protocol, Conversation,
+                         ::testing::ValuesIn(ExamplesOf(Examples(), "conversation")), NameOf);
 
 TEST_F(ConversationPlayer, NoticesWhatIsNotAsWritten)
 {
@@ -248,23 +247,23 @@ TEST_F(ConversationPlayer, LogsInUnlessTheBlockSaysAnonymous)
 {
     Example example{"conversation", "", "", 1, {"> Heartbeat?", "< HeartbeatResponse?Result=0"}};
     EXPECT_EQ(Play(example), "");
-    example.Fence += " anonymous";
+    example.Info += " anonymous";
     EXPECT_EQ(Play(WithOther(example, "<", "silence 2")), "");
 }
 
 // The cloud link.
 
-class CloudBookPlayer : public ::testing::Test
+class CloudExamplePlayer : public ::testing::Test
 {
 protected:
-    CloudBookPlayer() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
+    CloudExamplePlayer() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
 
     TestPanel panel{{}, true};
     CloudPlayer player;
     Agent agent;
 };
 
-class CloudExample : public CloudBookPlayer, public ::testing::WithParamInterface<Example>
+class CloudExample : public CloudExamplePlayer, public ::testing::WithParamInterface<Example>
 {};
 
 TEST_P(CloudExample, GoesAsWritten)
@@ -272,16 +271,16 @@ TEST_P(CloudExample, GoesAsWritten)
     EXPECT_EQ(player.Play(GetParam()), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Book, CloudExample, ::testing::ValuesIn(ExamplesOf(Book(), "cloud")),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(Protocol, CloudExample,
+                         ::testing::ValuesIn(ExamplesOf(Examples(), "cloud")), NameOf);
 
-TEST_F(CloudBookPlayer, NoticesARequestThatIsNotAsWritten)
+TEST_F(CloudExamplePlayer, NoticesARequestThatIsNotAsWritten)
 {
     EXPECT_NE(player.Play(WithOther(FirstOf("cloud"), "> HeartBeat?", "> HeartBeat?DeviceNo=8")),
               "");
 }
 
-TEST_F(CloudBookPlayer, NoticesALineThatTheAgentDoesNotSend)
+TEST_F(CloudExamplePlayer, NoticesALineThatTheAgentDoesNotSend)
 {
     Example example = FirstOf("cloud");
     example.Lines.emplace_back("> HeartBeat?DeviceNo=7");
@@ -312,8 +311,8 @@ TEST_P(DiscoveryExample, GoesAsWritten)
     EXPECT_EQ(PlayDiscovery(GetParam(), probe), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Book, DiscoveryExample,
-                         ::testing::ValuesIn(ExamplesOf(Book(), "discovery")), NameOf);
+INSTANTIATE_TEST_SUITE_P(Protocol, DiscoveryExample,
+                         ::testing::ValuesIn(ExamplesOf(Examples(), "discovery")), NameOf);
 
 TEST_F(DiscoveryPlayer, NoticesWhatIsNotAsWritten)
 {
@@ -332,13 +331,13 @@ class PythonPlayer : public AgentTest
 class PythonExample : public PythonPlayer, public ::testing::WithParamInterface<Example>
 {};
 
-TEST_P(PythonExample, PrintsWhatTheBookSays)
+TEST_P(PythonExample, PrintsWhatTheDocumentShows)
 {
     EXPECT_EQ(PlayPython(GetParam(), OutputOf(GetParam())), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Book, PythonExample, ::testing::ValuesIn(ExamplesOf(Book(), "python")),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(Protocol, PythonExample,
+                         ::testing::ValuesIn(ExamplesOf(Examples(), "python")), NameOf);
 
 TEST_F(PythonPlayer, NoticesOtherOutputAndFailure)
 {

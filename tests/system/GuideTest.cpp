@@ -26,7 +26,7 @@ const std::vector<Example> &Guide()
 {
     static const std::vector<Example> guide = [] {
         std::ifstream document(NIMBRA_GUIDE_PATH);
-        return ReadBook(document);
+        return ReadExamples(document);
     }();
     return guide;
 }
@@ -35,7 +35,7 @@ TEST(Guide, HasExamplesOfKnownKindsOnly)
 {
     const std::set<std::string> known{"console", "cpp", "sh"};
     for (const Example &example : Guide())
-        EXPECT_EQ(known.count(example.Fence), 1U) << ::testing::PrintToString(example);
+        EXPECT_EQ(known.count(example.Info), 1U) << ::testing::PrintToString(example);
     EXPECT_FALSE(ExamplesOf(Guide(), "console").empty());
 }
 
