@@ -11,10 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include <nimbra-client/Discovery.h>
 #include <nimbra-client/PanelClock.h>
-#include <nimbra-client/Replies.h>
-#include <nimbra-client/Results.h>
 #include <nimbra-client/Session.h>
 
 namespace nimbra::test {
@@ -36,85 +33,6 @@ client::SessionOptions OptionsFor(const FakePanel &panel)
 bool BeginsWith(const std::string &text, const std::string &beginning)
 {
     return text.compare(0, beginning.size(), beginning) == 0;
-}
-
-TEST(ClientRequest, IsOneLineOfPairs)
-{
-    EXPECT_EQ(Request("Heartbeat").Line(), "Heartbeat?");
-    EXPECT_EQ(Request("AddUserInfo")
-                  .Text("FirstName", "What?")
-                  .Text("MiddleName", "")
-                  .Text("LastName", "O'Brien = x")
-                  .Number("Ada", -1)
-                  .Line(),
-              "AddUserInfo?FirstName=What?&LastName=O''Brien = x&Ada=-1");
-    EXPECT_EQ(Request("Login").Plain("Password", "it's", client::kPasswordBytes).Line(),
-              "Login?Password=it's");
-}
-
-TEST(ClientRequest, RefusesWhatTheProtocolCannotCarry)
-{
-    const auto isRefused = [](const std::string &value) {
-        EXPECT_THROW(Request("AddUserInfo").Text("LastName", value), client::BadRequest) << value;
-    };
-    isRefused("Salt & Pepper");
-    isRefused("two\nlines");
-    isRefused(std::string("a\0b", 3));
-    isRefused("Othello?");
-    isRefused("see deluserinfo? there");
-    isRefused(std::string(33, 'x'));
-    isRefused(std::string(31, 'x') + "'");
-    EXPECT_NO_THROW(Request("AddUserInfo").Text("LastName", std::string(30, 'x') + "'"));
-    Request tooLong("SetCardAccessLevel");
-    tooLong.Plain("AccessLevelNo", std::string(1010, '1'), client::kRequestBytes);
-    EXPECT_THROW(static_cast<void>(tooLong.Line()), client::BadRequest);
-}
-
-TEST(ClientRecord, IsReadAtItsKeysWhateverTheValuesHold)
-{
-    const std::span<const client::Field> door = client::FindReply("getdoorinfo")->Header;
-    const Record record(door, "DoorNo=7&Name=In & Out=1&Status=9&Status=1");
-    EXPECT_EQ(record.Number("DoorNo"), 7);
-    EXPECT_EQ(record.Text("Name"), "In & Out=1&Status=9");
-    EXPECT_EQ(record.Number("Status"), 1);
-    EXPECT_EQ(record.Text("Nothing"), "");
-    EXPECT_EQ(Record(door, "DoorNo=7&Name=x").Text("Status"), "");
-    EXPECT_EQ(Record(door, "").Text("DoorNo"), "");
-    const std::span<const client::Field> video = client::FindReply("GetLiveVideoInfo")->Header;
-    EXPECT_EQ(
-        Record(video, R"(Name=x&Type=2&Url="rtsp://a:b@c:1/chID=1&streamType=main")").Text("Url"),
-        "rtsp://a:b@c:1/chID=1&streamType=main");
-}
-
-TEST(ClientReplies, NamesEveryCommandOnceAndEachResultHasAMeaning)
-{
-    EXPECT_EQ(client::AllReplies().size(), 38U);
-    for (const client::Reply &reply : client::AllReplies()) {
-        EXPECT_EQ(client::FindReply(reply.Word), &reply);
-        for (const int result : {0, 1, 2, 3, 9, 77}) {
-            const std::string meaning = client::MeaningOf(reply.Word, result);
-            EXPECT_EQ(meaning.back(), '.') << reply.Word;
-        }
-    }
-    EXPECT_EQ(client::FindReply("GetNothing"), nullptr);
-}
-
-TEST(ClientTimes, AreReadStrictly)
-{
-    EXPECT_EQ(client::ParseTime("1970-01-02"), 86400);
-    EXPECT_EQ(client::ParseTime("1970-01-01 01:02"), 3720);
-    EXPECT_EQ(client::ParseTime("1970-01-01T01:02:03"), 3723);
-    EXPECT_EQ(client::ParseTime("1969-12-31 23:59:59"), -1);
-    for (const char *text : {"", "2026", "2026-02-30", "2026-13-01", "2026-01-01 24:00",
-                             "2026-01-01 10", "2026-01-01x10:00", "2026-01-01 10:00:00x",
-                             "2040-01-01", "2026-01-00", "1 2 3", "2026-01-01 -1:00"})
-        EXPECT_EQ(client::ParseTime(text), std::nullopt) << text;
-    EXPECT_EQ(client::FormatTime(3723), "1970-01-01 01:02:03");
-    EXPECT_EQ(client::FormatDate(86400), "1970-01-02");
-    using std::chrono::minutes;
-    EXPECT_EQ(client::ToPanelDay("2026-02-28", minutes(120)), "2026-03-01");
-    EXPECT_EQ(client::ToPanelDay("2026-03-01", minutes(-300)), "2026-03-01");
-    EXPECT_EQ(client::ToPanelDay("1970-01-01", minutes(120)), "1970-01-01");
 }
 
 TEST(ClientSession, SendsALineAgainThatThePanelHasProvablyLost)

@@ -1,0 +1,54 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <nimbra-client/Error.h>
+#include <nimbra-client/Request.h>
+
+namespace nimbra::client {
+
+namespace {
+
+TEST(ClientRequest, IsOneLineOfPairs)
+{
+    EXPECT_EQ(Request("Heartbeat").Line(), "Heartbeat?");
+    EXPECT_EQ(Request("AddUserInfo")
+                  .Text("FirstName", "What?")
+                  .Text("MiddleName", "")
+                  .Text("LastName", "O'Brien = x")
+                  .Number("Ada", -1)
+                  .Line(),
+              "AddUserInfo?FirstName=What?&LastName=O''Brien = x&Ada=-1");
+    EXPECT_EQ(Request("Login").Plain("Password", "it's", kPasswordBytes).Line(),
+              "Login?Password=it's");
+}
+
+class RefusedText : public ::testing::TestWithParam<std::string>
+{};
+
+TEST_P(RefusedText, ThrowsBadRequest)
+{
+    EXPECT_THROW(Request("AddUserInfo").Text("LastName", GetParam()), BadRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(ClientRequest, RefusedText,
+                         ::testing::Values("Salt & Pepper", "two\nlines", std::string("a\0b", 3),
+                                           "Othello?", "see deluserinfo? there",
+                                           std::string(33, 'x'), std::string(31, 'x') + "'"));
+
+TEST(ClientRequest, CountsADoubledQuoteAsTwoBytes)
+{
+    EXPECT_NO_THROW(Request("AddUserInfo").Text("LastName", std::string(30, 'x') + "'"));
+}
+
+TEST(ClientRequest, ThrowsBadRequestWhenTheLineIsTooLong)
+{
+    Request request("SetCardAccessLevel");
+    request.Plain("AccessLevelNo", std::string(1010, '1'), kRequestBytes);
+    EXPECT_THROW(static_cast<void>(request.Line()), BadRequest);
+}
+
+} // namespace
+
+} // namespace nimbra::client
