@@ -1,2 +1,2 @@
-# Not uploaded to Debian, so there is no request for a package to close.
+# Not uploaded to Debian, so there is no packaging request to close.
 nimbractl: initial-upload-closes-no-bugs
