@@ -1,11 +1,18 @@
 #include "support/CommandTest.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
 namespace nimbra::test {
 
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 /// Plain levels, groups of them and of other things, and cards with and without levels.
 constexpr char kLevels[] = R"(
@@ -53,7 +60,7 @@ protected:
         panel_.Run(sql + "COMMIT");
     }
 
-    /// What is assigned to a card, in the order of its rows.
+    /// The assignments of a card, in the order of their numbers.
     std::vector<Row> Assigned(int cardNo)
     {
         return panel_.Rows("SELECT Site, No, AccessLevelNo FROM CardAccessLevel WHERE CardNo=" +
@@ -63,7 +70,7 @@ protected:
 
 } // namespace
 
-TEST_F(AccessLevel, GetAccessLevelTellsAGroup)
+TEST_F(AccessLevel, GetAccessLevelReturnsGroup)
 {
     EXPECT_EQ(Ask("GetAccessLevel?LevelNo=2"),
               "GetAccessLevelResponse?Result=0&LevelNo=2&Name=Staff");
@@ -71,7 +78,7 @@ TEST_F(AccessLevel, GetAccessLevelTellsAGroup)
     ExpectReadsKeys("GetAccessLevel?SelectType=2&LevelNo=2");
 }
 
-TEST_F(AccessLevel, GetAccessLevelReadsGroupsWhateverKindIsAskedFor)
+TEST_F(AccessLevel, GetAccessLevelReadsGroupsForEverySelectType)
 {
     for (const char *kind : {"0", "1", "2", "3", "-1"})
         EXPECT_EQ(Ask(std::string("GetAccessLevel?LevelNo=2&SelectType=") + kind),
@@ -82,7 +89,7 @@ TEST_F(AccessLevel, GetAccessLevelReadsGroupsWhateverKindIsAskedFor)
     EXPECT_EQ(agent_.CountInLog("Invalid Token"), 0U);
 }
 
-TEST_F(AccessLevel, GetAccessLevelWithoutKeysAsksForGroupZero)
+TEST_F(AccessLevel, GetAccessLevelWithoutKeysReadsGroupZero)
 {
     ExpectFails("GetAccessLevel?");
     panel_.Run("INSERT INTO GroupTable (GroupKind, No, Name) VALUES (5, 0, 'Zero')");
@@ -116,7 +123,7 @@ TEST_F(AccessLevel, SelectTypeChoosesPlainLevelsGroupsOrBoth)
     ExpectReadsKeys("GetAccessLevelEx?SelectType=2&Offset=1&Limit=1");
 }
 
-TEST_F(AccessLevel, OffsetAndLimitAreNotAppliedAndTheOffsetIsEchoed)
+TEST_F(AccessLevel, OffsetAndLimitAreNotAppliedAndOffsetIsEchoed)
 {
     EXPECT_EQ(AskList("GetAccessLevelEx?Offset=10&Limit=5"),
               ListAnswer("GetAccessLevelEx", 5, 10, kPlainAndGroups));
@@ -131,7 +138,7 @@ TEST_F(AccessLevel, OffsetAndLimitAreNotAppliedAndTheOffsetIsEchoed)
                                "AccessLevel ORDER BY No")));
 }
 
-TEST_F(AccessLevel, ListKeepsTheOrderOfTheDatabase)
+TEST_F(AccessLevel, ListKeepsDatabaseOrder)
 {
     panel_.DropKeys("AccessLevel");
     panel_.DropKeys("GroupTable");
@@ -145,7 +152,7 @@ TEST_F(AccessLevel, ListKeepsTheOrderOfTheDatabase)
                           "SelectType=2&LevelNo=1&Name=f", "SelectType=2&LevelNo=2&Name=d"}));
 }
 
-TEST_F(AccessLevel, LevelsOfACardKeepTheOrderOfTheDatabase)
+TEST_F(AccessLevel, CardLevelsKeepDatabaseOrder)
 {
     panel_.DropKeys("CardAccessLevel");
     panel_.Run("INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES (9, 7, 20), "
@@ -165,7 +172,7 @@ TEST_F(AccessLevel, EmptyListsFail)
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(AccessLevel, WhatOneTableGivesIsListedWhenTheOtherIsMissing)
+TEST_F(AccessLevel, ListHoldsOneTableWhenOtherIsMissing)
 {
     panel_.Run("ALTER TABLE AccessLevel RENAME TO Away");
     EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 2, 0, kGroups));
@@ -177,7 +184,7 @@ TEST_F(AccessLevel, WhatOneTableGivesIsListedWhenTheOtherIsMissing)
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(AccessLevel, GetCardAccessLevelTellsTheKindAndTheNumbersInTheirOrder)
+TEST_F(AccessLevel, GetCardAccessLevelReturnsSelectTypeAndNumbersInOrder)
 {
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=7"),
               "GetCardAccessLevelResponse?Result=0&SelectType=2&AccessLevelNo=12 -3 7");
@@ -186,13 +193,13 @@ TEST_F(AccessLevel, GetCardAccessLevelTellsTheKindAndTheNumbersInTheirOrder)
     ExpectReadsKeys("GetCardAccessLevel?CardNo=7");
 }
 
-TEST_F(AccessLevel, ACardWithoutLevelsHasAnEmptyList)
+TEST_F(AccessLevel, CardWithoutLevelsHasEmptyList)
 {
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=8"),
               "GetCardAccessLevelResponse?Result=0&SelectType=0&AccessLevelNo=");
 }
 
-TEST_F(AccessLevel, GetCardAccessLevelFailsForAnUnknownCardAndForNone)
+TEST_F(AccessLevel, GetCardAccessLevelFailsForUnknownCardAndWithoutCard)
 {
     ExpectFails("GetCardAccessLevel?CardNo=99");
     ExpectFails("GetCardAccessLevel?");
@@ -201,7 +208,7 @@ TEST_F(AccessLevel, GetCardAccessLevelFailsForAnUnknownCardAndForNone)
               "GetCardAccessLevelResponse?Result=0&SelectType=5&AccessLevelNo=");
 }
 
-TEST_F(AccessLevel, WithoutTheAssignmentsTheListIsEmpty)
+TEST_F(AccessLevel, CardHasEmptyListWithoutAssignmentTable)
 {
     panel_.Run("DROP TABLE CardAccessLevel");
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=7"),
@@ -211,7 +218,7 @@ TEST_F(AccessLevel, WithoutTheAssignmentsTheListIsEmpty)
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(AccessLevel, TheListOf400LevelsHoldsAsManyWholeNumbersAsFitTheLine)
+TEST_F(AccessLevel, ListOf400LevelsHoldsAsManyWholeNumbersAsFitLine)
 {
     std::vector<std::string> levels;
     for (int i = 0; i < 400; ++i)
@@ -220,10 +227,10 @@ TEST_F(AccessLevel, TheListOf400LevelsHoldsAsManyWholeNumbersAsFitTheLine)
     std::string expected = "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=";
     const std::size_t start = expected.size();
     for (const std::string &level : levels) {
-        const std::string piece = (expected.size() == start ? "" : " ") + level;
-        if (expected.size() + piece.size() > kLongestLine)
+        const std::string item = (expected.size() == start ? "" : " ") + level;
+        if (expected.size() + item.size() > kLongestLine)
             break;
-        expected += piece;
+        expected += item;
     }
     ASSERT_GT(expected.size(), kLongestLine - 6);
     client_->SendLine("GetCardAccessLevel?CardNo=9");
@@ -232,21 +239,21 @@ TEST_F(AccessLevel, TheListOf400LevelsHoldsAsManyWholeNumbersAsFitTheLine)
     EXPECT_EQ(client_->ReadLine(), "HeartbeatResponse?Result=0");
 }
 
-TEST_F(AccessLevel, AListThatJustFitsTheLineIsWholeAndOneByteMoreCostsTheLastNumber)
+TEST_F(AccessLevel, ListThatFitsLineIsWholeAndOneByteMoreDropsLastNumber)
 {
     const std::string lead = "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=";
-    const std::size_t room = kLongestLine - lead.size();
+    const std::size_t space = kLongestLine - lead.size();
     // Numbers of one digit with their blanks, and a last one that fills the line.
-    const std::size_t ones = (room - 6) / 2;
+    const std::size_t ones = (space - 6) / 2;
     std::string list;
     for (std::size_t i = 0; i < ones; ++i)
         list += "1 ";
-    const std::string last(room - list.size(), '2');
+    const std::string last(space - list.size(), '2');
     std::vector<std::string> levels(ones, "1");
     levels.push_back(last);
     GiveLevels(levels);
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=9"), lead + list + last);
-    // A further number finds no room.
+    // There is no space for another number.
     levels.emplace_back("3");
     GiveLevels(levels);
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=9"), lead + list + last);
@@ -264,14 +271,15 @@ TEST_F(AccessLevel, SetCardAccessLevelReplacesAllAssignments)
                    "DELETE FROM CardAccessLevel WHERE CardNo=7", InsertOf(3, 7, 3),
                    InsertOf(4, 7, 1), InsertOf(5, 7, 2)},
                   10403);
-    EXPECT_EQ(Assigned(7), std::vector<Row>({{"1", "3", "3"}, {"1", "4", "1"}, {"1", "5", "2"}}));
-    EXPECT_EQ(Assigned(9), std::vector<Row>({{"1", "2", "1"}}));
+    EXPECT_THAT(Assigned(7),
+                ElementsAre(Row{"1", "3", "3"}, Row{"1", "4", "1"}, Row{"1", "5", "2"}));
+    EXPECT_THAT(Assigned(9), ElementsAre(Row{"1", "2", "1"}));
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=7"),
               "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=3 1 2");
     EXPECT_EQ(panel_.Value("SELECT SelectType FROM Card WHERE No=9"), "1");
 }
 
-TEST_F(AccessLevel, NewAssignmentsAreNumberedOnFromTheLargestNumber)
+TEST_F(AccessLevel, NewAssignmentsAreNumberedFromLargestNumber)
 {
     panel_.Run("INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES (500, 9, 2)");
     ExpectChanges("SetCardAccessLevel?CardNo=7&SelectType=2&AccessLevelNo=1 2 3",
@@ -283,17 +291,17 @@ TEST_F(AccessLevel, NewAssignmentsAreNumberedOnFromTheLargestNumber)
               "GetCardAccessLevelResponse?Result=0&SelectType=2&AccessLevelNo=1 2 3");
 }
 
-TEST_F(AccessLevel, TheFirstAssignmentOfAnEmptyTableIsNumberOne)
+TEST_F(AccessLevel, FirstAssignmentOfEmptyTableIsNumberOne)
 {
     panel_.Run("DELETE FROM CardAccessLevel");
     EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=7&AccessLevelNo=4 5"),
               "SetCardAccessLevelResponse?Result=0");
-    EXPECT_EQ(Assigned(7), std::vector<Row>({{"1", "1", "4"}, {"1", "2", "5"}}));
+    EXPECT_THAT(Assigned(7), ElementsAre(Row{"1", "1", "4"}, Row{"1", "2", "5"}));
 }
 
-TEST_F(AccessLevel, AssignmentsAreNumberOneWhenTheLargestNumberCannotBeRead)
+TEST_F(AccessLevel, AssignmentsAreNumberOneWhenLargestNumberCannotBeRead)
 {
-    // A view that takes changes of card 7, but fails every query that asks for more than it.
+    // A view that accepts changes of card 7 and fails every query for other cards.
     panel_.Run(R"(
         DROP TABLE CardAccessLevel;
         CREATE TABLE AllLevels (Site INTEGER, No INTEGER, CardNo INTEGER, AccessLevelNo INTEGER);
@@ -309,19 +317,19 @@ TEST_F(AccessLevel, AssignmentsAreNumberOneWhenTheLargestNumberCannotBeRead)
     )");
     EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=7&AccessLevelNo=4 5"),
               "SetCardAccessLevelResponse?Result=0");
-    EXPECT_EQ(panel_.Rows("SELECT No, CardNo, AccessLevelNo FROM AllLevels ORDER BY rowid"),
-              std::vector<Row>({{"90", "9", "1"}, {"1", "7", "4"}, {"1", "7", "5"}}));
+    EXPECT_THAT(panel_.Rows("SELECT No, CardNo, AccessLevelNo FROM AllLevels ORDER BY rowid"),
+                ElementsAre(Row{"90", "9", "1"}, Row{"1", "7", "4"}, Row{"1", "7", "5"}));
 }
 
 TEST_F(AccessLevel, SetCardAccessLevelReadsItsKeys)
 {
     ExpectReadsKeys("SetCardAccessLevel?CardNo=7&SelectType=1&AccessLevelNo=5 6");
-    EXPECT_EQ(panel_.Journal().size(), 12U);
+    EXPECT_THAT(panel_.Journal(), SizeIs(12));
     EXPECT_EQ(Ask("GetCardAccessLevel?CardNo=7"),
               "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=5 6");
 }
 
-TEST_F(AccessLevel, AnEmptyListRemovesAllAssignmentsAndSetsTheKind)
+TEST_F(AccessLevel, EmptyListRemovesAllAssignmentsAndSetsSelectType)
 {
     const std::vector<std::string> statements = {"UPDATE Card SET SelectType=1 WHERE No=7",
                                                  "DELETE FROM CardAccessLevel WHERE CardNo=7"};
@@ -335,7 +343,7 @@ TEST_F(AccessLevel, AnEmptyListRemovesAllAssignmentsAndSetsTheKind)
     }
 }
 
-TEST_F(AccessLevel, AKindLeftOutIsStoredAsZero)
+TEST_F(AccessLevel, MissingSelectTypeIsStoredAsZero)
 {
     EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=7&AccessLevelNo=1"),
               "SetCardAccessLevelResponse?Result=0");
@@ -350,7 +358,7 @@ TEST_F(AccessLevel, SeveralBlanksAreOneSeparator)
               "GetCardAccessLevelResponse?Result=0&SelectType=0&AccessLevelNo=1 2 3");
 }
 
-TEST_F(AccessLevel, APieceThatIsNoNumberIsInsertedAsZero)
+TEST_F(AccessLevel, ItemThatIsNoNumberIsInsertedAsZero)
 {
     ExpectChanges("SetCardAccessLevel?CardNo=7&AccessLevelNo=x 5y -3 1,2 '",
                   {"UPDATE Card SET SelectType=0 WHERE No=7",
@@ -359,7 +367,7 @@ TEST_F(AccessLevel, APieceThatIsNoNumberIsInsertedAsZero)
                   10403);
 }
 
-TEST_F(AccessLevel, NothingButABlankIsASeparator)
+TEST_F(AccessLevel, OnlyBlankIsSeparator)
 {
     ExpectChanges("SetCardAccessLevel?CardNo=7&AccessLevelNo=1\t2 3",
                   {"UPDATE Card SET SelectType=0 WHERE No=7",
@@ -368,31 +376,31 @@ TEST_F(AccessLevel, NothingButABlankIsASeparator)
                   10403);
 }
 
-TEST_F(AccessLevel, WithoutACardTheListIsInsertedUnderCardZero)
+TEST_F(AccessLevel, ListWithoutCardIsInsertedUnderCardZero)
 {
     ExpectChanges("SetCardAccessLevel?SelectType=1&AccessLevelNo=4 5",
                   {"UPDATE Card SET SelectType=1 WHERE No=0",
                    "DELETE FROM CardAccessLevel WHERE CardNo=0", InsertOf(11, 0, 4),
                    InsertOf(12, 0, 5)},
                   10403);
-    EXPECT_EQ(Assigned(0), std::vector<Row>({{"1", "11", "4"}, {"1", "12", "5"}}));
+    EXPECT_THAT(Assigned(0), ElementsAre(Row{"1", "11", "4"}, Row{"1", "12", "5"}));
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card WHERE SelectType=2"), "1");
     ExpectChanges(
         "SetCardAccessLevel?",
         {"UPDATE Card SET SelectType=0 WHERE No=0", "DELETE FROM CardAccessLevel WHERE CardNo=0"},
         10403);
-    EXPECT_EQ(Assigned(0), std::vector<Row>());
+    EXPECT_THAT(Assigned(0), IsEmpty());
 }
 
-TEST_F(AccessLevel, NeitherTheCardNorTheLevelsNeedExist)
+TEST_F(AccessLevel, UnknownCardAndLevelsAreAccepted)
 {
     EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=99&SelectType=7&AccessLevelNo=98"),
               "SetCardAccessLevelResponse?Result=0");
-    EXPECT_EQ(Assigned(99), std::vector<Row>({{"1", "11", "98"}}));
+    EXPECT_THAT(Assigned(99), ElementsAre(Row{"1", "11", "98"}));
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "3");
 }
 
-TEST_F(AccessLevel, AListAsLongAsARequestIsTakenWhole)
+TEST_F(AccessLevel, ListOfLongestRequestIsTakenWhole)
 {
     std::string request = "SetCardAccessLevel?CardNo=9&SelectType=1&AccessLevelNo=";
     std::string list;
@@ -408,10 +416,10 @@ TEST_F(AccessLevel, AListAsLongAsARequestIsTakenWhole)
         panel_.Value("SELECT group_concat(AccessLevelNo, ' ') FROM (SELECT AccessLevelNo FROM "
                      "CardAccessLevel WHERE CardNo=9 ORDER BY No)"),
         list);
-    EXPECT_EQ(panel_.Journal().size(), static_cast<std::size_t>(count) + 2);
+    EXPECT_THAT(panel_.Journal(), SizeIs(static_cast<std::size_t>(count) + 2));
 }
 
-TEST_F(AccessLevel, ASetThatFailsAtTheCardChangesNothing)
+TEST_F(AccessLevel, SetThatFailsAtCardChangesNothing)
 {
     panel_.Run("CREATE TRIGGER Refuse BEFORE UPDATE ON Card BEGIN SELECT RAISE(FAIL, 'refused'); "
                "END");
@@ -419,7 +427,7 @@ TEST_F(AccessLevel, ASetThatFailsAtTheCardChangesNothing)
     EXPECT_EQ(Assigned(7).size(), 3U);
 }
 
-TEST_F(AccessLevel, ASetThatFailsAtTheOldAssignmentsHasSetTheKind)
+TEST_F(AccessLevel, SetThatFailsAtOldAssignmentsHasSetSelectType)
 {
     panel_.Run("CREATE TRIGGER Refuse BEFORE DELETE ON CardAccessLevel BEGIN SELECT RAISE(FAIL, "
                "'refused'); END");
@@ -429,7 +437,7 @@ TEST_F(AccessLevel, ASetThatFailsAtTheOldAssignmentsHasSetTheKind)
     EXPECT_EQ(Assigned(7).size(), 3U);
 }
 
-TEST_F(AccessLevel, ASetThatFailsAtANewAssignmentKeepsTheOnesBefore)
+TEST_F(AccessLevel, SetThatFailsAtNewAssignmentKeepsEarlierOnes)
 {
     panel_.Run("CREATE TRIGGER Refuse BEFORE INSERT ON CardAccessLevel WHEN NEW.AccessLevelNo=3 "
                "BEGIN SELECT RAISE(FAIL, 'refused'); END");
@@ -437,7 +445,7 @@ TEST_F(AccessLevel, ASetThatFailsAtANewAssignmentKeepsTheOnesBefore)
                     {"UPDATE Card SET SelectType=1 WHERE No=7",
                      "DELETE FROM CardAccessLevel WHERE CardNo=7", InsertOf(3, 7, 1),
                      InsertOf(4, 7, 2)});
-    EXPECT_EQ(Assigned(7), std::vector<Row>({{"1", "3", "1"}, {"1", "4", "2"}}));
+    EXPECT_THAT(Assigned(7), ElementsAre(Row{"1", "3", "1"}, Row{"1", "4", "2"}));
 }
 
 TEST_F(AccessLevel, EachCommandNeedsItsRight)
@@ -448,13 +456,13 @@ TEST_F(AccessLevel, EachCommandNeedsItsRight)
     ExpectNeedsRight("SetCardAccessLevel?CardNo=7&AccessLevelNo=1", 4, 2);
 }
 
-TEST_F(AccessLevel, EachCommandFailsWhileTheDatabaseCannotBeOpened)
+TEST_F(AccessLevel, EachCommandFailsWhileDatabaseCannotBeOpened)
 {
     ExpectNeedsDatabase("GetAccessLevel?LevelNo=2");
     ExpectNeedsDatabase("GetAccessLevelEx?");
     ExpectNeedsDatabase("GetCardAccessLevel?CardNo=7");
     ExpectNeedsDatabase("SetCardAccessLevel?CardNo=7&AccessLevelNo=1");
-    EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+    EXPECT_THAT(panel_.Journal(), IsEmpty());
     EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 5, 0, kPlainAndGroups));
 }
 

@@ -1,5 +1,8 @@
 #include "support/CommandTest.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -9,8 +12,12 @@ namespace nimbra::test {
 
 namespace {
 
-/// Outputs that are on, off, of another value and NULL; door relays of the same numbers say the
-/// opposite, and door 4, with an inverted contact, has the number of an output.
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+/// Outputs that are on, off, of another value and NULL. Door relays of the same numbers have the
+/// opposite state, and door 4, with an inverted contact, has the number of an output.
 constexpr char kOutputs[] = R"(
 DELETE FROM RelayStatus;
 UPDATE Door SET DoorContactState=1;
@@ -27,7 +34,7 @@ protected:
 
 } // namespace
 
-TEST_F(AuxOutput, GetAuxOutputTellsWhetherTheRelayIsOn)
+TEST_F(AuxOutput, GetAuxOutputReturnsRelayState)
 {
     struct Output
     {
@@ -39,14 +46,14 @@ TEST_F(AuxOutput, GetAuxOutputTellsWhetherTheRelayIsOn)
                   "GetAuxOutputResponse?Result=0&Status=" + std::to_string(output.Status));
 }
 
-TEST_F(AuxOutput, GetAuxOutputFailsWithoutARelay)
+TEST_F(AuxOutput, GetAuxOutputFailsWithoutRelay)
 {
     ExpectFails("GetAuxOutput?Port=5");
     ExpectFails("GetAuxOutput?Port=-1");
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(AuxOutput, GetAuxOutputReadsItsKeyAndAsksForPortZeroWithoutIt)
+TEST_F(AuxOutput, GetAuxOutputReadsItsKeyAndDefaultsToPortZero)
 {
     ExpectReadsKeys("GetAuxOutput?Port=1");
     ExpectFails("GetAuxOutput?");
@@ -54,7 +61,7 @@ TEST_F(AuxOutput, GetAuxOutputReadsItsKeyAndAsksForPortZeroWithoutIt)
     EXPECT_EQ(Ask("GetAuxOutput?"), "GetAuxOutputResponse?Result=0&Status=1");
 }
 
-TEST_F(AuxOutput, SetAuxOutputRunsTheCommandToolAndThenAudits)
+TEST_F(AuxOutput, SetAuxOutputRunsCommandToolAndThenAudits)
 {
     struct Control
     {
@@ -72,15 +79,14 @@ TEST_F(AuxOutput, SetAuxOutputRunsTheCommandToolAndThenAudits)
         SCOPED_TRACE(control.Keys);
         const std::size_t calls = panel_.Calls().size();
         EXPECT_EQ(Ask("SetAuxOutput?" + control.Keys), "SetAuxOutputResponse?Result=0");
-        EXPECT_EQ(panel_.Calls(calls),
-                  std::vector<panel::Call>({control.Command, AuditCall(11415)}));
+        EXPECT_THAT(panel_.Calls(calls), ElementsAre(control.Command, AuditCall(11415)));
     }
     EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "SetAuxOutput", "Invalid Token: Unknown"),
               1U);
-    EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+    EXPECT_THAT(panel_.Journal(), IsEmpty());
 }
 
-TEST_F(AuxOutput, ASwitchedOutputReportsItself)
+TEST_F(AuxOutput, SwitchedOutputIsReported)
 {
     EXPECT_EQ(Ask("SetAuxOutput?Port=2&Control=5"), "SetAuxOutputResponse?Result=0");
     EXPECT_EQ(Ask("GetAuxOutput?Port=2"), "GetAuxOutputResponse?Result=0&Status=1");
@@ -90,26 +96,26 @@ TEST_F(AuxOutput, ASwitchedOutputReportsItself)
 
 TEST_F(AuxOutput, SetAuxOutputDoesNotPause)
 {
-    double quickest = 10;
+    double shortest = 10;
     for (int i = 0; i < 20; ++i) {
         const Stopwatch watch;
         EXPECT_EQ(Ask("SetAuxOutput?Port=1&Control=1"), "SetAuxOutputResponse?Result=0");
-        quickest = std::min(quickest, watch.Seconds());
+        shortest = std::min(shortest, watch.Seconds());
     }
-    // With a pause none could be as quick, however slow the machine.
-    EXPECT_LT(quickest, 1.0);
+    // With a pause, no request takes less than a second, also on a fast machine.
+    EXPECT_LT(shortest, 1.0);
 }
 
-TEST_F(AuxOutput, ACommandToolThatFailsOrIsMissingDoesNotMatter)
+TEST_F(AuxOutput, CommandSucceedsWhenCommandToolFailsOrIsMissing)
 {
-    // The panel knows no output 99 and its tool says so.
+    // The panel has no output 99: its tool fails.
     const std::size_t calls = panel_.Calls().size();
     EXPECT_EQ(Ask("SetAuxOutput?Port=99&Control=1"), "SetAuxOutputResponse?Result=0");
-    EXPECT_EQ(panel_.Calls(calls),
-              std::vector<panel::Call>({{"auxout", "99", "on"}, AuditCall(11415)}));
+    EXPECT_THAT(panel_.Calls(calls),
+                ElementsAre(panel::Call{"auxout", "99", "on"}, AuditCall(11415)));
     std::filesystem::remove(panel_.Paths().CommandTool);
     EXPECT_EQ(Ask("SetAuxOutput?Port=1&Control=0"), "SetAuxOutputResponse?Result=0");
-    EXPECT_EQ(panel_.Calls(calls).size(), 2U);
+    EXPECT_THAT(panel_.Calls(calls), SizeIs(2));
 }
 
 TEST_F(AuxOutput, SetAuxOutputNeedsNoDatabase)
@@ -125,7 +131,7 @@ TEST_F(AuxOutput, EachCommandNeedsItsRight)
     ExpectNeedsRight("SetAuxOutput?Port=1", 1, 25);
 }
 
-TEST_F(AuxOutput, GetAuxOutputFailsWithoutADatabaseOrItsTable)
+TEST_F(AuxOutput, GetAuxOutputFailsWithoutDatabaseOrTable)
 {
     ExpectNeedsDatabase("GetAuxOutput?Port=1");
     EXPECT_EQ(Ask("GetAuxOutput?Port=1"), "GetAuxOutputResponse?Result=0&Status=1");

@@ -26,7 +26,7 @@ protected:
 
 } // namespace
 
-TEST_F(CardFormat, GetCardFormatTellsEveryField)
+TEST_F(CardFormat, GetCardFormatReturnsEveryField)
 {
     EXPECT_EQ(Ask("GetCardFormat?FormatNo=2"), "GetCardFormatResponse?Result=0&" + kRows[0]);
     EXPECT_EQ(Ask("GetCardFormat?FormatNo=3"), "GetCardFormatResponse?Result=0&" + kRows[1]);
@@ -38,7 +38,7 @@ TEST_F(CardFormat, NullColumnsReadAsEmptyAndZero)
     EXPECT_EQ(Ask("GetCardFormat?FormatNo=5"), "GetCardFormatResponse?Result=0&" + kRows[2]);
 }
 
-TEST_F(CardFormat, GetCardFormatReadsItsKeyAndAsksForFormatZeroWithoutIt)
+TEST_F(CardFormat, GetCardFormatReadsItsKeyAndDefaultsToFormatZero)
 {
     ExpectReadsKeys("GetCardFormat?FormatNo=3");
     ExpectFails("GetCardFormat?");
@@ -66,7 +66,7 @@ TEST_F(CardFormat, GetCardFormatExListsEveryFormat)
     ExpectReadsKeys("GetCardFormatEx?Offset=2&Limit=3");
 }
 
-TEST_F(CardFormat, OffsetAndLimitAreNotAppliedAndTheOffsetIsEchoed)
+TEST_F(CardFormat, OffsetAndLimitAreNotAppliedAndOffsetIsEchoed)
 {
     EXPECT_EQ(AskList("GetCardFormatEx?Offset=5&Limit=1"),
               ListAnswer("GetCardFormatEx", 4, 5, kRows));
@@ -74,7 +74,7 @@ TEST_F(CardFormat, OffsetAndLimitAreNotAppliedAndTheOffsetIsEchoed)
     EXPECT_EQ(AskList("GetCardFormatEx?Limit=2"), ListAnswer("GetCardFormatEx", 4, 0, kRows));
 }
 
-TEST_F(CardFormat, MoreThanAPageOfFormatsIsListedWhole)
+TEST_F(CardFormat, ListLongerThanPageIsComplete)
 {
     panel_.Run("DELETE FROM CardFormat; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
                "FROM N WHERE No < 90) INSERT INTO CardFormat (No, Name, IsDefault) SELECT No, "
@@ -86,7 +86,7 @@ TEST_F(CardFormat, MoreThanAPageOfFormatsIsListedWhole)
                          "FROM CardFormat ORDER BY No")));
 }
 
-TEST_F(CardFormat, ListKeepsTheOrderOfTheDatabase)
+TEST_F(CardFormat, ListKeepsDatabaseOrder)
 {
     panel_.DropKeys("CardFormat");
     panel_.Run("INSERT INTO CardFormat (No, Name, IsDefault) VALUES (3, 'b', 0), (1, 'c', 1), "
@@ -97,7 +97,7 @@ TEST_F(CardFormat, ListKeepsTheOrderOfTheDatabase)
                           "FormatNo=2&Name=a&Default=0"}));
 }
 
-TEST_F(CardFormat, AnEmptyTableFails)
+TEST_F(CardFormat, EmptyTableFails)
 {
     panel_.Run("DELETE FROM CardFormat");
     ExpectFails("GetCardFormatEx?");
@@ -110,7 +110,7 @@ TEST_F(CardFormat, EachCommandNeedsItsRight)
     ExpectNeedsRight("GetCardFormatEx?Limit=1", 5, 0);
 }
 
-TEST_F(CardFormat, EachCommandFailsWithoutADatabaseOrItsTable)
+TEST_F(CardFormat, EachCommandFailsWithoutDatabaseOrTable)
 {
     ExpectNeedsDatabase("GetCardFormat?FormatNo=2");
     ExpectNeedsDatabase("GetCardFormatEx?");

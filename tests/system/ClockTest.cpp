@@ -1,4 +1,4 @@
-// The clock of the system set forward and back by an hour while the agent is at work.
+// The system clock is set forward and back by an hour while the agent runs.
 
 #include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
@@ -18,23 +18,23 @@ namespace {
 
 constexpr std::int64_t kHour = 3600;
 
-/// More than any wait takes that begins anew.
-constexpr milliseconds kAnew = seconds(60);
+/// Longer than any wait that starts again.
+constexpr milliseconds kRestarted = seconds(60);
 
 class Clock : public ::testing::Test
 {
 protected:
     Clock() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
 
-    /// Waits until the cloud server has had so many heartbeats.
-    bool WaitForBeats(std::size_t count)
+    /// Waits until the cloud server has received `count` heartheartbeats.
+    bool WaitForHeartheartbeats(std::size_t count)
     {
         return WaitUntil(
             [&] {
                 static_cast<void>(agent_.Log());
                 return server_.Count("HeartBeat?") >= count;
             },
-            kAnew);
+            kRestarted);
     }
 
     void SetBack() { faults_.SetClock(-kHour); }
@@ -46,25 +46,25 @@ protected:
     Agent agent_{faults_.Preloaded()};
 };
 
-TEST_F(Clock, SetBackEndsASilentSessionAllTheSame)
+TEST_F(Clock, SilentSessionEndsAfterClockIsSetBack)
 {
     ManagementClient silent = LoggedIn();
     const Stopwatch watch;
     SetBack();
-    EXPECT_TRUE(silent.IsClosedByPeer(kAnew));
+    EXPECT_TRUE(silent.IsClosedByPeer(kRestarted));
     EXPECT_GT(watch.Seconds(), 9);
 }
 
-TEST_F(Clock, SetBackEndsAnUploadWhoseBytesDoNotCome)
+TEST_F(Clock, StalledUploadEndsAfterClockIsSetBack)
 {
     ManagementClient client = LoggedIn();
     client.Send("SetUserImage?UserNo=1&FileName=half.jpg&Size=1000\nhalf");
     EXPECT_TRUE(client.IsSilent(milliseconds(500)));
     SetBack();
-    EXPECT_EQ(client.ReadLine(kAnew), "SetUserImageResponse?Result=3");
+    EXPECT_EQ(client.ReadLine(kRestarted), "SetUserImageResponse?Result=3");
 }
 
-TEST_F(Clock, SetBackKeepsASessionThatSendsLines)
+TEST_F(Clock, ActiveSessionStaysOpenAfterClockIsSetBack)
 {
     ManagementClient client = LoggedIn();
     SetBack();
@@ -74,21 +74,21 @@ TEST_F(Clock, SetBackKeepsASessionThatSendsLines)
     }
 }
 
-TEST_F(Clock, SetBackLeavesTheHeartbeatsOfTheCloudLinkGoingOn)
+TEST_F(Clock, CloudHeartheartbeatsContinueAfterClockIsSetBack)
 {
-    ASSERT_TRUE(WaitForBeats(2));
+    ASSERT_TRUE(WaitForHeartheartbeats(2));
     SetBack();
-    EXPECT_TRUE(WaitForBeats(server_.Count("HeartBeat?") + 3));
+    EXPECT_TRUE(WaitForHeartheartbeats(server_.Count("HeartBeat?") + 3));
 }
 
-TEST_F(Clock, SetForwardLeavesTheHeartbeatsOfTheCloudLinkGoingOn)
+TEST_F(Clock, CloudHeartheartbeatsContinueAfterClockIsSetForward)
 {
-    ASSERT_TRUE(WaitForBeats(2));
+    ASSERT_TRUE(WaitForHeartheartbeats(2));
     SetForward();
-    EXPECT_TRUE(WaitForBeats(server_.Count("HeartBeat?") + 3));
+    EXPECT_TRUE(WaitForHeartheartbeats(server_.Count("HeartBeat?") + 3));
 }
 
-TEST_F(Clock, SetBackLeavesTheRegistrationBeingTriedAgain)
+TEST_F(Clock, RegistrationIsRetriedAfterClockIsSetBack)
 {
     server_.SetAnswer(
         [](const std::string &) { return cloud::Reply{"SetDeviceInfoResponse?Result=5\n"}; });
@@ -98,7 +98,7 @@ TEST_F(Clock, SetBackLeavesTheRegistrationBeingTriedAgain)
                                       seconds(90)));
 }
 
-TEST_F(Clock, SetForwardEndsSessionsAndServesNewOnes)
+TEST_F(Clock, SessionsEndAndNewOnesAreServedAfterClockIsSetForward)
 {
     ManagementClient client = LoggedIn();
     SetForward();
@@ -107,22 +107,22 @@ TEST_F(Clock, SetForwardEndsSessionsAndServesNewOnes)
     EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
 }
 
-TEST_F(Clock, SetForwardAndBackAgainLeavesNothingStanding)
+TEST_F(Clock, SessionsAndHeartheartbeatsContinueAfterClockIsSetForwardAndBack)
 {
     ManagementClient client = LoggedIn();
     SetForward();
     EXPECT_TRUE(client.IsClosedByPeer());
     ManagementClient silent = LoggedIn();
-    ASSERT_TRUE(WaitForBeats(1));
-    const std::size_t beats = server_.Count("HeartBeat?");
+    ASSERT_TRUE(WaitForHeartheartbeats(1));
+    const std::size_t heartbeats = server_.Count("HeartBeat?");
     faults_.SetClock(0);
     ManagementClient next = LoggedIn();
     EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
-    EXPECT_TRUE(silent.IsClosedByPeer(kAnew));
-    EXPECT_TRUE(WaitForBeats(beats + 2));
+    EXPECT_TRUE(silent.IsClosedByPeer(kRestarted));
+    EXPECT_TRUE(WaitForHeartheartbeats(heartbeats + 2));
 }
 
-TEST_F(Clock, ShowsItsNewTimeInTheLog)
+TEST_F(Clock, LogShowsNewTimeAfterClockIsSetForward)
 {
     SetForward();
     ManagementClient client;
