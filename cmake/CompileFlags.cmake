@@ -27,7 +27,7 @@ if(NIMBRA_COVERAGE)
 endif()
 
 if(NIMBRA_FUZZ)
-    # Tells a fuzzer which parts of the code an input reaches.
+    # Reports to a fuzzer which parts of the code an input reaches.
     target_compile_options(nimbra_flags INTERFACE -fsanitize=fuzzer-no-link)
     target_link_options(nimbra_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
