@@ -1,5 +1,5 @@
-# What the cross toolchains share. The libraries are those that script/sysroot lays out; programs of
-# the build itself come from this machine, and programs for the panel are run by an emulator.
+# Shared by the cross toolchains. The libraries are those that script/sysroot unpacks; programs of
+# the build itself come from this machine, and an emulator runs programs for the panel.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${NIMBRA_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${NIMBRA_TRIPLET}-g++)
