@@ -113,8 +113,11 @@ bool ConfigManager::ReadServerInfo()
                                  "IFNULL(Port, 0), IFNULL(DevicePort, 0) FROM Cloud"));
     const bool isFound = row.Step();
     if (isFound) {
-        CloudEnable = row.Number(0) != 0;
-        PrivatePort = row.Number(3);
+        std::int32_t isEnabled = 0;
+        FixedText<31> serverAddr;
+        std::int32_t serverPort = 0;
+        row.Read(&isEnabled, &serverAddr, &serverPort, &PrivatePort);
+        CloudEnable = isEnabled != 0;
     }
     // The cloud's endpoint is fixed in the program, whatever the panel's row says.
     CloudServerAddr.Assign(kDefaultCloudHost);
@@ -133,8 +136,10 @@ bool ConfigManager::ReadNetworkInfo()
         ModelName.Clear();
         return false;
     }
-    PrivateAddr.Assign(row.Text(0));
-    ModelName = NameOf(row.Number(1), row.Number(2));
+    std::int32_t model = 0;
+    std::int32_t size = 0;
+    row.Read(&PrivateAddr, &model, &size);
+    ModelName = NameOf(model, size);
     return true;
 }
 

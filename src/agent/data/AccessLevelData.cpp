@@ -20,8 +20,7 @@ void ListLevels(Database &panel, const char *tableAndCondition, std::int32_t sel
     while (row.Step()) {
         AccessLevelInfo &level = rows->emplace_back();
         level.SelectType = selectType;
-        level.LevelNo = row.Number(0);
-        level.Name.Assign(row.Text(1));
+        row.Read(&level.LevelNo, &level.Name);
     }
 }
 
@@ -39,7 +38,7 @@ bool DataManager::GetAccessLevel(AccessLevelInfo *level)
                           level->LevelNo));
     if (!row.Step())
         return false;
-    level->Name.Assign(row.Text(0));
+    row.Read(&level->Name);
     return true;
 }
 
@@ -67,15 +66,17 @@ bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
                    SqlText("SELECT IFNULL(SelectType, 0) FROM Card WHERE No=%d", levels->CardNo));
     if (!card.Step())
         return false;
-    levels->SelectType = card.Number(0);
+    card.Read(&levels->SelectType);
     std::string list;
     Statement row(panel, SqlText("SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=%d",
                                  levels->CardNo));
     while (row.Step()) {
-        const std::string number = (list.empty() ? "" : " ") + std::to_string(row.Number(0));
-        if (list.size() + number.size() > kLevelListSize)
+        std::int32_t number = 0;
+        row.Read(&number);
+        const std::string word = (list.empty() ? "" : " ") + std::to_string(number);
+        if (list.size() + word.size() > kLevelListSize)
             break;
-        list += number;
+        list += word;
     }
     levels->AccessLevelNo.Assign(list);
     return true;

@@ -15,19 +15,12 @@ constexpr char kColumns[] =
 /// A card whose format is gone is not found.
 constexpr char kTables[] = "Card AS A JOIN CardFormat AS B ON A.CardFormatNo = B.No";
 
-/// Takes over the columns of kColumns, which begin at column `first`.
-void ReadCard(const Statement &row, int first, CardInfo *card)
+/// Reads the columns of kColumns.
+void ReadCard(Statement &row, CardInfo *card)
 {
-    card->UserNo = row.Number(first);
-    card->FormatNo = row.Number(first + 1);
-    card->FormatName.Assign(row.Text(first + 2));
-    card->CardNumber.Assign(row.Text(first + 3));
-    card->KeyNumber = row.Number(first + 4);
-    card->CardStatus = row.Number(first + 5);
-    card->CardType = row.Number(first + 6);
-    card->NeverExpire = row.Number(first + 7);
-    card->ActDate = row.Number(first + 8);
-    card->ExpDate = row.Number(first + 9);
+    row.Read(&card->UserNo, &card->FormatNo, &card->FormatName, &card->CardNumber, &card->KeyNumber,
+             &card->CardStatus, &card->CardType, &card->NeverExpire, &card->ActDate,
+             &card->ExpDate);
 }
 
 } // namespace
@@ -43,8 +36,7 @@ bool DataManager::GetCardFormat(CardFormatInfo *format)
                           format->FormatNo));
     if (!row.Step())
         return false;
-    format->Name.Assign(row.Text(0));
-    format->Default = row.Number(1);
+    row.Read(&format->Name, &format->Default);
     return true;
 }
 
@@ -59,9 +51,7 @@ bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
                   SqlText("SELECT No, IFNULL(Name, ''), IFNULL(IsDefault, 0) FROM CardFormat"));
     while (row.Step()) {
         CardFormatInfo &format = rows->emplace_back();
-        format.FormatNo = row.Number(0);
-        format.Name.Assign(row.Text(1));
-        format.Default = row.Number(2);
+        row.Read(&format.FormatNo, &format.Name, &format.Default);
     }
     page->Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();
@@ -75,7 +65,7 @@ bool DataManager::GetCardInfo(CardInfo *card)
     Statement row(panel, SqlText("SELECT %s FROM %s WHERE A.No=%d", kColumns, kTables, card->No));
     if (!row.Step())
         return false;
-    ReadCard(row, 0, card);
+    ReadCard(row, card);
     return true;
 }
 
@@ -93,8 +83,8 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
     Statement row(panel, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
     while (row.Step()) {
         CardInfo &card = rows->emplace_back();
-        card.No = row.Number(0);
-        ReadCard(row, 1, &card);
+        row.Read(&card.No);
+        ReadCard(row, &card);
     }
     filter->Page.Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();

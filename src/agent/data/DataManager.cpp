@@ -22,9 +22,9 @@ std::mutex DataManager::changeTurn_;
 namespace {
 
 /// Whether a stored password, a digest in either case, is that of the password given.
-bool IsDigest(const char *stored, const FixedText<64> &digest)
+bool IsDigest(const FixedText<68> &stored, const FixedText<64> &digest)
 {
-    return strcasecmp(FixedText<68>(stored).Get(), digest.Get()) == 0;
+    return strcasecmp(stored.Get(), digest.Get()) == 0;
 }
 
 /// Writes a row of the journal; false when that fails.
@@ -63,24 +63,36 @@ bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<6
     Database panel(kMainDatabase, kLogSource);
     if (!panel.IsOpen())
         return false;
+    FixedText<68> stored;
     Statement controller(
         panel, SqlText("SELECT IFNULL(Password, '') FROM Controller WHERE No=1 AND ID='%s'",
                        userName.Get()));
-    if (controller.Step() && IsDigest(controller.Text(0), digest)) {
-        authority->GrantAll();
-        return true;
+    if (controller.Step()) {
+        controller.Read(&stored);
+        if (IsDigest(stored, digest)) {
+            authority->GrantAll();
+            return true;
+        }
     }
     Statement user(panel,
                    SqlText("SELECT UserRole, IFNULL(Password, '') FROM WebUser WHERE ID='%s'",
                            userName.Get()));
-    if (!user.Step() || !IsDigest(user.Text(1), digest))
+    if (!user.Step())
+        return false;
+    std::int32_t role = 0;
+    user.Read(&role, &stored);
+    if (!IsDigest(stored, digest))
         return false;
     Statement rights(
         panel,
         SqlText("SELECT FormIndex, IFNULL(Authority, 0) FROM UserRoleTable WHERE UserRole=%d",
-                user.Number(0)));
-    while (rights.Step())
-        authority->GrantRoleRight(rights.Number(0), rights.Number(1));
+                role));
+    while (rights.Step()) {
+        std::int32_t formIndex = 0;
+        std::int32_t right = 0;
+        rights.Read(&formIndex, &right);
+        authority->GrantRoleRight(formIndex, right);
+    }
     return true;
 }
 

@@ -41,8 +41,11 @@ int Database::Execute(const char *sql)
 
 std::int32_t Database::FirstNumber(const SqlText &sql)
 {
+    std::int32_t number = 0;
     Statement query(*this, sql);
-    return query.Step() ? query.Number(0) : 0;
+    if (query.Step())
+        query.Read(&number);
+    return number;
 }
 
 bool Database::IsLocked() const
@@ -64,17 +67,18 @@ Statement::~Statement()
 
 bool Statement::Step()
 {
+    column_ = 0;
     return sqlite3_step(handle_) == SQLITE_ROW;
 }
 
-std::int32_t Statement::Number(int column) const
+void Statement::ReadColumn(std::int32_t *number)
 {
-    return sqlite3_column_int(handle_, column);
+    *number = sqlite3_column_int(handle_, column_++);
 }
 
-const char *Statement::Text(int column) const
+const char *Statement::NextText()
 {
-    const unsigned char *text = sqlite3_column_text(handle_, column);
+    const unsigned char *text = sqlite3_column_text(handle_, column_++);
     return text == nullptr ? "" : reinterpret_cast<const char *>(text);
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "base/FixedText.h"
 #include "base/Log.h"
 
+#include <cstddef>
 #include <cstdint>
 
 struct sqlite3;
@@ -57,13 +59,27 @@ public:
     /// Moves to the next row; false when there is none, or on an error.
     [[nodiscard]] bool Step();
 
-    /// The low 32 bits of a column of the current row; 0 for NULL and for text without digits.
-    [[nodiscard]] std::int32_t Number(int column) const;
-    /// A column of the current row as text, valid until the next Step.
-    [[nodiscard]] const char *Text(int column) const;
+    /// Reads the next columns of the current row into the fields, in order, beginning with the
+    /// first: a number keeps its low 32 bits, 0 for NULL and for text without digits; a text is cut
+    /// to its field, empty for NULL.
+    template <class... Fields>
+    void Read(Fields *...fields)
+    {
+        (ReadColumn(fields), ...);
+    }
 
 private:
+    void ReadColumn(std::int32_t *number);
+    template <std::size_t N>
+    void ReadColumn(FixedText<N> *text)
+    {
+        text->Assign(NextText());
+    }
+    [[nodiscard]] const char *NextText();
+
     sqlite3_stmt *handle_ = nullptr;
+    /// The column that is read next.
+    int column_ = 0;
 };
 
 } // namespace nimbra

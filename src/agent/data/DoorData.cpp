@@ -31,7 +31,7 @@ bool ReadName(Database &panel, DoorInfo *door)
                                  door->DoorNo));
     if (!row.Step())
         return false;
-    door->Name.Assign(row.Text(0));
+    row.Read(&door->Name);
     return true;
 }
 
@@ -40,8 +40,7 @@ void ListDoors(Database &panel, const SqlText &condition, RowList<DoorInfo> *row
     Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
     while (row.Step()) {
         DoorInfo &door = rows->emplace_back();
-        door.DoorNo = row.Number(0);
-        door.Name.Assign(row.Text(1));
+        row.Read(&door.DoorNo, &door.Name);
     }
 }
 
@@ -91,7 +90,9 @@ bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)
                                    doorNo));
     if (!relay.Step())
         return false;
-    *status = (relay.Number(0) == 1) != isInverted ? 1 : 0;
+    std::int32_t isOn = 0;
+    relay.Read(&isOn);
+    *status = (isOn == 1) != isInverted ? 1 : 0;
     return true;
 }
 
@@ -113,7 +114,9 @@ bool DataManager::GetAuxOutput(std::int32_t outputNo, std::int32_t *status)
                                    outputNo));
     if (!relay.Step())
         return false;
-    *status = relay.Number(0) == 1 ? 1 : 0;
+    std::int32_t isOn = 0;
+    relay.Read(&isOn);
+    *status = isOn == 1 ? 1 : 0;
     return true;
 }
 

@@ -14,7 +14,7 @@ bool DataManager::GetEventCode(EventCodeInfo *code)
                   SqlText("SELECT IFNULL(Name, '') FROM EventCode WHERE EventCode=%d", code->Code));
     if (!row.Step())
         return false;
-    code->Desc.Assign(row.Text(0));
+    row.Read(&code->Desc);
     return true;
 }
 
@@ -31,8 +31,7 @@ bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo>
     Statement row(panel, SqlText("SELECT EventCode, IFNULL(Name, '') FROM EventCode ") + condition);
     while (row.Step()) {
         EventCodeInfo &code = rows->emplace_back();
-        code.Code = row.Number(0);
-        code.Desc.Assign(row.Text(1));
+        row.Read(&code.Code, &code.Desc);
     }
     filter->Page.Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();

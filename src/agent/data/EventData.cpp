@@ -16,19 +16,12 @@ constexpr char kTables[] = "Log AS A JOIN Nimbra.EventCode AS B ON A.EventCode=B
 /// What every list reports as its Total: clients rely on the fixed number, which is no count.
 constexpr std::int32_t kTotal = 100000;
 
-/// Takes over the columns of kColumns, which begin at column `first`.
-void ReadEvent(const Statement &row, int first, EventInfo *event)
+/// Reads the columns of kColumns.
+void ReadEvent(Statement &row, EventInfo *event)
 {
-    event->Date = row.Number(first);
-    event->DeviceType = row.Number(first + 1);
-    event->DevicePort = row.Number(first + 2);
-    event->DeviceName.Assign(row.Text(first + 3));
-    event->EventCode = row.Number(first + 4);
-    event->EventDesc.Assign(row.Text(first + 5));
-    event->CardNo = row.Number(first + 6);
-    event->UserNo = row.Number(first + 7);
-    event->UserName.Assign(row.Text(first + 8));
-    event->VideoTag = row.Number(first + 9);
+    row.Read(&event->Date, &event->DeviceType, &event->DevicePort, &event->DeviceName,
+             &event->EventCode, &event->EventDesc, &event->CardNo, &event->UserNo, &event->UserName,
+             &event->VideoTag);
 }
 
 SqlText Condition(const EventFilter &filter)
@@ -60,7 +53,7 @@ bool DataManager::GetEventLog(EventInfo *event)
                   SqlText("SELECT %s FROM %s WHERE A.No = %d", kColumns, kTables, event->EventNo));
     if (!row.Step())
         return false;
-    ReadEvent(row, 0, event);
+    ReadEvent(row, event);
     return true;
 }
 
@@ -77,8 +70,8 @@ bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
     Statement row(log, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
     while (row.Step()) {
         EventInfo &event = rows->emplace_back();
-        event.EventNo = row.Number(0);
-        ReadEvent(row, 1, &event);
+        row.Read(&event.EventNo);
+        ReadEvent(row, &event);
     }
     filter->Page.Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();

@@ -15,7 +15,7 @@ bool DataManager::GetThreatInfo(ThreatInfo *threat)
                                  threat->Level));
     if (!row.Step())
         return false;
-    threat->Desc.Assign(row.Text(0));
+    row.Read(&threat->Desc);
     return true;
 }
 
@@ -29,8 +29,7 @@ bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
     Statement row(panel, SqlText("SELECT Level, IFNULL(ThreatName, '') FROM ThreatLevel"));
     while (row.Step()) {
         ThreatInfo &threat = rows->emplace_back();
-        threat.Level = row.Number(0);
-        threat.Desc.Assign(row.Text(1));
+        row.Read(&threat.Level, &threat.Desc);
     }
     page->Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();
@@ -44,7 +43,7 @@ bool DataManager::GetThreatLevel(std::int32_t *level)
     Statement row(panel, SqlText("SELECT IFNULL(ThreatStatus, 0) FROM Threat"));
     if (!row.Step())
         return false;
-    *level = row.Number(0);
+    row.Read(level);
     return true;
 }
 
@@ -55,7 +54,7 @@ bool DataManager::SetThreatLevel(std::int32_t level)
         Database panel(kMainDatabase, kLogSource);
         if (!panel.IsOpen())
             return false;
-        // The one change that is not journalled: the command tool tells the panel of it.
+        // The one change that is not journalled: the command tool informs the panel.
         if (panel.Execute(SqlText("UPDATE Threat SET ThreatStatus=%d", level)) != 0) {
             NIMBRA_LOG("sqlite3_exec fail");
             return false;

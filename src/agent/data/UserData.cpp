@@ -12,18 +12,11 @@ constexpr char kColumns[] =
     "IFNULL(CellPhone, ''), IFNULL(Email, ''), IFNULL(Ada, 0), IFNULL(Exempt, 0), "
     "IFNULL(ThreatLevel, 0)";
 
-/// Takes over the columns of kColumns, which begin at column `first`.
-void ReadUser(const Statement &row, int first, UserInfo *user)
+/// Reads the columns of kColumns.
+void ReadUser(Statement &row, UserInfo *user)
 {
-    user->FirstName.Assign(row.Text(first));
-    user->MiddleName.Assign(row.Text(first + 1));
-    user->LastName.Assign(row.Text(first + 2));
-    user->PhoneNumber.Assign(row.Text(first + 3));
-    user->CellPhone.Assign(row.Text(first + 4));
-    user->Email.Assign(row.Text(first + 5));
-    user->Ada = row.Number(first + 6);
-    user->Exempt = row.Number(first + 7);
-    user->ThreatLevel = row.Number(first + 8);
+    row.Read(&user->FirstName, &user->MiddleName, &user->LastName, &user->PhoneNumber,
+             &user->CellPhone, &user->Email, &user->Ada, &user->Exempt, &user->ThreatLevel);
 }
 
 SqlText Condition(const UserInfo &user)
@@ -54,7 +47,7 @@ bool DataManager::GetUserInfo(UserInfo *user)
     Statement row(panel, SqlText("SELECT %s FROM User WHERE No=%d", kColumns, user->UserNo));
     if (!row.Step())
         return false;
-    ReadUser(row, 0, user);
+    ReadUser(row, user);
     return true;
 }
 
@@ -70,8 +63,8 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
     Statement row(panel, SqlText("SELECT No, %s FROM User ", kColumns) + condition);
     while (row.Step()) {
         UserInfo &user = rows->emplace_back();
-        user.UserNo = row.Number(0);
-        ReadUser(row, 1, &user);
+        row.Read(&user.UserNo);
+        ReadUser(row, &user);
     }
     filter->Page.Count = static_cast<std::int32_t>(rows->size());
     return !rows->empty();

@@ -21,7 +21,7 @@ bool DataManager::GetUserImage(UserImage *image)
                   SqlText("SELECT IFNULL(ImageFile, '') FROM User WHERE No=%d", image->UserNo));
     if (!row.Step())
         return false;
-    image->FileName.Assign(row.Text(0));
+    row.Read(&image->FileName);
     return image->FileName.View().size() >= kShortestName;
 }
 

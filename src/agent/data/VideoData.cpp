@@ -29,14 +29,8 @@ bool ReadChannel(Database &panel, const SqlText &condition, VideoInfo *video)
                    condition);
     if (!row.Step())
         return false;
-    video->Name.Assign(row.Text(0));
-    video->Type = row.Number(1);
-    video->Address.Assign(row.Text(2));
-    video->Port = row.Number(3);
-    video->Username.Assign(row.Text(4));
-    video->Password.Assign(row.Text(5));
-    video->Channel = row.Number(6);
-    video->CameraID.Assign(row.Text(7));
+    row.Read(&video->Name, &video->Type, &video->Address, &video->Port, &video->Username,
+             &video->Password, &video->Channel, &video->CameraID);
     return true;
 }
 

@@ -10,7 +10,9 @@
 #include <sqlite3.h>
 
 #include <atomic>
+#include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,38 +194,72 @@ TEST_F(DatabaseTest, StepsThroughTheRowsOfAQuery)
     panel_.Run("INSERT INTO Door VALUES (1, 'Front'), (2, NULL), (NULL, '')");
     Database database(path_.c_str(), kSource);
     Statement row(database, SqlText("SELECT No, Name FROM Door ORDER BY rowid"));
+    std::int32_t number = -1;
+    FixedText<8> name;
     ASSERT_TRUE(row.Step());
-    EXPECT_EQ(row.Number(0), 1);
-    EXPECT_STREQ(row.Text(1), "Front");
+    row.Read(&number, &name);
+    EXPECT_EQ(number, 1);
+    EXPECT_STREQ(name.Get(), "Front");
     ASSERT_TRUE(row.Step());
-    EXPECT_EQ(row.Number(0), 2);
-    EXPECT_STREQ(row.Text(1), "");
-    EXPECT_EQ(row.Number(1), 0);
+    row.Read(&number, &name);
+    EXPECT_EQ(number, 2);
+    EXPECT_STREQ(name.Get(), "");
     ASSERT_TRUE(row.Step());
-    EXPECT_EQ(row.Number(0), 0);
-    EXPECT_STREQ(row.Text(0), "");
-    EXPECT_STREQ(row.Text(1), "");
+    row.Read(&number, &name);
+    EXPECT_EQ(number, 0);
+    EXPECT_STREQ(name.Get(), "");
     EXPECT_FALSE(row.Step());
 }
 
-TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsTextAndNumber)
+TEST_F(DatabaseTest, ReadsOnWhereTheLastReadEnded)
 {
     Database database(path_.c_str(), kSource);
-    Statement row(database, SqlText("SELECT 42, '7 doors', 2.5, x'4142', NULL, 'O''Brien', '%s'",
+    Statement row(database, SqlText("SELECT 1, 'two', 3, 'four' UNION ALL SELECT 5, 'six', 7, ''"));
+    std::int32_t first = -1;
+    FixedText<4> second;
+    std::int32_t third = -1;
+    ASSERT_TRUE(row.Step());
+    row.Read(&first);
+    row.Read(&second, &third);
+    EXPECT_EQ(first, 1);
+    EXPECT_STREQ(second.Get(), "two");
+    EXPECT_EQ(third, 3);
+    ASSERT_TRUE(row.Step()) << "with a column left";
+    row.Read(&first, &second);
+    EXPECT_EQ(first, 5) << "each row is read from its first column on";
+    EXPECT_STREQ(second.Get(), "six");
+}
+
+TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsNumbers)
+{
+    Database database(path_.c_str(), kSource);
+    Statement row(database, SqlText("SELECT 42, '7 doors', 2.5, NULL, 4294967301"));
+    ASSERT_TRUE(row.Step());
+    std::int32_t numbers[5] = {};
+    for (std::int32_t &number : numbers)
+        row.Read(&number);
+    EXPECT_EQ(std::vector<std::int32_t>(std::begin(numbers), std::end(numbers)),
+              (std::vector<std::int32_t>{42, 7, 2, 0, 5}));
+    std::int32_t missing = -1;
+    row.Read(&missing);
+    EXPECT_EQ(missing, 0) << "no such column";
+}
+
+TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsTexts)
+{
+    Database database(path_.c_str(), kSource);
+    Statement row(database, SqlText("SELECT 42, 2.5, x'4142', NULL, 'O''Brien', 'a longer text',"
+                                    " '%s'",
                                     "\xc3\xa9\xff"));
     ASSERT_TRUE(row.Step());
-    EXPECT_STREQ(row.Text(0), "42");
-    EXPECT_EQ(row.Number(1), 7);
-    EXPECT_STREQ(row.Text(1), "7 doors");
-    EXPECT_EQ(row.Number(2), 2);
-    EXPECT_STREQ(row.Text(2), "2.5");
-    EXPECT_STREQ(row.Text(3), "AB");
-    EXPECT_EQ(row.Number(4), 0);
-    EXPECT_STREQ(row.Text(4), "");
-    EXPECT_STREQ(row.Text(5), "O'Brien");
-    EXPECT_STREQ(row.Text(6), "\xc3\xa9\xff");
-    EXPECT_EQ(row.Number(99), 0) << "no such column";
-    EXPECT_STREQ(row.Text(99), "");
+    std::vector<std::string> texts;
+    for (int column = 0; column < 8; ++column) {
+        FixedText<8> text("(text)");
+        row.Read(&text);
+        texts.emplace_back(text.Get());
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"42", "2.5", "AB", "", "O'Brien", "a longer",
+                                               "\xc3\xa9\xff", ""}));
 }
 
 TEST_F(DatabaseTest, IsSilentAboutAQueryThatFails)
@@ -298,7 +334,7 @@ TEST_F(DatabaseTest, GivesUpAQueryAfterThreeSecondsOfALock)
     panel_.Run("COMMIT");
 }
 
-TEST_F(DatabaseTest, TellsANumberThatALockHidFromOneThatIsNotThere)
+TEST_F(DatabaseTest, DistinguishesALockedNumberFromAMissingOne)
 {
     Database database(path_.c_str(), kSource);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT MAX(No) FROM Door")), 0);
