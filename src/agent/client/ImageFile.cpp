@@ -33,31 +33,9 @@ std::string PathOf(std::string_view name)
     return std::string(kImageDirectory) + "/" + std::string(name);
 }
 
-bool WriteAll(int file, const std::vector<char> &bytes)
+/// Reads up to the end of the file, or as many bytes as it had when it was opened.
+bool ReadAll(const Descriptor &file, std::vector<char> *bytes)
 {
-    std::size_t written = 0;
-    while (written < bytes.size()) {
-        const ssize_t result = write(file, bytes.data() + written, bytes.size() - written);
-        if (result < 1)
-            return false;
-        written += static_cast<std::size_t>(result);
-    }
-    return true;
-}
-
-} // namespace
-
-bool ReadImageFile(std::string_view name, std::vector<char> *bytes)
-{
-    if (!IsPlainName(name))
-        return false;
-    // Non-blocking, so that a pipe in the directory cannot hold the session.
-    const Descriptor file(open(PathOf(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status = {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > kLargestImage)
-        return false;
-    bytes->resize(static_cast<std::size_t>(status.st_size));
     std::size_t count = 0;
     while (count < bytes->size()) {
         const ssize_t result = read(file.Get(), bytes->data() + count, bytes->size() - count);
@@ -71,18 +49,46 @@ bool ReadImageFile(std::string_view name, std::vector<char> *bytes)
     return true;
 }
 
+bool WriteAll(const Descriptor &file, const std::vector<char> &bytes)
+{
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t result = write(file.Get(), bytes.data() + written, bytes.size() - written);
+        if (result < 1)
+            return false;
+        written += static_cast<std::size_t>(result);
+    }
+    return true;
+}
+
+} // namespace
+
+bool ReadImageFile(std::string_view name, std::vector<char> *bytes)
+{
+    if (!IsPlainName(name))
+        return false;
+    // Non-blocking, so that a pipe in the directory cannot block the session.
+    const Descriptor file(open(PathOf(name).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > kLargestImage)
+        return false;
+    bytes->resize(static_cast<std::size_t>(status.st_size));
+    return ReadAll(file, bytes);
+}
+
 bool WriteImageFile(std::string_view name, const std::vector<char> &bytes)
 {
     if (!IsPlainName(name))
         return false;
     const std::string path = PathOf(name);
-    // From here on no memory is asked for: what could not be had would leave this file behind.
+    // Nothing is allocated after this: a failed allocation would leave the file behind.
     std::string temporary = PathOf(".upload-XXXXXX");
     const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
     if (!file.IsOpen())
         return false;
-    if (WriteAll(file.Get(), bytes) && fchmod(file.Get(), kImageMode) == 0 &&
-        fsync(file.Get()) == 0 && std::rename(temporary.c_str(), path.c_str()) == 0)
+    if (WriteAll(file, bytes) && fchmod(file.Get(), kImageMode) == 0 && fsync(file.Get()) == 0 &&
+        std::rename(temporary.c_str(), path.c_str()) == 0)
         return true;
     unlink(temporary.c_str());
     return false;
