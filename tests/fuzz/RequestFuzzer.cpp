@@ -100,7 +100,7 @@ private:
 
     [[nodiscard]] bool IsAuthorised(const Command &command) const
     {
-        return !command.Area || rights_.Allows(*command.Area, command.Right);
+        return !command.Area || rights_.Allows({*command.Area, command.Right});
     }
 
     [[nodiscard]] static bool IsData(const Exchange &exchange)

@@ -11,8 +11,8 @@ void Log(const LogSite &site, const char *format, ...)
     std::va_list arguments;
     va_start(arguments, format);
     flockfile(stdout);
-    std::printf("DEBUG: %d:%s:%d:%s(): ", static_cast<int>(std::time(nullptr)), site.Source,
-                site.Line, site.Method);
+    std::printf("DEBUG: %d:%s:%d:%.*s(): ", static_cast<int>(std::time(nullptr)), site.Source,
+                site.Line, static_cast<int>(site.Method.size()), site.Method.data());
     std::vprintf(format, arguments);
     std::putchar('\n');
     funlockfile(stdout);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 namespace nimbra {
 
 /// Where a log line comes from: the class's source file, the line and the method of the call.
@@ -7,14 +9,15 @@ struct LogSite
 {
     const char *Source;
     int Line;
-    const char *Method;
+    std::string_view Method;
 };
 
 /// Prints one line "DEBUG: <Unix time>:<source>:<line>:<method>(): <message>" on standard output,
 /// in one piece. Any thread.
 [[gnu::format(printf, 2, 3)]] void Log(const LogSite &site, const char *format, ...);
 
-/// The place of a call, for use as a default argument: names the calling method and its line.
+/// The place of a call: the calling method and its line. A helper that logs on behalf of its caller
+/// takes one as its last argument, with Here() as the default.
 struct CallPlace
 {
     const char *Method;

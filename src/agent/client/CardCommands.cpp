@@ -1,6 +1,5 @@
 #include "client/ClientWorker.h"
 #include "data/DataManager.h"
-#include "protocol/DateTime.h"
 
 #include <vector>
 
@@ -9,13 +8,13 @@ namespace nimbra {
 namespace {
 
 /// The keys of all that is kept of a card but the record number.
-std::vector<RequestKey> DataKeys(CardInfo &card)
+std::vector<RequestKey> DataKeys(CardInfo *card)
 {
-    return {{"UserNo", card.UserNo},           {"FormatNo", card.FormatNo},
-            {"CardNumber", card.CardNumber},   {"KeyNumber", card.KeyNumber},
-            {"CardStatus", card.CardStatus},   {"CardType", card.CardType},
-            {"NeverExpire", card.NeverExpire}, {"ActDate", AsDate(card.ActDate)},
-            {"ExpDate", AsDate(card.ExpDate)}};
+    return {{"UserNo", &card->UserNo},           {"FormatNo", &card->FormatNo},
+            {"CardNumber", &card->CardNumber},   {"KeyNumber", &card->KeyNumber},
+            {"CardStatus", &card->CardStatus},   {"CardType", &card->CardType},
+            {"NeverExpire", &card->NeverExpire}, {"ActDate", AsDate(&card->ActDate)},
+            {"ExpDate", AsDate(&card->ExpDate)}};
 }
 
 /// Whether a request gives all that a card cannot do without.
@@ -28,21 +27,17 @@ bool IsComplete(const CardInfo &card)
 
 void ClientWorker::GetCardFormat(char *line)
 {
-    if (!IsAuthorised(AuthCardFormats, kView))
-        return;
     CardFormatInfo format;
-    ParseKeys(line, {{"FormatNo", format.FormatNo}});
+    ParseKeys(line, {{"FormatNo", &format.FormatNo}});
     if (!DataManager::GetInstance()->GetCardFormat(&format))
         return Fail();
-    RespondRecord("GetCardFormatResponse?Result=0&", format);
+    RespondRecord(format);
 }
 
 void ClientWorker::GetCardFormatEx(char *line)
 {
-    if (!IsAuthorised(AuthCardFormats, kView))
-        return;
     Paging page;
-    ParseKeys(line, {{"Offset", page.Offset}, {"Limit", page.Limit}});
+    ParseKeys(line, {{"Offset", &page.Offset}, {"Limit", &page.Limit}});
     RowList<CardFormatInfo> rows;
     if (!DataManager::GetInstance()->GetCardFormatEx(&page, &rows))
         return Fail();
@@ -51,23 +46,19 @@ void ClientWorker::GetCardFormatEx(char *line)
 
 void ClientWorker::GetCardInfo(char *line)
 {
-    if (!IsAuthorised(AuthCards, kView))
-        return;
     CardInfo card;
-    ParseKeys(line, {{"CardNo", card.No}});
+    ParseKeys(line, {{"CardNo", &card.No}});
     if (!DataManager::GetInstance()->GetCardInfo(&card))
         return Fail();
-    RespondRecord("GetCardInfoResponse?Result=0&", card);
+    RespondRecord(card);
 }
 
 void ClientWorker::GetCardInfoEx(char *line)
 {
-    if (!IsAuthorised(AuthCards, kView))
-        return;
     CardFilter filter;
-    ParseKeys(
-        line,
-        {{"UserNo", filter.UserNo}, {"Offset", filter.Page.Offset}, {"Limit", filter.Page.Limit}});
+    ParseKeys(line, {{"UserNo", &filter.UserNo},
+                     {"Offset", &filter.Page.Offset},
+                     {"Limit", &filter.Page.Limit}});
     RowList<CardInfo> rows;
     if (!DataManager::GetInstance()->GetCardInfoEx(&filter, &rows))
         return Fail();
@@ -76,59 +67,38 @@ void ClientWorker::GetCardInfoEx(char *line)
 
 void ClientWorker::SetCardInfo(char *line)
 {
-    if (!IsAuthorised(AuthCards, kChange))
-        return;
     CardInfo card;
-    std::vector<RequestKey> keys = DataKeys(card);
-    keys.emplace_back("CardNo", card.No);
+    std::vector<RequestKey> keys = DataKeys(&card);
+    keys.emplace_back("CardNo", &card.No);
     ParseKeys(line, keys);
     if (card.No == 0 || !IsComplete(card))
         return Answer(Result::BadMessage, "Message fail");
     if (!DataManager::GetInstance()->SetCardInfo(card))
         return Fail();
-    Audit(10403);
+    Audit(AuditEvent::CardChanged);
     Succeed();
 }
 
 void ClientWorker::AddCardInfo(char *line)
 {
-    if (!IsAuthorised(AuthCards, kAdd))
-        return;
     CardInfo card;
-    ParseKeys(line, DataKeys(card));
+    ParseKeys(line, DataKeys(&card));
     if (!IsComplete(card))
         return Answer(Result::BadMessage, "Message fail");
     if (!DataManager::GetInstance()->AddCardInfo(card))
         return Fail();
-    Audit(10401);
+    Audit(AuditEvent::CardAdded);
     Succeed();
 }
 
 void ClientWorker::DelCardInfo(char *line)
 {
-    if (!IsAuthorised(AuthCards, kChange))
-        return;
     CardInfo card;
-    ParseKeys(line, {{"CardNo", card.No}});
+    ParseKeys(line, {{"CardNo", &card.No}});
     if (!DataManager::GetInstance()->DelCardInfo(card))
         return Fail();
-    Audit(10402);
+    Audit(AuditEvent::CardDeleted);
     Succeed();
-}
-
-void ClientWorker::RespondRecord(const char *lead, const CardFormatInfo &format)
-{
-    Respond("%sFormatNo=%d&Name=%s&Default=%d\n", lead, format.FormatNo, format.Name.Get(),
-            format.Default);
-}
-
-void ClientWorker::RespondRecord(const char *lead, const CardInfo &card)
-{
-    Respond("%sCardNo=%d&UserNo=%d&FormatNo=%d&FormatName=%s&CardNumber=%s&KeyNumber=%d"
-            "&CardStatus=%d&CardType=%d&NeverExpire=%d&ActDate=%s&ExpDate=%s\n",
-            lead, card.No, card.UserNo, card.FormatNo, card.FormatName.Get(), card.CardNumber.Get(),
-            card.KeyNumber, card.CardStatus, card.CardType, card.NeverExpire,
-            DateToString(card.ActDate).Get(), DateToString(card.ExpDate).Get());
 }
 
 } // namespace nimbra

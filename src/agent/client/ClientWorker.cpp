@@ -5,16 +5,12 @@
 #include "base/Thread.h"
 #include "base/Wait.h"
 #include "data/DataManager.h"
-#include "protocol/Line.h"
 #include "protocol/SocketIo.h"
 
-#include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <iterator>
 #include <utility>
 
 #include <sys/time.h>
@@ -25,52 +21,7 @@ namespace {
 
 constexpr std::time_t kIdleSeconds = 10;
 
-/// How many of the first commands are served before login.
-constexpr std::size_t kCommandsBeforeLogin = 2;
-
 } // namespace
-
-/// Tried in this order; the first word that stands anywhere in a line takes it.
-const ClientWorker::Command ClientWorker::kCommands[] = {
-    {"Hello?", &ClientWorker::Hello},
-    {"Login?", &ClientWorker::Login},
-    {"Heartbeat?", &ClientWorker::Heartbeat},
-    {"SetEvent?", &ClientWorker::SetEvent},
-    {"GetEventLog?", &ClientWorker::GetEventLog},
-    {"GetEventLogEx?", &ClientWorker::GetEventLogEx},
-    {"GetEventCode?", &ClientWorker::GetEventCode},
-    {"GetEventCodeEx?", &ClientWorker::GetEventCodeEx},
-    {"GetLiveVideoInfo?", &ClientWorker::GetLiveVideoInfo},
-    {"GetPlayVideoInfo?", &ClientWorker::GetPlayVideoInfo},
-    {"GetDoorInfo?", &ClientWorker::GetDoorInfo},
-    {"GetDoorInfoEx?", &ClientWorker::GetDoorInfoEx},
-    {"GetUserInfo?", &ClientWorker::GetUserInfo},
-    {"GetUserInfoEx?", &ClientWorker::GetUserInfoEx},
-    {"SetUserInfo?", &ClientWorker::SetUserInfo},
-    {"AddUserInfo?", &ClientWorker::AddUserInfo},
-    {"DelUserInfo?", &ClientWorker::DelUserInfo},
-    {"GetUserImage?", &ClientWorker::GetUserImage},
-    {"SetUserImage?", &ClientWorker::SetUserImage},
-    {"GetCardFormat?", &ClientWorker::GetCardFormat},
-    {"GetCardFormatEx?", &ClientWorker::GetCardFormatEx},
-    {"GetCardInfo?", &ClientWorker::GetCardInfo},
-    {"GetCardInfoEx?", &ClientWorker::GetCardInfoEx},
-    {"SetCardInfo?", &ClientWorker::SetCardInfo},
-    {"AddCardInfo?", &ClientWorker::AddCardInfo},
-    {"DelCardInfo?", &ClientWorker::DelCardInfo},
-    {"GetAccessLevel?", &ClientWorker::GetAccessLevel},
-    {"GetAccessLevelEx?", &ClientWorker::GetAccessLevelEx},
-    {"GetCardAccessLevel?", &ClientWorker::GetCardAccessLevel},
-    {"SetCardAccessLevel?", &ClientWorker::SetCardAccessLevel},
-    {"GetThreatInfo?", &ClientWorker::GetThreatInfo},
-    {"GetThreatInfoEx?", &ClientWorker::GetThreatInfoEx},
-    {"GetDoorLock?", &ClientWorker::GetDoorLock},
-    {"SetDoorLock?", &ClientWorker::SetDoorLock},
-    {"GetAuxOutput?", &ClientWorker::GetAuxOutput},
-    {"SetAuxOutput?", &ClientWorker::SetAuxOutput},
-    {"GetThreatLevel?", &ClientWorker::GetThreatLevel},
-    {"SetThreatLevel?", &ClientWorker::SetThreatLevel},
-};
 
 void ClientWorker::Start(Descriptor socket, const char *address, std::int32_t port)
 {
@@ -106,22 +57,27 @@ void ClientWorker::Process()
     }
 }
 
-void ClientWorker::Dispatch(char *line, CallPlace place)
+void ClientWorker::Dispatch(char *line)
 {
-    const std::size_t known = isLoggedIn_ ? std::size(kCommands) : kCommandsBeforeLogin;
-    const Command *const end = kCommands + known;
-    const Command *command = std::find_if(
-        kCommands, end, [line](const Command &c) { return strcasestr(line, c.Word) != nullptr; });
-    if (command == end)
-        return Log(place.In(kLogSource), "Invalid Message");
+    command_ = FindCommand(line);
+    if (command_ == nullptr)
+        return Log({kLogSource, __LINE__, "Process"}, "Invalid Message");
+    if (!authority_.Allows(command_->Needs))
+        return Answer(Result::NoAuthority, "Authority fail");
     try {
-        (this->*command->Handler)(line);
+        (this->*command_->Handler)(line);
     } catch (const std::exception &) {
         // Memory ran out in the middle: the data operation failed.
-        const std::string_view word = command->Word;
-        const FixedText<32> name(word.substr(0, word.size() - 1));
-        Fail({name.Get(), __LINE__});
+        Fail();
     }
+}
+
+const ClientWorker::Command *ClientWorker::FindCommand(const char *line) const
+{
+    for (const Command &command : Commands())
+        if ((isLoggedIn_ || !command.Needs.NeedsLogin) && strcasestr(line, command.Word) != nullptr)
+            return &command;
+    return nullptr;
 }
 
 void ClientWorker::Hello(char * /*line*/)
@@ -130,7 +86,7 @@ void ClientWorker::Hello(char * /*line*/)
     gettimeofday(&now, nullptr);
     helloKey_ = SeedAndDraw(static_cast<unsigned>(now.tv_usec) +
                             static_cast<unsigned>(now.tv_sec) * 1000000U);
-    Respond("HelloResponse?Result=0&Key=%d\n", helloKey_);
+    Send(Response(Result::Success).Pair("Key", helloKey_));
 }
 
 void ClientWorker::Login(char *line)
@@ -139,11 +95,11 @@ void ClientWorker::Login(char *line)
     userName_.Clear();
     authority_ = {};
     FixedText<68> password;
-    ParseKeys(line, {{"Username", userName_}, {"Password", password}});
+    ParseKeys(line, {{"Username", &userName_}, {"Password", &password}});
     DataManager *data = DataManager::GetInstance();
     if (!data->CheckPassword(userName_, password, &authority_))
         return Answer(Result::Failed, "CheckPassword fail");
-    Audit(15107);
+    Audit(AuditEvent::LoggedIn);
     Succeed();
     isLoggedIn_ = true;
 }
@@ -153,56 +109,56 @@ void ClientWorker::Heartbeat(char * /*line*/)
     Succeed();
 }
 
-bool ClientWorker::IsAuthorised(AuthorityArea area, std::uint32_t bit, CallPlace place)
+void ClientWorker::ParseKeys(char *line, std::initializer_list<RequestKey> keys,
+                             std::source_location call)
 {
-    if (authority_.Allows(area, bit))
-        return true;
-    Answer(Result::NoAuthority, "Authority fail", place);
-    return false;
+    ParseKeys(line, std::span(keys.begin(), keys.size()), call);
 }
 
-void ClientWorker::ParseKeys(char *line, std::initializer_list<RequestKey> keys, CallPlace place)
-{
-    ParseKeys(line, std::span(keys.begin(), keys.size()), place);
-}
-
-void ClientWorker::ParseKeys(char *line, std::span<const RequestKey> keys, CallPlace place)
+void ClientWorker::ParseKeys(char *line, std::span<const RequestKey> keys,
+                             std::source_location call)
 {
     char *rest = nullptr;
     static_cast<void>(SplitCommand(line, &rest));
-    ReadKeys(rest, keys, place.In(kLogSource));
+    ReadKeys(rest, keys, SiteOf(call));
 }
 
-void ClientWorker::Answer(Result result, const char *message, CallPlace place)
+Line ClientWorker::Response(Result result) const
 {
-    Respond("%sResponse?Result=%d\n", place.Method, static_cast<int>(result));
-    Log(place.In(kLogSource), "%s", message);
+    return Line::Response(command_->Name(), static_cast<int>(result));
 }
 
-void ClientWorker::Fail(CallPlace place)
+void ClientWorker::Answer(Result result, const char *message, std::source_location call)
 {
-    Respond("%sResponse?Result=%d\n", place.Method, static_cast<int>(Result::Failed));
-    Log(place.In(kLogSource), "%s fail", place.Method);
+    Send(Response(result));
+    Log(SiteOf(call), "%s", message);
 }
 
-void ClientWorker::Succeed(CallPlace place)
+void ClientWorker::Fail(std::source_location call)
 {
-    Respond("%sResponse?Result=%d\n", place.Method, static_cast<int>(Result::Success));
+    Send(Response(Result::Failed));
+    const std::string_view name = command_->Name();
+    Log(SiteOf(call), "%.*s fail", static_cast<int>(name.size()), name.data());
 }
 
-void ClientWorker::Audit(int eventCode)
+void ClientWorker::Succeed()
 {
-    DataManager::GetInstance()->WriteAuditLog(peerAddress_, userName_, eventCode);
+    Send(Response(Result::Success));
 }
 
-void ClientWorker::Respond(const char *format, ...)
+void ClientWorker::Audit(AuditEvent event)
 {
-    char text[kLineSize];
-    std::va_list arguments;
-    va_start(arguments, format);
-    FormatLineV(text, format, arguments);
-    va_end(arguments);
-    SendMessage(socket_.Get(), text);
+    DataManager::GetInstance()->WriteAuditLog(peerAddress_, userName_, static_cast<int>(event));
+}
+
+void ClientWorker::Send(const Line &line)
+{
+    SendMessage(socket_.Get(), line.Get());
+}
+
+LogSite ClientWorker::SiteOf(const std::source_location &call) const
+{
+    return {kLogSource, static_cast<int>(call.line()), command_->Name()};
 }
 
 } // namespace nimbra

@@ -4,31 +4,42 @@
 #include "base/FixedText.h"
 #include "base/Flag.h"
 #include "base/Log.h"
+#include "client/AuditEvent.h"
+#include "client/RecordPairs.h"
 #include "data/Authority.h"
 #include "data/Paging.h"
+#include "protocol/Line.h"
 #include "protocol/Request.h"
 
 #include <cstdint>
 #include <initializer_list>
+#include <source_location>
 #include <span>
+#include <string_view>
 
 namespace nimbra {
-
-struct AccessLevelInfo;
-struct CardFormatInfo;
-struct CardInfo;
-struct DoorInfo;
-struct EventCodeInfo;
-struct EventInfo;
-struct ThreatInfo;
-struct UserInfo;
-struct VideoInfo;
 
 /// One client session: a connected socket, its thread, the client's login and the handlers of its
 /// commands. Made and deleted by ClientManager; deleting it closes the socket.
 class ClientWorker
 {
 public:
+    /// One row of the dispatch table.
+    struct Command
+    {
+        const char *Word; ///< the name and its "?"
+        Right Needs;
+        void (ClientWorker::*Handler)(char *line);
+
+        [[nodiscard]] std::string_view Name() const
+        {
+            const std::string_view word = Word;
+            return word.substr(0, word.size() - 1);
+        }
+    };
+    /// The dispatch table: all commands, in the order in which their words are looked for.
+    [[nodiscard]] static std::span<const Command> Commands();
+
     ClientWorker() = default;
     virtual ~ClientWorker() = default;
     ClientWorker(const ClientWorker &) = delete;
@@ -57,18 +68,14 @@ private:
         NoAuthority = 9,
     };
 
-    struct Command
-    {
-        const char *Word;
-        void (ClientWorker::*Handler)(char *line);
-    };
-    static const Command kCommands[];
-
     /// The session's thread: reads and serves lines until it is stopped or idle too long.
     void Run();
     void Process();
-    /// Serves one line; a line without a known word is only logged, as the caller's.
-    void Dispatch(char *line, CallPlace place = CallPlace::Here());
+    /// Serves one line: looks its command up, checks the right and calls the handler. A line
+    /// without a known word is only logged.
+    void Dispatch(char *line);
+    /// The row of the first word found in a line; null when there is none.
+    [[nodiscard]] const Command *FindCommand(const char *line) const;
 
     /// The handlers. Each is given the request line, which it may change.
     void Hello(char *line);
@@ -110,46 +117,52 @@ private:
     void GetThreatLevel(char *line);
     void SetThreatLevel(char *line);
 
-    /// The steps that handlers share. The name of the calling handler is the command's word.
+    /// The steps that handlers share. Responses and log lines carry the name of the command that is
+    /// being served; a log line has the line number of the call.
 
-    /// Whether the client has the right; if not, answers so.
-    [[nodiscard]] bool IsAuthorised(AuthorityArea area, std::uint32_t bit,
-                                    CallPlace place = CallPlace::Here());
     /// Reads the request's keys into the fields that they stand for.
-    static void ParseKeys(char *line, std::initializer_list<RequestKey> keys,
-                          CallPlace place = CallPlace::Here());
-    static void ParseKeys(char *line, std::span<const RequestKey> keys,
-                          CallPlace place = CallPlace::Here());
-    /// Answers with a result code alone, and logs why.
-    void Answer(Result result, const char *message, CallPlace place = CallPlace::Here());
+    void ParseKeys(char *line, std::initializer_list<RequestKey> keys,
+                   std::source_location call = std::source_location::current());
+    void ParseKeys(char *line, std::span<const RequestKey> keys,
+                   std::source_location call = std::source_location::current());
+    /// A response with its result, to which pairs can be added.
+    [[nodiscard]] Line Response(Result result) const;
+    /// Answers with a result alone, and logs why.
+    void Answer(Result result, const char *message,
+                std::source_location call = std::source_location::current());
     /// Answers that the data operation failed, and logs the command's name followed by " fail".
-    void Fail(CallPlace place = CallPlace::Here());
+    void Fail(std::source_location call = std::source_location::current());
     /// Answers success alone.
-    void Succeed(CallPlace place = CallPlace::Here());
-    /// Has the panel note a change that this client made.
-    void Audit(int eventCode);
-    /// Sends one formatted line; one that is lost is lost.
-    [[gnu::format(printf, 2, 3)]] void Respond(const char *format, ...);
-    /// Sends the pairs of one record on a line that begins with `lead`: empty for a row of a list.
-    void RespondRecord(const char *lead, const EventInfo &event);
-    void RespondRecord(const char *lead, const EventCodeInfo &code);
-    void RespondRecord(const char *lead, const VideoInfo &video);
-    void RespondRecord(const char *lead, const DoorInfo &door);
-    void RespondRecord(const char *lead, const UserInfo &user);
-    void RespondRecord(const char *lead, const CardFormatInfo &format);
-    void RespondRecord(const char *lead, const CardInfo &card);
-    void RespondRecord(const char *lead, const AccessLevelInfo &level);
-    void RespondRecord(const char *lead, const ThreatInfo &threat);
+    void Succeed();
+    /// Has the panel note what this client did.
+    void Audit(AuditEvent event);
+    /// Sends a line; one that is lost is lost.
+    void Send(const Line &line);
+    /// Answers success with the pairs of a record.
+    template <class Record>
+    void RespondRecord(const Record &record)
+    {
+        Line response = Response(Result::Success);
+        PutPairs(record, &response);
+        Send(response);
+    }
     /// Sends the header of a list and then each row, freed as soon as it is sent. Ends early when
     /// the session is to end.
     template <class Record>
-    void RespondList(const Paging &page, RowList<Record> *rows, CallPlace place = CallPlace::Here())
+    void RespondList(const Paging &page, RowList<Record> *rows)
     {
-        Respond("%sResponse?Result=0&Total=%d&Offset=%d&Count=%d\n", place.Method, page.Total,
-                page.Offset, page.Count);
-        for (; !rows->empty() && !stop_.IsSet(); rows->pop_front())
-            RespondRecord("", rows->front());
+        Send(Response(Result::Success)
+                 .Pair("Total", page.Total)
+                 .Pair("Offset", page.Offset)
+                 .Pair("Count", page.Count));
+        for (; !rows->empty() && !stop_.IsSet(); rows->pop_front()) {
+            Line row;
+            PutPairs(rows->front(), &row);
+            Send(row);
+        }
     }
+    /// The origin of a log line: the handler that serves the command, at the line of `call`.
+    [[nodiscard]] LogSite SiteOf(const std::source_location &call) const;
 
     Flag stop_{false};
     Flag running_{true};
@@ -161,6 +174,8 @@ private:
     FixedText<32> userName_;
     AuthorityRecord authority_;
     bool wantsEvents_ = false;
+    /// The command that is being served.
+    const Command *command_ = nullptr;
 };
 
 } // namespace nimbra

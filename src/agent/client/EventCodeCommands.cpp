@@ -6,28 +6,23 @@ namespace nimbra {
 void ClientWorker::GetEventCode(char *line)
 {
     EventCodeInfo code;
-    ParseKeys(line, {{"Code", code.Code}});
+    ParseKeys(line, {{"Code", &code.Code}});
     if (!DataManager::GetInstance()->GetEventCode(&code))
         return Fail();
-    RespondRecord("GetEventCodeResponse?Result=0&", code);
+    RespondRecord(code);
 }
 
 void ClientWorker::GetEventCodeEx(char *line)
 {
     EventCodeFilter filter;
-    ParseKeys(line, {{"Code", filter.Code},
-                     {"Desc", filter.Desc},
-                     {"Offset", filter.Page.Offset},
-                     {"Limit", filter.Page.Limit}});
+    ParseKeys(line, {{"Code", &filter.Code},
+                     {"Desc", &filter.Desc},
+                     {"Offset", &filter.Page.Offset},
+                     {"Limit", &filter.Page.Limit}});
     RowList<EventCodeInfo> rows;
     if (!DataManager::GetInstance()->GetEventCodeEx(&filter, &rows))
         return Fail();
     RespondList(filter.Page, &rows);
-}
-
-void ClientWorker::RespondRecord(const char *lead, const EventCodeInfo &code)
-{
-    Respond("%sCode=%d&Desc=%s\n", lead, code.Code, code.Desc.Get());
 }
 
 } // namespace nimbra

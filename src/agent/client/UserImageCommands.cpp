@@ -9,27 +9,24 @@ namespace nimbra {
 
 void ClientWorker::GetUserImage(char *line)
 {
-    if (!IsAuthorised(AuthUsers, kView))
-        return;
     UserImage image;
-    ParseKeys(line, {{"UserNo", image.UserNo}});
+    ParseKeys(line, {{"UserNo", &image.UserNo}});
     if (!DataManager::GetInstance()->GetUserImage(&image))
         return Fail();
     std::vector<char> bytes;
     if (!ReadImageFile(image.FileName.View(), &bytes))
         return Answer(Result::BadMessage, "fopen fail");
-    Respond("GetUserImageResponse?Result=0&FileName=%s&Size=%d\n", image.FileName.Get(),
-            static_cast<int>(bytes.size()));
+    Send(Response(Result::Success)
+             .Pair("FileName", image.FileName)
+             .Pair("Size", static_cast<std::int32_t>(bytes.size())));
     SendBuffer(socket_.Get(), bytes.data(), bytes.size());
 }
 
 void ClientWorker::SetUserImage(char *line)
 {
-    if (!IsAuthorised(AuthUsers, kChange))
-        return;
     UserImage image;
     std::int32_t size = 0;
-    ParseKeys(line, {{"UserNo", image.UserNo}, {"FileName", image.FileName}, {"Size", size}});
+    ParseKeys(line, {{"UserNo", &image.UserNo}, {"FileName", &image.FileName}, {"Size", &size}});
     std::vector<char> bytes;
     const std::size_t announced = size > 0 ? static_cast<std::size_t>(size) : 0;
     if (announced == 0 || RecvBuffer(socket_.Get(), &bytes, announced) < announced)
@@ -38,7 +35,7 @@ void ClientWorker::SetUserImage(char *line)
         return Answer(Result::BadMessage, "fopen fail");
     if (!DataManager::GetInstance()->SetUserImage(image))
         return Fail();
-    Audit(10303);
+    Audit(AuditEvent::UserChanged);
     Succeed();
 }
 

@@ -5,7 +5,6 @@
 #include "base/Wait.h"
 #include "client/ClientManager.h"
 #include "core/ConfigManager.h"
-#include "protocol/Line.h"
 #include "protocol/SocketIo.h"
 #include "protocol/SocketOpen.h"
 
@@ -156,16 +155,17 @@ bool ServerManager::SetDeviceInfo(DeviceInfo *device)
     const Descriptor socket = Connect(cloudServerAddr_, cloudServerPort_);
     if (!socket.IsOpen())
         return false;
-    char line[kLineSize];
-    FormatLine(line,
-               "SetDeviceInfo?DeviceId=%s&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
-               "&PrivatePort=%d&StunAddr=%s&StunPort=%d\n",
-               device->DeviceId.Get(), device->MacAddr.Get(), device->ModelName.Get(),
-               device->PrivateAddr.Get(), device->PrivatePort, device->StunAddr.Get(),
-               device->StunPort);
+    const Line request = Line::Request("SetDeviceInfo")
+                             .Pair("DeviceId", device->DeviceId)
+                             .Pair("MacAddr", device->MacAddr)
+                             .Pair("ModelName", device->ModelName)
+                             .Pair("PrivateAddr", device->PrivateAddr)
+                             .Pair("PrivatePort", device->PrivatePort)
+                             .Pair("StunAddr", device->StunAddr)
+                             .Pair("StunPort", device->StunPort);
     std::int32_t result = kNoResult;
-    const RequestKey keys[] = {{"Result", result}, {"DeviceNo", device->DeviceNo}};
-    return Ask(socket, line, "SetDeviceInfoResponse", keys, result);
+    const RequestKey keys[] = {{"Result", &result}, {"DeviceNo", &device->DeviceNo}};
+    return Ask(socket, request, "SetDeviceInfoResponse", keys, result);
 }
 
 bool ServerManager::HeartBeat(LinkInfo *link)
@@ -173,13 +173,12 @@ bool ServerManager::HeartBeat(LinkInfo *link)
     const Descriptor socket = Connect(cloudServerAddr_, cloudServerPort_);
     if (!socket.IsOpen())
         return false;
-    char line[kLineSize];
-    FormatLine(line, "HeartBeat?DeviceNo=%d\n", device_.DeviceNo);
+    const Line request = Line::Request("HeartBeat").Pair("DeviceNo", device_.DeviceNo);
     std::int32_t result = kNoResult;
-    const RequestKey keys[] = {{"Result", result},           {"DeviceNo", link->DeviceNo},
-                               {"LinkType", link->LinkType}, {"LinkAddr", link->LinkAddr},
-                               {"LinkPort", link->LinkPort}, {"RelayKey", link->RelayKey}};
-    return Ask(socket, line, "HeartBeatResponse", keys, result);
+    const RequestKey keys[] = {{"Result", &result},           {"DeviceNo", &link->DeviceNo},
+                               {"LinkType", &link->LinkType}, {"LinkAddr", &link->LinkAddr},
+                               {"LinkPort", &link->LinkPort}, {"RelayKey", &link->RelayKey}};
+    return Ask(socket, request, "HeartBeatResponse", keys, result);
 }
 
 bool ServerManager::PollServer()
@@ -209,11 +208,11 @@ Descriptor ServerManager::MakeSession(const LinkInfo &link)
     Descriptor socket = Connect(link.LinkAddr, link.LinkPort);
     if (!socket.IsOpen() || link.LinkType != kRelayWithHandshake)
         return socket;
-    char line[kLineSize];
-    FormatLine(line, "RelayDevice?RelayType=%d&RelayKey=%d\n", kRelayType, link.RelayKey);
+    const Line request =
+        Line::Request("RelayDevice").Pair("RelayType", kRelayType).Pair("RelayKey", link.RelayKey);
     std::int32_t result = kNoResult;
-    const RequestKey keys[] = {{"Result", result}};
-    if (!Ask(socket, line, "RelayDeviceResponse", keys, result))
+    const RequestKey keys[] = {{"Result", &result}};
+    if (!Ask(socket, request, "RelayDeviceResponse", keys, result))
         socket.Close();
     return socket;
 }
@@ -259,16 +258,17 @@ FixedText<32> ServerManager::ResolveAddress(const FixedText<32> &host)
     return FixedText<32>(text);
 }
 
-bool ServerManager::Ask(const Descriptor &socket, char *line, const char *name,
+bool ServerManager::Ask(const Descriptor &socket, const Line &request, const char *name,
                         std::span<const RequestKey> keys, const std::int32_t &result,
                         CallPlace place)
 {
     const LogSite site = place.In(kLogSource);
-    if (!SendMessage(socket.Get(), line)) {
+    if (!SendMessage(socket.Get(), request.Get())) {
         Log(site, "SendMessage fail");
         return false;
     }
-    if (!RecvMessage(socket.Get(), line, kLineSize)) {
+    char line[kLineSize];
+    if (!RecvMessage(socket.Get(), line, sizeof line)) {
         Log(site, "RecvMessage fail");
         return false;
     }

@@ -6,6 +6,7 @@
 #include "base/Log.h"
 #include "base/SecondTimer.h"
 #include "cloud/PortRule.h"
+#include "protocol/Line.h"
 #include "protocol/Request.h"
 
 #include <cstdint>
@@ -81,10 +82,9 @@ private:
     [[nodiscard]] Descriptor OpenSocket(const FixedText<32> &host, std::int32_t port);
     /// The dotted address of a host name; any other text as it stands.
     [[nodiscard]] static FixedText<32> ResolveAddress(const FixedText<32> &host);
-    /// Sends the request in `line`, receives the reply into it and reads its keys, of which one
-    /// is `result`. False, and logged as the calling method, unless the reply is `name` with a
+    /// Sends a request, receives the reply and reads its keys, of which one is `result`. False, and logged as the calling method, unless the reply is `name` with a
     /// Result of 0.
-    [[nodiscard]] static bool Ask(const Descriptor &socket, char *line, const char *name,
+    [[nodiscard]] static bool Ask(const Descriptor &socket, const Line &request, const char *name,
                                   std::span<const RequestKey> keys, const std::int32_t &result,
                                   CallPlace place = CallPlace::Here());
     /// Draws the number of the next relay session. No message carries it.

@@ -26,14 +26,27 @@ inline constexpr std::uint32_t kAdd = 2;
 inline constexpr std::uint32_t kChange = 4;
 inline constexpr std::uint32_t kEverything = 15;
 
+/// What a client needs for a command: a login, and one bit of one area unless `Bit` is 0.
+struct Right
+{
+    AuthorityArea Area;
+    std::uint32_t Bit;
+    bool NeedsLogin = true;
+};
+
+/// The two rights that name no area.
+inline constexpr Right kAnyone = {AuthUsers, 0, false};
+inline constexpr Right kAnyLogin = {AuthUsers, 0};
+
 /// What a session may do: one word of bits for each protected area. A plain value.
 struct AuthorityRecord
 {
     std::array<std::uint32_t, 9> Words = {};
 
-    [[nodiscard]] bool Allows(AuthorityArea area, std::uint32_t bit) const
+    /// Whether the bit that `right` names, if any, is set.
+    [[nodiscard]] bool Allows(const Right &right) const
     {
-        return (Words[area] & bit) != 0;
+        return right.Bit == 0 || (Words[right.Area] & right.Bit) != 0;
     }
 
     /// Grants everything in every area: the controller account.

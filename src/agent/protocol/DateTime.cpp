@@ -26,7 +26,7 @@ int Low32(long long number, unsigned origin = 0)
     return static_cast<int>(static_cast<unsigned>(number) - origin);
 }
 
-std::int32_t ToSeconds(const TextFields &fields, std::int32_t *seconds)
+std::int32_t ToSeconds(const TextFields &fields)
 {
     std::tm local = {};
     local.tm_year = Low32(fields.Year, 1900);
@@ -35,8 +35,7 @@ std::int32_t ToSeconds(const TextFields &fields, std::int32_t *seconds)
     local.tm_hour = Low32(fields.Hour);
     local.tm_min = Low32(fields.Minute);
     local.tm_sec = Low32(fields.Second);
-    *seconds = static_cast<std::int32_t>(std::mktime(&local));
-    return *seconds;
+    return static_cast<std::int32_t>(std::mktime(&local));
 }
 
 std::tm InUtc(std::int32_t seconds)
@@ -71,14 +70,16 @@ std::int32_t StringToTime(const char *text, std::int32_t *seconds)
     TextFields t;
     static_cast<void>(std::sscanf(text, "%lld-%lld-%lld %lld:%lld:%lld", &t.Year, &t.Month, &t.Day,
                                   &t.Hour, &t.Minute, &t.Second));
-    return ToSeconds(t, seconds);
+    *seconds = ToSeconds(t);
+    return *seconds;
 }
 
 std::int32_t StringToDate(const char *text, std::int32_t *seconds)
 {
     TextFields t;
     static_cast<void>(std::sscanf(text, "%lld-%lld-%lld", &t.Year, &t.Month, &t.Day));
-    return ToSeconds(t, seconds);
+    *seconds = ToSeconds(t);
+    return *seconds;
 }
 
 TimeText TimeToString(std::int32_t seconds)

@@ -13,8 +13,8 @@ namespace nimbra {
 using TimeText = FixedText<19>;
 
 /// Reads "year-month-day hour:minute:second" as local time without daylight saving. What the text
-/// lacks counts as 0 (a missing day is the last of the month before). Also returns `*seconds`;
-/// -1 when no such time exists.
+/// lacks counts as 0 (a missing day is the last of the month before). Stores the result, -1 when no
+/// such time exists, and returns it too; the agent uses what is stored.
 std::int32_t StringToTime(const char *text, std::int32_t *seconds);
 
 /// Reads "year-month-day" as local midnight; as StringToTime otherwise.

@@ -10,8 +10,8 @@
 
 namespace nimbra {
 
-RequestKey::RequestKey(const char *name, std::int32_t &number)
-    : name_(name), field_(&number), store_([](void *field, const char *value) {
+RequestKey::RequestKey(const char *name, std::int32_t *number)
+    : name_(name), field_(number), store_([](void *field, const char *value) {
           *static_cast<std::int32_t *>(field) = ToNumber(value);
       })
 {}

@@ -9,7 +9,7 @@
 namespace nimbra {
 
 /// One key that a handler knows, and where and how its value is kept. Made where it is used, in
-/// the list given to ReadKeys: {"DoorNo", door.No}, {"ActDate", AsDate(card.ActDate)}.
+/// the list given to ReadKeys: {"DoorNo", &door.No}, {"ActDate", AsDate(&card.ActDate)}.
 class RequestKey
 {
 public:
@@ -23,12 +23,12 @@ public:
         std::int32_t *Seconds;
     };
 
-    RequestKey(const char *name, std::int32_t &number);
+    RequestKey(const char *name, std::int32_t *number);
     RequestKey(const char *name, DateField date);
     RequestKey(const char *name, TimeField time);
     template <std::size_t N>
-    RequestKey(const char *name, FixedText<N> &text)
-        : name_(name), field_(&text), store_([](void *field, const char *value) {
+    RequestKey(const char *name, FixedText<N> *text)
+        : name_(name), field_(text), store_([](void *field, const char *value) {
               static_cast<FixedText<N> *>(field)->Assign(value);
           })
     {}
@@ -44,20 +44,20 @@ private:
     void (*store_)(void *field, const char *value);
 };
 
-[[nodiscard]] inline RequestKey::DateField AsDate(std::int32_t &seconds)
+[[nodiscard]] inline RequestKey::DateField AsDate(std::int32_t *seconds)
 {
-    return {&seconds};
+    return {seconds};
 }
-[[nodiscard]] inline RequestKey::TimeField AsTime(std::int32_t &seconds)
+[[nodiscard]] inline RequestKey::TimeField AsTime(std::int32_t *seconds)
 {
-    return {&seconds};
+    return {seconds};
 }
 
 /// Reads the decimal number that `text` begins with, 0 if there is none: the low 32 bits of its
 /// value, on every board.
 [[nodiscard]] std::int32_t ToNumber(const char *text);
 
-/// Splits the command word, what stands before the first "?", off `line` and returns it; null when
+/// Splits the command word, the text before the first "?", off `line` and returns it; null when
 /// there is none. `*rest` is then the position for ReadKeys. The line is changed.
 char *SplitCommand(char *line, char **rest);
 

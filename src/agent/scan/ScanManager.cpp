@@ -9,7 +9,6 @@
 #include "protocol/SocketOpen.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -91,21 +90,21 @@ void ScanManager::ProcScan(char *text)
     char *rest = nullptr;
     static_cast<void>(SplitCommand(text, &rest));
     std::int32_t key = 0;
-    const RequestKey keys[] = {{"Key", key}};
+    const RequestKey keys[] = {{"Key", &key}};
     ReadKeys(rest, keys, {kLogSource, __LINE__, __func__});
     if (key == 0)
         return NIMBRA_LOG("Key Error");
     const ConfigManager &config = *ConfigManager::GetInstance();
-    char answer[kLineSize];
-    FormatLine(answer,
-               "ScanResponse?Result=0&Key=%d&MacAddr=%s&ModelName=%s&PrivateAddr=%s"
-               "&PrivatePort=%d\n",
-               key, config.MacAddr.Get(), config.ModelName.Get(), config.PrivateAddr.Get(),
-               config.PrivatePort);
+    const Line answer = Line::Response("Scan", 0)
+                            .Pair("Key", key)
+                            .Pair("MacAddr", config.MacAddr)
+                            .Pair("ModelName", config.ModelName)
+                            .Pair("PrivateAddr", config.PrivateAddr)
+                            .Pair("PrivatePort", config.PrivatePort);
     const SocketAddress everyone(htonl(INADDR_BROADCAST), kScanAnswerPort);
-    sendto(sendSocket_.Get(), answer, std::strlen(answer), 0, everyone.Get(),
+    sendto(sendSocket_.Get(), answer.Get(), answer.View().size(), 0, everyone.Get(),
            SocketAddress::Size());
-    std::printf("%s", answer);
+    std::printf("%s", answer.Get());
 }
 
 } // namespace nimbra

@@ -114,13 +114,22 @@ TEST(Authority, AllowsWhatABitOfAWordGrants)
     AuthorityRecord record;
     record.GrantRoleRight(4, 0);
     record.GrantRoleRight(4, 2);
-    EXPECT_TRUE(record.Allows(AuthCards, kView));
-    EXPECT_FALSE(record.Allows(AuthCards, kAdd));
-    EXPECT_TRUE(record.Allows(AuthCards, kChange));
-    EXPECT_FALSE(record.Allows(AuthUsers, kView));
+    EXPECT_TRUE(record.Allows({AuthCards, kView}));
+    EXPECT_FALSE(record.Allows({AuthCards, kAdd}));
+    EXPECT_TRUE(record.Allows({AuthCards, kChange}));
+    EXPECT_FALSE(record.Allows({AuthUsers, kView}));
     record.GrantRoleRight(1, 25);
     for (const std::uint32_t bit : {kView, kAdd, kChange})
-        EXPECT_TRUE(record.Allows(AuthAuxOutput, bit));
+        EXPECT_TRUE(record.Allows({AuthAuxOutput, bit}));
+}
+
+TEST(Authority, AllowsWhatNamesNoAreaToEveryone)
+{
+    EXPECT_TRUE(AuthorityRecord().Allows(kAnyone));
+    EXPECT_TRUE(AuthorityRecord().Allows(kAnyLogin));
+    EXPECT_FALSE(kAnyone.NeedsLogin);
+    EXPECT_TRUE(kAnyLogin.NeedsLogin);
+    EXPECT_TRUE((Right{AuthCards, kView}).NeedsLogin);
 }
 
 TEST(Authority, KeepsTheOrderOfItsWords)

@@ -10,63 +10,132 @@
 namespace nimbra {
 namespace {
 
-/// A formatted line and a byte behind it that must stay.
-struct Line
+/// A row of `length` bytes, its line feed included, if it were not cut.
+std::string RowOf(std::size_t length)
 {
-    Line()
-    {
-        std::memset(Text, 'x', sizeof Text);
-        Guard = 'g';
-    }
-    char Text[kLineSize];
-    char Guard;
-};
-
-/// Formats a line of `length` bytes, its line feed included, that would be the whole response.
-std::string FormatOf(std::size_t length)
-{
-    Line line;
     const std::string name(length - std::strlen("Name=\n"), 'n');
-    FormatLine(line.Text, "Name=%s\n", name.c_str());
-    EXPECT_EQ(line.Guard, 'g');
-    return line.Text;
+    Line line;
+    line.Pair("Name", name);
+    EXPECT_EQ(line.View(), line.Get());
+    return line.Get();
 }
 
-TEST(Line, FormatsALine)
+TEST(Line, IsALineFeedWithoutPairs)
+{
+    EXPECT_STREQ(Line().Get(), "\n");
+    EXPECT_EQ(Line().View(), "\n");
+}
+
+TEST(Line, SeparatesThePairsOfARow)
 {
     Line line;
-    FormatLine(line.Text, "%sResponse?Result=%d&Name=%s\n", "GetDoorInfo", 0, "Front 100%");
-    EXPECT_STREQ(line.Text, "GetDoorInfoResponse?Result=0&Name=Front 100%\n");
-    FormatLine(line.Text, "HelloResponse?Result=0&Key=%d\n", INT_MIN);
-    EXPECT_STREQ(line.Text, "HelloResponse?Result=0&Key=-2147483648\n");
+    line.Pair("DoorNo", 3).Pair("Name", "Front 100%").Pair("Status", 0);
+    EXPECT_STREQ(line.Get(), "DoorNo=3&Name=Front 100%&Status=0\n");
+    EXPECT_EQ(line.View(), line.Get());
 }
 
-TEST(Line, KeepsALineThatLeavesAByteFree)
+TEST(Line, BeginsARequestWithItsCommand)
 {
-    EXPECT_EQ(FormatOf(1022), "Name=" + std::string(1016, 'n') + "\n");
+    EXPECT_STREQ(Line::Request("HeartBeat").Get(), "HeartBeat?\n");
+    EXPECT_STREQ(Line::Request("HeartBeat").Pair("DeviceNo", 7).Pair("A", "b").Get(),
+                 "HeartBeat?DeviceNo=7&A=b\n");
 }
 
-TEST(Line, KeepsALineThatJustFits)
+TEST(Line, BeginsAResponseWithItsResult)
 {
-    EXPECT_EQ(FormatOf(1023), "Name=" + std::string(1017, 'n') + "\n");
+    EXPECT_STREQ(Line::Response("DelCardInfo", 9).Get(), "DelCardInfoResponse?Result=9\n");
+    EXPECT_STREQ(Line::Response("Hello", 0).Pair("Key", 5).Get(), "HelloResponse?Result=0&Key=5\n");
 }
 
-TEST(Line, EndsALineThatIsCutInItsLineFeed)
+TEST(Line, WritesNumbersInBase10)
+{
+    for (const std::int32_t number : {0, 1, -1, 10, -10, 2147483647, INT_MIN}) {
+        Line line;
+        line.Pair("Key", number);
+        EXPECT_EQ(line.View(), "Key=" + std::to_string(number) + "\n");
+    }
+}
+
+TEST(Line, TakesTextsAsTheyAre)
+{
+    Line line;
+    line.Pair("A", "").Pair("B", FixedText<4>("x&y=z")).QuotedPair("Url", "rtsp://a?b=c&d");
+    EXPECT_STREQ(line.Get(), "A=&B=x&y=&Url=\"rtsp://a?b=c&d\"\n");
+}
+
+TEST(Line, KeepsALineThatFits)
+{
+    EXPECT_EQ(RowOf(1022), "Name=" + std::string(1016, 'n') + "\n");
+    EXPECT_EQ(RowOf(1023), "Name=" + std::string(1017, 'n') + "\n");
+}
+
+TEST(Line, EndsInItsLineFeedWhenCut)
 {
     const std::string cut = "Name=" + std::string(1017, 'n') + "\n";
-    EXPECT_EQ(FormatOf(1024), cut);
-    EXPECT_EQ(FormatOf(1025), cut);
-    EXPECT_EQ(FormatOf(5000), cut);
-    EXPECT_EQ(FormatOf(1000000), cut);
+    EXPECT_EQ(RowOf(1024), cut);
+    EXPECT_EQ(RowOf(1025), cut);
+    EXPECT_EQ(RowOf(5000), cut);
+    EXPECT_EQ(RowOf(1000000), cut);
 }
 
-TEST(Line, CutsAfterWhateverFieldFits)
+TEST(Line, CutsWhicheverPieceDoesNotFit)
+{
+    Line text;
+    text.Pair("A", std::string(1010, 'a')).Pair("B", std::string(1010, 'b')).Pair("C", 1);
+    EXPECT_EQ(text.View(), "A=" + std::string(1010, 'a') + "&B=" + std::string(7, 'b') + "\n");
+    EXPECT_EQ(text.View().size(), kLineSize - 1);
+
+    Line number;
+    number.Pair("A", std::string(1010, 'a')).Pair("Long", 123456789).QuotedPair("C", "c");
+    EXPECT_EQ(number.View(), "A=" + std::string(1010, 'a') + "&Long=1234\n");
+
+    Line key;
+    key.Pair("A", std::string(1015, 'a')).Pair("LongKey", 1);
+    EXPECT_EQ(key.View(), "A=" + std::string(1015, 'a') + "&Long\n");
+}
+
+TEST(Line, GivesAllWordsThatFit)
 {
     Line line;
-    FormatLine(line.Text, "A=%s&B=%s\n", std::string(1010, 'a').c_str(),
-               std::string(1010, 'b').c_str());
-    EXPECT_EQ(line.Text, "A=" + std::string(1010, 'a') + "&B=" + std::string(7, 'b') + "\n");
-    EXPECT_EQ(std::strlen(line.Text), 1023U);
+    line.WordsPair("List", "3 7 12");
+    EXPECT_STREQ(line.Get(), "List=3 7 12\n");
+    Line empty;
+    empty.WordsPair("List", "");
+    EXPECT_STREQ(empty.Get(), "List=\n");
+}
+
+TEST(Line, GivesOnlyWholeWords)
+{
+    // "List=" leaves 1017 bytes: 203 words of four digits and a blank, and two more bytes.
+    std::string words = "1000";
+    for (int i = 1001; i < 1300; ++i)
+        words += " " + std::to_string(i);
+    Line line;
+    line.WordsPair("List", words);
+    EXPECT_EQ(line.View(), "List=" + words.substr(0, 203 * 5 - 1) + "\n");
+
+    Line exact;
+    exact.WordsPair("List", std::string(1012, '1') + " 234");
+    EXPECT_EQ(exact.View(), "List=" + std::string(1012, '1') + " 234\n");
+    EXPECT_EQ(exact.View().size(), kLineSize - 2);
+
+    Line full;
+    full.WordsPair("List", std::string(1012, '1') + " 2345");
+    EXPECT_EQ(full.View(), "List=" + std::string(1012, '1') + " 2345\n");
+    EXPECT_EQ(full.View().size(), kLineSize - 1);
+
+    Line cut;
+    cut.WordsPair("List", std::string(1012, '1') + " 23456");
+    EXPECT_EQ(cut.View(), "List=" + std::string(1012, '1') + "\n");
+}
+
+TEST(Line, IsAValue)
+{
+    Line line = Line::Response("Hello", 0);
+    const Line copy = line;
+    line.Pair("Key", 1);
+    EXPECT_STREQ(copy.Get(), "HelloResponse?Result=0\n");
+    EXPECT_STREQ(line.Get(), "HelloResponse?Result=0&Key=1\n");
 }
 
 } // namespace

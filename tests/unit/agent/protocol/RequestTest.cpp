@@ -30,7 +30,7 @@ struct Request
         const char *word = SplitCommand(line.data(), &rest);
         Word = word == nullptr ? "(none)" : word;
         const RequestKey keys[] = {
-            {"DoorNo", DoorNo}, {"Limit", Limit}, {"Name", Name}, {"Key", Key}};
+            {"DoorNo", &DoorNo}, {"Limit", &Limit}, {"Name", &Name}, {"Key", &Key}};
         ReadKeys(rest, keys, kSite);
         Log = output.Log();
         for (const LogLine &logged : Log)
@@ -92,7 +92,7 @@ TEST(Request, HasNoWordWhenALineHoldsNothingElse)
     }
 }
 
-TEST(Request, TakesWhatStandsBeforeTheFirstMarkAsTheWord)
+TEST(Request, TakesTheTextBeforeTheFirstMarkAsTheWord)
 {
     EXPECT_EQ(Request("XYZGetDoorLock?DoorNo=1").Word, "XYZGetDoorLock");
     EXPECT_EQ(Request("A=1&B?DoorNo=1").Word, "A=1&B");
@@ -141,7 +141,7 @@ TEST(Request, GivesAKeyKnownTwiceToTheFirstField)
 {
     std::int32_t first = 0;
     std::int32_t second = 0;
-    const RequestKey keys[] = {{"No", first}, {"NO", second}};
+    const RequestKey keys[] = {{"No", &first}, {"NO", &second}};
     std::string line = "Command?no=4";
     char *rest = nullptr;
     EXPECT_STREQ(SplitCommand(line.data(), &rest), "Command");
@@ -308,7 +308,7 @@ TEST(Request, ReadsDatesAndTimesIntoSeconds)
     const test::TimeZone zone("UTC0");
     std::int32_t date = -1;
     std::int32_t time = -1;
-    const RequestKey keys[] = {{"ActDate", AsDate(date)}, {"FromTime", AsTime(time)}};
+    const RequestKey keys[] = {{"ActDate", AsDate(&date)}, {"FromTime", AsTime(&time)}};
     std::string line = "Command?ActDate=2001-09-09 01:46:40&FromTime=2001-09-09 01:46:40";
     char *rest = nullptr;
     EXPECT_STREQ(SplitCommand(line.data(), &rest), "Command");
@@ -320,7 +320,7 @@ TEST(Request, ReadsDatesAndTimesIntoSeconds)
 TEST(Request, NamesAKeyInAnyCase)
 {
     std::int32_t number = 0;
-    const RequestKey key("CardNo", number);
+    const RequestKey key("CardNo", &number);
     EXPECT_TRUE(key.IsNamed("CardNo"));
     EXPECT_TRUE(key.IsNamed("CARDNO"));
     EXPECT_FALSE(key.IsNamed("CardN"));
