@@ -8,23 +8,23 @@ namespace {
 
 using std::chrono::seconds;
 
-/// An answer that is not there by now may never come: the panel is then asked for a sign of life.
+/// A response that has not arrived by then may never arrive: a probe is sent.
 constexpr seconds kProbeAfter(3);
 
 /// The panel ends a session between 10 and 15 seconds after its last line.
 constexpr seconds kSilenceLimit(9);
 
-/// The panel stops sending a photograph 5 seconds after it began.
+/// The panel stops sending a user image 5 seconds after its first byte.
 constexpr seconds kBytesLimit(7);
 
-/// So many unanswered heartbeats mean that nobody is there.
-constexpr std::size_t kHeartbeatsOwed = 4;
+/// The panel is lost when so many heartbeats have no response.
+constexpr std::size_t kHeartbeatsExpected = 4;
 
 constexpr std::size_t kChunk = std::size_t{16} * 1024;
 
 constexpr char kProbe[] = "Hello?";
-constexpr char kProbeAnswer[] = "HelloResponse?";
-constexpr char kHeartbeatAnswer[] = "HeartbeatResponse?";
+constexpr char kProbeResponse[] = "HelloResponse?";
+constexpr char kHeartbeatResponse[] = "HeartbeatResponse?";
 
 bool BeginsWith(std::string_view text, std::string_view beginning)
 {
@@ -34,9 +34,10 @@ bool BeginsWith(std::string_view text, std::string_view beginning)
 } // namespace
 
 Session::Connection::Connection(const SessionOptions &options)
-    : options_(options), lines_(ConnectTo(options.Host, options.Port,
-                                          Clock::now() + options.ConnectLimit, options.IsCancelled),
-                                options.IsCancelled)
+    : options_(options),
+      lines_(ConnectTo(options.Host, options.Port, Clock::now() + options.ConnectTimeout,
+                       options.IsCancelled),
+             options.IsCancelled)
 {}
 
 void Session::Connection::SendLine(std::string_view line)
@@ -47,47 +48,49 @@ void Session::Connection::SendLine(std::string_view line)
 
 std::optional<std::string> Session::Connection::ReadFirst(std::string_view beginning, bool mayProbe)
 {
-    const Deadline deadline = Clock::now() + options_.AnswerLimit;
+    const Deadline deadline = Clock::now() + options_.ResponseTimeout;
     const Deadline probeTime = mayProbe ? Clock::now() + kProbeAfter : deadline;
     bool hasProbed = false;
     for (;;) {
         const bool isLast = hasProbed || probeTime >= deadline;
         std::optional<std::string> line = lines_.ReadLine(isLast ? deadline : probeTime);
         if (!line && isLast)
-            throw Unreachable("The panel stopped answering: it sent nothing for " +
-                              std::to_string(options_.AnswerLimit / seconds(1)) + " seconds.");
+            throw ConnectionError("The panel stopped responding: it sent nothing for " +
+                                  std::to_string(options_.ResponseTimeout / seconds(1)) +
+                                  " seconds.");
         if (!line) {
             Send(kProbe);
             hasProbed = true;
             continue;
         }
-        if (IsOwed(*line))
+        if (IsExpected(*line))
             continue;
-        owed_.clear(); // what was asked before would have been answered before
-        // Answers come in the order of the lines: the probe's cannot overtake the answer to a line
-        // that the panel has taken.
-        if (hasProbed && BeginsWith(*line, kProbeAnswer))
+        expected_.clear(); // responses to earlier lines would have arrived before
+        // Responses arrive in the order of the lines: the probe's cannot overtake the response
+        // to a line that the panel has received.
+        if (hasProbed && BeginsWith(*line, kProbeResponse))
             return std::nullopt;
         if (!BeginsWith(*line, beginning) || line->find("Response?Result=") == std::string::npos)
             FailStrange();
         if (hasProbed)
-            owed_.emplace_back(kProbeAnswer);
+            expected_.emplace_back(kProbeResponse);
         return line;
     }
 }
 
 std::string Session::Connection::ReadNext()
 {
-    std::optional<std::string> line = lines_.ReadLine(Clock::now() + options_.AnswerLimit);
+    std::optional<std::string> line = lines_.ReadLine(Clock::now() + options_.ResponseTimeout);
     if (!line)
-        throw Unreachable("The panel stopped in the middle of its answer.");
+        throw ConnectionError("The panel stopped in the middle of its response.");
     return *line;
 }
 
-std::vector<char> Session::Connection::ReadBytes(std::size_t count, const Progress &progress)
+std::vector<char> Session::Connection::ReadBytes(std::size_t count,
+                                                 const ProgressCallback &progress)
 {
     std::vector<char> bytes;
-    const auto limit = std::min<std::chrono::milliseconds>(kBytesLimit, options_.AnswerLimit);
+    const auto limit = std::min<std::chrono::milliseconds>(kBytesLimit, options_.ResponseTimeout);
     while (bytes.size() < count) {
         const std::vector<char> some = lines_.ReadSome(count - bytes.size(), Clock::now() + limit);
         if (some.empty())
@@ -99,11 +102,13 @@ std::vector<char> Session::Connection::ReadBytes(std::size_t count, const Progre
     return bytes;
 }
 
-bool Session::Connection::SendBytes(const std::vector<char> &bytes, const Progress &progress)
+bool Session::Connection::SendBytes(const std::vector<char> &bytes,
+                                    const ProgressCallback &progress)
 {
     for (std::size_t sent = 0; sent < bytes.size();) {
         const std::size_t count = std::min(kChunk, bytes.size() - sent);
-        if (!lines_.Send({bytes.data() + sent, count}, Clock::now() + options_.AnswerLimit, true))
+        if (!lines_.Send({bytes.data() + sent, count}, Clock::now() + options_.ResponseTimeout,
+                         true))
             return false;
         sent += count;
         if (progress)
@@ -114,16 +119,16 @@ bool Session::Connection::SendBytes(const std::vector<char> &bytes, const Progre
 
 void Session::Connection::SendHeartbeat()
 {
-    while (!owed_.empty()) {
+    while (!expected_.empty()) {
         const std::optional<std::string> line = lines_.ReadLine(Clock::now());
         if (!line)
             break;
-        static_cast<void>(IsOwed(*line));
+        static_cast<void>(IsExpected(*line));
     }
-    if (owed_.size() >= kHeartbeatsOwed)
-        throw Unreachable("The panel stopped answering.");
+    if (expected_.size() >= kHeartbeatsExpected)
+        throw ConnectionError("The panel stopped responding.");
     Send("Heartbeat?");
-    owed_.emplace_back(kHeartbeatAnswer);
+    expected_.emplace_back(kHeartbeatResponse);
 }
 
 bool Session::Connection::IsUsable()
@@ -133,15 +138,15 @@ bool Session::Connection::IsUsable()
 
 void Session::Connection::Send(std::string_view line)
 {
-    lines_.Send(std::string(line) + "\n", Clock::now() + options_.AnswerLimit);
+    lines_.Send(std::string(line) + "\n", Clock::now() + options_.ResponseTimeout);
     lastSent_ = Clock::now();
 }
 
-bool Session::Connection::IsOwed(std::string_view line)
+bool Session::Connection::IsExpected(std::string_view line)
 {
-    if (owed_.empty() || !BeginsWith(line, owed_.front()))
+    if (expected_.empty() || !BeginsWith(line, expected_.front()))
         return false;
-    owed_.pop_front();
+    expected_.pop_front();
     return true;
 }
 

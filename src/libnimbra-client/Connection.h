@@ -13,41 +13,42 @@
 
 namespace nimbra::client {
 
-/// One TCP connection of a session, and what is known about it. Throws Unreachable and Cancelled.
+/// One TCP connection of a session and its state. Throws ConnectionError and CancelledError.
 class Session::Connection
 {
 public:
     explicit Connection(const SessionOptions &options);
 
-    /// Sends a line. The connection is not usable again until its answer is finished.
+    /// Sends a line. The connection is not usable again until Finish().
     void SendLine(std::string_view line);
 
-    /// The first line of the answer to the line just sent, which must begin with `beginning`. With
-    /// `mayProbe`, nothing is returned when the panel has provably passed the line over.
+    /// Returns the first line of the response to the line just sent, which must begin with
+    /// `beginning`. With `mayProbe`, returns nothing when the panel has provably lost the line.
     [[nodiscard]] std::optional<std::string> ReadFirst(std::string_view beginning, bool mayProbe);
-    /// The next line of the same answer.
+    /// Returns the next line of the same response.
     [[nodiscard]] std::string ReadNext();
-    /// The bytes behind a line; fewer when they stop coming.
-    [[nodiscard]] std::vector<char> ReadBytes(std::size_t count, const Progress &progress);
-    /// Sends bytes behind a line; false when the panel has answered before it took them all.
-    [[nodiscard]] bool SendBytes(const std::vector<char> &bytes, const Progress &progress);
-    /// Notes that the answer is complete.
+    /// Returns the bytes after a line; fewer when they stop arriving.
+    [[nodiscard]] std::vector<char> ReadBytes(std::size_t count, const ProgressCallback &progress);
+    /// Sends bytes after a line. Returns false when the panel responds before it received them all.
+    [[nodiscard]] bool SendBytes(const std::vector<char> &bytes, const ProgressCallback &progress);
+    /// Marks the response as complete.
     void Finish() { isUnfinished_ = false; }
 
-    /// Sends a heartbeat, whose answer is taken in later.
+    /// Sends a heartbeat; its response is read later.
     void SendHeartbeat();
-    /// Whether the panel still serves the connection, and nothing unread is in the way.
+    /// Whether the panel still serves the connection and no unread response is in the way.
     [[nodiscard]] bool IsUsable();
 
 private:
     void Send(std::string_view line);
-    [[nodiscard]] bool IsOwed(std::string_view line);
+    /// Whether the line is the next expected response; forgets it then.
+    [[nodiscard]] bool IsExpected(std::string_view line);
 
     const SessionOptions options_;
     LineSocket lines_;
     Clock::time_point lastSent_ = Clock::now();
-    /// Beginnings of the answers that are still to come and that nobody waits for, in their order.
-    std::deque<std::string> owed_;
+    /// Beginnings of the responses that are still to arrive and that no caller waits for, in order.
+    std::deque<std::string> expected_;
     bool isUnfinished_ = false;
 };
 

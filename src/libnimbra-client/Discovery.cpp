@@ -23,14 +23,14 @@ namespace nimbra::client {
 namespace {
 
 constexpr std::array<Field, 5> kFields{{
-    {"Key", Kind::Number},
-    {"MacAddr", Kind::Text},
-    {"ModelName", Kind::Text},
-    {"PrivateAddr", Kind::Text},
-    {"PrivatePort", Kind::Number},
+    {"Key", FieldKind::Number},
+    {"MacAddr", FieldKind::Text},
+    {"ModelName", FieldKind::Text},
+    {"PrivateAddr", FieldKind::Text},
+    {"PrivatePort", FieldKind::Number},
 }};
 
-constexpr std::string_view kAnswer = "ScanResponse?Result=0&";
+constexpr std::string_view kResponse = "ScanResponse?Result=0&";
 
 sockaddr_in AddressOf(in_addr_t address, int port)
 {
@@ -41,8 +41,8 @@ sockaddr_in AddressOf(in_addr_t address, int port)
     return result;
 }
 
-/// The broadcast addresses of this machine's networks: the one for all of them leaves by one
-/// interface only.
+/// Returns the broadcast addresses of this machine's networks: a datagram to 255.255.255.255
+/// leaves by one interface only.
 std::vector<in_addr_t> BroadcastAddresses()
 {
     std::vector<in_addr_t> addresses = {INADDR_BROADCAST};
@@ -69,15 +69,15 @@ in_addr_t Resolve(const std::string &name)
     addrinfo *first = nullptr;
     const int failure = getaddrinfo(name.c_str(), nullptr, &hints, &first);
     if (failure != 0)
-        throw Unreachable("Cannot find the address of " + name + ": " + gai_strerror(failure) +
-                          ".");
+        throw ConnectionError("Cannot find the address of " + name + ": " + gai_strerror(failure) +
+                              ".");
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(first, freeaddrinfo);
     sockaddr_in address = {};
     std::memcpy(&address, first->ai_addr, sizeof address);
     return address.sin_addr.s_addr;
 }
 
-std::vector<in_addr_t> TargetsOf(const DiscoverOptions &options)
+std::vector<in_addr_t> TargetsOf(const DiscoveryOptions &options)
 {
     if (options.Targets.empty())
         return BroadcastAddresses();
@@ -97,8 +97,8 @@ Handle OpenSocket()
         setsockopt(socket.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
         setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         bind(socket.Get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
-        throw Unreachable("Cannot listen on UDP port " + std::to_string(kScanAnswerPort) +
-                          " for the answers: " + std::strerror(errno) + ".");
+        throw ConnectionError("Cannot listen on UDP port " + std::to_string(kScanAnswerPort) +
+                              " for the responses: " + std::strerror(errno) + ".");
     return socket;
 }
 
@@ -116,11 +116,11 @@ void Probe(int socket, const std::vector<in_addr_t> &targets, std::int32_t key)
         isSent = isSent || isGone;
     }
     if (!isSent)
-        throw Unreachable(std::string("Cannot send a probe: ") + std::strerror(error) + ".");
+        throw ConnectionError(std::string("Cannot send a probe: ") + std::strerror(error) + ".");
 }
 
-/// One datagram; false when it is no answer to the probe with this key.
-bool Receive(int socket, std::int32_t key, FoundPanel *panel)
+/// Reads one datagram. Returns false when it is not a response to the probe with this key.
+bool Receive(int socket, std::int32_t key, DiscoveredPanel *panel)
 {
     std::array<char, 2048> bytes;
     sockaddr_in sender = {};
@@ -131,9 +131,9 @@ bool Receive(int socket, std::int32_t key, FoundPanel *panel)
         return false;
     std::string_view text(bytes.data(), static_cast<std::size_t>(count));
     text = text.substr(0, text.find('\n'));
-    if (text.substr(0, kAnswer.size()) != kAnswer)
+    if (text.substr(0, kResponse.size()) != kResponse)
         return false;
-    const Record record(kFields, text.substr(kAnswer.size()));
+    const Record record(kFields, text.substr(kResponse.size()));
     std::array<char, INET_ADDRSTRLEN> name{};
     inet_ntop(AF_INET, &sender.sin_addr, name.data(), name.size());
     *panel = {record.Text("ModelName"),
@@ -153,32 +153,32 @@ std::int32_t DrawKey()
 
 } // namespace
 
-std::vector<FoundPanel> Discover(const DiscoverOptions &options)
+std::vector<DiscoveredPanel> Discover(const DiscoveryOptions &options)
 {
     const std::vector<in_addr_t> targets = TargetsOf(options);
     const Handle socket = OpenSocket();
     const std::int32_t key = DrawKey();
     const Deadline end = Clock::now() + options.Duration;
     Deadline nextProbe = Clock::now();
-    std::vector<FoundPanel> panels;
+    std::vector<DiscoveredPanel> panels;
     while (Clock::now() < end) {
         if (Clock::now() >= nextProbe) {
             Probe(socket.Get(), targets, key);
-            nextProbe += options.Interval;
+            nextProbe += options.ProbeInterval;
         }
-        FoundPanel panel;
+        DiscoveredPanel panel;
         if (!WaitForSocket(socket.Get(), POLLIN, std::min(nextProbe, end), options.IsCancelled) ||
             !Receive(socket.Get(), key, &panel))
             continue;
         const bool isKnown =
-            std::any_of(panels.begin(), panels.end(), [&panel](const FoundPanel &known) {
+            std::any_of(panels.begin(), panels.end(), [&panel](const DiscoveredPanel &known) {
                 return known.MacAddress == panel.MacAddress && known.Sender == panel.Sender;
             });
         if (isKnown)
             continue;
         panels.push_back(panel);
-        if (options.Found)
-            options.Found(panel);
+        if (options.OnFound)
+            options.OnFound(panel);
     }
     return panels;
 }

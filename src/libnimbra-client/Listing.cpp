@@ -1,26 +1,26 @@
-// Lists, fetched page by page.
+// Session::List: reads a list page by page.
 
 #include <algorithm>
 #include <limits>
 
-#include <nimbra-client/Replies.h>
+#include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/Session.h>
 
 namespace nimbra::client {
 
 namespace {
 
-/// Hands on the rows that are wanted, each once.
+/// Passes on the requested rows, each once.
 class RowFilter
 {
 public:
-    RowFilter(const std::function<bool(const Record &)> &take, const ListOptions &options,
+    RowFilter(const std::function<bool(const Record &)> &onRow, const ListOptions &options,
               Paging paging)
-        : take_(take), paging_(paging), skip_(paging == Paging::AllAtOnce ? options.Offset : 0),
+        : onRow_(onRow), paging_(paging), skip_(paging == Paging::AllAtOnce ? options.Offset : 0),
           left_(options.Limit > 0 ? options.Limit : std::numeric_limits<int>::max())
     {}
 
-    /// Returns false when no more rows are wanted.
+    /// Returns false when no more rows are needed.
     [[nodiscard]] bool Pass(const std::vector<Record> &rows)
     {
         for (const Record &row : rows)
@@ -33,7 +33,7 @@ public:
     [[nodiscard]] bool HasPassed() const { return hasPassed_; }
 
 private:
-    /// Events that are added while the list is read move older ones to later pages.
+    /// Events that are added during the reading move older ones to later pages.
     [[nodiscard]] bool IsNew(const Record &row)
     {
         if (paging_ != Paging::NewestFirst)
@@ -52,10 +52,10 @@ private:
         }
         hasPassed_ = true;
         --left_;
-        return take_(row) && left_ > 0;
+        return onRow_(row) && left_ > 0;
     }
 
-    const std::function<bool(const Record &)> &take_;
+    const std::function<bool(const Record &)> &onRow_;
     Paging paging_;
     int skip_;
     int left_;
@@ -74,31 +74,31 @@ Request PageOf(const Request &filters, int offset, int limit)
 
 } // namespace
 
-int Session::List(const Request &request, const std::function<bool(const Record &)> &take,
+int Session::List(const Request &request, const std::function<bool(const Record &)> &onRow,
                   const ListOptions &options)
 {
-    const Reply *reply = FindReply(request.Word());
-    if (reply == nullptr || reply->Paging == Paging::None)
-        throw BadRequest(request.Word() + " lists nothing.");
-    RowFilter filter(take, options, reply->Paging);
-    if (reply->Paging == Paging::AllAtOnce) {
-        const Answer answer = Ask(request);
-        static_cast<void>(filter.Pass(answer.Rows));
-        return answer.Result == 0 && !filter.HasPassed() ? 1 : answer.Result;
+    const CommandSchema *schema = FindCommandSchema(request.Word());
+    if (schema == nullptr || schema->Paging == Paging::None)
+        throw RequestError(request.Word() + " lists nothing.");
+    RowFilter filter(onRow, options, schema->Paging);
+    if (schema->Paging == Paging::AllAtOnce) {
+        const Response response = Execute(request);
+        static_cast<void>(filter.Pass(response.Rows));
+        return response.Result == 0 && !filter.HasPassed() ? 1 : response.Result;
     }
     for (int offset = options.Offset;;) {
         const int limit = std::min(std::max(options.PageSize, 1), filter.Left());
-        const Answer answer = Ask(PageOf(request, offset, limit));
-        // Events tell no total: there the page past the end is the only sign of it.
-        if (answer.Result != 0)
-            return answer.Result == 1 && filter.HasPassed() && reply->Paging != Paging::Pages
+        const Response response = Execute(PageOf(request, offset, limit));
+        // An event list has no total: the page after the end is the only sign of the end.
+        if (response.Result != 0)
+            return response.Result == 1 && filter.HasPassed() && schema->Paging != Paging::Pages
                        ? 0
-                       : answer.Result;
-        const int count = static_cast<int>(answer.Rows.size());
+                       : response.Result;
+        const int count = static_cast<int>(response.Rows.size());
         offset += count;
-        if (!filter.Pass(answer.Rows) || count < limit)
+        if (!filter.Pass(response.Rows) || count < limit)
             return 0;
-        if (reply->Paging == Paging::Pages && offset >= answer.Header.Number("Total"))
+        if (schema->Paging == Paging::Pages && offset >= response.Header.Number("Total"))
             return 0;
     }
 }

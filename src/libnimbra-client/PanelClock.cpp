@@ -9,16 +9,16 @@ namespace nimbra::client {
 
 namespace {
 
-/// No zone of the world is farther from UTC.
+/// No time zone is farther from UTC.
 constexpr int kFarthestMinutes = 15 * 60;
 constexpr std::int64_t kSecondsOfDay = 86400;
 
-/// Whether the panel finds the event when asked for those at `time` or later.
+/// Whether the panel finds the event in a search for events at `time` or later.
 bool IsFound(Session &session, std::int32_t eventNo, std::int64_t time)
 {
     Request request("GetEventLogEx");
-    request.Number("EventNo", eventNo).Plain("FromTime", FormatTime(time), kNameBytes);
-    return session.Ask(request.Number("Limit", 1)).Result == 0;
+    request.Number("EventNo", eventNo).RawText("FromTime", FormatTime(time), kNameBytes);
+    return session.Execute(request.Number("Limit", 1)).Result == 0;
 }
 
 std::tm ToUtc(std::int64_t seconds)
@@ -41,15 +41,15 @@ bool IsWithin(const std::tm &time)
 std::optional<std::chrono::minutes> MeasureClockOffset(Session &session)
 {
     Request request("GetEventLogEx");
-    const Answer newest = session.Ask(request.Number("Limit", 1));
+    const Response newest = session.Execute(request.Number("Limit", 1));
     if (newest.Result != 0 || newest.Rows.empty())
         return std::nullopt;
     const std::int32_t eventNo = newest.Rows[0].Number("EventNo");
     const std::optional<std::int64_t> time = ParseTime(newest.Rows[0].Text("EventTime"));
     if (!time)
         return std::nullopt;
-    // The event is found by its own time in the panel's zone and by no later one. Most panels are
-    // on UTC, or on the zone that is asked for first.
+    // A search finds the event from its own time in the panel's zone, and not from a later time.
+    // Most panels use UTC, which is tried first.
     if (IsFound(session, eventNo, *time) && !IsFound(session, eventNo, *time + 60))
         return std::chrono::minutes(0);
     int low = -kFarthestMinutes;
@@ -63,7 +63,9 @@ std::optional<std::chrono::minutes> MeasureClockOffset(Session &session)
 
 std::optional<std::int64_t> ParseTime(std::string_view text)
 {
-    const std::string whole(text);
+    std::string whole(text);
+    if (whole.find(':') != std::string::npos && whole.back() == 'Z')
+        whole.pop_back();
     std::tm time = {};
     int dateEnd = 0;
     int minuteEnd = 0;
@@ -80,7 +82,7 @@ std::optional<std::int64_t> ParseTime(std::string_view text)
     time.tm_mon -= 1;
     const std::tm given = time;
     const auto seconds = static_cast<std::int64_t>(timegm(&time));
-    // A day that the month lacks has become one of the next month.
+    // A day that the month lacks becomes one of the next month.
     if (!IsWithin(given) || time.tm_mday != given.tm_mday ||
         seconds < std::numeric_limits<std::int32_t>::min() ||
         seconds > std::numeric_limits<std::int32_t>::max())

@@ -9,7 +9,7 @@ namespace nimbra::client {
 
 namespace {
 
-/// The one value that stands between double quotes.
+/// Removes the double quotes around a value; only an URL has them.
 std::string_view WithoutQuotes(std::string_view value)
 {
     if (value.size() >= 2 && value.front() == '"' && value.back() == '"')

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/Error.h>
-#include <nimbra-client/Replies.h>
 #include <nimbra-client/Request.h>
 
 namespace nimbra::client {
@@ -15,11 +15,11 @@ bool IsSameLetter(char a, char b)
            std::tolower(static_cast<unsigned char>(b));
 }
 
-/// Whether the panel, which finds its words anywhere in a line, would find one in `text`.
+/// Whether the panel, which finds command words anywhere in a line, would find one in `text`.
 bool HoldsCommandWord(std::string_view text)
 {
-    for (const Reply &reply : AllReplies()) {
-        const std::string word = std::string(reply.Word) + "?";
+    for (const CommandSchema &schema : CommandSchemas()) {
+        const std::string word = std::string(schema.Word) + "?";
         if (std::search(text.begin(), text.end(), word.begin(), word.end(), IsSameLetter) !=
             text.end())
             return true;
@@ -29,7 +29,7 @@ bool HoldsCommandWord(std::string_view text)
 
 [[noreturn]] void Refuse(std::string_view key, const std::string &why)
 {
-    throw BadRequest("The value of " + std::string(key) + " " + why + ".");
+    throw RequestError("The value of " + std::string(key) + " " + why + ".");
 }
 
 void Check(std::string_view key, std::string_view value, std::size_t limit)
@@ -59,10 +59,10 @@ Request &Request::Number(std::string_view key, std::int32_t value)
 
 Request &Request::Text(std::string_view key, std::string_view value, std::size_t limit)
 {
-    return Plain(key, WithDoubledQuotes(value), limit);
+    return RawText(key, EscapeQuotes(value), limit);
 }
 
-Request &Request::Plain(std::string_view key, std::string_view value, std::size_t limit)
+Request &Request::RawText(std::string_view key, std::string_view value, std::size_t limit)
 {
     Check(key, value, limit);
     if (!value.empty())
@@ -73,8 +73,9 @@ Request &Request::Plain(std::string_view key, std::string_view value, std::size_
 const std::string &Request::Line() const
 {
     if (line_.size() > kRequestBytes)
-        throw BadRequest("The request has " + std::to_string(line_.size()) +
-                         " bytes; the panel reads lines of " + std::to_string(kRequestBytes) + ".");
+        throw RequestError("The request has " + std::to_string(line_.size()) +
+                           " bytes; the panel reads lines of " + std::to_string(kRequestBytes) +
+                           ".");
     return line_;
 }
 
@@ -85,7 +86,7 @@ void Request::Add(std::string_view key, std::string_view value)
     line_.append(key).append("=").append(value);
 }
 
-std::string WithDoubledQuotes(std::string_view text)
+std::string EscapeQuotes(std::string_view text)
 {
     std::string doubled;
     for (const char c : text)

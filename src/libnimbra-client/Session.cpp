@@ -5,7 +5,7 @@
 #include <cctype>
 #include <utility>
 
-#include <nimbra-client/Replies.h>
+#include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/Session.h>
 
 namespace nimbra::client {
@@ -14,12 +14,12 @@ static_assert(kManagementPort == kClientPort);
 
 namespace {
 
-std::string AnswerTo(const std::string &word)
+std::string ResponseTo(const std::string &word)
 {
     return word + "Response?Result=";
 }
 
-/// A number that the protocol always gives: not negative, and nothing behind it.
+/// Reads a number that every response has: not negative, with nothing after it.
 int NumberIn(std::string_view text)
 {
     const std::optional<std::int32_t> number = ParseNumber(text);
@@ -34,26 +34,26 @@ int ResultOf(std::string_view line)
     return NumberIn(line.substr(0, line.find('&')));
 }
 
-/// What stands behind the result in the first line of an answer.
+/// Returns the pairs after the result in the first line of a response.
 std::string_view PairsOf(std::string_view line)
 {
     const std::size_t end = line.find('&', line.find('?'));
     return end == std::string_view::npos ? std::string_view() : line.substr(end + 1);
 }
 
-/// The answer without its rows.
-Answer ReadHeader(const std::string &line)
+/// Reads the first line of a response, without its rows.
+Response ReadHeader(const std::string &line)
 {
-    Answer answer;
-    answer.Result = ResultOf(line);
-    answer.Line = line;
-    const Reply *reply = FindReply(line.substr(0, line.find("Response?")));
-    if (reply != nullptr && answer.Result == 0)
-        answer.Header = Record(reply->Header, PairsOf(line));
-    return answer;
+    Response response;
+    response.Result = ResultOf(line);
+    response.Line = line;
+    const CommandSchema *schema = FindCommandSchema(line.substr(0, line.find("Response?")));
+    if (schema != nullptr && response.Result == 0)
+        response.Header = Record(schema->Header, PairsOf(line));
+    return response;
 }
 
-/// How many rows or bytes follow a header; 0 when answers of this kind announce none.
+/// Returns how many rows or bytes follow a header; 0 for a response without such a count.
 std::size_t Announced(const Record &header, std::string_view key)
 {
     const auto fields = header.Fields();
@@ -62,8 +62,8 @@ std::size_t Announced(const Record &header, std::string_view key)
     return isKnown ? static_cast<std::size_t>(NumberIn(header.Text(key))) : 0;
 }
 
-/// Whether a probe behind this line would be taken for something else: for the line's own answer,
-/// or for the bytes of a photograph.
+/// Whether a probe after this line would be taken for something else: its response for the line's
+/// own, or its bytes for those of a user image.
 bool MustNotBeProbed(const std::string &line)
 {
     std::string lower = line;
@@ -76,8 +76,8 @@ bool MustNotBeProbed(const std::string &line)
 void CheckFileName(const std::string &name)
 {
     if (name.size() < 5 || name.find_first_of("/'") != std::string::npos)
-        throw BadRequest("The name of a photograph must have 5 bytes or more, and no \"/\" or "
-                         "single quote.");
+        throw RequestError("The name of a photo must have 5 bytes or more, and no \"/\" or "
+                           "single quote.");
 }
 
 } // namespace
@@ -94,9 +94,9 @@ Session &Session::operator=(Session &&) noexcept = default;
 int Session::Login(const std::string &user, const std::string &password)
 {
     Request request("Login");
-    request.Text("Username", user).Plain("Password", password, kPasswordBytes);
+    request.Text("Username", user).RawText("Password", password, kPasswordBytes);
     if (user.empty() || password.empty())
-        throw BadRequest("A login needs a user name and a password.");
+        throw RequestError("A login needs a user name and a password.");
     loginLine_.clear();
     Ready();
     const int result = SendLogin(request.Line());
@@ -105,75 +105,78 @@ int Session::Login(const std::string &user, const std::string &password)
     return result;
 }
 
-Answer Session::Ask(const Request &request)
+Response Session::Execute(const Request &request)
 {
-    Answer answer;
-    Connection &connection = Begin(request.Line(), request.Word(), &answer);
+    Response response;
+    Connection &connection = Begin(request.Line(), request.Word(), &response);
     connection.Finish();
-    return answer;
+    return response;
 }
 
-std::optional<Answer> Session::AskLine(const std::string &line)
+std::optional<Response> Session::ExecuteLine(const std::string &line)
 {
     if (line.find_first_of(std::string("\n\0", 2)) != std::string::npos)
-        throw BadRequest("A request is one line, without line feeds and zero bytes.");
+        throw RequestError("A request is one line, without line feeds and zero bytes.");
     if (line.size() > kRequestBytes)
-        throw BadRequest("The line has " + std::to_string(line.size()) +
-                         " bytes; the panel reads lines of " + std::to_string(kRequestBytes) + ".");
+        throw RequestError("The line has " + std::to_string(line.size()) +
+                           " bytes; the panel reads lines of " + std::to_string(kRequestBytes) +
+                           ".");
     Connection &connection = Ready();
     connection.SendLine(line);
     const std::optional<std::string> first = connection.ReadFirst("", !MustNotBeProbed(line));
     if (first) {
-        Answer answer = ReadAnswer(connection, *first);
-        const std::size_t size = Announced(answer.Header, "Size");
+        Response response = ReadResponse(connection, *first);
+        const std::size_t size = Announced(response.Header, "Size");
         if (connection.ReadBytes(size, {}).size() == size)
             connection.Finish();
-        return answer;
+        return response;
     }
     connection.Finish();
     return std::nullopt;
 }
 
-Photo Session::Download(std::int32_t userNo, const Progress &progress)
+UserImage Session::DownloadUserImage(std::int32_t userNo, const ProgressCallback &progress)
 {
     Request request("GetUserImage");
     request.Number("UserNo", userNo);
-    Answer answer;
-    Connection &connection = Begin(request.Line(), request.Word(), &answer);
-    Photo photo;
-    photo.Result = answer.Result;
-    photo.FileName = answer.Header.Text("FileName");
-    const std::size_t size = Announced(answer.Header, "Size");
-    photo.Bytes = connection.ReadBytes(size, progress);
-    if (photo.Bytes.size() < size)
-        throw Unreachable("Only " + std::to_string(photo.Bytes.size()) + " of " +
-                          std::to_string(size) +
-                          " bytes came; the panel gives up after 5 seconds.");
+    Response response;
+    Connection &connection = Begin(request.Line(), request.Word(), &response);
+    UserImage image;
+    image.Result = response.Result;
+    image.FileName = response.Header.Text("FileName");
+    const std::size_t size = Announced(response.Header, "Size");
+    image.Bytes = connection.ReadBytes(size, progress);
+    if (image.Bytes.size() < size)
+        throw ConnectionError("Only " + std::to_string(image.Bytes.size()) + " of " +
+                              std::to_string(size) +
+                              " bytes arrived; the panel stops after 5 seconds.");
     connection.Finish();
-    return photo;
+    return image;
 }
 
-int Session::Upload(std::int32_t userNo, const std::string &fileName,
-                    const std::vector<char> &bytes, const Progress &progress)
+int Session::UploadUserImage(std::int32_t userNo, const std::string &fileName,
+                             const std::vector<char> &bytes, const ProgressCallback &progress)
 {
     CheckFileName(fileName);
     if (bytes.empty())
-        throw BadRequest("The photograph is empty.");
-    if (bytes.size() > static_cast<std::size_t>(INT32_MAX))
-        throw BadRequest("The photograph is too large.");
+        throw RequestError("The photo is empty.");
+    if (bytes.size() > kUserImageBytes)
+        throw RequestError("The photo is too large: a panel takes at most " +
+                           std::to_string(kUserImageBytes) + " bytes.");
     Request request("SetUserImage");
-    request.Number("UserNo", userNo).Plain("FileName", fileName, kFileNameBytes);
+    request.Number("UserNo", userNo).RawText("FileName", fileName, kFileNameBytes);
     request.Number("Size", static_cast<std::int32_t>(bytes.size()));
     const std::string &line = request.Line();
-    // The panel begins a new window for the next line, so that it cannot fall between two: the
-    // bytes behind a lost line would be read as requests.
-    static_cast<void>(Ask(Request("Heartbeat")));
+    // The panel then begins a new window for the next line, so that the line cannot fall between
+    // two: the bytes after a lost line would be read as requests.
+    static_cast<void>(Execute(Request("Heartbeat")));
     Connection &connection = Ready();
     connection.SendLine(line);
     const bool isSent = connection.SendBytes(bytes, progress);
-    const std::optional<std::string> first = connection.ReadFirst(AnswerTo(request.Word()), false);
+    const std::optional<std::string> first =
+        connection.ReadFirst(ResponseTo(request.Word()), false);
     const int result = ResultOf(*first);
-    // After these the panel reads the rest of the bytes as requests.
+    // After these results the panel reads the rest of the bytes as requests.
     if (isSent && result != 3 && result != 9)
         connection.Finish();
     return result;
@@ -192,19 +195,19 @@ Session::Connection &Session::Ready()
     connection_.reset();
     connection_ = std::make_unique<Connection>(options_);
     connection_->SendLine("Hello?");
-    static_cast<void>(connection_->ReadFirst(AnswerTo("Hello"), false));
+    static_cast<void>(connection_->ReadFirst(ResponseTo("Hello"), false));
     connection_->Finish();
     if (!loginLine_.empty() && SendLogin(loginLine_) != 0)
-        throw Unreachable("The session had ended, and the panel no longer accepts the login.");
+        throw ConnectionError("The session had ended, and the panel no longer accepts the login.");
     return *connection_;
 }
 
 int Session::SendLogin(const std::string &line)
 {
     connection_->SendLine(line);
-    const std::optional<std::string> first = connection_->ReadFirst(AnswerTo("Login"), true);
+    const std::optional<std::string> first = connection_->ReadFirst(ResponseTo("Login"), true);
     if (!first)
-        throw Unreachable("The panel left the login unanswered.");
+        throw ConnectionError("The panel did not respond to the login.");
     const int result = ResultOf(*first);
     if (result == 0)
         connection_->Finish();
@@ -212,30 +215,30 @@ int Session::SendLogin(const std::string &line)
 }
 
 Session::Connection &Session::Begin(const std::string &line, const std::string &word,
-                                    Answer *answer)
+                                    Response *response)
 {
     for (int tries = 0; tries < 2; ++tries) {
         Connection &connection = Ready();
         connection.SendLine(line);
-        // A line that the panel has passed over did nothing: even a change may be sent again.
-        if (const auto first = connection.ReadFirst(AnswerTo(word), !MustNotBeProbed(line))) {
-            *answer = ReadAnswer(connection, *first);
+        // A line that the panel has lost did nothing: even a change may be sent again.
+        if (const auto first = connection.ReadFirst(ResponseTo(word), !MustNotBeProbed(line))) {
+            *response = ReadResponse(connection, *first);
             return connection;
         }
         connection.Finish();
     }
-    throw Unreachable("The panel does not answer " + word + ".");
+    throw ConnectionError("The panel does not respond to " + word + ".");
 }
 
-Answer Session::ReadAnswer(Connection &connection, const std::string &first)
+Response Session::ReadResponse(Connection &connection, const std::string &first)
 {
-    Answer answer = ReadHeader(first);
-    const Reply *reply = FindReply(first.substr(0, first.find("Response?")));
-    for (std::size_t i = Announced(answer.Header, "Count"); i > 0; --i) {
-        answer.RowLines.push_back(connection.ReadNext());
-        answer.Rows.emplace_back(reply->Row, answer.RowLines.back());
+    Response response = ReadHeader(first);
+    const CommandSchema *schema = FindCommandSchema(first.substr(0, first.find("Response?")));
+    for (std::size_t i = Announced(response.Header, "Count"); i > 0; --i) {
+        response.RowLines.push_back(connection.ReadNext());
+        response.Rows.emplace_back(schema->Row, response.RowLines.back());
     }
-    return answer;
+    return response;
 }
 
 } // namespace nimbra::client

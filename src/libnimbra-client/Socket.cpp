@@ -25,13 +25,13 @@ constexpr std::size_t kLongestLine = 8192;
 
 [[noreturn]] void FailBroken(int error)
 {
-    throw Unreachable(std::string("The connection to the panel broke: ") + std::strerror(error) +
-                      ".");
+    throw ConnectionError(std::string("The connection to the panel broke: ") +
+                          std::strerror(error) + ".");
 }
 
 [[noreturn]] void FailClosed()
 {
-    throw Unreachable("The panel closed the connection.");
+    throw ConnectionError("The panel closed the connection.");
 }
 
 /// Finishes a connect that has begun; the error, 0 when it is made.
@@ -64,14 +64,14 @@ Handle &Handle::operator=(Handle &&other) noexcept
 
 void FailStrange()
 {
-    throw Unreachable("What answers there does not speak the panel's protocol.");
+    throw ConnectionError("What answers there does not speak the panel's protocol.");
 }
 
 bool WaitForSocket(int socket, short events, Deadline deadline, const CancelCheck &isCancelled)
 {
     for (;;) {
         if (isCancelled && isCancelled())
-            throw Cancelled();
+            throw CancelledError();
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
         const auto slice = std::clamp(left, std::chrono::milliseconds(0), kSlice);
@@ -93,8 +93,8 @@ Handle ConnectTo(const std::string &host, int port, Deadline deadline,
     addrinfo *first = nullptr;
     const int failure = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
     if (failure != 0)
-        throw Unreachable("Cannot find the address of " + host + ": " + gai_strerror(failure) +
-                          ".");
+        throw ConnectionError("Cannot find the address of " + host + ": " + gai_strerror(failure) +
+                              ".");
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(first, freeaddrinfo);
     int error = 0;
     for (const addrinfo *at = first; at != nullptr; at = at->ai_next) {
@@ -109,7 +109,7 @@ Handle ConnectTo(const std::string &host, int port, Deadline deadline,
         setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         return socket;
     }
-    throw Unreachable("Cannot connect to " + place + ": " + std::strerror(error) + ".");
+    throw ConnectionError("Cannot connect to " + place + ": " + std::strerror(error) + ".");
 }
 
 LineSocket::LineSocket(Handle socket, CancelCheck isCancelled)
@@ -121,7 +121,7 @@ bool LineSocket::Send(std::string_view bytes, Deadline deadline, bool stopEarly)
     while (!bytes.empty()) {
         const auto events = static_cast<short>(stopEarly ? POLLOUT | POLLIN : POLLOUT);
         if (!WaitForSocket(socket_.Get(), events, deadline, isCancelled_))
-            throw Unreachable("The panel stopped taking what is sent to it.");
+            throw ConnectionError("The panel stopped taking what is sent to it.");
         pollfd ready = {socket_.Get(), events, 0};
         poll(&ready, 1, 0);
         if (stopEarly && (ready.revents & POLLIN) != 0)

@@ -35,19 +35,19 @@ private:
     int descriptor_;
 };
 
-/// Throws Unreachable: what came is none of the protocol.
+/// Throws ConnectionError: what came is none of the protocol.
 [[noreturn]] void FailStrange();
 
-/// Waits until the socket has one of the events; false at the deadline. Throws Cancelled.
+/// Waits until the socket has one of the events; false at the deadline. Throws CancelledError.
 [[nodiscard]] bool WaitForSocket(int socket, short events, Deadline deadline,
                                  const CancelCheck &isCancelled);
 
-/// Connects to a host, by any of its addresses. Throws Unreachable and Cancelled.
+/// Connects to a host, by any of its addresses. Throws ConnectionError and CancelledError.
 [[nodiscard]] Handle ConnectTo(const std::string &host, int port, Deadline deadline,
                                const CancelCheck &isCancelled);
 
-/// A connection on which lines and raw bytes come and go. Throws Unreachable when the connection
-/// breaks, and Cancelled. One thread at a time.
+/// A connection on which lines and raw bytes come and go. Throws ConnectionError when the
+/// connection breaks, and CancelledError. One thread at a time.
 class LineSocket
 {
 public:

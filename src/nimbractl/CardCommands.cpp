@@ -11,20 +11,22 @@ namespace nimbra::ctl {
 
 namespace {
 
-using client::Kind;
+using client::FieldKind;
 using client::Record;
 using client::Request;
 
 constexpr std::array<FieldOption, 9> kCardFields{{
-    {"--user-no", {"UserNo", Kind::Number}, "Number of the user that owns the card"},
-    {"--format", {"FormatNo", Kind::Number}, "Number of the card's format; see formats"},
-    {"--card-number", {"CardNumber", Kind::Text}, "What is encoded in the card"},
-    {"--key-number", {"KeyNumber", Kind::Number}, "Key number"},
-    {"--status", {"CardStatus", Kind::Number}, "Status of the card, as the panel numbers it"},
-    {"--type", {"CardType", Kind::Number}, "Type of the card, as the panel numbers it"},
-    {"--never-expire", {"NeverExpire", Kind::Number}, "1 for a card that does not expire, else 0"},
-    {"--valid-from", {"ActDate", Kind::Date}, "First day on which the card is valid"},
-    {"--expires", {"ExpDate", Kind::Date}, "Day on which the card expires"},
+    {"--user-no", {"UserNo", FieldKind::Number}, "Number of the user that owns the card"},
+    {"--format", {"FormatNo", FieldKind::Number}, "Number of the card's format; see formats"},
+    {"--card-number", {"CardNumber", FieldKind::Text}, "What is encoded in the card"},
+    {"--key-number", {"KeyNumber", FieldKind::Number}, "Key number"},
+    {"--status", {"CardStatus", FieldKind::Number}, "Status of the card, as the panel numbers it"},
+    {"--type", {"CardType", FieldKind::Number}, "Type of the card, as the panel numbers it"},
+    {"--never-expire",
+     {"NeverExpire", FieldKind::Number},
+     "1 for a card that does not expire, else 0"},
+    {"--valid-from", {"ActDate", FieldKind::Date}, "First day on which the card is valid"},
+    {"--expires", {"ExpDate", FieldKind::Date}, "Day on which the card expires"},
 }};
 
 struct CardFilter
@@ -72,7 +74,7 @@ void UsePanelDays(Context &context, Record &card)
 
 Record ReadCard(Context &context, int number)
 {
-    Record card = context.Panel.Ask(GetCard(number)).Header;
+    Record card = context.Panel.Execute(GetCard(number)).Header;
     UsePanelDays(context, card);
     return card;
 }
@@ -124,7 +126,7 @@ void AddCard(Context &context, const CardChange &card)
     RequireCardKeys(card.Given);
     Request request("AddCardInfo");
     AddGiven(request, kCardFields, card.Given);
-    context.Panel.Ask(request);
+    context.Panel.Execute(request);
     if (std::optional<Record> added = FindNewCard(context, card.Given)) {
         UsePanelDays(context, *added);
         WriteRecord(context.Options.Output, *added);
@@ -142,9 +144,9 @@ void SetCard(Context &context, const CardChange &card)
     Request request("SetCardInfo");
     request.Number("CardNo", card.Number);
     AddGivenOrKept(request, kCardFields, card.Given, ReadCard(context, card.Number), card.MayCut);
-    context.Panel.Ask(request);
+    context.Panel.Execute(request);
     // A card whose format is not there cannot be read, but has been changed.
-    client::Answer after = context.Panel.Get().Ask(GetCard(card.Number));
+    client::Response after = context.Panel.Get().Execute(GetCard(card.Number));
     if (after.Result != 0) {
         std::fprintf(stderr, "nimbractl: The card is changed; the panel does not show it.\n");
         return;
@@ -158,19 +160,20 @@ void DeleteCards(Context &context, const Cards &cards)
     for (const int number : cards.Numbers) {
         // The panel says yes to every number. A card whose format is gone is found by its levels
         // only, and who may not look may still delete.
-        const int result = context.Panel.Get().Ask(GetLevels(number)).Result;
+        const int result = context.Panel.Get().Execute(GetLevels(number)).Result;
         if (result != 0 && result != 9)
             throw Refused("GetCardAccessLevel", result);
-        context.Panel.Ask(Request("DelCardInfo").Number("CardNo", number));
+        context.Panel.Execute(Request("DelCardInfo").Number("CardNo", number));
         WriteDone(context, "Card " + std::to_string(number) + " is deleted.", "CardNo", number);
     }
 }
 
 void ShowLevels(Context &context, const LevelChange &card)
 {
-    constexpr static std::array<client::Field, 3> kFields{
-        {{"CardNo", Kind::Number}, {"SelectType", Kind::Number}, {"AccessLevelNo", Kind::List}}};
-    const Record levels = context.Panel.Ask(GetLevels(card.Number)).Header;
+    constexpr static std::array<client::Field, 3> kFields{{{"CardNo", FieldKind::Number},
+                                                           {"SelectType", FieldKind::Number},
+                                                           {"AccessLevelNo", FieldKind::List}}};
+    const Record levels = context.Panel.Execute(GetLevels(card.Number)).Header;
     Record record(kFields, "");
     record.Set("CardNo", std::to_string(card.Number));
     record.Set("SelectType", levels.Text("SelectType"));
@@ -182,15 +185,15 @@ void SetLevels(Context &context, const LevelChange &card)
 {
     if (card.Levels.empty() != card.None)
         throw WrongUsage("Name the access levels, or give --none for none of them.");
-    const Record before = context.Panel.Ask(GetLevels(card.Number)).Header;
+    const Record before = context.Panel.Execute(GetLevels(card.Number)).Header;
     Request request("SetCardAccessLevel");
     request.Number("CardNo", card.Number);
     request.Number("SelectType", card.Kind != 0 ? card.Kind : before.Number("SelectType"));
     std::string levels;
     for (const int level : card.Levels)
         levels += (levels.empty() ? "" : " ") + std::to_string(level);
-    request.Plain("AccessLevelNo", levels, client::kRequestBytes);
-    context.Panel.Ask(request);
+    request.RawText("AccessLevelNo", levels, client::kRequestBytes);
+    context.Panel.Execute(request);
     ShowLevels(context, card);
 }
 

@@ -1,20 +1,20 @@
 #include "nimbractl/Context.h"
 
 #include "nimbractl/Fields.h"
-#include "nimbractl/HelpText.h"
+#include "nimbractl/HelpFormatter.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <map>
 
-#include <nimbra-client/Replies.h>
-#include <nimbra-client/Results.h>
+#include <nimbra-client/CommandSchema.h>
+#include <nimbra-client/ResultMessage.h>
 
 namespace nimbra::ctl {
 
 Refused::Refused(const std::string &word, int result)
-    : std::runtime_error(client::MeaningOf(word, result) + " (" + word +
+    : std::runtime_error(client::ResultMessage(word, result) + " (" + word +
                          ": Result=" + std::to_string(result) + ")")
 {}
 
@@ -28,7 +28,7 @@ CLI::App &AddGroup(CLI::App &parent, const std::string &name, const std::string 
 void PrepareApp(CLI::App &app, const std::string &footer)
 {
     app.fallthrough();
-    app.formatter(std::make_shared<HelpText>());
+    app.formatter(std::make_shared<HelpFormatter>());
     app.footer(footer);
 }
 
@@ -85,7 +85,7 @@ void WriteDone(Context &context, const std::string &sentence, const char *key, i
         return;
     }
     const std::array<client::Field, 2> fields{
-        {{"Result", client::Kind::Number}, {key, client::Kind::Number}}};
+        {{"Result", client::FieldKind::Number}, {key, client::FieldKind::Number}}};
     WriteRecord(context.Options.Output, client::Record(fields, "Result=0&" + std::string(key) +
                                                                    "=" + std::to_string(number)));
 }
@@ -149,11 +149,11 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
         return Complain(kRefused, error.what());
     } catch (const WrongUsage &error) {
         return Complain(kWrongUsage, error.what());
-    } catch (const client::BadRequest &error) {
+    } catch (const client::RequestError &error) {
         return Complain(kWrongUsage, error.what());
-    } catch (const client::Unreachable &error) {
+    } catch (const client::ConnectionError &error) {
         return Complain(kUnreachable, error.what());
-    } catch (const client::Cancelled &) {
+    } catch (const client::CancelledError &) {
         return Complain(kInterrupted, "Interrupted.");
     } catch (const std::exception &error) {
         // Something of this machine: memory has run out, for one.

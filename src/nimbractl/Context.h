@@ -1,7 +1,7 @@
 #pragma once
 
 #include "nimbractl/Errors.h"
-#include "nimbractl/Link.h"
+#include "nimbractl/PanelSession.h"
 
 #include <CLI/CLI.hpp>
 
@@ -17,7 +17,7 @@ namespace nimbra::ctl {
 struct Context
 {
     Settings Options;
-    Link Panel{Options};
+    PanelSession Panel{Options};
     /// What the command line asks for; set while it is parsed.
     std::function<void()> Action;
 };

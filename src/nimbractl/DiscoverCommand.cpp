@@ -14,23 +14,23 @@ struct DiscoverChoice
     double Seconds = 5;
 };
 
-using client::Kind;
+using client::FieldKind;
 constexpr std::array<client::Field, 5> kFields{{
-    {"Name", Kind::Text},
-    {"Address", Kind::Text},
-    {"Port", Kind::Number},
-    {"MacAddress", Kind::Text},
-    {"Sender", Kind::Text},
+    {"Name", FieldKind::Text},
+    {"Address", FieldKind::Text},
+    {"Port", FieldKind::Number},
+    {"MacAddress", FieldKind::Text},
+    {"Sender", FieldKind::Text},
 }};
 
 void Discover(Context &context, const DiscoverChoice &choice)
 {
     const auto writer = MakeListWriter(context.Options.Output, {});
-    client::DiscoverOptions options;
+    client::DiscoveryOptions options;
     options.Targets = choice.Targets;
     options.Duration = std::chrono::milliseconds(static_cast<int>(choice.Seconds * 1000));
     options.IsCancelled = context.Panel.IsCancelled;
-    options.Found = [&writer](const client::FoundPanel &panel) {
+    options.OnFound = [&writer](const client::DiscoveredPanel &panel) {
         client::Record record(kFields, "");
         record.Set("Name", panel.ModelName);
         record.Set("Address", panel.Address);
@@ -42,7 +42,7 @@ void Discover(Context &context, const DiscoverChoice &choice)
     const bool isNone = client::Discover(options).empty();
     writer->End();
     if (isNone)
-        throw client::Unreachable("No panel answered.");
+        throw client::ConnectionError("No panel responded.");
 }
 
 } // namespace
@@ -52,11 +52,12 @@ void AddDiscoverCommand(CLI::App &app, Context &context)
     const auto command = AddCommand<DiscoverChoice>(
         app, "discover",
         "Look for panels by UDP broadcast on the networks of this machine. Needs no login. Address "
-        "and Port are where the panel says it is, Sender is where its answer came from",
+        "and Port are those that the panel reports, Sender is the address that its response came "
+        "from",
         context, Discover);
     command.App
         ->add_option("--target", command.Into->Targets,
-                     "Ask this address instead of everyone; may be repeated")
+                     "Probe this address instead of all panels of the networks; may be repeated")
         ->option_text("HOST");
     command.App->add_option("--wait", command.Into->Seconds, "How many seconds to listen")
         ->check(CLI::Range(0.1, 3600.0))

@@ -10,7 +10,7 @@ namespace nimbra::ctl {
 
 namespace {
 
-using client::Kind;
+using client::FieldKind;
 using client::Request;
 
 struct DoorFilter
@@ -34,19 +34,20 @@ struct Switched
 };
 constexpr Switched kLocks{"GetDoorLock",
                           "SetDoorLock",
-                          {{{"DoorNo", Kind::Number}, {"Status", Kind::Number}}},
+                          {{{"DoorNo", FieldKind::Number}, {"Status", FieldKind::Number}}},
                           kLockWords};
 constexpr Switched kOutputs{"GetAuxOutput",
                             "SetAuxOutput",
-                            {{{"OutputNo", Kind::Number}, {"Status", Kind::Number}}},
+                            {{{"OutputNo", FieldKind::Number}, {"Status", FieldKind::Number}}},
                             kSwitchWords};
 
 void ShowStatus(Context &context, const Switched &what, int number)
 {
-    const client::Answer answer = context.Panel.Ask(Request(what.GetWord).Number("Port", number));
+    const client::Response response =
+        context.Panel.Execute(Request(what.GetWord).Number("Port", number));
     client::Record record(what.Fields, "");
     record.Set(what.Fields[0].Name, std::to_string(number));
-    record.Set("Status", answer.Header.Text("Status"));
+    record.Set("Status", response.Header.Text("Status"));
     WriteRecord(context.Options.Output, record, what.Words);
 }
 
@@ -54,8 +55,8 @@ void ShowStatus(Context &context, const Switched &what, int number)
 /// became of it behind.
 void Switch(Context &context, const Switched &what, int number, int control)
 {
-    context.Panel.Ask(Request(what.GetWord).Number("Port", number));
-    context.Panel.Ask(Request(what.SetWord).Number("Port", number).Number("Control", control));
+    context.Panel.Execute(Request(what.GetWord).Number("Port", number));
+    context.Panel.Execute(Request(what.SetWord).Number("Port", number).Number("Control", control));
     ShowStatus(context, what, number);
 }
 
@@ -80,8 +81,9 @@ void ListDoors(Context &context, const DoorFilter &filter)
 
 void ShowDoor(Context &context, const Place &place)
 {
-    const auto answer = context.Panel.Ask(Request("GetDoorInfo").Number("DoorNo", place.Number));
-    WriteRecord(context.Options.Output, answer.Header, kLockWords);
+    const auto response =
+        context.Panel.Execute(Request("GetDoorInfo").Number("DoorNo", place.Number));
+    WriteRecord(context.Options.Output, response.Header, kLockWords);
 }
 
 } // namespace

@@ -11,7 +11,7 @@ enum Status : int
     kDone = 0,
     kRefused = 1,      ///< refused or failed by the panel
     kWrongUsage = 2,   ///< nothing was asked of the panel, or no more than reading
-    kUnreachable = 3,  ///< the panel cannot be reached, or stopped answering
+    kUnreachable = 3,  ///< the panel cannot be reached, or stopped responding
     kInterrupted = 130 ///< Ctrl-C in the shell
 };
 

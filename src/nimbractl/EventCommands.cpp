@@ -14,7 +14,7 @@ namespace nimbra::ctl {
 
 namespace {
 
-using client::Kind;
+using client::FieldKind;
 using client::Record;
 using client::Request;
 
@@ -24,17 +24,17 @@ constexpr int kPageSize = 200;
 constexpr int kNewPageSize = 25;
 
 constexpr std::array<FieldOption, 8> kFilters{{
-    {"--code", {"EventCode", Kind::Number}, "Of this event code; see event-codes"},
-    {"--user-no", {"UserNo", Kind::Number}, "Of the user with this number"},
-    {"--user-name", {"UserName", Kind::Text}, "With this text in the user's or login's name"},
-    {"--card", {"CardNo", Kind::Number}, "Of the card with this record number"},
-    {"--device", {"DeviceName", Kind::Text}, "With this text in the device's name"},
+    {"--code", {"EventCode", FieldKind::Number}, "Of this event code; see event-codes"},
+    {"--user-no", {"UserNo", FieldKind::Number}, "Of the user with this number"},
+    {"--user-name", {"UserName", FieldKind::Text}, "With this text in the user's or login's name"},
+    {"--card", {"CardNo", FieldKind::Number}, "Of the card with this record number"},
+    {"--device", {"DeviceName", FieldKind::Text}, "With this text in the device's name"},
     {"--text",
-     {"EventDesc", Kind::Text},
+     {"EventDesc", FieldKind::Text},
      "With this text in the description",
      client::kDescriptionBytes},
-    {"--device-type", {"DeviceType", Kind::Number}, "Of devices of this kind"},
-    {"--video-tag", {"VideoTag", Kind::Number}, "Of this camera channel"},
+    {"--device-type", {"DeviceType", FieldKind::Number}, "Of devices of this kind"},
+    {"--video-tag", {"VideoTag", FieldKind::Number}, "Of this camera channel"},
 }};
 
 struct EventFilter
@@ -79,18 +79,18 @@ void AddTime(Context &context, Request &request, const char *key, const std::str
     if (text.find(':') == std::string::npos)
         seconds += atEndOfDay;
     const std::chrono::seconds offset = context.Panel.ClockOffset();
-    request.Plain(key, client::FormatTime(seconds + offset.count()), client::kNameBytes);
+    request.RawText(key, client::FormatTime(seconds + offset.count()), client::kNameBytes);
 }
 
 /// Adds a door's present name to a filter, where it can be had and sent.
 void AddNameOf(Context &context, Request &request, int door)
 {
-    const client::Answer answer =
-        context.Panel.Get().Ask(Request("GetDoorInfo").Number("DoorNo", door));
+    const client::Response response =
+        context.Panel.Get().Execute(Request("GetDoorInfo").Number("DoorNo", door));
     try {
-        if (answer.Result == 0)
-            request.Text("DeviceName", answer.Header.Text("Name"));
-    } catch (const client::BadRequest &) {
+        if (response.Result == 0)
+            request.Text("DeviceName", response.Header.Text("Name"));
+    } catch (const client::RequestError &) {
         // A name that no request can carry: the port alone has to do.
     }
 }
@@ -129,8 +129,9 @@ void ListEvents(Context &context, const EventFilter &filter)
 
 void ShowEvent(Context &context, const OneEvent &event)
 {
-    const auto answer = context.Panel.Ask(Request("GetEventLog").Number("EventNo", event.Number));
-    WriteRecord(context.Options.Output, answer.Header);
+    const auto response =
+        context.Panel.Execute(Request("GetEventLog").Number("EventNo", event.Number));
+    WriteRecord(context.Options.Output, response.Header);
 }
 
 /// The events that match, newest first: the newest `limit` ones, or those behind `known`.
@@ -149,7 +150,7 @@ std::vector<Record> NewestEvents(Context &context, const Request &request, int l
             return true;
         },
         options);
-    // Result 1 is also the answer when there is none yet.
+    // Result 1 is also the result when there is no event yet.
     if (result > 1)
         throw Refused(request.Word(), result);
     return events;
@@ -164,7 +165,7 @@ void Pause(Context &context, double duration)
     auto nextHeartbeat = Clock::now() + kKeepAlive;
     while (Clock::now() < end) {
         if (context.Panel.IsCancelled && context.Panel.IsCancelled())
-            throw client::Cancelled();
+            throw client::CancelledError();
         if (Clock::now() >= nextHeartbeat) {
             context.Panel.Get().KeepAlive();
             nextHeartbeat += kKeepAlive;

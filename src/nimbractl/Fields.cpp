@@ -8,7 +8,7 @@ namespace nimbra::ctl {
 
 namespace {
 
-using client::Kind;
+using client::FieldKind;
 
 /// What the panel stores for a date that is not given.
 constexpr char kNoDate[] = "1970-01-01";
@@ -23,22 +23,22 @@ CLI::Validator IsDate()
             ""};
 }
 
-const char *TypeName(Kind kind)
+const char *TypeName(FieldKind kind)
 {
-    if (kind == Kind::Number)
+    if (kind == FieldKind::Number)
         return "NUMBER";
-    return kind == Kind::Date ? "DATE" : "TEXT";
+    return kind == FieldKind::Date ? "DATE" : "TEXT";
 }
 
 void AddValue(client::Request &request, const FieldOption &option, const std::string &value)
 {
     const char *key = option.Field.Name;
-    if (option.Field.Kind == Kind::Number)
+    if (option.Field.Kind == FieldKind::Number)
         request.Number(key, client::ParseNumber(value).value_or(0));
-    else if (option.Field.Kind == Kind::Text)
+    else if (option.Field.Kind == FieldKind::Text)
         request.Text(key, value, option.Limit);
     else if (value != kNoDate)
-        request.Plain(key, value, client::kNameBytes);
+        request.RawText(key, value, client::kNameBytes);
 }
 
 } // namespace
@@ -51,9 +51,9 @@ void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields 
             option.Option, [&given, key](const std::string &value) { given[key] = value; },
             option.Help);
         added->option_text(TypeName(option.Field.Kind));
-        if (option.Field.Kind == Kind::Number)
+        if (option.Field.Kind == FieldKind::Number)
             added->transform(IsNumber());
-        if (option.Field.Kind == Kind::Date)
+        if (option.Field.Kind == FieldKind::Date)
             added->check(IsDate());
     }
 }
@@ -75,7 +75,7 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
             continue;
         }
         const std::string &kept = record.Text(option.Field.Name);
-        if (option.Field.Kind == Kind::Text && kept.size() >= option.Limit && !mayCut)
+        if (option.Field.Kind == FieldKind::Text && kept.size() >= option.Limit && !mayCut)
             throw WrongUsage(std::string("The panel may hold more of ") + option.Field.Name +
                              " than the " + std::to_string(option.Limit) +
                              " bytes it tells, and the rest would be lost: give " + option.Option +

@@ -28,13 +28,13 @@ using GivenFields = std::map<std::string, std::string>;
 /// Adds the options; numbers and dates are checked while the command line is parsed.
 void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields &given);
 
-/// Adds the given values to a request, in the order of the options. Throws BadRequest.
+/// Adds the given values to a request, in the order of the options. Throws RequestError.
 void AddGiven(client::Request &request, std::span<const FieldOption> options,
               const GivenFields &given);
 
 /// Adds the values of all options to a request: those given, and those of `record` for the others.
 /// Throws WrongUsage for a text of the record that the panel may hold more of than it tells,
-/// unless `mayCut`, and BadRequest for one that cannot be sent back.
+/// unless `mayCut`, and RequestError for one that cannot be sent back.
 void AddGivenOrKept(client::Request &request, std::span<const FieldOption> options,
                     const GivenFields &given, const client::Record &record, bool mayCut);
 

@@ -19,7 +19,7 @@ namespace nimbra::ctl {
 namespace {
 
 using client::Field;
-using client::Kind;
+using client::FieldKind;
 using client::Record;
 using Json = nlohmann::ordered_json;
 
@@ -31,14 +31,14 @@ std::size_t LiveWidth(const Field &field)
 {
     const std::size_t name = std::string(field.Name).size();
     switch (field.Kind) {
-    case Kind::Number:
+    case FieldKind::Number:
         return name;
-    case Kind::Time:
+    case FieldKind::Time:
         return 19;
-    case Kind::Date:
+    case FieldKind::Date:
         return 10;
-    case Kind::Text:
-    case Kind::List:
+    case FieldKind::Text:
+    case FieldKind::List:
         break;
     }
     return std::max<std::size_t>(name, 20);
@@ -88,9 +88,9 @@ std::string TableCell(const Record &record, std::size_t place, StatusWords statu
     return Printable(record.At(place));
 }
 
-Json ToJson(const std::string &value, Kind kind)
+Json ToJson(const std::string &value, FieldKind kind)
 {
-    if (kind == Kind::List) {
+    if (kind == FieldKind::List) {
         Json numbers = Json::array();
         const char *at = value.c_str();
         for (char *end = nullptr;; at = end) {
@@ -100,7 +100,7 @@ Json ToJson(const std::string &value, Kind kind)
             numbers.push_back(number);
         }
     }
-    if (kind == Kind::Number)
+    if (kind == FieldKind::Number)
         return value.empty() ? Json() : Json(std::strtoll(value.c_str(), nullptr, 10));
     return value;
 }

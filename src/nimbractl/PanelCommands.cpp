@@ -35,7 +35,7 @@ struct LevelFilter
 
 void Show(Context &context, const Request &request)
 {
-    WriteRecord(context.Options.Output, context.Panel.Ask(request).Header);
+    WriteRecord(context.Options.Output, context.Panel.Execute(request).Header);
 }
 
 void ShowCodes(Context &context, const CodeFilter &filter)
@@ -88,12 +88,13 @@ void SetThreat(Context &context, const Number &number)
     // The panel takes any number. Who may not look at the list may still set one.
     const Request look = Request("GetThreatInfo").Number("Level", number.Value);
     if (!number.IsForced) {
-        const int result = context.Panel.Get().Ask(look).Result;
+        const int result = context.Panel.Get().Execute(look).Result;
         if (result != 0 && result != 9)
             throw Refused("GetThreatInfo", result);
     }
-    context.Panel.Ask(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
-    constexpr static std::array<client::Field, 1> kFields{{{"ThreatLevel", client::Kind::Number}}};
+    context.Panel.Execute(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
+    constexpr static std::array<client::Field, 1> kFields{
+        {{"ThreatLevel", client::FieldKind::Number}}};
     WriteRecord(context.Options.Output,
                 client::Record(kFields, "ThreatLevel=" + std::to_string(number.Value)));
 }

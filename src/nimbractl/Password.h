@@ -1,6 +1,6 @@
 #pragma once
 
-#include "nimbractl/Link.h"
+#include "nimbractl/PanelSession.h"
 
 #include <string>
 

@@ -55,10 +55,10 @@ void Store(const std::vector<char> &bytes, const std::string &name, bool mayRepl
 void GetPhoto(Context &context, const PhotoChoice &choice)
 {
     client::Session &session = context.Panel.Get();
-    client::Photo photo;
+    client::UserImage photo;
     {
         ProgressBar bar("Receiving");
-        photo = session.Download(
+        photo = session.DownloadUserImage(
             choice.Number, [&bar](std::size_t done, std::size_t total) { bar.Show(done, total); });
     }
     if (photo.Result != 0)
@@ -106,9 +106,9 @@ void PutPhoto(Context &context, const PhotoChoice &choice)
     int result = 0;
     {
         ProgressBar bar("Sending");
-        result =
-            session.Upload(choice.Number, NameOf(choice), bytes,
-                           [&bar](std::size_t done, std::size_t total) { bar.Show(done, total); });
+        result = session.UploadUserImage(
+            choice.Number, NameOf(choice), bytes,
+            [&bar](std::size_t done, std::size_t total) { bar.Show(done, total); });
     }
     if (result != 0)
         throw Refused("SetUserImage", result);

@@ -18,14 +18,14 @@ std::string WordOf(const std::string &line)
 
 void SendRaw(Context &context, const RawLine &raw)
 {
-    const std::optional<client::Answer> answer = context.Panel.Get().AskLine(raw.Line);
-    if (!answer)
-        throw Refused("The panel does not know this line, and left it unanswered.");
-    std::printf("%s\n", Printable(answer->Line).c_str());
-    for (const std::string &row : answer->RowLines)
+    const std::optional<client::Response> response = context.Panel.Get().ExecuteLine(raw.Line);
+    if (!response)
+        throw Refused("The panel does not know this line and did not respond to it.");
+    std::printf("%s\n", Printable(response->Line).c_str());
+    for (const std::string &row : response->RowLines)
         std::printf("%s\n", Printable(row).c_str());
-    if (answer->Result != 0)
-        throw Refused(WordOf(answer->Line), answer->Result);
+    if (response->Result != 0)
+        throw Refused(WordOf(response->Line), response->Result);
 }
 
 } // namespace
@@ -34,7 +34,8 @@ void AddRawCommand(CLI::App &app, Context &context)
 {
     const auto command = AddCommand<RawLine>(
         app, "raw",
-        "Send a line of the protocol as it stands, and print the lines of the answer as they come. "
+        "Send a line of the protocol without a change and print the lines of the response as "
+        "received. "
         "Nothing is checked, doubled or left out. The bytes of a photograph are dropped",
         context, SendRaw);
     command.App->add_option("line", command.Into->Line, "The line, such as 'GetDoorInfo?DoorNo=1'")

@@ -1,7 +1,7 @@
 #include "nimbractl/Shell.h"
 
 #include "nimbractl/Signals.h"
-#include "nimbractl/Words.h"
+#include "nimbractl/SplitWords.h"
 
 #include <algorithm>
 #include <array>
@@ -240,7 +240,7 @@ public:
         try {
             if (isBeating_)
                 context_.Panel.Get().KeepAlive();
-        } catch (const client::Unreachable &) {
+        } catch (const client::ConnectionError &) {
             isBeating_ = false;
         }
     }

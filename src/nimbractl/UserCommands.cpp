@@ -11,31 +11,31 @@ namespace nimbra::ctl {
 
 namespace {
 
-using client::Kind;
+using client::FieldKind;
 using client::Record;
 using client::Request;
 
 constexpr std::array<FieldOption, 9> kUserFields{{
-    {"--first-name", {"FirstName", Kind::Text}, "First name"},
-    {"--middle-name", {"MiddleName", Kind::Text}, "Middle name"},
-    {"--last-name", {"LastName", Kind::Text}, "Last name"},
-    {"--phone", {"PhoneNumber", Kind::Text}, "Telephone number"},
-    {"--cell-phone", {"CellPhone", Kind::Text}, "Number of the mobile telephone"},
-    {"--email", {"Email", Kind::Text}, "E-mail address"},
-    {"--ada", {"Ada", Kind::Number}, "ADA setting, 0 or 1"},
-    {"--exempt", {"Exempt", Kind::Number}, "Exemption from threat levels, 0 or 1"},
-    {"--threat-level", {"ThreatLevel", Kind::Number}, "The user's threat level"},
+    {"--first-name", {"FirstName", FieldKind::Text}, "First name"},
+    {"--middle-name", {"MiddleName", FieldKind::Text}, "Middle name"},
+    {"--last-name", {"LastName", FieldKind::Text}, "Last name"},
+    {"--phone", {"PhoneNumber", FieldKind::Text}, "Telephone number"},
+    {"--cell-phone", {"CellPhone", FieldKind::Text}, "Number of the mobile telephone"},
+    {"--email", {"Email", FieldKind::Text}, "E-mail address"},
+    {"--ada", {"Ada", FieldKind::Number}, "ADA setting, 0 or 1"},
+    {"--exempt", {"Exempt", FieldKind::Number}, "Exemption from threat levels, 0 or 1"},
+    {"--threat-level", {"ThreatLevel", FieldKind::Number}, "The user's threat level"},
 }};
 
 constexpr std::array<FieldOption, 8> kUserFilters{{
-    {"--first-name", {"FirstName", Kind::Text}, "With this text in the first name"},
-    {"--middle-name", {"MiddleName", Kind::Text}, "With this text in the middle name"},
-    {"--last-name", {"LastName", Kind::Text}, "With this text in the last name"},
-    {"--cell-phone", {"CellPhone", Kind::Text}, "With this text in the mobile number"},
-    {"--email", {"Email", Kind::Text}, "With this text in the e-mail address"},
-    {"--ada", {"Ada", Kind::Number}, "With this value; 0 filters nothing"},
-    {"--exempt", {"Exempt", Kind::Number}, "With this value; 0 filters nothing"},
-    {"--threat-level", {"ThreatLevel", Kind::Number}, "With this value; 0 filters nothing"},
+    {"--first-name", {"FirstName", FieldKind::Text}, "With this text in the first name"},
+    {"--middle-name", {"MiddleName", FieldKind::Text}, "With this text in the middle name"},
+    {"--last-name", {"LastName", FieldKind::Text}, "With this text in the last name"},
+    {"--cell-phone", {"CellPhone", FieldKind::Text}, "With this text in the mobile number"},
+    {"--email", {"Email", FieldKind::Text}, "With this text in the e-mail address"},
+    {"--ada", {"Ada", FieldKind::Number}, "With this value; 0 filters nothing"},
+    {"--exempt", {"Exempt", FieldKind::Number}, "With this value; 0 filters nothing"},
+    {"--threat-level", {"ThreatLevel", FieldKind::Number}, "With this value; 0 filters nothing"},
 }};
 
 struct UserFilter
@@ -70,7 +70,7 @@ void ListUsers(Context &context, const UserFilter &filter)
 
 void ShowUser(Context &context, const UserChange &user)
 {
-    WriteRecord(context.Options.Output, context.Panel.Ask(GetUser(user.Number)).Header);
+    WriteRecord(context.Options.Output, context.Panel.Execute(GetUser(user.Number)).Header);
 }
 
 /// The panel does not tell a new user's number: of those with the same names, the largest.
@@ -79,7 +79,7 @@ std::optional<Record> FindNewUser(Context &context, const GivenFields &given)
     Request request("GetUserInfoEx");
     for (const FieldOption &filter : kUserFilters)
         if (const auto found = given.find(filter.Field.Name);
-            found != given.end() && filter.Field.Kind == Kind::Text)
+            found != given.end() && filter.Field.Kind == FieldKind::Text)
             request.Text(filter.Field.Name, found->second);
     std::optional<Record> newest;
     const auto take = [&newest, &given](const Record &user) {
@@ -100,7 +100,7 @@ void AddUser(Context &context, const UserChange &user)
     if (user.Given.at("LastName").empty())
         throw WrongUsage("A user must have a last name.");
     static_cast<void>(request.Line());
-    context.Panel.Ask(request);
+    context.Panel.Execute(request);
     if (const std::optional<Record> added = FindNewUser(context, user.Given))
         WriteRecord(context.Options.Output, *added);
     else
@@ -115,22 +115,22 @@ void SetUser(Context &context, const UserChange &user)
         throw WrongUsage("A user must have a last name.");
     Request check("SetUserInfo");
     AddGiven(check, kUserFields, user.Given);
-    const client::Answer before = context.Panel.Ask(GetUser(user.Number));
+    const client::Response before = context.Panel.Execute(GetUser(user.Number));
     Request request("SetUserInfo");
     request.Number("UserNo", user.Number);
     AddGivenOrKept(request, kUserFields, user.Given, before.Header, user.MayCut);
-    context.Panel.Ask(request);
-    WriteRecord(context.Options.Output, context.Panel.Ask(GetUser(user.Number)).Header);
+    context.Panel.Execute(request);
+    WriteRecord(context.Options.Output, context.Panel.Execute(GetUser(user.Number)).Header);
 }
 
 void DeleteUsers(Context &context, const Users &users)
 {
     for (const int number : users.Numbers) {
         // The panel says yes to every number. Who may not look may still delete.
-        const int result = context.Panel.Get().Ask(GetUser(number)).Result;
+        const int result = context.Panel.Get().Execute(GetUser(number)).Result;
         if (result != 0 && result != 9)
             throw Refused("GetUserInfo", result);
-        context.Panel.Ask(Request("DelUserInfo").Number("UserNo", number));
+        context.Panel.Execute(Request("DelUserInfo").Number("UserNo", number));
         WriteDone(context, "User " + std::to_string(number) + " is deleted.", "UserNo", number);
     }
 }

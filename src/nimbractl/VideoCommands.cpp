@@ -21,11 +21,11 @@ struct VideoChoice
 
 void Show(Context &context, const Request &request, bool onlyUrl)
 {
-    const client::Answer answer = context.Panel.Ask(request);
+    const client::Response response = context.Panel.Execute(request);
     if (onlyUrl)
-        std::printf("%s\n", Printable(answer.Header.Text("Url")).c_str());
+        std::printf("%s\n", Printable(response.Header.Text("Url")).c_str());
     else
-        WriteRecord(context.Options.Output, answer.Header);
+        WriteRecord(context.Options.Output, response.Header);
 }
 
 void ShowLive(Context &context, const VideoChoice &choice)
@@ -41,7 +41,7 @@ void ShowRecording(Context &context, const VideoChoice &choice)
     std::string time = choice.Time;
     if (choice.Number != 0) {
         const client::Record event =
-            context.Panel.Ask(Request("GetEventLog").Number("EventNo", choice.Number)).Header;
+            context.Panel.Execute(Request("GetEventLog").Number("EventNo", choice.Number)).Header;
         tag = event.Number("VideoTag");
         time = event.Text("EventTime");
         if (tag == 0)
@@ -50,9 +50,9 @@ void ShowRecording(Context &context, const VideoChoice &choice)
     const std::chrono::seconds offset = context.Panel.ClockOffset();
     Request request("GetPlayVideoInfo");
     request.Number("VideoTag", tag);
-    request.Plain("EventTime",
-                  client::FormatTime(client::ParseTime(time).value_or(0) + offset.count()),
-                  client::kNameBytes);
+    request.RawText("EventTime",
+                    client::FormatTime(client::ParseTime(time).value_or(0) + offset.count()),
+                    client::kNameBytes);
     Show(context, request, choice.OnlyUrl);
 }
 

@@ -28,7 +28,7 @@ constexpr char kFooter[] =
     "  0  done\n"
     "  1  refused or failed by the panel, or nothing was found (the protocol does not tell apart)\n"
     "  2  wrong usage; a value that the protocol cannot carry; a file that cannot be used\n"
-    "  3  the panel cannot be reached, or stopped answering\n"
+    "  3  the panel cannot be reached, or stopped responding\n"
     "\n"
     "Environment: NIMBRA_HOST, NIMBRA_PORT, NIMBRA_USER, NIMBRA_PASSWORD, NIMBRA_CLOCK_OFFSET,\n"
     "NO_COLOR.\n"
@@ -39,7 +39,7 @@ constexpr char kFooter[] =
     "  nimbractl --host 192.168.77.10 --user operator users set 7 --last-name \"O'Brien\"\n"
     "  nimbractl --host 192.168.77.10 --user operator events list --from 2026-01-31 -o csv";
 
-void AddLinkOptions(CLI::App &app, Settings &settings)
+void AddConnectionOptions(CLI::App &app, Settings &settings)
 {
     app.add_option("--host", settings.Host, "The panel's address or name")
         ->envname("NIMBRA_HOST")
@@ -55,7 +55,7 @@ void AddLinkOptions(CLI::App &app, Settings &settings)
                    "File whose first line is the password, - for standard input")
         ->option_text("FILE");
     app.add_option("--timeout", settings.TimeoutSeconds,
-                   "How many seconds to wait for a connection, and for an answer")
+                   "Seconds to wait for a connection and for a response")
         ->transform(IsNumber(1, 3600))
         ->option_text("SECONDS [15]");
     app.add_option("--clock-offset", settings.ClockOffset,
@@ -77,7 +77,7 @@ int Run(int argc, char **argv)
                  "nimbractl");
     PrepareApp(app, kCommandFooter);
     app.set_version_flag("--version", "nimbractl " NIMBRA_VERSION);
-    AddLinkOptions(app, context.Options);
+    AddConnectionOptions(app, context.Options);
     AddAllCommands(app, context);
     int shellStatus = kDone;
     app.add_subcommand("shell",

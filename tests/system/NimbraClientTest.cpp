@@ -44,7 +44,7 @@ TEST(ClientSession, SendsALineAgainThatThePanelHasProvablyLost)
         return "SetThreatLevelResponse?Result=0\n";
     });
     Session session(OptionsFor(panel));
-    EXPECT_EQ(session.Ask(Request("SetThreatLevel").Number("ThreatLevel", 2)).Result, 0);
+    EXPECT_EQ(session.Execute(Request("SetThreatLevel").Number("ThreatLevel", 2)).Result, 0);
     EXPECT_EQ(panel.Lines(), (std::vector<std::string>{"Hello?", "SetThreatLevel?ThreatLevel=2",
                                                        "Hello?", "SetThreatLevel?ThreatLevel=2"}));
 }
@@ -59,7 +59,7 @@ TEST(ClientSession, DoesNotRepeatALineThatIsAnsweredLate)
     });
     Session session(OptionsFor(panel));
     for (int i = 0; i < 2; ++i)
-        EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
+        EXPECT_EQ(session.Execute(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
     EXPECT_EQ(panel.Count("GetThreatLevel?"), 2U);
 }
 
@@ -73,9 +73,9 @@ TEST(ClientSession, HeartbeatsDoNotGetIntoTheWayOfAnswers)
     Session session(OptionsFor(panel));
     for (int i = 0; i < 20; ++i) {
         session.KeepAlive();
-        EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Result, 0);
+        EXPECT_EQ(session.Execute(Request("GetThreatLevel")).Result, 0);
         session.KeepAlive();
-        EXPECT_EQ(session.Ask(Request("Heartbeat")).Result, 0);
+        EXPECT_EQ(session.Execute(Request("Heartbeat")).Result, 0);
     }
     EXPECT_EQ(panel.Count("Hello?"), 1U);
 }
@@ -88,7 +88,7 @@ TEST(ClientSession, NoticesThatNobodyAnswersItsHeartbeats)
         for (int i = 0; i < 10; ++i)
             session.KeepAlive();
     };
-    EXPECT_THROW(beat(), client::Unreachable);
+    EXPECT_THROW(beat(), client::ConnectionError);
 }
 
 TEST(ClientSession, EventsThatArriveMeanwhileAreNotListedTwice)
@@ -137,7 +137,7 @@ TEST(ClientSession, ALaterPageThatFailsIsTold)
     EXPECT_EQ(rows, 1);
     EXPECT_THROW(static_cast<void>(
                      session.List(Request("GetDoorInfo"), [](const Record &) { return true; })),
-                 client::BadRequest);
+                 client::RequestError);
 }
 
 TEST(ClientSession, CanBeCancelledAndUsedOn)
@@ -157,10 +157,11 @@ TEST(ClientSession, CanBeCancelledAndUsedOn)
         EXPECT_TRUE(WaitUntil([&panel] { return panel.Count("GetCardFormatEx?") == 1; }));
         isCancelled = true;
     });
-    EXPECT_THROW(static_cast<void>(session.Ask(Request("GetCardFormatEx"))), client::Cancelled);
+    EXPECT_THROW(static_cast<void>(session.Execute(Request("GetCardFormatEx"))),
+                 client::CancelledError);
     canceller.join();
     isCancelled = false;
-    EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
+    EXPECT_EQ(session.Execute(Request("GetThreatLevel")).Header.Number("ThreatLevel"), 3);
 }
 
 /// A panel whose clock is not on UTC.
@@ -188,7 +189,7 @@ TEST_F(ClientOnPanel, OpensASessionAgainThatHasEndedBySilence)
     EXPECT_EQ(session.Login("admin", "wrong"), 1);
     ASSERT_EQ(session.Login("admin", "admin1234"), 0);
     std::this_thread::sleep_for(std::chrono::seconds(16));
-    EXPECT_EQ(session.Ask(Request("GetThreatLevel")).Result, 0);
+    EXPECT_EQ(session.Execute(Request("GetThreatLevel")).Result, 0);
     EXPECT_EQ(panel_.Calls().size(), 2U); // two logins
 }
 
@@ -197,10 +198,11 @@ TEST_F(ClientOnPanel, GoesOnAfterAnUploadWithoutTheRight)
     Session session(options_);
     ASSERT_EQ(session.Login("guard", "guard2468"), 0);
     const std::vector<char> bytes(1000000, 'x');
-    EXPECT_EQ(session.Upload(7, "user0007.png", bytes), 9);
-    EXPECT_EQ(session.Ask(Request("GetDoorInfo").Number("DoorNo", 1)).Result, 0);
-    EXPECT_THROW(static_cast<void>(session.Upload(7, "a.b", bytes)), client::BadRequest);
-    EXPECT_THROW(static_cast<void>(session.Upload(7, "user.png", {})), client::BadRequest);
+    EXPECT_EQ(session.UploadUserImage(7, "user0007.png", bytes), 9);
+    EXPECT_EQ(session.Execute(Request("GetDoorInfo").Number("DoorNo", 1)).Result, 0);
+    EXPECT_THROW(static_cast<void>(session.UploadUserImage(7, "a.b", bytes)), client::RequestError);
+    EXPECT_THROW(static_cast<void>(session.UploadUserImage(7, "user.png", {})),
+                 client::RequestError);
 }
 
 } // namespace

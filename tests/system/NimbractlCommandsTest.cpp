@@ -342,7 +342,7 @@ TEST_F(NimbractlCommands, APhotographGoesToThePanelAndComesBack)
 
 TEST_F(NimbractlCommands, PhotographsThatCannotBeGottenOrPutAreExplained)
 {
-    ExpectCtlFails({"users", "photo", "get", "12", "/tmp/x"}, 1, "no photograph");
+    ExpectCtlFails({"users", "photo", "get", "12", "/tmp/x"}, 1, "no photo");
     ExpectCtlFails({"users", "photo", "get", "5", "/tmp/x"}, 1, "cannot open the file");
     WriteFile("/tmp/empty.png", "");
     WriteFile("/tmp/some.png", "picture");

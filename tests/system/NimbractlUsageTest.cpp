@@ -178,7 +178,7 @@ TEST_F(NimbractlUsage, APanelThatStopsAnsweringIsStatus3)
     const ProgramResult result = RunCtl({"--timeout", "2", "formats"});
     EXPECT_EQ(result.Status, 3);
     EXPECT_EQ(result.Output,
-              "nimbractl: The panel stopped answering: it sent nothing for 2 seconds.\n");
+              "nimbractl: The panel stopped responding: it sent nothing for 2 seconds.\n");
     EXPECT_GE(watch.Seconds(), 2.0);
     agent_.Signal(SIGCONT);
 }
@@ -188,7 +188,7 @@ TEST(NimbractlFailures, APanelThatCannotBeReachedIsStatus3)
     ExpectCtlFails({"formats"}, 3, "Cannot connect to 127.0.0.1 port 9000: Connection refused");
     ExpectCtlFails({"--host", "no-such-host.invalid", "formats"}, 3, "Cannot find the address");
     const Stopwatch watch;
-    ExpectCtlFails({"discover", "--wait", "0.5"}, 3, "No panel answered");
+    ExpectCtlFails({"discover", "--wait", "0.5"}, 3, "No panel responded");
     EXPECT_GE(watch.Seconds(), 0.5);
 }
 
@@ -214,9 +214,9 @@ TEST(NimbractlFailures, APanelThatAnswersNonsenseIsStatus3)
     ExpectFailsOn("GetCardFormatEx?",
                   "GetCardFormatExResponse?Result=0&Total=9&Offset=0&Count=9\n"
                   "FormatNo=1&Name=x&Default=1\n",
-                  {"formats"}, "stopped in the middle of its answer");
+                  {"formats"}, "stopped in the middle of its response");
     ExpectFailsOn("GetUserImage?", "GetUserImageResponse?Result=0&FileName=a.png&Size=1000\nabc",
-                  {"users", "photo", "get", "1", "/tmp/x"}, "Only 3 of 1000 bytes came");
+                  {"users", "photo", "get", "1", "/tmp/x"}, "Only 3 of 1000 bytes arrived");
     ExpectFailsOn("GetThreatLevel?", std::nullopt, {"threat", "get"}, "closed the connection");
 }
 

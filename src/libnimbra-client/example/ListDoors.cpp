@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <nimbra-client/Results.h>
+#include <nimbra-client/ResultMessage.h>
 #include <nimbra-client/Session.h>
 
 namespace client = nimbra::client;
@@ -21,7 +21,7 @@ int main(int argc, char **argv)
         client::Session session(options);
         const int login = session.Login(argv[2], password);
         if (login != 0) {
-            std::fprintf(stderr, "%s\n", client::MeaningOf("Login", login).c_str());
+            std::fprintf(stderr, "%s\n", client::ResultMessage("Login", login).c_str());
             return 1;
         }
         const auto print = [](const client::Record &door) {

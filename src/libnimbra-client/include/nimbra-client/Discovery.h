@@ -8,32 +8,35 @@
 
 namespace nimbra::client {
 
-/// A panel that has answered, in its own words.
-struct FoundPanel
+/// A panel that responded to a probe.
+struct DiscoveredPanel
 {
     std::string ModelName;  ///< empty for a model that the panel's agent does not know
-    std::string Address;    ///< where the panel says it is
-    std::int32_t Port = 0;  ///< likewise
+    std::string Address;    ///< the panel's address as it reports it
+    std::int32_t Port = 0;  ///< the panel's port as it reports it
     std::string MacAddress; ///< upper case, with colons
-    std::string Sender;     ///< where the answer came from
-    std::int32_t Key = 0;   ///< of the probe that was answered; the same for all of one search
+    std::string Sender;     ///< the address that sent the response
+    std::int32_t Key = 0;   ///< of the probe; the same for all panels of one discovery
 };
 
-struct DiscoverOptions
+struct DiscoveryOptions
 {
-    /// Addresses or names to probe; none: everyone on the networks of this machine.
+    /// Addresses or names to probe. Empty: broadcast on all networks of this machine.
     std::vector<std::string> Targets;
+    /// The whole time of the discovery.
     std::chrono::milliseconds Duration = std::chrono::seconds(5);
-    /// Probes are sent again after this time, since datagrams may be lost.
-    std::chrono::milliseconds Interval = std::chrono::milliseconds(1500);
-    /// Asked several times a second; true throws Cancelled.
+    /// Probes are repeated after this time because datagrams may be lost.
+    std::chrono::milliseconds ProbeInterval = std::chrono::milliseconds(1500);
+    /// Called several times a second; when it returns true, CancelledError is thrown.
     std::function<bool()> IsCancelled;
-    /// Called for each panel as it is found.
-    std::function<void(const FoundPanel &)> Found;
+    /// Called for each panel when its first response arrives.
+    std::function<void(const DiscoveredPanel &)> OnFound;
 };
 
-/// Looks for panels and returns each of them once. Answers to the probes of others are ignored.
-/// Throws Unreachable when the answers' port cannot be had, or no probe can be sent.
-[[nodiscard]] std::vector<FoundPanel> Discover(const DiscoverOptions &options = {});
+/// Sends probes, waits for `Duration` and returns each panel that responded once. Ignores responses
+/// to the probes of other programs. Throws ConnectionError when UDP port 9702 cannot be opened, a
+/// target's address cannot be found or no probe can be sent, and CancelledError. Any thread; the
+/// callbacks are called on the caller's.
+[[nodiscard]] std::vector<DiscoveredPanel> Discover(const DiscoveryOptions &options = {});
 
 } // namespace nimbra::client

@@ -10,24 +10,27 @@
 
 namespace nimbra::client {
 
-/// Panels write times in UTC and read them in their own time zone, without daylight saving. What
-/// is read must be shifted by the zone's offset before it is sent back.
+// A panel sends times in UTC and reads times in its own time zone, without daylight saving time. A
+// time of a response is shifted by the clock offset before it is sent back.
 
-/// How far the panel's clock is ahead of UTC, found out with a few searches for the newest event.
-/// Nothing when the log is empty.
+/// Measures the clock offset: how far the panel's time zone is ahead of UTC, from -15 to +15 hours.
+/// Sends up to 13 searches for the newest event. Returns nothing when the event log is empty or
+/// cannot be read. Throws what Session::Execute throws. The thread of the session.
 [[nodiscard]] std::optional<std::chrono::minutes> MeasureClockOffset(Session &session);
 
-/// Reads "2026-01-31", "2026-01-31 17:05" or "2026-01-31 17:05:00", with a blank or a "T" between,
-/// as seconds since 1970. Nothing for anything else, and for times that the panel cannot keep
-/// (it has 32 bits for them).
+/// Reads "2026-01-31", "2026-01-31 17:05" or "2026-01-31 17:05:00", with a blank or a "T" between
+/// date and time and an optional "Z" after the time, as seconds since 1970-01-01 00:00:00 UTC.
+/// Returns nothing for any other text and for a time outside the panel's 32 bits. Any thread.
 [[nodiscard]] std::optional<std::int64_t> ParseTime(std::string_view text);
 
-/// Writes "2026-01-31 17:05:00", and "2026-01-31".
+/// Writes seconds since 1970-01-01 00:00:00 UTC as "2026-01-31 17:05:00". Any thread.
 [[nodiscard]] std::string FormatTime(std::int64_t seconds);
+/// Writes the day of such a time as "2026-01-31". Any thread.
 [[nodiscard]] std::string FormatDate(std::int64_t seconds);
 
-/// The day that a date of an answer was on the panel, where days begin at local midnight. A date
-/// that was never given (1970-01-01) stays as it is.
+/// Converts a date of a response to the day of the panel's calendar, where days begin at local
+/// midnight. 1970-01-01, the date of a record without a date, and a text that is not a date are
+/// returned unchanged. Any thread.
 [[nodiscard]] std::string ToPanelDay(const std::string &date, std::chrono::minutes offset);
 
 } // namespace nimbra::client

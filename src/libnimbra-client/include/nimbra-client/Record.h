@@ -10,42 +10,45 @@
 
 namespace nimbra::client {
 
-enum class Kind
+/// What the value of a field is.
+enum class FieldKind
 {
-    Number,
+    Number, ///< a decimal number of 32 bits
     Text,
     Time, ///< "2026-01-31 17:05:00", UTC
     Date, ///< "2026-01-31", of the UTC calendar
     List  ///< numbers, separated by blanks
 };
 
-/// One pair of an answer.
+/// The name and the kind of one pair of a response.
 struct Field
 {
     const char *Name;
-    client::Kind Kind;
+    FieldKind Kind;
 };
 
-/// A whole decimal number of 32 bits with nothing behind it; none for any other text.
+/// Reads a whole decimal number of 32 bits. Returns nothing for any other text. Any thread.
 [[nodiscard]] std::optional<std::int32_t> ParseNumber(std::string_view text);
 
-/// The pairs of one line of an answer. A plain value.
+/// The pairs of one line of a response. A plain value, used by one thread at a time.
 class Record
 {
 public:
+    /// A record without fields.
     Record() = default;
-    /// Takes the line apart at the known keys, in their order and from its end: values are not
-    /// quoted, and a name may well hold "&" or "=". A field that the line lacks is empty. `fields`
-    /// must outlive the record.
+    /// Splits the line at the known keys, in their order and from its end: values are not quoted,
+    /// so a name may hold "&" or "=". A field that the line lacks is empty. `fields` must outlive
+    /// the record.
     Record(std::span<const Field> fields, std::string_view line);
 
     [[nodiscard]] std::span<const Field> Fields() const { return fields_; }
-    /// A value by its place, and by its name; empty when there is no such field.
-    [[nodiscard]] const std::string &At(std::size_t place) const { return values_.at(place); }
+    /// Returns the value at this index of Fields(). Throws std::out_of_range.
+    [[nodiscard]] const std::string &At(std::size_t index) const { return values_.at(index); }
+    /// Returns the value of the field with this name; empty when there is no such field.
     [[nodiscard]] const std::string &Text(std::string_view name) const;
-    /// The number that the value begins with, 0 if none.
+    /// Returns the number at the beginning of that value; 0 when there is none.
     [[nodiscard]] std::int32_t Number(std::string_view name) const;
-    /// Replaces the value of a field; nothing happens when there is no such field.
+    /// Replaces the value of a field; does nothing when there is no such field.
     void Set(std::string_view name, std::string_view value);
 
 private:

@@ -7,35 +7,37 @@
 
 namespace nimbra::client {
 
-/// What the panel keeps of texts, in bytes. A doubled quote takes two of them.
+// The bytes that the panel stores of a text. A doubled quote takes two of them.
 inline constexpr std::size_t kNameBytes = 32;
 inline constexpr std::size_t kDescriptionBytes = 64;
 inline constexpr std::size_t kPasswordBytes = 68;
 inline constexpr std::size_t kFileNameBytes = 255;
-/// The longest request line, without its line feed.
+/// The longest request line in bytes, without its line feed.
 inline constexpr std::size_t kRequestBytes = 1023;
 
-/// A request line, put together key by key: Request("GetUserInfo").Number("UserNo", 7). A plain
-/// value.
+/// A request line, built key by key: Request("GetUserInfo").Number("UserNo", 7). A plain value,
+/// used by one thread at a time.
 class Request
 {
 public:
+    /// A request for the command `word`, without keys.
     explicit Request(std::string_view word) : word_(word), line_(word_ + "?") {}
 
     Request &Number(std::string_view key, std::int32_t value);
 
-    /// Adds a text. Its single quotes are doubled, as the panel wants them. An empty one is left
-    /// out: in the protocol it would swallow the pair behind it, and a key that is left out means
-    /// the empty text anyway. Throws BadRequest for a text that holds "&", a line feed or a zero
-    /// byte, that holds a command word with its "?" (the panel would take it for that command), or
-    /// that has more than `limit` bytes (the panel would cut it).
+    /// Adds a text and doubles its single quotes, as the panel requires. An empty text is left out:
+    /// in the protocol it would swallow the next pair, and a key that is left out means the empty
+    /// text. Throws RequestError for a text that holds "&", a line feed, a zero byte or a command's
+    /// word with its "?" (the panel would run that command), or that has more than `limit` bytes
+    /// with its quotes doubled (the panel would cut it).
     Request &Text(std::string_view key, std::string_view value, std::size_t limit = kNameBytes);
 
-    /// As Text, but the quotes stay as they are: for passwords, file names, dates, and lists.
-    Request &Plain(std::string_view key, std::string_view value, std::size_t limit);
+    /// As Text, but leaves the quotes as they are: for passwords, file names, dates and lists.
+    Request &RawText(std::string_view key, std::string_view value, std::size_t limit);
 
     [[nodiscard]] const std::string &Word() const { return word_; }
-    /// The whole line, without a line feed. Throws BadRequest when it is too long to be read.
+    /// Returns the whole line, without a line feed. Throws RequestError when it is longer than
+    /// kRequestBytes.
     [[nodiscard]] const std::string &Line() const;
 
 private:
@@ -45,7 +47,7 @@ private:
     std::string line_;
 };
 
-/// The text with its single quotes doubled.
-[[nodiscard]] std::string WithDoubledQuotes(std::string_view text);
+/// Returns the text with its single quotes doubled. Any thread.
+[[nodiscard]] std::string EscapeQuotes(std::string_view text);
 
 } // namespace nimbra::client

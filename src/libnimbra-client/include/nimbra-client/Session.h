@@ -15,52 +15,55 @@
 
 namespace nimbra::client {
 
-/// The port of every panel.
+/// The most bytes of a user image: the size in the protocol has 32 bits with a sign.
+inline constexpr std::size_t kUserImageBytes = 2147483647;
+
+/// The TCP port of every panel.
 inline constexpr int kManagementPort = 9000;
 
 struct SessionOptions
 {
-    std::string Host;
+    std::string Host; ///< address or name
     int Port = kManagementPort;
-    /// How long to wait for a connection, and for an answer. A panel that has its database locked
-    /// may take some seconds.
-    std::chrono::milliseconds ConnectLimit = std::chrono::seconds(10);
-    std::chrono::milliseconds AnswerLimit = std::chrono::seconds(15);
-    /// Asked several times a second while something is waited for; true throws Cancelled.
+    std::chrono::milliseconds ConnectTimeout = std::chrono::seconds(10);
+    /// The longest wait for a response. A panel whose database is locked takes some seconds.
+    std::chrono::milliseconds ResponseTimeout = std::chrono::seconds(15);
+    /// Called several times a second during a wait; when it returns true, CancelledError is thrown.
     std::function<bool()> IsCancelled;
 };
 
-/// An answer to a request. The data is there when Result is 0.
-struct Answer
+/// The response to a request. Header and Rows are set when Result is 0.
+struct Response
 {
     int Result = 0;
-    std::string Line;                  ///< the first line as it came
-    Record Header;                     ///< its pairs
+    std::string Line;                  ///< the first line as received
+    Record Header;                     ///< the pairs of the first line
     std::vector<Record> Rows;          ///< of a list
-    std::vector<std::string> RowLines; ///< the rows as they came
+    std::vector<std::string> RowLines; ///< the rows as received
 };
 
 struct ListOptions
 {
-    int Offset = 0;
-    int Limit = 0; ///< 0: everything
-    int PageSize = 200;
+    int Offset = 0;     ///< rows to skip
+    int Limit = 0;      ///< most rows to return; 0: all
+    int PageSize = 200; ///< rows of one request
 };
 
-/// Called with the bytes moved so far, and all that are to be.
-using Progress = std::function<void(std::size_t done, std::size_t total)>;
+/// Called with the number of bytes transferred and the total.
+using ProgressCallback = std::function<void(std::size_t done, std::size_t total)>;
 
-struct Photo
+/// The image of a user. FileName and Bytes are set when Result is 0.
+struct UserImage
 {
     int Result = 0;
     std::string FileName;
     std::vector<char> Bytes;
 };
 
-/// A conversation with one panel, one request at a time. The panel ends a session after 10 seconds
-/// of silence; one that has ended is opened again, login included, before the next request is
-/// sent. Every method throws Unreachable when the panel cannot be reached or stops answering, and
-/// Cancelled. One thread at a time.
+/// A session with one panel, one request at a time. The panel ends a session after 10 seconds of
+/// silence; the session is then opened again, with its login, before the next request is sent.
+/// Every method but the destructor throws ConnectionError when the panel cannot be reached or stops
+/// responding, and CancelledError. One thread at a time.
 class Session
 {
 public:
@@ -70,49 +73,54 @@ public:
     Session(Session &&) noexcept;
     Session &operator=(Session &&) noexcept;
 
-    /// Returns the Result: 0 logged in, 1 wrong name or password. The name and the password are
-    /// kept for opening the session again. Throws BadRequest for what cannot be sent.
+    /// Logs in. Returns the Result: 0 success, 1 wrong name or password. Keeps name and password
+    /// for opening the session again. Throws RequestError for a name or a password that cannot be
+    /// sent.
     [[nodiscard]] int Login(const std::string &user, const std::string &password);
 
-    /// Sends a request and returns its answer, rows included. A line that the panel provably lost
-    /// (it reads in windows of 5 seconds, and drops what falls between two) is sent once more.
-    [[nodiscard]] Answer Ask(const Request &request);
+    /// Sends a request and returns its response, rows included. Sends the line once more when the
+    /// panel has provably lost it (it reads in windows of 5 seconds and drops what arrives between
+    /// two). Throws RequestError for a line that is too long.
+    [[nodiscard]] Response Execute(const Request &request);
 
-    /// Sends a line as it stands, once. Nothing is returned when the panel leaves it unanswered,
-    /// as it does with unknown words, while still answering others. The bytes of a photograph are
-    /// read and dropped.
-    [[nodiscard]] std::optional<Answer> AskLine(const std::string &line);
+    /// Sends a line without a check of its pairs, once. Returns nothing when the panel leaves the
+    /// line without a response, as it does with unknown words, but still responds to others. Reads
+    /// and drops the bytes of a user image. Throws RequestError for a line with a line feed or a
+    /// zero byte, or longer than kRequestBytes.
+    [[nodiscard]] std::optional<Response> ExecuteLine(const std::string &line);
 
-    /// Fetches the rows of a list command page by page and hands each to `take`, until `take`
-    /// returns false. Every row comes once, also when new ones are added meanwhile. Returns the
+    /// Requests the rows of a list command page by page and calls `onRow` with each, until it
+    /// returns false. Each row is passed once, also when rows are added meanwhile. Returns the
     /// Result: 0 when there was a row, else that of the first page; that of a later page when it
-    /// fails. `request` holds the filters only.
-    [[nodiscard]] int List(const Request &request, const std::function<bool(const Record &)> &take,
+    /// fails. `request` holds the filters only. Throws RequestError for another command.
+    [[nodiscard]] int List(const Request &request, const std::function<bool(const Record &)> &onRow,
                            const ListOptions &options = {});
 
-    /// Fetches the photograph of a user.
-    [[nodiscard]] Photo Download(std::int32_t userNo, const Progress &progress = {});
+    /// Downloads the image of a user.
+    [[nodiscard]] UserImage DownloadUserImage(std::int32_t userNo,
+                                              const ProgressCallback &progress = {});
 
-    /// Stores the photograph of a user and returns the Result. Throws BadRequest for no bytes and
-    /// for a name that the panel would refuse, or not find again: of less than 5 or more than 255
-    /// bytes, or with a "/" or a quote.
-    [[nodiscard]] int Upload(std::int32_t userNo, const std::string &fileName,
-                             const std::vector<char> &bytes, const Progress &progress = {});
+    /// Uploads the image of a user and returns the Result. Throws RequestError for an empty image,
+    /// for one of more than kUserImageBytes, and for a name that the panel would refuse or not find
+    /// again: of less than 5 or more than kFileNameBytes bytes, or with a "/" or a quote.
+    [[nodiscard]] int UploadUserImage(std::int32_t userNo, const std::string &fileName,
+                                      const std::vector<char> &bytes,
+                                      const ProgressCallback &progress = {});
 
-    /// Ends the panel's waiting for a line without waiting for the answer. To be called every few
-    /// seconds by a client that has nothing to ask. A session that has ended all the same is left
-    /// so until the next request, which opens it again.
+    /// Sends a heartbeat without waiting for its response, so that the panel does not end the
+    /// session. To be called every few seconds by a client that has nothing to request. Leaves a
+    /// session that has ended as it is; the next request opens it again.
     void KeepAlive();
 
 private:
     class Connection;
 
-    /// A connection that the panel still serves.
+    /// Returns a connection that the panel still serves.
     Connection &Ready();
     [[nodiscard]] int SendLogin(const std::string &line);
-    /// Sends a line, again if need be, and reads its answer, but not the bytes behind it.
-    Connection &Begin(const std::string &line, const std::string &word, Answer *answer);
-    [[nodiscard]] static Answer ReadAnswer(Connection &connection, const std::string &first);
+    /// Sends a line, twice if need be, and reads its response without the bytes after it.
+    Connection &Begin(const std::string &line, const std::string &word, Response *response);
+    [[nodiscard]] static Response ReadResponse(Connection &connection, const std::string &first);
 
     SessionOptions options_;
     std::string loginLine_; ///< of the login that succeeded

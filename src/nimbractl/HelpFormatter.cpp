@@ -1,4 +1,4 @@
-#include "nimbractl/HelpText.h"
+#include "nimbractl/HelpFormatter.h"
 
 #include <sstream>
 
@@ -28,17 +28,17 @@ std::string Wrapped(const std::string &text, std::size_t width)
 
 } // namespace
 
-HelpText::HelpText()
+HelpFormatter::HelpFormatter()
 {
     column_width(kFirstColumn);
 }
 
-std::string HelpText::make_description(const CLI::App *app) const
+std::string HelpFormatter::make_description(const CLI::App *app) const
 {
     return Wrapped(app->get_description(), kPageWidth) + ".\n\n";
 }
 
-std::string HelpText::make_subcommand(const CLI::App *sub) const
+std::string HelpFormatter::make_subcommand(const CLI::App *sub) const
 {
     const std::string all = sub->get_description();
     std::ostringstream out;
@@ -48,7 +48,7 @@ std::string HelpText::make_subcommand(const CLI::App *sub) const
     return out.str();
 }
 
-std::string HelpText::make_expanded(const CLI::App *sub) const
+std::string HelpFormatter::make_expanded(const CLI::App *sub) const
 {
     const auto children = sub->get_subcommands([](const CLI::App *) { return true; });
     std::string text;
@@ -63,7 +63,7 @@ std::string HelpText::make_expanded(const CLI::App *sub) const
     return name + CLI::Formatter::make_expanded(sub).substr(sub->get_name().size());
 }
 
-std::string HelpText::make_option_desc(const CLI::Option *option) const
+std::string HelpFormatter::make_option_desc(const CLI::Option *option) const
 {
     return Wrapped(option->get_description(), kPageWidth - kFirstColumn);
 }

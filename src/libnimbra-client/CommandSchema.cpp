@@ -1,21 +1,21 @@
 #include <algorithm>
 #include <array>
 
-#include <nimbra-client/Replies.h>
+#include <nimbra-client/CommandSchema.h>
 #include <strings.h>
 
 namespace nimbra::client {
 
 namespace {
 
-constexpr Kind kNumber = Kind::Number;
-constexpr Kind kText = Kind::Text;
+constexpr FieldKind kNumber = FieldKind::Number;
+constexpr FieldKind kText = FieldKind::Text;
 
 // clang-format off
 constexpr std::array<Field, 3> kList{{{"Total", kNumber}, {"Offset", kNumber}, {"Count", kNumber}}};
 constexpr std::array<Field, 1> kHello{{{"Key", kNumber}}};
 constexpr std::array<Field, 11> kEvent{{
-    {"EventNo", kNumber}, {"EventTime", Kind::Time}, {"DeviceType", kNumber},
+    {"EventNo", kNumber}, {"EventTime", FieldKind::Time}, {"DeviceType", kNumber},
     {"DevicePort", kNumber}, {"DeviceName", kText}, {"EventCode", kNumber}, {"EventDesc", kText},
     {"CardNo", kNumber}, {"UserNo", kNumber}, {"UserName", kText}, {"VideoTag", kNumber},
 }};
@@ -38,17 +38,17 @@ constexpr std::array<Field, 3> kFormat{{
 constexpr std::array<Field, 11> kCard{{
     {"CardNo", kNumber}, {"UserNo", kNumber}, {"FormatNo", kNumber}, {"FormatName", kText},
     {"CardNumber", kText}, {"KeyNumber", kNumber}, {"CardStatus", kNumber}, {"CardType", kNumber},
-    {"NeverExpire", kNumber}, {"ActDate", Kind::Date}, {"ExpDate", Kind::Date},
+    {"NeverExpire", kNumber}, {"ActDate", FieldKind::Date}, {"ExpDate", FieldKind::Date},
 }};
 constexpr std::array<Field, 2> kGroup{{{"LevelNo", kNumber}, {"Name", kText}}};
 constexpr std::array<Field, 3> kLevel{{
     {"SelectType", kNumber}, {"LevelNo", kNumber}, {"Name", kText},
 }};
-constexpr std::array<Field, 2> kCardLevels{{{"SelectType", kNumber}, {"AccessLevelNo", Kind::List}}};
+constexpr std::array<Field, 2> kCardLevels{{{"SelectType", kNumber}, {"AccessLevelNo", FieldKind::List}}};
 constexpr std::array<Field, 2> kThreat{{{"Level", kNumber}, {"Desc", kText}}};
 constexpr std::array<Field, 1> kThreatInForce{{{"ThreatLevel", kNumber}}};
 
-constexpr std::array<Reply, 38> kReplies{{
+constexpr std::array<CommandSchema, 38> kCommandSchemas{{
     {"Hello", kHello, {}, Paging::None},
     {"Login", {}, {}, Paging::None},
     {"Heartbeat", {}, {}, Paging::None},
@@ -92,19 +92,19 @@ constexpr std::array<Reply, 38> kReplies{{
 
 } // namespace
 
-std::span<const Reply> AllReplies()
+std::span<const CommandSchema> CommandSchemas()
 {
-    return kReplies;
+    return kCommandSchemas;
 }
 
-const Reply *FindReply(std::string_view word)
+const CommandSchema *FindCommandSchema(std::string_view word)
 {
     const std::string name(word);
-    const auto *const found =
-        std::find_if(kReplies.begin(), kReplies.end(), [&name](const Reply &reply) {
-            return strcasecmp(reply.Word.data(), name.c_str()) == 0;
+    const auto *const found = std::find_if(
+        kCommandSchemas.begin(), kCommandSchemas.end(), [&name](const CommandSchema &schema) {
+            return strcasecmp(schema.Word.data(), name.c_str()) == 0;
         });
-    return found == kReplies.end() ? nullptr : found;
+    return found == kCommandSchemas.end() ? nullptr : found;
 }
 
 } // namespace nimbra::client

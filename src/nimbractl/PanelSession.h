@@ -24,17 +24,17 @@ struct Settings
 };
 
 /// The session with the panel, opened when it is first needed. One thread.
-class Link
+class PanelSession
 {
 public:
-    explicit Link(const Settings &settings) : settings_(settings) {}
+    explicit PanelSession(const Settings &settings) : settings_(settings) {}
 
     /// The session, logged in. Throws WrongUsage when the settings do not tell enough, and Refused
     /// when the panel does not accept the login.
     [[nodiscard]] client::Session &Get();
     [[nodiscard]] bool IsOpen() const { return session_.has_value(); }
-    /// Sends a request and returns its answer; throws Refused unless Result is 0.
-    client::Answer Ask(const client::Request &request);
+    /// Sends a request and returns its response. Throws Refused unless Result is 0.
+    client::Response Execute(const client::Request &request);
     /// How far the panel's clock is ahead of UTC.
     [[nodiscard]] std::chrono::minutes ClockOffset();
 

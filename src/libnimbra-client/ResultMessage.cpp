@@ -1,6 +1,6 @@
 #include <array>
 
-#include <nimbra-client/Results.h>
+#include <nimbra-client/ResultMessage.h>
 
 namespace nimbra::client {
 
@@ -12,7 +12,7 @@ struct Failure
     std::string_view Meaning;
 };
 
-/// What Result=1 means, command by command: the protocol has one code for every failure.
+/// The meaning of Result=1 for each command: the protocol has one code for all failures.
 constexpr std::array<Failure, 29> kFailures{{
     {"Login", "The user name or the password is wrong, or the panel cannot read its database."},
     {"GetEventLog", "The panel has no such event, or cannot read its database."},
@@ -28,9 +28,9 @@ constexpr std::array<Failure, 29> kFailures{{
     {"GetUserInfoEx", "The panel has no such users, or cannot read its database."},
     {"SetUserInfo", "The panel refused a text, or cannot write its database."},
     {"AddUserInfo", "The panel refused a text, or cannot write its database."},
-    {"GetUserImage", "The user has no photograph, or there is no such user, or the panel cannot "
+    {"GetUserImage", "The user has no photo, or there is no such user, or the panel cannot "
                      "read its database."},
-    {"SetUserImage", "The photograph is stored, but the panel could not note it with the user."},
+    {"SetUserImage", "The photo is stored, but the panel could not record it with the user."},
     {"GetCardFormat", "The panel has no such card format, or cannot read its database."},
     {"GetCardFormatEx", "The panel has no card formats, or cannot read its database."},
     {"GetCardInfo", "The panel has no such card, or the card's format is gone, or the panel cannot "
@@ -51,7 +51,7 @@ constexpr std::array<Failure, 29> kFailures{{
     {"GetThreatLevel", "The panel has no threat level in force, or cannot read its database."},
 }};
 
-std::string_view MeaningOfFailure(std::string_view word)
+std::string_view FailureMessage(std::string_view word)
 {
     for (const Failure &failure : kFailures)
         if (failure.Word == word)
@@ -65,25 +65,25 @@ std::string_view MeaningOfFailure(std::string_view word)
 
 } // namespace
 
-std::string MeaningOf(std::string_view word, int result)
+std::string ResultMessage(std::string_view word, int result)
 {
     const bool isImage = word == "GetUserImage" || word == "SetUserImage";
     switch (result) {
     case 0:
         return "Done.";
     case 1:
-        return std::string(MeaningOfFailure(word));
+        return std::string(FailureMessage(word));
     case 2:
         if (isImage)
-            return word == "GetUserImage" ? "The panel cannot open the file of the photograph."
+            return word == "GetUserImage" ? "The panel cannot open the file of the photo."
                                           : "The panel cannot write a file of this name.";
-        return "Something that the panel requires is missing or 0.";
+        return "A value that the panel requires is missing or 0.";
     case 3:
-        return "The bytes of the photograph did not all reach the panel in time.";
+        return "The bytes of the photo did not all reach the panel in time.";
     case 9:
         return "This login does not have the right to do that.";
     default:
-        return "The panel answered with the unknown result " + std::to_string(result) + ".";
+        return "The panel returned the unknown result " + std::to_string(result) + ".";
     }
 }
 

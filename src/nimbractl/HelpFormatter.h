@@ -7,10 +7,10 @@
 namespace nimbra::ctl {
 
 /// Lays out the help: lines that fit a page, and in a list of commands the first sentence of each.
-class HelpText : public CLI::Formatter
+class HelpFormatter : public CLI::Formatter
 {
 public:
-    HelpText();
+    HelpFormatter();
     std::string make_description(const CLI::App *app) const override;
     std::string make_subcommand(const CLI::App *sub) const override;
     /// One command of the help of all; of a group, all its commands instead.

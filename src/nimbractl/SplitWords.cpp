@@ -1,4 +1,4 @@
-#include "nimbractl/Words.h"
+#include "nimbractl/SplitWords.h"
 
 #include "nimbractl/Errors.h"
 

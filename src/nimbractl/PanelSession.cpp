@@ -1,4 +1,4 @@
-#include "nimbractl/Link.h"
+#include "nimbractl/PanelSession.h"
 
 #include "nimbractl/Errors.h"
 #include "nimbractl/Password.h"
@@ -7,11 +7,11 @@
 #include <cstdio>
 
 #include <nimbra-client/PanelClock.h>
-#include <nimbra-client/Results.h>
+#include <nimbra-client/ResultMessage.h>
 
 namespace nimbra::ctl {
 
-client::Session &Link::Get()
+client::Session &PanelSession::Get()
 {
     if (session_)
         return *session_;
@@ -23,27 +23,27 @@ client::Session &Link::Get()
     client::SessionOptions options;
     options.Host = settings_.Host;
     options.Port = settings_.Port;
-    options.AnswerLimit = std::chrono::seconds(settings_.TimeoutSeconds);
-    options.ConnectLimit = options.AnswerLimit;
+    options.ResponseTimeout = std::chrono::seconds(settings_.TimeoutSeconds);
+    options.ConnectTimeout = options.ResponseTimeout;
     options.IsCancelled = [this] { return IsCancelled && IsCancelled(); };
     client::Session session(options);
     const int result = session.Login(settings_.User, password);
     if (result != 0)
-        throw Refused(client::MeaningOf("Login", result) + " (Login as \"" + settings_.User +
+        throw Refused(client::ResultMessage("Login", result) + " (Login as \"" + settings_.User +
                       "\": Result=" + std::to_string(result) + ")");
     session_.emplace(std::move(session));
     return *session_;
 }
 
-client::Answer Link::Ask(const client::Request &request)
+client::Response PanelSession::Execute(const client::Request &request)
 {
-    client::Answer answer = Get().Ask(request);
-    if (answer.Result != 0)
-        throw Refused(request.Word(), answer.Result);
-    return answer;
+    client::Response response = Get().Execute(request);
+    if (response.Result != 0)
+        throw Refused(request.Word(), response.Result);
+    return response;
 }
 
-std::chrono::minutes Link::ClockOffset()
+std::chrono::minutes PanelSession::ClockOffset()
 {
     if (!clockOffset_ && !settings_.ClockOffset.empty())
         clockOffset_ = ParseClockOffset(settings_.ClockOffset);
