@@ -20,16 +20,16 @@ TEST(ClientRequest, IsOneLineOfPairs)
                   .Number("Ada", -1)
                   .Line(),
               "AddUserInfo?FirstName=What?&LastName=O''Brien = x&Ada=-1");
-    EXPECT_EQ(Request("Login").Plain("Password", "it's", kPasswordBytes).Line(),
+    EXPECT_EQ(Request("Login").RawText("Password", "it's", kPasswordBytes).Line(),
               "Login?Password=it's");
 }
 
 class RefusedText : public ::testing::TestWithParam<std::string>
 {};
 
-TEST_P(RefusedText, ThrowsBadRequest)
+TEST_P(RefusedText, ThrowsRequestError)
 {
-    EXPECT_THROW(Request("AddUserInfo").Text("LastName", GetParam()), BadRequest);
+    EXPECT_THROW(Request("AddUserInfo").Text("LastName", GetParam()), RequestError);
 }
 
 INSTANTIATE_TEST_SUITE_P(ClientRequest, RefusedText,
@@ -42,11 +42,11 @@ TEST(ClientRequest, CountsADoubledQuoteAsTwoBytes)
     EXPECT_NO_THROW(Request("AddUserInfo").Text("LastName", std::string(30, 'x') + "'"));
 }
 
-TEST(ClientRequest, ThrowsBadRequestWhenTheLineIsTooLong)
+TEST(ClientRequest, ThrowsRequestErrorWhenTheLineIsTooLong)
 {
     Request request("SetCardAccessLevel");
-    request.Plain("AccessLevelNo", std::string(1010, '1'), kRequestBytes);
-    EXPECT_THROW(static_cast<void>(request.Line()), BadRequest);
+    request.RawText("AccessLevelNo", std::string(1010, '1'), kRequestBytes);
+    EXPECT_THROW(static_cast<void>(request.Line()), RequestError);
 }
 
 } // namespace
