@@ -1,0 +1,65 @@
+#include "protocol/RowSender.h"
+
+#include "base/Wait.h"
+
+#include <cerrno>
+#include <ctime>
+
+#include <sys/socket.h>
+
+namespace nimbra {
+
+namespace {
+
+constexpr std::time_t kLineSeconds = 5;
+constexpr std::time_t kClientSeconds = 60;
+
+} // namespace
+
+bool RowSender::Add(std::string_view line)
+{
+    if ((lines_ == kBatchLines || kBatchSize - Size() < line.size()) && !Flush())
+        return false;
+    const std::size_t begin = Size();
+    line.copy(bytes_.get() + begin, line.size());
+    ends_[lines_] = begin + line.size();
+    ++lines_;
+    return true;
+}
+
+bool RowSender::Flush()
+{
+    std::size_t done = 0; // bytes that are sent or lost
+    SecondTimer sinceLine;
+    for (std::size_t line = 0; line < lines_;) {
+        const ssize_t result = send(socket_, bytes_.get() + done, Size() - done, MSG_DONTWAIT);
+        const bool hasFailed = result < 0 && errno != EAGAIN;
+        if (result > 0) {
+            done += static_cast<std::size_t>(result);
+            sinceTaken_ = SecondTimer();
+        } else if (!hasFailed) {
+            PauseMillisecond();
+        }
+        isGivenUp_ = sinceTaken_.Elapsed() >= kClientSeconds;
+        if (isGivenUp_)
+            return false;
+        if (done < ends_[line] && (hasFailed || sinceLine.Elapsed() >= kLineSeconds))
+            done = ends_[line];
+        if (done < ends_[line])
+            continue;
+        while (line < lines_ && ends_[line] <= done)
+            ++line;
+        sinceLine = SecondTimer();
+        if (stop_.IsSet())
+            return false;
+    }
+    lines_ = 0;
+    return true;
+}
+
+std::size_t RowSender::Size() const
+{
+    return lines_ == 0 ? 0 : ends_[lines_ - 1];
+}
+
+} // namespace nimbra

@@ -1,0 +1,238 @@
+#include "protocol/RowSender.h"
+
+#include "base/Descriptor.h"
+#include "support/Waiting.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <thread>
+
+#include <sys/socket.h>
+
+namespace nimbra {
+namespace {
+
+using test::Stopwatch;
+
+/// A session's socket and its client's end.
+class Connection
+{
+public:
+    explicit Connection(int kind = SOCK_STREAM)
+    {
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, kind | SOCK_CLOEXEC, 0, ends), 0);
+        session_ = Descriptor(ends[0]);
+        client_ = Descriptor(ends[1]);
+        constexpr int kSmallest = 1;
+        setsockopt(session_.Get(), SOL_SOCKET, SO_SNDBUF, &kSmallest, sizeof kSmallest);
+    }
+
+    [[nodiscard]] int Session() const { return session_.Get(); }
+
+    /// What one call receives; nothing when nothing is there.
+    [[nodiscard]] std::string ReceiveOnce() const
+    {
+        std::string bytes(1U << 20U, '\0');
+        const ssize_t count = recv(client_.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+        bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+        return bytes;
+    }
+    /// Everything that is there.
+    [[nodiscard]] std::string Receive() const
+    {
+        std::string all;
+        for (std::string part = ReceiveOnce(); !part.empty(); part = ReceiveOnce())
+            all += part;
+        return all;
+    }
+    /// Sends until the socket takes no more; how many bytes.
+    [[nodiscard]] std::size_t FillSocket() const
+    {
+        std::size_t count = 0;
+        while (send(session_.Get(), "#", 1, MSG_DONTWAIT) == 1)
+            ++count;
+        return count;
+    }
+    void Close() { client_.Close(); }
+
+private:
+    Descriptor session_;
+    Descriptor client_;
+};
+
+std::string Row(int number, std::size_t size = 100)
+{
+    std::string row = "No=" + std::to_string(number) + "&Name=";
+    row.resize(size - 1, static_cast<char>('a' + number % 26));
+    return row + "\n";
+}
+
+std::string Rows(int begin, int end, std::size_t size = 100)
+{
+    std::string rows;
+    for (int i = begin; i < end; ++i)
+        rows += Row(i, size);
+    return rows;
+}
+
+/// Adds rows until the list ends; whether it went on to its end.
+bool AddRows(RowSender *sender, int begin, int end, std::size_t size = 100)
+{
+    for (int i = begin; i < end; ++i)
+        if (!sender->Add(Row(i, size)))
+            return false;
+    return sender->Flush();
+}
+
+TEST(RowSender, SendsNothingWhenThereIsNothing)
+{
+    const Connection connection;
+    const Flag stop(false);
+    RowSender sender(connection.Session(), stop);
+    EXPECT_TRUE(sender.Flush());
+    EXPECT_TRUE(sender.Flush());
+    EXPECT_EQ(connection.Receive(), "");
+}
+
+TEST(RowSender, SendsAShortListInOnePiece)
+{
+    const Connection connection(SOCK_SEQPACKET);
+    const Flag stop(false);
+    RowSender sender(connection.Session(), stop);
+    for (int i = 0; i < 25; ++i)
+        ASSERT_TRUE(sender.Add(Row(i, 60)));
+    EXPECT_EQ(connection.ReceiveOnce(), "") << "before the list is whole";
+    EXPECT_TRUE(sender.Flush());
+    EXPECT_EQ(connection.ReceiveOnce(), Rows(0, 25, 60));
+    EXPECT_FALSE(sender.IsGivenUp());
+}
+
+TEST(RowSender, SendsALongListWholeAndInOrder)
+{
+    for (const std::size_t size : {11U, 100U, 1023U}) {
+        const Connection connection;
+        const Flag stop(false);
+        std::atomic<bool> isDone = false;
+        std::string received;
+        std::thread client([&] {
+            while (!isDone)
+                received += connection.Receive();
+            received += connection.Receive();
+        });
+        RowSender sender(connection.Session(), stop);
+        EXPECT_TRUE(AddRows(&sender, 0, 3000, size));
+        isDone = true;
+        client.join();
+        EXPECT_TRUE(received == Rows(0, 3000, size)) << size;
+    }
+}
+
+TEST(RowSender, LosesARowThatIsNotTakenWithinItsLimit)
+{
+    const Connection connection;
+    const Flag stop(false);
+    const std::size_t filled = connection.FillSocket();
+    RowSender sender(connection.Session(), stop);
+    const Stopwatch watch;
+    std::string received;
+    std::thread client([&] {
+        // After the limit of the first row and before that of the second.
+        std::this_thread::sleep_for(test::milliseconds(7000));
+        EXPECT_TRUE(test::WaitUntil([&] {
+            received += connection.Receive();
+            return received.ends_with(Row(2));
+        }));
+    });
+    EXPECT_TRUE(AddRows(&sender, 0, 3));
+    EXPECT_GT(watch.Seconds(), 6.9);
+    client.join();
+    EXPECT_EQ(received, std::string(filled, '#') + Rows(1, 3));
+}
+
+TEST(RowSender, LosesOnlyTheRestOfARowThatHasBegun)
+{
+    constexpr std::size_t kSize = 1023;
+    constexpr int kCount = 400;
+    const Connection connection;
+    const Flag stop(false);
+    RowSender sender(connection.Session(), stop);
+    std::string received;
+    std::thread client([&] {
+        std::this_thread::sleep_for(test::milliseconds(7000));
+        EXPECT_TRUE(test::WaitUntil([&] {
+            received += connection.Receive();
+            return received.ends_with(Row(kCount - 1, kSize));
+        }));
+    });
+    EXPECT_TRUE(AddRows(&sender, 0, kCount, kSize));
+    client.join();
+    // The rows in order, but for the rest of one.
+    const std::string whole = Rows(0, kCount, kSize);
+    std::size_t same = 0;
+    while (same < received.size() && received[same] == whole[same])
+        ++same;
+    ASSERT_LT(same, received.size()) << "a row is lost";
+    const std::size_t lost = same / kSize;
+    EXPECT_EQ(received.substr(same), whole.substr((lost + 1) * kSize));
+}
+
+TEST(RowSender, LosesEachRowAtOnceWhenTheSocketHasFailed)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    Connection connection;
+    connection.Close();
+    const Flag stop(false);
+    RowSender sender(connection.Session(), stop);
+    const Stopwatch watch;
+    EXPECT_TRUE(AddRows(&sender, 0, 5000));
+    EXPECT_LT(watch.Seconds(), 3.0);
+    EXPECT_FALSE(sender.IsGivenUp());
+}
+
+TEST(RowSender, EndsAfterTheRowOnItsWayWhenStopped)
+{
+    const Connection connection;
+    Flag stop(false);
+    const std::size_t filled = connection.FillSocket();
+    RowSender sender(connection.Session(), stop);
+    std::string received;
+    std::thread client([&] {
+        std::this_thread::sleep_for(test::milliseconds(200));
+        stop.Set();
+        EXPECT_TRUE(test::WaitUntil([&] {
+            received += connection.Receive();
+            return received.find('\n') != std::string::npos;
+        }));
+    });
+    const Stopwatch watch;
+    EXPECT_FALSE(AddRows(&sender, 0, 100000));
+    EXPECT_LT(watch.Seconds(), 4.0);
+    client.join();
+    received += connection.Receive();
+    // Rows that were handed over together with the first are on their way too.
+    const std::string rows = received.substr(filled);
+    EXPECT_EQ(rows, Rows(0, 1000).substr(0, rows.size()));
+    EXPECT_LT(rows.size(), 32U * 1024);
+    EXPECT_FALSE(sender.IsGivenUp());
+}
+
+TEST(RowSender, EndsAfterTheLimitOfTheRowOnItsWayWhenStopped)
+{
+    const Connection connection;
+    Flag stop(true);
+    const std::size_t filled = connection.FillSocket();
+    RowSender sender(connection.Session(), stop);
+    const Stopwatch watch;
+    EXPECT_FALSE(AddRows(&sender, 0, 100));
+    EXPECT_GT(watch.Seconds(), 3.9);
+    EXPECT_LT(watch.Seconds(), 8.0);
+    EXPECT_EQ(connection.Receive(), std::string(filled, '#'));
+}
+
+} // namespace
+} // namespace nimbra
