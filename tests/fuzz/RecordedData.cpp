@@ -90,10 +90,12 @@ void Fill(ThreatInfo &threat)
 template <class Record>
 void FillRows(Paging &page, RowList<Record> *rows)
 {
-    while (rows->size() < RecordedData::Get().Found)
-        Fill(rows->emplace_back());
+    Record row;
+    Fill(row);
+    while (rows->Count() < static_cast<std::int32_t>(RecordedData::Get().Found))
+        static_cast<void>(rows->Append(row));
     page.Total = INT32_MIN;
-    page.Count = static_cast<std::int32_t>(rows->size());
+    page.Count = rows->Count();
 }
 
 Fields PageFields(const Paging &page)

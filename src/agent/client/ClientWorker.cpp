@@ -1,7 +1,6 @@
 #include "client/ClientWorker.h"
 
 #include "base/Random.h"
-#include "base/SecondTimer.h"
 #include "base/Thread.h"
 #include "base/Wait.h"
 #include "data/DataManager.h"
@@ -45,14 +44,14 @@ void ClientWorker::Run()
 void ClientWorker::Process()
 {
     char line[kLineSize];
-    SecondTimer idle;
-    while (!stop_.IsSet() && idle.Elapsed() <= kIdleSeconds) {
+    idle_ = SecondTimer();
+    while (!stop_.IsSet() && idle_.Elapsed() <= kIdleSeconds) {
         if (!RecvMessage(socket_.Get(), line, sizeof line)) {
             // A socket that has broken fails at once, every time.
             PauseMillisecond();
             continue;
         }
-        idle = SecondTimer();
+        idle_ = SecondTimer();
         Dispatch(line);
     }
 }

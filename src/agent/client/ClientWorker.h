@@ -4,12 +4,15 @@
 #include "base/FixedText.h"
 #include "base/Flag.h"
 #include "base/Log.h"
+#include "base/SecondTimer.h"
 #include "client/AuditEvent.h"
 #include "client/RecordPairs.h"
 #include "data/Authority.h"
 #include "data/Paging.h"
+#include "data/RowList.h"
 #include "protocol/Line.h"
 #include "protocol/Request.h"
+#include "protocol/RowSender.h"
 
 #include <cstdint>
 #include <initializer_list>
@@ -146,26 +149,33 @@ private:
         PutPairs(record, &response);
         Send(response);
     }
-    /// Sends the header of a list and then each row, freed as soon as it is sent. Ends early when
-    /// the session is to end.
+    /// Sends the header of a list and then its rows, whose memory is given back as they are sent.
+    /// The list ends early when the session is to end or its client takes nothing.
     template <class Record>
     void RespondList(const Paging &page, RowList<Record> *rows)
     {
-        Send(Response(Result::Success)
-                 .Pair("Total", page.Total)
-                 .Pair("Offset", page.Offset)
-                 .Pair("Count", page.Count));
-        for (; !rows->empty() && !stop_.IsSet(); rows->pop_front()) {
-            Line row;
-            PutPairs(rows->front(), &row);
-            Send(row);
+        RowSender sender(socket_.Get(), stop_);
+        bool goesOn = sender.Add(Response(Result::Success)
+                                     .Pair("Total", page.Total)
+                                     .Pair("Offset", page.Offset)
+                                     .Pair("Count", page.Count)
+                                     .View());
+        for (Record row; goesOn && rows->TakeFront(&row);) {
+            Line line;
+            PutPairs(row, &line);
+            goesOn = sender.Add(line.View());
         }
+        // A client that took nothing for so long had no time for a request either.
+        if (!(goesOn && sender.Flush()) && sender.IsGivenUp())
+            idle_ = SecondTimer();
     }
     /// The origin of a log line: the handler that serves the command, at the line of `call`.
     [[nodiscard]] LogSite SiteOf(const std::source_location &call) const;
 
     Flag stop_{false};
     Flag running_{true};
+    /// Since the last line came.
+    SecondTimer idle_;
     Descriptor socket_;
     FixedText<32> peerAddress_;
     std::int32_t peerPort_ = 0;

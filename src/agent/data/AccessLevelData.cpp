@@ -11,18 +11,14 @@ namespace nimbra {
 
 namespace {
 
-/// Appends the rows of one kind of access level and adds their number to the total.
-void ListLevels(Database &panel, const char *tableAndCondition, std::int32_t selectType,
-                Paging *page, RowList<AccessLevelInfo> *rows)
+/// One kind of access level, and where its rows are.
+struct LevelKind
 {
-    page->Total += panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s", tableAndCondition));
-    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM %s", tableAndCondition));
-    while (row.Step()) {
-        AccessLevelInfo &level = rows->emplace_back();
-        level.SelectType = selectType;
-        row.Read(&level.LevelNo, &level.Name);
-    }
-}
+    std::int32_t SelectType;
+    const char *TableAndCondition;
+};
+constexpr LevelKind kLevelKinds[] = {{kPlainLevels, "AccessLevel"},
+                                     {kLevelGroups, "GroupTable WHERE GroupKind=5"}};
 
 } // namespace
 
@@ -49,12 +45,23 @@ bool DataManager::GetAccessLevelEx(std::int32_t selectType, Paging *page,
     if (!panel.IsOpen())
         return false;
     // The page asked for is not applied: clients rely on getting every level at once.
-    if (selectType != kLevelGroups)
-        ListLevels(panel, "AccessLevel", kPlainLevels, page, rows);
-    if (selectType != kPlainLevels)
-        ListLevels(panel, "GroupTable WHERE GroupKind=5", kLevelGroups, page, rows);
-    page->Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    for (const LevelKind &kind : kLevelKinds) {
+        const bool isOneKind = selectType == kPlainLevels || selectType == kLevelGroups;
+        if (isOneKind && kind.SelectType != selectType)
+            continue;
+        page->Total +=
+            panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s", kind.TableAndCondition));
+        Statement row(panel,
+                      SqlText("SELECT No, IFNULL(Name, '') FROM %s", kind.TableAndCondition));
+        for (AccessLevelInfo level; row.Step();) {
+            level.SelectType = kind.SelectType;
+            row.Read(&level.LevelNo, &level.Name);
+            if (!Keep(level, rows))
+                return false;
+        }
+    }
+    page->Count = rows->Count();
+    return page->Count != 0;
 }
 
 bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)

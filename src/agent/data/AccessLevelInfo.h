@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -17,6 +18,12 @@ struct AccessLevelInfo
     std::int32_t SelectType = 0;
     std::int32_t LevelNo = 0;
     FixedText<64> Name;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record)
+    {
+        return std::tie(record.SelectType, record.LevelNo, record.Name);
+    }
 };
 
 /// Bound of a card's list of access levels, in bytes.

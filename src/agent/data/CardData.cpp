@@ -49,12 +49,13 @@ bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
     // The page asked for is not applied: clients rely on getting every format at once.
     Statement row(panel,
                   SqlText("SELECT No, IFNULL(Name, ''), IFNULL(IsDefault, 0) FROM CardFormat"));
-    while (row.Step()) {
-        CardFormatInfo &format = rows->emplace_back();
+    for (CardFormatInfo format; row.Step();) {
         row.Read(&format.FormatNo, &format.Name, &format.Default);
+        if (!Keep(format, rows))
+            return false;
     }
-    page->Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    page->Count = rows->Count();
+    return page->Count != 0;
 }
 
 bool DataManager::GetCardInfo(CardInfo *card)
@@ -81,13 +82,14 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
     filter->Page.SetDefaultLimit();
     filter->Page.AppendTo(condition);
     Statement row(panel, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
-    while (row.Step()) {
-        CardInfo &card = rows->emplace_back();
+    for (CardInfo card; row.Step();) {
         row.Read(&card.No);
         ReadCard(row, &card);
+        if (!Keep(card, rows))
+            return false;
     }
-    filter->Page.Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    filter->Page.Count = rows->Count();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::SetCardInfo(const CardInfo &card)

@@ -4,6 +4,7 @@
 #include "data/Paging.h"
 
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -22,6 +23,14 @@ struct CardInfo
     std::int32_t NeverExpire = 0;
     std::int32_t ActDate = 0; ///< seconds since 1970
     std::int32_t ExpDate = 0; ///< seconds since 1970
+
+    /// All fields, in their order.
+    static auto Fields(auto &record)
+    {
+        return std::tie(record.No, record.UserNo, record.FormatNo, record.FormatName,
+                        record.CardNumber, record.KeyNumber, record.CardStatus, record.CardType,
+                        record.NeverExpire, record.ActDate, record.ExpDate);
+    }
 };
 
 /// What a client asks of the list of cards; UserNo 0 means all users.
@@ -37,6 +46,12 @@ struct CardFormatInfo
     std::int32_t FormatNo = 0;
     FixedText<64> Name;
     std::int32_t Default = 0;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record)
+    {
+        return std::tie(record.FormatNo, record.Name, record.Default);
+    }
 };
 
 } // namespace nimbra

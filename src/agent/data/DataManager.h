@@ -9,6 +9,7 @@
 #include "data/EventCodeInfo.h"
 #include "data/EventInfo.h"
 #include "data/Paging.h"
+#include "data/RowList.h"
 #include "data/ThreatInfo.h"
 #include "data/UserInfo.h"
 #include "data/VideoInfo.h"
@@ -27,8 +28,9 @@ class SqlText;
 /// hand out the same number.
 ///
 /// A query method fills its record, or appends to `rows`, and returns true if there was anything;
-/// false stands for nothing found and for a database that failed alike. A change method returns
-/// false at its first statement that fails; what ran before stays done, and journalled.
+/// false means that nothing was found, that the database failed, or that the rows are more than
+/// fit. A change method returns false at its first statement that fails; what ran before stays
+/// done, and journalled.
 class DataManager
 {
 public:
@@ -99,6 +101,15 @@ private:
 
     /// Runs one statement of the calling change method and journals it. Logs "sqlite3_exec fail".
     bool Change(Database &database, const SqlText &sql, CallPlace place = CallPlace::Here());
+    /// Appends a row to a list of the calling method. Logs "RowList full".
+    template <class Record>
+    static bool Keep(const Record &row, RowList<Record> *rows, CallPlace place = CallPlace::Here())
+    {
+        if (rows->Append(row))
+            return true;
+        Log(place.In(kLogSource), "RowList full");
+        return false;
+    }
     /// Attaches the main database to the event log's. Logs "sqlite3_exec fail".
     static bool AttachPanel(Database &log, CallPlace place = CallPlace::Here());
     /// Whether the query for a card of the same format and number finds one. Logs it.

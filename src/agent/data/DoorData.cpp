@@ -22,9 +22,8 @@ void RunTool(const char *thing, std::int32_t number, const char *what)
     RunCommand(line.Get());
 }
 
-// Both let go of the database before the lock state is read on a connection of its own: held on to,
-// it would keep out a change of another session, and that change the reading.
-
+/// Reads a door's name. Ends its statement before the lock state is read on a connection of its
+/// own: an open statement would keep out a change of another session, and that change the reading.
 bool ReadName(Database &panel, DoorInfo *door)
 {
     Statement row(panel, SqlText("SELECT IFNULL(Name, '') FROM Door WHERE No=%d AND Disable=0",
@@ -33,15 +32,6 @@ bool ReadName(Database &panel, DoorInfo *door)
         return false;
     row.Read(&door->Name);
     return true;
-}
-
-void ListDoors(Database &panel, const SqlText &condition, RowList<DoorInfo> *rows)
-{
-    Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
-    while (row.Step()) {
-        DoorInfo &door = rows->emplace_back();
-        row.Read(&door.DoorNo, &door.Name);
-    }
 }
 
 } // namespace
@@ -69,11 +59,23 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
     condition.Append(" %s Disable=0", condition.Link());
     filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM Door ") + condition);
     filter->Page.AppendTo(condition);
-    ListDoors(panel, condition, rows);
-    for (DoorInfo &door : *rows)
+    RowList<DoorInfo> doors;
+    {
+        Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
+        for (DoorInfo door; row.Step();) {
+            row.Read(&door.DoorNo, &door.Name);
+            if (!Keep(door, &doors))
+                return false;
+        }
+    }
+    // With the statement ended, as for one door.
+    for (DoorInfo door; doors.TakeFront(&door);) {
         static_cast<void>(GetDoorLock(door.DoorNo, &door.Status));
-    filter->Page.Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+        if (!Keep(door, rows))
+            return false;
+    }
+    filter->Page.Count = rows->Count();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)

@@ -29,12 +29,13 @@ bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo>
     filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM EventCode ") + condition);
     filter->Page.AppendTo(condition);
     Statement row(panel, SqlText("SELECT EventCode, IFNULL(Name, '') FROM EventCode ") + condition);
-    while (row.Step()) {
-        EventCodeInfo &code = rows->emplace_back();
+    for (EventCodeInfo code; row.Step();) {
         row.Read(&code.Code, &code.Desc);
+        if (!Keep(code, rows))
+            return false;
     }
-    filter->Page.Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    filter->Page.Count = rows->Count();
+    return filter->Page.Count != 0;
 }
 
 } // namespace nimbra

@@ -4,6 +4,7 @@
 #include "data/Paging.h"
 
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -12,6 +13,9 @@ struct EventCodeInfo
 {
     std::int32_t Code = 0;
     FixedText<64> Desc;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record) { return std::tie(record.Code, record.Desc); }
 };
 
 /// What a client asks of the dictionary; 0 or empty filters nothing.

@@ -68,13 +68,14 @@ bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
     condition.Append(" ORDER BY A.No DESC");
     filter->Page.AppendTo(condition);
     Statement row(log, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
-    while (row.Step()) {
-        EventInfo &event = rows->emplace_back();
+    for (EventInfo event; row.Step();) {
         row.Read(&event.EventNo);
         ReadEvent(row, &event);
+        if (!Keep(event, rows))
+            return false;
     }
-    filter->Page.Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    filter->Page.Count = rows->Count();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::AttachPanel(Database &log, CallPlace place)

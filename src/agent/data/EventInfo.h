@@ -4,6 +4,7 @@
 #include "data/Paging.h"
 
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -21,6 +22,14 @@ struct EventInfo
     std::int32_t UserNo = 0;
     FixedText<32> UserName;
     std::int32_t VideoTag = 0;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record)
+    {
+        return std::tie(record.EventNo, record.Date, record.DeviceType, record.DevicePort,
+                        record.DeviceName, record.EventCode, record.EventDesc, record.CardNo,
+                        record.UserNo, record.UserName, record.VideoTag);
+    }
 };
 
 /// What a client asks of the event log; 0 or empty filters nothing.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 
 namespace nimbra {
 
@@ -26,9 +25,5 @@ struct Paging
     /// rely on the refusal.
     void AppendTo(SqlText &sql) const;
 };
-
-/// The rows of a list, in their order. The handler takes each off the front as it sends it.
-template <class Record>
-using RowList = std::deque<Record>;
 
 } // namespace nimbra

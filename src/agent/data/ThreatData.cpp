@@ -27,12 +27,13 @@ bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
     page->Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM ThreatLevel"));
     // The page asked for is not applied: clients rely on getting every level at once.
     Statement row(panel, SqlText("SELECT Level, IFNULL(ThreatName, '') FROM ThreatLevel"));
-    while (row.Step()) {
-        ThreatInfo &threat = rows->emplace_back();
+    for (ThreatInfo threat; row.Step();) {
         row.Read(&threat.Level, &threat.Desc);
+        if (!Keep(threat, rows))
+            return false;
     }
-    page->Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    page->Count = rows->Count();
+    return page->Count != 0;
 }
 
 bool DataManager::GetThreatLevel(std::int32_t *level)

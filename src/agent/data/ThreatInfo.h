@@ -3,6 +3,7 @@
 #include "base/FixedText.h"
 
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -11,6 +12,9 @@ struct ThreatInfo
 {
     std::int32_t Level = 0;
     FixedText<32> Desc;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record) { return std::tie(record.Level, record.Desc); }
 };
 
 } // namespace nimbra

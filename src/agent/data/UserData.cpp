@@ -61,13 +61,14 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
     filter->Page.SetDefaultLimit();
     filter->Page.AppendTo(condition);
     Statement row(panel, SqlText("SELECT No, %s FROM User ", kColumns) + condition);
-    while (row.Step()) {
-        UserInfo &user = rows->emplace_back();
+    for (UserInfo user; row.Step();) {
         row.Read(&user.UserNo);
         ReadUser(row, &user);
+        if (!Keep(user, rows))
+            return false;
     }
-    filter->Page.Count = static_cast<std::int32_t>(rows->size());
-    return !rows->empty();
+    filter->Page.Count = rows->Count();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::SetUserInfo(const UserInfo &user)

@@ -4,6 +4,7 @@
 #include "data/Paging.h"
 
 #include <cstdint>
+#include <tuple>
 
 namespace nimbra {
 
@@ -20,6 +21,14 @@ struct UserInfo
     std::int32_t Ada = 0;
     std::int32_t Exempt = 0;
     std::int32_t ThreatLevel = 0;
+
+    /// All fields, in their order.
+    static auto Fields(auto &record)
+    {
+        return std::tie(record.UserNo, record.FirstName, record.MiddleName, record.LastName,
+                        record.PhoneNumber, record.CellPhone, record.Email, record.Ada,
+                        record.Exempt, record.ThreatLevel);
+    }
 };
 
 /// What a client asks of the list of users: the fields of User that are not 0 or empty filter.
