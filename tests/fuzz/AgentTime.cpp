@@ -29,15 +29,32 @@ std::time_t AgentNow()
 
 } // namespace fuzz
 
-void PauseMillisecond()
+std::time_t ClockSecond()
 {
-    if (!theWorld->OnMillisecond())
+    return theTime;
+}
+
+bool WaitForInput(int /*socket*/)
+{
+    if (!theWorld->OnSocketWait())
         ++theTime;
+    // What is new may concern the other direction: the agent must look itself.
+    return false;
+}
+
+bool WaitForOutput(int socket)
+{
+    return WaitForInput(socket);
+}
+
+void WaitForNextSecond()
+{
+    PauseSeconds(1);
 }
 
 void PauseSeconds(unsigned seconds)
 {
-    theWorld->OnSeconds();
+    theWorld->OnClockWait();
     theTime += seconds;
 }
 

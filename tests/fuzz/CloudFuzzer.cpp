@@ -132,7 +132,7 @@ public:
             if (IsSame(pair.Key, "LinkType"))
                 type = number;
             if (IsSame(pair.Key, "LinkAddr"))
-                address = pair.Value.substr(0, 32);
+                address = pair.Value.substr(0, 31);
             if (IsSame(pair.Key, "LinkPort"))
                 port = number;
             if (IsSame(pair.Key, "RelayKey"))
@@ -247,7 +247,7 @@ public:
         return isSlow_ ? -1 : 0;
     }
 
-    bool OnMillisecond() override
+    bool OnSocketWait() override
     {
         if (AgentNow() < refusedUntil_ || IsServed())
             return false;
@@ -258,7 +258,7 @@ public:
         return true;
     }
 
-    void OnSeconds() override
+    void OnClockWait() override
     {
         if (IsDone())
             ServerManager::GetInstance()->Stop();

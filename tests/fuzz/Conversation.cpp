@@ -1,6 +1,7 @@
 #include "fuzz/Conversation.h"
 
 #include "base/Descriptor.h"
+#include "base/EventCount.h"
 #include "client/ClientWorker.h"
 #include "fuzz/Finding.h"
 #include "fuzz/MessageModel.h"
@@ -64,13 +65,14 @@ void Conversation::Hold(std::string_view input, const std::string &address)
     Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "socketpair");
     const Descriptor ours(ends[0]);
     socket_ = ends[0];
-    ClientWorker session;
+    EventCount sessionEnds;
+    ClientWorker session(&sessionEnds);
     session.Start(Descriptor(ends[1]), address.c_str(), 40000);
     Require(!session.IsRunning() && rest_.empty() && !isOpen_,
             "the session has ended before its client");
 }
 
-bool Conversation::OnMillisecond()
+bool Conversation::OnSocketWait()
 {
     if (Listen())
         return true;

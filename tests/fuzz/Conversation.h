@@ -18,7 +18,7 @@ public:
     /// Holds the conversation to its end; the session is told that the client is at `address`.
     void Hold(std::string_view input, const std::string &address);
 
-    bool OnMillisecond() override;
+    bool OnSocketWait() override;
 
     /// What a line came to.
     struct Exchange

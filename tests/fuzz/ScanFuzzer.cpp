@@ -51,10 +51,11 @@ class Network : public AgentWorld
 public:
     explicit Network(std::vector<std::string> datagrams) : datagrams_(std::move(datagrams)) {}
 
-    void OnSeconds() override
+    bool OnSocketWait() override
     {
         if (next_ == datagrams_.size())
             ScanManager::GetInstance()->Stop();
+        return false;
     }
 
     ssize_t Receive(void *buffer, std::size_t size)

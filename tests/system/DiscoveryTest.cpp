@@ -200,7 +200,8 @@ TEST(DiscoveryPort, TakenAtStartIsTriedEverySecondUntilItIsFree)
     const DiscoveryProbe probe;
     const std::size_t descriptors = agent.Descriptors();
     EXPECT_TRUE(agent.WaitForMessage("ScanManager.cpp", "OpenSocket", "bind fail", 4));
-    EXPECT_GE(watch.Seconds(), 3);
+    // The first try may come at the end of a second.
+    EXPECT_GE(watch.Seconds(), 2);
     EXPECT_LT(watch.Seconds(), 10);
     // Nothing is left open by a failed attempt, whichever moment of one this is.
     EXPECT_LE(agent.Descriptors(), descriptors + 1);

@@ -1,8 +1,9 @@
 #include "base/Log.h"
 
+#include "base/Wait.h"
+
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
 
 namespace nimbra {
 
@@ -11,8 +12,8 @@ void Log(const LogSite &site, const char *format, ...)
     std::va_list arguments;
     va_start(arguments, format);
     flockfile(stdout);
-    std::printf("DEBUG: %d:%s:%d:%.*s(): ", static_cast<int>(std::time(nullptr)), site.Source,
-                site.Line, static_cast<int>(site.Method.size()), site.Method.data());
+    std::printf("DEBUG: %d:%s:%d:%.*s(): ", static_cast<int>(ClockSecond()), site.Source, site.Line,
+                static_cast<int>(site.Method.size()), site.Method.data());
     std::vprintf(format, arguments);
     std::putchar('\n');
     funlockfile(stdout);

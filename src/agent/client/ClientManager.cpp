@@ -7,6 +7,7 @@
 #include "protocol/SocketOpen.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <new>
 #include <utility>
@@ -20,7 +21,6 @@ namespace nimbra {
 namespace {
 
 constexpr int kBacklog = 10;
-constexpr unsigned kAcceptSeconds = 1;
 
 void PrintCount(std::size_t count)
 {
@@ -48,24 +48,19 @@ bool ClientManager::Start()
 void ClientManager::Stop()
 {
     stop_.Set();
+    // For the reaper, which sleeps until it is needed.
+    events_.Add();
     {
         const std::lock_guard lock(listLock_);
         for (const auto &session : sessions_)
             session->Stop();
     }
-    for (;;) {
-        std::unique_ptr<ClientWorker> ended;
-        {
-            const std::lock_guard lock(listLock_);
-            if (sessions_.empty())
-                return;
-            if (!sessions_.front()->IsRunning()) {
-                ended = std::move(sessions_.front());
-                sessions_.pop_front();
-            }
-        }
-        ended.reset();
-        PauseMillisecond();
+    for (int seen = events_.Get();; seen = events_.WaitPast(seen)) {
+        std::size_t count = 0;
+        while (auto ended = TakeEnded(&count))
+            ended.reset();
+        if (count == 0)
+            return;
     }
 }
 
@@ -82,21 +77,22 @@ void ClientManager::Process()
     if (!listener.IsOpen())
         return NIMBRA_LOG("OpenSocket fail");
     while (!stop_.IsSet()) {
-        AcceptPending(listener);
-        if (!stop_.IsSet())
-            PauseSeconds(kAcceptSeconds);
+        // Without a free descriptor the listener stays ready: only the clock ends that wait.
+        if (AcceptPending(listener))
+            static_cast<void>(WaitForInput(listener.Get()));
+        else
+            WaitForNextSecond();
     }
 }
 
 void ClientManager::CheckClient()
 {
-    while (!stop_.IsSet()) {
+    for (int seen = events_.Get(); !stop_.IsSet(); seen = events_.WaitPast(seen)) {
         std::size_t count = 0;
         while (auto ended = TakeEnded(&count)) {
             ended.reset();
             PrintCount(count);
         }
-        PauseMillisecond();
     }
 }
 
@@ -105,10 +101,11 @@ std::unique_ptr<ClientWorker> ClientManager::TakeEnded(std::size_t *count)
     const std::lock_guard lock(listLock_);
     const auto place = std::find_if(sessions_.begin(), sessions_.end(),
                                     [](const auto &session) { return !session->IsRunning(); });
-    if (place == sessions_.end())
-        return nullptr;
-    std::unique_ptr<ClientWorker> ended = std::move(*place);
-    sessions_.erase(place);
+    std::unique_ptr<ClientWorker> ended;
+    if (place != sessions_.end()) {
+        ended = std::move(*place);
+        sessions_.erase(place);
+    }
     *count = sessions_.size();
     return ended;
 }
@@ -146,14 +143,14 @@ Descriptor ClientManager::AcceptClient(const Descriptor &listener, FixedText<32>
     return client;
 }
 
-void ClientManager::AcceptPending(const Descriptor &listener)
+bool ClientManager::AcceptPending(const Descriptor &listener)
 {
     while (!stop_.IsSet()) {
         FixedText<32> address;
         std::int32_t port = 0;
         Descriptor client = AcceptClient(listener, &address, &port);
         if (!client.IsOpen())
-            return;
+            return errno == EAGAIN;
         std::optional<std::size_t> count;
         {
             const std::lock_guard lock(listLock_);
@@ -162,6 +159,7 @@ void ClientManager::AcceptPending(const Descriptor &listener)
         if (count)
             PrintCount(*count);
     }
+    return true;
 }
 
 std::optional<std::size_t> ClientManager::Add(Descriptor socket, const char *address,
@@ -171,7 +169,7 @@ std::optional<std::size_t> ClientManager::Add(Descriptor socket, const char *add
     if (stop_.IsSet())
         return std::nullopt;
     try {
-        sessions_.push_back(std::make_unique<ClientWorker>());
+        sessions_.push_back(std::make_unique<ClientWorker>(&events_));
     } catch (const std::bad_alloc &) {
         // No memory for a session: this client is turned away, the others are served on.
         return std::nullopt;

@@ -31,14 +31,22 @@ void ClientWorker::Start(Descriptor socket, const char *address, std::int32_t po
     peerPort_ = port;
     if (!StartThread<&ClientWorker::Run>(this)) {
         NIMBRA_LOG("pthread_create fail");
-        running_.Clear();
+        End();
     }
 }
 
 void ClientWorker::Run()
 {
     Process();
+    End();
+}
+
+void ClientWorker::End()
+{
+    // The session may be deleted as soon as its flag is clear.
+    EventCount *const ends = ends_;
     running_.Clear();
+    ends->Add();
 }
 
 void ClientWorker::Process()
@@ -46,9 +54,11 @@ void ClientWorker::Process()
     char line[kLineSize];
     idle_ = SecondTimer();
     while (!stop_.IsSet() && idle_.Elapsed() <= kIdleSeconds) {
-        if (!RecvMessage(socket_.Get(), line, sizeof line)) {
-            // A socket that has broken fails at once, every time.
-            PauseMillisecond();
+        bool hasFailed = false;
+        if (!RecvMessage(socket_.Get(), line, sizeof line, &hasFailed)) {
+            // A socket that has failed does so at once, every time.
+            if (hasFailed)
+                WaitForNextSecond();
             continue;
         }
         idle_ = SecondTimer();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Descriptor.h"
+#include "base/EventCount.h"
 #include "base/FixedText.h"
 #include "base/Flag.h"
 #include "base/Log.h"
@@ -43,7 +44,8 @@ public:
     /// The dispatch table: all commands, in the order in which their words are looked for.
     [[nodiscard]] static std::span<const Command> Commands();
 
-    ClientWorker() = default;
+    /// `ends`, which is never destroyed, gets an event when the session has ended.
+    explicit ClientWorker(EventCount *ends) : ends_(ends) {}
     virtual ~ClientWorker() = default;
     ClientWorker(const ClientWorker &) = delete;
     ClientWorker &operator=(const ClientWorker &) = delete;
@@ -74,6 +76,8 @@ private:
     /// The session's thread: reads and serves lines until it is stopped or idle too long.
     void Run();
     void Process();
+    /// Marks the session as ended. It may be deleted from then on.
+    void End();
     /// Serves one line: looks its command up, checks the right and calls the handler. A line
     /// without a known word is only logged.
     void Dispatch(char *line);
@@ -172,6 +176,7 @@ private:
     /// The origin of a log line: the handler that serves the command, at the line of `call`.
     [[nodiscard]] LogSite SiteOf(const std::source_location &call) const;
 
+    EventCount *ends_;
     Flag stop_{false};
     Flag running_{true};
     /// Since the last line came.

@@ -36,7 +36,7 @@ constexpr std::int32_t kNoResult = -1;
 constexpr std::int32_t kRelayWithHandshake = 2;
 constexpr int kRelayType = 0;
 
-/// Whether a connection under way comes about within its time.
+/// Whether a connection in progress succeeds within its time.
 bool IsConnected(const Descriptor &socket)
 {
     // poll, not select: its sets hold no descriptor above 1023.
@@ -46,6 +46,21 @@ bool IsConnected(const Descriptor &socket)
     int error = 0;
     socklen_t size = sizeof error;
     return getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+/// Makes one attempt to connect; true when the connection is established.
+bool TryToConnect(const Descriptor &socket, const SocketAddress &address)
+{
+    const auto hasConnected = [&] {
+        return ::connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0;
+    };
+    if (hasConnected())
+        return true;
+    // After an attempt that was refused while in progress, the next call only says so and makes
+    // the socket ready for another attempt.
+    if (errno == ECONNABORTED && hasConnected())
+        return true;
+    return errno == EINPROGRESS && IsConnected(socket);
 }
 
 } // namespace
@@ -63,9 +78,11 @@ ServerManager::ServerManager()
 
 bool ServerManager::Start()
 {
-    // A thread that waits for the server sees the end of an earlier start late.
-    if (running_.IsSet())
+    // A thread that waits for the server notices late that it is to end.
+    if (running_.IsSet()) {
+        NIMBRA_LOG("earlier thread still running");
         return false;
+    }
     const ConfigManager &config = *ConfigManager::GetInstance();
     cloudEnable_ = config.CloudEnable;
     cloudServerAddr_ = config.CloudServerAddr;
@@ -110,7 +127,7 @@ void ServerManager::Process()
 bool ServerManager::Register(SecondTimer *sinceAttempt, CallPlace place)
 {
     while (!quit_.IsSet()) {
-        PauseSeconds(1);
+        WaitForNextSecond();
         if (sinceAttempt->Elapsed() < kRegistrationSeconds)
             continue;
         *sinceAttempt = SecondTimer();
@@ -129,7 +146,7 @@ bool ServerManager::KeepLinked(CallPlace place)
     SecondTimer sinceCheckTime = SecondTimer::Expired();
     int failures = 0;
     do {
-        const std::time_t now = std::time(nullptr);
+        const std::time_t now = ClockSecond();
         if (sinceAttempt.Elapsed(now) >= kHeartbeatSeconds) {
             sinceAttempt = SecondTimer(now);
             ++failures;
@@ -145,7 +162,7 @@ bool ServerManager::KeepLinked(CallPlace place)
                     return true;
             }
         }
-        PauseSeconds(1);
+        WaitForNextSecond();
     } while (!quit_.IsSet());
     return false;
 }
@@ -196,7 +213,7 @@ bool ServerManager::PollServer()
         }
         return true;
     }
-    device_.StunAddr = link.LinkAddr;
+    device_.StunAddr.Assign(link.LinkAddr.View());
     // A report that fails is not made again: the heartbeat itself has succeeded.
     if (portRule_.TakeIn(link.LinkPort, &device_.StunPort))
         static_cast<void>(SetDeviceInfo(&device_));
@@ -205,7 +222,7 @@ bool ServerManager::PollServer()
 
 Descriptor ServerManager::MakeSession(const LinkInfo &link)
 {
-    Descriptor socket = Connect(link.LinkAddr, link.LinkPort);
+    Descriptor socket = Connect(FixedText<32>(link.LinkAddr.View()), link.LinkPort);
     if (!socket.IsOpen() || link.LinkType != kRelayWithHandshake)
         return socket;
     const Line request =
@@ -234,10 +251,10 @@ Descriptor ServerManager::OpenSocket(const FixedText<32> &host, std::int32_t por
     const SocketAddress address(inet_addr(resolved.Get()), port);
     SecondTimer timer;
     while (timer.Elapsed() < kConnectSeconds) {
-        if (::connect(socket.Get(), address.Get(), SocketAddress::Size()) == 0 ||
-            (errno == EINPROGRESS && IsConnected(socket)))
+        if (TryToConnect(socket, address))
             return socket;
-        PauseMillisecond();
+        if (timer.Elapsed() < kConnectSeconds)
+            WaitForNextSecond();
     }
     NIMBRA_LOG("connect fail %s:%s:%d", host.Get(), resolved.Get(), port);
     return Descriptor();
@@ -248,7 +265,7 @@ FixedText<32> ServerManager::ResolveAddress(const FixedText<32> &host)
     const char first = host.Get()[0];
     if ((first < 'A' || first > 'Z') && (first < 'a' || first > 'z'))
         return host;
-    // Not re-entrant, but no other thread resolves names.
+    // Not re-entrant, but only this thread resolves names.
     const hostent *entry = gethostbyname(host.Get());
     if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr)
         return host;

@@ -14,7 +14,7 @@
 
 namespace nimbra {
 
-/// What the agent tells the cloud server about the panel.
+/// What the agent reports to the cloud server about the panel.
 struct DeviceInfo
 {
     std::int32_t DeviceNo = 0; ///< given by the server
@@ -32,7 +32,7 @@ struct LinkInfo
 {
     std::int32_t DeviceNo = 0;
     std::int32_t LinkType = 0; ///< 0 no session, 2 a relay with handshake, others without
-    FixedText<32> LinkAddr;
+    FixedText<31> LinkAddr;    ///< one byte shorter than the other addresses
     std::int32_t LinkPort = 0;
     std::int32_t RelayKey = 0;
 };

@@ -3,6 +3,7 @@
 #include "base/Hex.h"
 #include "base/Log.h"
 #include "base/PanelConstants.h"
+#include "base/Wait.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
 
@@ -12,7 +13,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <memory>
 
 namespace nimbra {
@@ -148,7 +148,7 @@ void ConfigManager::SetCommTime(bool start)
     Database panel(kMainDatabase, kLogSource);
     if (!panel.IsOpen())
         return;
-    const auto now = static_cast<std::int32_t>(std::time(nullptr));
+    const auto now = static_cast<std::int32_t>(ClockSecond());
     if (panel.Execute(SqlText("UPDATE Cloud SET %s=%d", start ? "StartTime" : "CheckTime", now)) !=
         0)
         NIMBRA_LOG("sqlite3_exec fail");

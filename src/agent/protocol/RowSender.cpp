@@ -1,8 +1,8 @@
 #include "protocol/RowSender.h"
 
 #include "base/Wait.h"
+#include "protocol/SocketWait.h"
 
-#include <cerrno>
 #include <ctime>
 
 #include <sys/socket.h>
@@ -31,15 +31,14 @@ bool RowSender::Flush()
 {
     std::size_t done = 0; // bytes that are sent or lost
     SecondTimer sinceLine;
+    SocketWait wait(socket_, WaitForOutput);
     for (std::size_t line = 0; line < lines_;) {
         const ssize_t result = send(socket_, bytes_.get() + done, Size() - done, MSG_DONTWAIT);
-        const bool hasFailed = result < 0 && errno != EAGAIN;
         if (result > 0) {
             done += static_cast<std::size_t>(result);
             sinceTaken_ = SecondTimer();
-        } else if (!hasFailed) {
-            PauseMillisecond();
         }
+        const bool hasFailed = !wait.Continue(result);
         isGivenUp_ = sinceTaken_.Elapsed() >= kClientSeconds;
         if (isGivenUp_)
             return false;

@@ -8,6 +8,7 @@
 #include "protocol/Request.h"
 #include "protocol/SocketOpen.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include <netinet/in.h>
@@ -39,11 +40,13 @@ void ScanManager::Process()
 {
     while (!quit_.IsSet() && !OpenSocket()) {
         CloseSockets();
-        PauseSeconds(1);
+        WaitForNextSecond();
     }
     while (!quit_.IsSet()) {
-        Drain();
-        PauseSeconds(1);
+        if (Drain())
+            static_cast<void>(WaitForInput(receiveSocket_.Get()));
+        else
+            WaitForNextSecond();
     }
     CloseSockets();
 }
@@ -68,20 +71,24 @@ void ScanManager::CloseSockets()
     sendSocket_.Close();
 }
 
-void ScanManager::Drain(CallPlace place)
+bool ScanManager::Drain(CallPlace place)
 {
     char text[kLineSize];
     while (!quit_.IsSet()) {
         const ssize_t count =
             recvfrom(receiveSocket_.Get(), text, sizeof text - 1, MSG_DONTWAIT, nullptr, nullptr);
-        if (count < 1)
-            return;
+        if (count < 0)
+            return errno == EAGAIN;
+        // An empty datagram counts as none.
+        if (count == 0)
+            continue;
         text[count] = '\0';
         if (strcasestr(text, "Scan?") != nullptr)
             ProcScan(text);
         else
             Log(place.In(kLogSource), "Invalid Message");
     }
+    return true;
 }
 
 void ScanManager::ProcScan(char *text)

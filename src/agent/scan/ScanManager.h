@@ -31,8 +31,8 @@ private:
     /// Opens both sockets; false, with the one that was opened left to the caller, on failure.
     [[nodiscard]] bool OpenSocket();
     void CloseSockets();
-    /// Answers datagrams until none is waiting.
-    void Drain(CallPlace place = CallPlace::Here());
+    /// Answers datagrams until none is waiting; false when the socket has failed.
+    [[nodiscard]] bool Drain(CallPlace place = CallPlace::Here());
     /// Parses one request, which it changes, and answers it if it names a key.
     void ProcScan(char *text);
 

@@ -1,5 +1,6 @@
 #include "base/Log.h"
 
+#include "base/Wait.h"
 #include "support/CapturedOutput.h"
 
 #include <gtest/gtest.h>
@@ -39,9 +40,9 @@ private:
 TEST(Log, PrintsOneLineOfTheCommonForm)
 {
     const CapturedOutput output;
-    const std::time_t before = std::time(nullptr);
+    const std::time_t before = ClockSecond();
     Log({"ClientWorker.cpp", 634, "GetUserInfo"}, "Authority fail");
-    const std::time_t after = std::time(nullptr);
+    const std::time_t after = ClockSecond();
     const std::string text = output.Text();
     bool isFound = false;
     for (std::time_t time = before; time <= after; ++time)

@@ -1,6 +1,7 @@
 #include "core/ConfigManager.h"
 
 #include "base/PanelConstants.h"
+#include "base/Wait.h"
 #include "support/CapturedOutput.h"
 #include "support/Files.h"
 
@@ -342,15 +343,15 @@ TEST_F(ConfigManagerTest, PrintsNothingOfALoadThatFails)
 TEST_F(ConfigManagerTest, RecordsTheTimesOfTheCloudLink)
 {
     SetCloud("1, '', 0, 9000");
-    const std::time_t before = std::time(nullptr);
+    const std::time_t before = ClockSecond();
     Config->SetCommTime(true);
     EXPECT_GE(std::stol(Cloud("StartTime")), before);
-    EXPECT_LE(std::stol(Cloud("StartTime")), std::time(nullptr));
+    EXPECT_LE(std::stol(Cloud("StartTime")), ClockSecond());
     EXPECT_EQ(Cloud("CheckTime"), "NULL");
     Run(kMainDatabase, "UPDATE Cloud SET StartTime=1");
     Config->SetCommTime(false);
     EXPECT_GE(std::stol(Cloud("CheckTime")), before);
-    EXPECT_LE(std::stol(Cloud("CheckTime")), std::time(nullptr));
+    EXPECT_LE(std::stol(Cloud("CheckTime")), ClockSecond());
     EXPECT_EQ(Cloud("StartTime"), "1");
 }
 

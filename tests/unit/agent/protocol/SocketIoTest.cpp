@@ -1,6 +1,7 @@
 #include "protocol/SocketIo.h"
 
 #include "base/Descriptor.h"
+#include "base/Wait.h"
 #include "protocol/Line.h"
 #include "support/Waiting.h"
 
@@ -117,14 +118,24 @@ private:
     Descriptor client_;
 };
 
-/// Watches how long a routine takes; made right before it is called.
+/// The processor time of the calling thread.
+double ThreadSeconds()
+{
+    timespec used = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+/// Measures a routine; made right before the same thread calls it.
 class Watch
 {
 public:
-    /// The limit, 5 seconds by a clock of whole seconds, ran to its end and no further.
+    /// The limit, 5 seconds by a clock of whole seconds, ran to its end and no further. The thread
+    /// slept meanwhile, but for the transfer of some megabytes.
     void ExpectWholeLimit() const
     {
-        EXPECT_GE(std::time(nullptr) - begin_, 5);
+        EXPECT_LT(ThreadSeconds() - processorBegin_, 0.25);
+        EXPECT_GE(ClockSecond() - begin_, 5);
         EXPECT_GE(watch_.Seconds(), 3.9);
         EXPECT_LT(watch_.Seconds(), 8.0);
     }
@@ -132,7 +143,8 @@ public:
     void ExpectAtOnce() const { EXPECT_LT(watch_.Seconds(), 3.0); }
 
 private:
-    std::time_t begin_ = std::time(nullptr);
+    double processorBegin_ = ThreadSeconds();
+    std::time_t begin_ = ClockSecond();
     test::Stopwatch watch_;
 };
 
@@ -342,6 +354,18 @@ TEST_P(SocketIo, SendsMoreThanTheSocketHoldsToAReader)
     EXPECT_TRUE(isSent);
 }
 
+TEST_P(SocketIo, SaysWhetherTheSocketHasFailed)
+{
+    char line[4];
+    bool hasFailed = false;
+    EXPECT_FALSE(RecvMessage(-1, line, sizeof line, &hasFailed));
+    EXPECT_TRUE(hasFailed);
+    const Connection connection(GetParam());
+    connection.Send("too long\n");
+    EXPECT_FALSE(RecvMessage(connection.Session(), line, sizeof line, &hasFailed));
+    EXPECT_FALSE(hasFailed);
+}
+
 TEST_P(SocketIo, FailsAtOnceOnASocketThatIsNone)
 {
     char line[16];
@@ -446,9 +470,7 @@ TEST_P(SocketIo, HoldsToALimitOfFiveSeconds)
     double shortest = 100;
     for (int attempt = 0; attempt < 3 && shortest >= 5.8; ++attempt) {
         // At the beginning of a second of the clock the limit is all but whole.
-        const std::time_t before = std::time(nullptr);
-        while (std::time(nullptr) == before)
-            std::this_thread::sleep_for(test::milliseconds(1));
+        WaitForNextSecond();
         const test::Stopwatch watch;
         EXPECT_EQ(ReceiveLine(connection), "(none)");
         shortest = std::min(shortest, watch.Seconds());
@@ -463,6 +485,57 @@ TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatHasClosed)
     const Watch watch;
     EXPECT_EQ(ReceiveLine(connection), "(none)");
     watch.ExpectWholeLimit();
+}
+
+TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatSendsNoMore)
+{
+    const Connection connection(GetParam());
+    connection.Send("half a line");
+    connection.EndSending();
+    const Watch watch;
+    EXPECT_EQ(ReceiveLine(connection), "(none)");
+    watch.ExpectWholeLimit();
+    EXPECT_TRUE(SendMessage(connection.Session(), "x"));
+    EXPECT_EQ(connection.Receive(1), "x");
+}
+
+TEST_P(SocketIo, ReceivesALineAtOnceAfterLongSilence)
+{
+    const Connection connection(GetParam());
+    double least = 100;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        test::Stopwatch sinceSent;
+        std::thread client([&] {
+            std::this_thread::sleep_for(test::milliseconds(300));
+            sinceSent = test::Stopwatch();
+            connection.Send("Heartbeat?\n");
+        });
+        EXPECT_EQ(ReceiveLine(connection), "Heartbeat?");
+        const test::Stopwatch atEnd;
+        client.join();
+        least = std::min(least, sinceSent.Seconds() - atEnd.Seconds());
+    }
+    EXPECT_LT(least, 0.1);
+}
+
+TEST_P(SocketIo, GoesOnSendingAsSoonAsTheSocketTakesBytes)
+{
+    double least = 100;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const Connection connection(GetParam());
+        const std::string bytes(std::size_t{8} << 20U, 'b');
+        test::Stopwatch sinceRead;
+        std::thread client([&] {
+            std::this_thread::sleep_for(test::milliseconds(300));
+            sinceRead = test::Stopwatch();
+            EXPECT_EQ(connection.Receive(bytes.size()).size(), bytes.size());
+        });
+        EXPECT_EQ(SendBuffer(connection.Session(), bytes.data(), bytes.size()), bytes.size());
+        const test::Stopwatch atEnd;
+        client.join();
+        least = std::min(least, sinceRead.Seconds() - atEnd.Seconds());
+    }
+    EXPECT_LT(least, 0.3);
 }
 
 TEST_P(SocketIo, LosesAHalfLineAtTheLimit)
