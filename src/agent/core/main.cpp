@@ -1,12 +1,14 @@
 #include "base/PanelConstants.h"
 #include "base/Wait.h"
 #include "core/CloudDevice.h"
+#include "data/Database.h"
 
 #include <csignal>
 #include <cstdio>
 #include <initializer_list>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace nimbra {
@@ -26,6 +28,15 @@ void HoldStandardDescriptors()
     while (descriptor >= 0 && descriptor <= STDERR_FILENO);
     if (descriptor > STDERR_FILENO)
         close(descriptor);
+}
+
+void ConfigureMemory()
+{
+    // One heap for all threads: what one session has freed serves the next. Large blocks, such as
+    // those of lists and images, go back to the system as soon as they are freed.
+    mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    Database::ConfigureSqlite();
 }
 
 void PrintBanner(const char *program)
@@ -67,6 +78,7 @@ int main(int argc, char **argv)
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     nimbra::HoldStandardDescriptors();
+    nimbra::ConfigureMemory();
     nimbra::PrintBanner(argc > 0 ? argv[0] : "");
     nimbra::SetSignals();
     if (nimbra::CloudDevice::IsQuitRequested() || !nimbra::StartServices())

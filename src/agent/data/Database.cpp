@@ -12,6 +12,15 @@ constexpr int kLockedMilliseconds = 3000;
 
 } // namespace
 
+void Database::ConfigureSqlite()
+{
+    // No connection is used by two threads, and nobody reads memory statistics.
+    sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
+    sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    // A connection reads a few pages: none is allocated before it is needed.
+    sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+}
+
 Database::Database(const char *path, const char *logSource, CallPlace place)
 {
     if (sqlite3_open(path, &handle_) != SQLITE_OK) {

@@ -18,6 +18,9 @@ class SqlText;
 class Database
 {
 public:
+    /// Sets SQLite up for the agent's use of it. Main thread, before the first connection.
+    static void ConfigureSqlite();
+
     /// Opens the file `path`. On failure logs "sqlite3_open fail" with `logSource` and the calling
     /// method; IsOpen() is then false and nothing else may be called.
     Database(const char *path, const char *logSource, CallPlace place = CallPlace::Here());
