@@ -1,5 +1,7 @@
 #pragma once
 
+#include "libnimbra-client/LineSocket.h"
+
 #include <cstddef>
 #include <string>
 
@@ -12,12 +14,8 @@ class Client
 public:
     /// Connects; tries again while the server does not listen yet, or has its queue full.
     explicit Client(int port);
-    ~Client();
-    Client(Client &&other) noexcept;
-    Client(const Client &) = delete;
-    Client &operator=(Client &&other) noexcept;
 
-    [[nodiscard]] int Descriptor() const { return socket_; }
+    [[nodiscard]] int Socket() const { return socket_.Get(); }
 
     void Send(const std::string &text);
     /// Reads one line; without its line feed.
@@ -34,11 +32,10 @@ public:
     void Flood(const std::string &request, int count, std::size_t lines);
 
 private:
-    /// Waits until bytes can be read; sends from `pending` what goes meanwhile.
-    void Wait(std::string *pending, std::size_t *sent);
+    /// Waits for bytes and receives them.
+    void Receive();
 
-    int socket_ = -1;
-    std::string received_;
+    LineSocket socket_;
 };
 
 } // namespace nimbra::bench

@@ -67,12 +67,12 @@ private:
 double LoadedRate(std::vector<Client> *clients, double seconds)
 {
     const std::string request = "GetDoorInfo?DoorNo=1\n";
-    const int events = epoll_create1(EPOLL_CLOEXEC);
+    const Descriptor events(epoll_create1(EPOLL_CLOEXEC));
     for (std::size_t i = 0; i < clients->size(); ++i) {
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u64 = i;
-        epoll_ctl(events, EPOLL_CTL_ADD, (*clients)[i].Descriptor(), &event);
+        epoll_ctl(events.Get(), EPOLL_CTL_ADD, (*clients)[i].Socket(), &event);
         (*clients)[i].Send(request);
     }
     int answers = 0;
@@ -81,7 +81,8 @@ double LoadedRate(std::vector<Client> *clients, double seconds)
     double end = begin;
     while (open > 0) {
         std::array<epoll_event, 64> ready;
-        const int count = epoll_wait(events, ready.data(), static_cast<int>(ready.size()), 20000);
+        const int count =
+            epoll_wait(events.Get(), ready.data(), static_cast<int>(ready.size()), 20000);
         if (count <= 0)
             throw std::runtime_error("the server is silent under load");
         for (int i = 0; i < count; ++i) {
@@ -96,7 +97,6 @@ double LoadedRate(std::vector<Client> *clients, double seconds)
             }
         }
     }
-    close(events);
     return answers / (end - begin);
 }
 

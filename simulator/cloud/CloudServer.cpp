@@ -1,7 +1,6 @@
 #include "simulator/cloud/CloudServer.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -11,7 +10,6 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace nimbra::cloud {
 
@@ -19,42 +17,6 @@ namespace {
 
 /// The public port that the server sees every panel at.
 constexpr char kSeenPort[] = "4000";
-
-bool SendAll(int socket, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t count = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 1)
-            return false;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-}
-
-/// Reads one line byte by byte, so that what follows is left; false when the peer closes.
-bool ReadLine(int socket, std::string *line)
-{
-    line->clear();
-    char c = 0;
-    while (recv(socket, &c, 1, 0) == 1) {
-        if (c == '\n')
-            return true;
-        *line += c;
-    }
-    return false;
-}
-
-/// Carries what comes from one socket to the other until either closes, and then ends both.
-void Carry(int from, int to)
-{
-    std::array<char, 65536> bytes;
-    ssize_t count = 0;
-    while ((count = recv(from, bytes.data(), bytes.size(), 0)) > 0)
-        if (!SendAll(to, {bytes.data(), static_cast<std::size_t>(count)}))
-            break;
-    shutdown(from, SHUT_RDWR);
-    shutdown(to, SHUT_RDWR);
-}
 
 /// The number behind "RelayKey=" in a handshake.
 int RelayKeyOf(const std::string &line)
@@ -78,11 +40,11 @@ CloudServer::~CloudServer()
     std::unique_lock lock(lock_);
     isEnding_ = true;
     // Every thread waits for a socket, and no new one starts.
-    for (const int socket : sockets_)
-        shutdown(socket, SHUT_RDWR);
+    for (const Descriptor &listener : listeners_)
+        shutdown(listener.Get(), SHUT_RDWR);
+    for (const Connection &connection : connections_)
+        connection->Shutdown();
     threadEnded_.wait(lock, [this] { return threads_ == 0; });
-    for (const int socket : sockets_)
-        close(socket);
 }
 
 void CloudServer::SetAnswer(Answer answer)
@@ -136,18 +98,20 @@ std::size_t CloudServer::Count(const std::string &word) const
 
 void CloudServer::Listen(int port, Handler handler)
 {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int reuse = 1;
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    if (listener < 0 || setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0 ||
-        bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(listener, SOMAXCONN) != 0)
+    const int number = listener.Get();
+    if (!listener.IsOpen() ||
+        setsockopt(number, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0 ||
+        bind(number, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(number, SOMAXCONN) != 0)
         throw std::system_error(errno, std::generic_category(), "port " + std::to_string(port));
-    Hold(listener);
-    Start([this, listener, handler] { Accept(listener, handler); });
+    listeners_.push_back(std::move(listener));
+    Start([this, number, handler] { Accept(number, handler); });
 }
 
 void CloudServer::Start(std::function<void()> body)
@@ -166,59 +130,71 @@ void CloudServer::Start(std::function<void()> body)
 
 void CloudServer::Accept(int listener, Handler handler)
 {
-    int socket = -1;
-    while ((socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
-        Hold(socket);
-        Start([this, socket, handler] { (this->*handler)(socket); });
+    for (;;) {
+        Descriptor socket(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+        if (!socket.IsOpen())
+            return;
+        const auto connection = std::make_shared<LineSocket>(std::move(socket));
+        Hold(connection);
+        Start([this, connection, handler] { (this->*handler)(connection); });
     }
 }
 
-void CloudServer::Hold(int socket)
+void CloudServer::Hold(const Connection &connection)
 {
     const std::lock_guard lock(lock_);
-    sockets_.insert(socket);
+    connections_.insert(connection);
     if (isEnding_)
-        shutdown(socket, SHUT_RDWR);
+        connection->Shutdown();
 }
 
-void CloudServer::Drop(int socket)
+void CloudServer::Drop(const Connection &connection)
 {
     const std::lock_guard lock(lock_);
-    sockets_.erase(socket);
-    close(socket);
+    connections_.erase(connection);
 }
 
-void CloudServer::ServePanel(int socket)
+void CloudServer::ServePanel(const Connection &connection)
 {
-    std::string line;
-    while (ReadLine(socket, &line) && AnswerLine(socket, line))
+    std::optional<std::string> line;
+    while ((line = connection->ReadLine()) && AnswerLine(*connection, *line))
         continue;
-    Drop(socket);
+    Drop(connection);
 }
 
-void CloudServer::ServeRelay(int socket)
+void CloudServer::ServeRelay(const Connection &connection)
 {
-    std::string line;
-    const bool isGreeted = linkType_ != 2 || (ReadLine(socket, &line) && AnswerLine(socket, line));
-    const int client = isGreeted ? TakeClient(RelayKeyOf(line)) : -1;
-    if (client >= 0) {
-        Start([socket, client] { Carry(client, socket); });
-        Carry(socket, client);
-    }
-    // The other direction may still be at work on the sockets of a pair: they stay until the end.
-    if (client < 0)
-        Drop(socket);
+    std::optional<std::string> handshake("");
+    if (linkType_ == 2 &&
+        (!(handshake = connection->ReadLine()) || !AnswerLine(*connection, *handshake)))
+        return Drop(connection);
+    const Connection client = TakeClient(RelayKeyOf(*handshake));
+    if (client == nullptr)
+        return Drop(connection);
+    Start([this, connection, client] { Carry(client, connection); });
+    Carry(connection, client);
 }
 
-void CloudServer::ServeClient(int socket)
+void CloudServer::ServeClient(const Connection &connection)
 {
     const std::lock_guard lock(lock_);
     const int key = nextRelayKey_++;
-    waitingClients_[key] = socket;
+    waitingClients_[key] = connection;
     orders_.push_back({linkType_, "127.0.0.1", ports_.Relay, key});
 }
 
-bool CloudServer::AnswerLine(int socket, const std::string &line)
+void CloudServer::Carry(const Connection &from, const Connection &to)
+{
+    // The first bytes may have been received together with the handshake.
+    while (to->Send(from->TakeBytes(from->Received().size())) &&
+           from->Receive(Deadline::max()).IsDone())
+        continue;
+    from->Shutdown();
+    to->Shutdown();
+    Drop(from);
+}
+
+bool CloudServer::AnswerLine(const LineSocket &connection, const std::string &line)
 {
     Answer answer;
     {
@@ -228,18 +204,18 @@ bool CloudServer::AnswerLine(int socket, const std::string &line)
     }
     const Reply reply = answer ? answer(line) : GoodAnswer(line);
     std::this_thread::sleep_for(reply.Delay);
-    return SendAll(socket, reply.Text) && !reply.Close;
+    return connection.Send(reply.Text) && !reply.Close;
 }
 
-int CloudServer::TakeClient(int relayKey)
+CloudServer::Connection CloudServer::TakeClient(int relayKey)
 {
     const std::lock_guard lock(lock_);
     const auto client = relayKey == 0 ? waitingClients_.begin() : waitingClients_.find(relayKey);
     if (client == waitingClients_.end())
-        return -1;
-    const int socket = client->second;
+        return nullptr;
+    Connection connection = client->second;
     waitingClients_.erase(client);
-    return socket;
+    return connection;
 }
 
 } // namespace nimbra::cloud

@@ -1,10 +1,13 @@
 #pragma once
 
+#include "libnimbra-client/LineSocket.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -72,22 +75,26 @@ public:
     [[nodiscard]] std::size_t Count(const std::string &word) const;
 
 private:
-    using Handler = void (CloudServer::*)(int socket);
+    /// Closed when the last thread that works on it has ended.
+    using Connection = std::shared_ptr<LineSocket>;
+    using Handler = void (CloudServer::*)(const Connection &connection);
 
     void Listen(int port, Handler handler);
     void Start(std::function<void()> body);
     void Accept(int listener, Handler handler);
-    /// Remembers a socket, so that it can be shut down at the end; closes it and forgets it.
-    void Hold(int socket);
-    void Drop(int socket);
+    /// Keeps a connection, so that it can be shut down at the end.
+    void Hold(const Connection &connection);
+    void Drop(const Connection &connection);
 
-    void ServePanel(int socket);
-    void ServeRelay(int socket);
-    void ServeClient(int socket);
-    /// Sends what the answer to `line` is; false when the connection is to be closed.
-    [[nodiscard]] bool AnswerLine(int socket, const std::string &line);
-    /// The client that waits for the session with this key, or any client for key 0; -1 if none.
-    [[nodiscard]] int TakeClient(int relayKey);
+    void ServePanel(const Connection &connection);
+    void ServeRelay(const Connection &connection);
+    void ServeClient(const Connection &connection);
+    /// Carries what one connection receives to the other until either closes, and then ends both.
+    void Carry(const Connection &from, const Connection &to);
+    /// Sends the answer to `line`; false when the connection is to be closed.
+    [[nodiscard]] bool AnswerLine(const LineSocket &connection, const std::string &line);
+    /// The client that waits for the session with this key, or any client for key 0; null if none.
+    [[nodiscard]] Connection TakeClient(int relayKey);
 
     const Ports ports_;
     const int linkType_;
@@ -95,10 +102,11 @@ private:
     Answer answer_;
     std::vector<Request> requests_;
     std::deque<Order> orders_;
-    std::map<int, int> waitingClients_; ///< by relay key
+    std::map<int, Connection> waitingClients_; ///< by relay key
     int nextRelayKey_ = 1001;
     bool isEnding_ = false;
-    std::set<int> sockets_;
+    std::vector<Descriptor> listeners_;
+    std::set<Connection> connections_;
     int threads_ = 0; ///< detached threads at work
     std::condition_variable threadEnded_;
 };

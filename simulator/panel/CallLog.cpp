@@ -1,5 +1,7 @@
 #include "simulator/panel/CallLog.h"
 
+#include "base/Descriptor.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
@@ -45,14 +47,10 @@ void AppendCall(const std::filesystem::path &log, const Call &call)
         array.push_back(ToUtf8(argument));
     const std::string line = array.dump() + '\n';
 
-    const int file = open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    const bool written =
-        file >= 0 && write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-    const int error = errno;
-    if (file >= 0)
-        close(file);
-    if (!written)
-        throw std::system_error(error, std::generic_category(), log.string());
+    const Descriptor file(open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    if (!file.IsOpen() ||
+        write(file.Get(), line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+        throw std::system_error(errno, std::generic_category(), log.string());
 }
 
 std::vector<Call> ReadCalls(const std::filesystem::path &log)

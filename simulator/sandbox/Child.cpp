@@ -115,19 +115,17 @@ Outcome RunChild(const std::string &program, const std::vector<std::string> &com
     sigprocmask(SIG_BLOCK, &awaited, &before);
     if (leftovers == Leftovers::End)
         prctl(PR_SET_CHILD_SUBREAPER, 1);
-    std::array<int, 2> failures{};
-    Check(pipe2(failures.data(), O_CLOEXEC), "pipe");
+    Pipe failures = MakePipe();
 
     const pid_t self = getpid();
     const pid_t child = Check(fork(), "fork");
     if (child == 0) {
         sigprocmask(SIG_SETMASK, &before, nullptr);
-        BeChild(program, command, prepare, self, failures[1]);
+        BeChild(program, command, prepare, self, failures.WriteEnd.Get());
     }
-    close(failures[1]);
+    failures.WriteEnd.Close();
     // The pipe closes when the command starts.
-    const std::string failure = ReadToEnd(failures[0]);
-    close(failures[0]);
+    const std::string failure = ReadToEnd(failures.ReadEnd.Get());
     const int status = AwaitEnd(child);
     if (leftovers == Leftovers::End)
         EndLeftovers();

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -74,7 +73,7 @@ static bool IsBelow(const fs::path &path, const fs::path &directory)
 struct Kept
 {
     fs::path Path;
-    std::unique_ptr<OpenFile> File;
+    Descriptor File;
 };
 
 static std::vector<Kept> HoldKept(const std::vector<fs::path> &paths)
@@ -85,7 +84,7 @@ static std::vector<Kept> HoldKept(const std::vector<fs::path> &paths)
         if (!IsBelow(path, "/tmp") || path == "/tmp/NimbraDB" || IsBelow(path, "/tmp/NimbraDB"))
             continue;
         if (fs::exists(path))
-            kept.push_back({path, std::make_unique<OpenFile>(path, O_PATH)});
+            kept.push_back({path, OpenFile(path, O_PATH)});
     }
     // A directory goes before what lies in it, which is then already visible.
     std::sort(kept.begin(), kept.end(),
@@ -100,11 +99,11 @@ static void ShowKept(const std::vector<Kept> &kept, const fs::path &newRoot)
         if (fs::exists(place))
             continue;
         fs::create_directories(place.parent_path());
-        if (fs::is_directory(entry.File->Path()))
+        if (fs::is_directory(PathOf(entry.File)))
             fs::create_directory(place);
         else
             WriteFile(place, "");
-        Bind(entry.File->Path(), place);
+        Bind(PathOf(entry.File), place);
     }
 }
 

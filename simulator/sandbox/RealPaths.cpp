@@ -47,8 +47,8 @@ static void CleanUp()
 static void TakePaths()
 {
     const std::string hosts = ReadFile(kHosts);
-    const OpenFile copy(kHostsCopy, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    const ssize_t written = write(copy.Descriptor, hosts.data(), hosts.size());
+    const Descriptor copy = OpenFile(kHostsCopy, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    const ssize_t written = write(copy.Get(), hosts.data(), hosts.size());
     if (written != static_cast<ssize_t>(hosts.size())) {
         fs::remove(kHostsCopy);
         throw std::runtime_error(std::string(kHostsCopy) + " cannot be written");
@@ -56,11 +56,11 @@ static void TakePaths()
     fs::create_directory(kPanelFiles);
 }
 
-RealPaths::RealPaths() : lock("/tmp", O_RDONLY | O_DIRECTORY)
+RealPaths::RealPaths() : lock_(OpenFile("/tmp", O_RDONLY | O_DIRECTORY))
 {
     if (geteuid() != 0)
         throw std::runtime_error("only root may use the real paths");
-    Check(flock(lock.Descriptor, LOCK_EX), "lock of /tmp");
+    Check(flock(lock_.Get(), LOCK_EX), "lock of /tmp");
     if (IsLeftBehind())
         CleanUp();
     for (const char *path : {kPanelFiles, kDatabases}) {

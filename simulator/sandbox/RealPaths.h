@@ -19,7 +19,7 @@ public:
     RealPaths &operator=(const RealPaths &) = delete;
 
 private:
-    OpenFile lock;
+    Descriptor lock_;
 };
 
 } // namespace nimbra::sandbox

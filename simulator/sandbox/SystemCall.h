@@ -1,5 +1,8 @@
 #pragma once
 
+#include "base/Descriptor.h"
+
+#include <array>
 #include <cerrno>
 #include <string>
 #include <system_error>
@@ -18,22 +21,31 @@ inline int Check(int result, const std::string &what)
     return result;
 }
 
-/// A descriptor that its owner closes; close-on-exec.
-class OpenFile
+/// Opens a file, close-on-exec. Throws std::system_error.
+[[nodiscard]] inline Descriptor OpenFile(const std::string &path, int flags, mode_t mode = 0)
 {
-public:
-    /// Throws std::system_error when the file cannot be opened.
-    OpenFile(const std::string &path, int flags, mode_t mode = 0)
-        : Descriptor(Check(open(path.c_str(), flags | O_CLOEXEC, mode), path))
-    {}
-    ~OpenFile() { close(Descriptor); }
-    OpenFile(const OpenFile &) = delete;
-    OpenFile &operator=(const OpenFile &) = delete;
+    return Descriptor(Check(open(path.c_str(), flags | O_CLOEXEC, mode), path));
+}
 
-    /// A path that leads to the open file, whatever has been mounted over its name.
-    [[nodiscard]] std::string Path() const { return "/proc/self/fd/" + std::to_string(Descriptor); }
+/// A path that leads to an open file, whatever has been mounted over its name.
+[[nodiscard]] inline std::string PathOf(const Descriptor &file)
+{
+    return "/proc/self/fd/" + std::to_string(file.Get());
+}
 
-    const int Descriptor;
+/// The two ends of a pipe, close-on-exec.
+struct Pipe
+{
+    Descriptor ReadEnd;
+    Descriptor WriteEnd;
 };
+
+/// Throws std::system_error.
+[[nodiscard]] inline Pipe MakePipe()
+{
+    std::array<int, 2> ends{};
+    Check(pipe2(ends.data(), O_CLOEXEC), "pipe");
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
 
 } // namespace nimbra::sandbox

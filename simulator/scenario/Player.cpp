@@ -1,7 +1,8 @@
 #include "simulator/scenario/Player.h"
 
+#include "libnimbra-client/LineSocket.h"
+
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -12,16 +13,11 @@
 #include <optional>
 #include <ostream>
 #include <thread>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <utility>
 
 namespace nimbra {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// Of the lines that came for one line of a scenario so many are all shown; of more, the first
 /// ones.
@@ -55,10 +51,9 @@ std::string Printable(const std::string &text)
 class Player
 {
 public:
-    Player(const Scenario &scenario, const PlayerOptions &stage) : talk_(scenario), stage_(stage) {}
-    ~Player() { Leave(); }
-    Player(const Player &) = delete;
-    Player &operator=(const Player &) = delete;
+    Player(const Scenario &scenario, const PlayerOptions &options)
+        : scenario_(scenario), options_(options)
+    {}
 
     bool Play();
 
@@ -75,9 +70,8 @@ private:
     bool ExpectOutput(const ScenarioLine &line);
 
     bool IsConnected();
-    void Leave();
     bool Send(const std::string &bytes);
-    bool Receive(Clock::time_point deadline);
+    bool Receive(Deadline deadline);
     std::optional<std::string> ReceiveLine();
     bool NothingIsLeft();
     std::optional<std::string> ReadFile(const std::string &name);
@@ -85,28 +79,27 @@ private:
     bool ShowMatch(const char *arrow, const ScenarioLine &line, int row, const std::string &text);
     void Show(const char *colour, const std::string &text);
     bool Fail(const std::string &expected, const std::string &received);
-    [[nodiscard]] Clock::time_point Deadline() const
+    [[nodiscard]] Deadline ReplyDeadline() const
     {
-        return Clock::now() + std::chrono::seconds(stage_.ReplySeconds);
+        return SocketClock::now() + std::chrono::seconds(options_.ReplySeconds);
     }
 
-    const Scenario &talk_;
-    const PlayerOptions &stage_;
+    const Scenario &scenario_;
+    const PlayerOptions &options_;
     const ScenarioLine *line_ = nullptr;              ///< the line being played
     ScenarioAction before_ = ScenarioAction::Connect; ///< what the line before it was
-    int socket_ = -1;
+    LineSocket socket_;
     std::string error_;               ///< why the last transfer ended
-    std::string received_;            ///< bytes that no line of the scenario has asked for yet
     std::deque<std::string> printed_; ///< lines of the last command that no line has asked for yet
 };
 
 bool Player::Play()
 {
-    for (const ScenarioLine &line : talk_.Lines) {
+    for (const ScenarioLine &line : scenario_.Lines) {
         line_ = &line;
         if (!Step(line))
             return false;
-        stage_.Out->flush();
+        options_.Out->flush();
         before_ = line.Action;
     }
     return NothingIsLeft();
@@ -188,13 +181,12 @@ bool Player::ExpectFile(const ScenarioLine &line)
     if (!bytes || !IsConnected())
         return false;
     const std::string what = std::to_string(bytes->size()) + " bytes";
-    const Clock::time_point deadline = Deadline();
-    while (received_.size() < bytes->size()) {
+    const Deadline deadline = ReplyDeadline();
+    while (socket_.Received().size() < bytes->size()) {
         if (!Receive(deadline))
-            return Fail(what, std::to_string(received_.size()) + " bytes, then " + error_);
+            return Fail(what, std::to_string(socket_.Received().size()) + " bytes, then " + error_);
     }
-    const std::string came = received_.substr(0, bytes->size());
-    received_.erase(0, bytes->size());
+    const std::string came = socket_.TakeBytes(bytes->size());
     const auto [differs, unused] = std::mismatch(came.begin(), came.end(), bytes->begin());
     if (differs != came.end()) {
         return Fail("the bytes of " + line.Text,
@@ -209,8 +201,9 @@ bool Player::ExpectSilence(const ScenarioLine &line)
     if (!IsConnected())
         return false;
     const std::string what = "nothing for " + std::to_string(line.Count) + " s";
-    if (!received_.empty() || Receive(Clock::now() + std::chrono::seconds(line.Count)))
-        return Fail(what, received_);
+    if (!socket_.Received().empty() ||
+        Receive(SocketClock::now() + std::chrono::seconds(line.Count)))
+        return Fail(what, socket_.Received());
     Show(kGreen, "    <-- (" + what + ")");
     return true;
 }
@@ -219,7 +212,7 @@ bool Player::Reconnect()
 {
     if (!NothingIsLeft())
         return false;
-    Leave();
+    socket_ = LineSocket();
     Show(kFaint, "    (a new client connects)");
     return IsConnected();
 }
@@ -229,7 +222,7 @@ bool Player::Run(const ScenarioLine &line)
     if (!NothingIsLeft())
         return false;
     Show(kCyan, "    $ " + line.Text);
-    stage_.Out->flush();
+    options_.Out->flush();
     std::FILE *pipe = popen(line.Text.c_str(), "r");
     if (pipe == nullptr)
         return Fail("a command that runs", std::strerror(errno));
@@ -265,83 +258,47 @@ bool Player::ExpectOutput(const ScenarioLine &line)
 /// Whether there is a connection, made now if there was none.
 bool Player::IsConnected()
 {
-    if (socket_ >= 0)
+    if (socket_.IsOpen())
         return true;
-    socket_ = stage_.Connect(&error_);
-    return socket_ >= 0 || Fail("a connection", error_);
-}
-
-void Player::Leave()
-{
-    if (socket_ >= 0)
-        close(socket_);
-    socket_ = -1;
-    received_.clear();
+    socket_ = LineSocket(options_.Connect(&error_));
+    return socket_.IsOpen() || Fail("a connection", error_);
 }
 
 bool Player::Send(const std::string &bytes)
 {
-    const Clock::time_point deadline = Deadline();
-    std::size_t sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t result =
-            send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (result > 0) {
-            sent += static_cast<std::size_t>(result);
-            continue;
-        }
-        if (errno != EAGAIN && errno != EINTR)
-            return Fail("bytes to be taken", std::strerror(errno));
-        if (Clock::now() >= deadline)
-            return Fail("bytes to be taken", "no more room within the limit");
-        pollfd wait = {socket_, POLLOUT, 0};
-        poll(&wait, 1, 100);
-    }
-    return true;
+    std::string_view rest = bytes;
+    const IoResult result = socket_.Send(&rest, ReplyDeadline());
+    if (result.Status == IoStatus::TimedOut)
+        return Fail("bytes to be taken", "not all taken within the limit");
+    return result.IsDone() || Fail("bytes to be taken", std::strerror(result.Error));
 }
 
-/// Waits for bytes and appends them to `received_`. When none came, says why in `error_`.
-bool Player::Receive(Clock::time_point deadline)
+/// Receives bytes. When none came, the reason is in `error_`.
+bool Player::Receive(Deadline deadline)
 {
-    for (;;) {
-        char bytes[4096];
-        const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
-        if (count > 0) {
-            received_.append(bytes, static_cast<std::size_t>(count));
-            return true;
-        }
-        if (count == 0) {
-            error_ = "the end of the connection";
-            return false;
-        }
-        if (errno != EAGAIN && errno != EINTR) {
-            error_ = std::strerror(errno);
-            return false;
-        }
-        if (Clock::now() >= deadline) {
-            error_ = "nothing within the limit";
-            return false;
-        }
-        pollfd wait = {socket_, POLLIN, 0};
-        poll(&wait, 1, 100);
-    }
+    const IoResult result = socket_.Receive(deadline);
+    if (result.Status == IoStatus::Closed)
+        error_ = "the end of the connection";
+    else if (result.Status == IoStatus::TimedOut)
+        error_ = "nothing within the limit";
+    else
+        error_ = std::strerror(result.Error);
+    return result.IsDone();
 }
 
 std::optional<std::string> Player::ReceiveLine()
 {
-    const Clock::time_point deadline = Deadline();
-    std::size_t end = received_.find('\n');
-    while (end == std::string::npos) {
-        if (!Receive(deadline)) {
-            if (!received_.empty())
-                error_ = received_ + " and then " + error_;
-            return std::nullopt;
-        }
-        end = received_.find('\n');
+    const Deadline deadline = ReplyDeadline();
+    for (;;) {
+        std::optional<std::string> line = socket_.TakeLine();
+        if (line)
+            return line;
+        if (Receive(deadline))
+            continue;
+        if (!socket_.Received().empty())
+            error_ = socket_.Received() + " and then " + error_;
+        return std::nullopt;
     }
-    std::string line = received_.substr(0, end);
-    received_.erase(0, end + 1);
-    return line;
 }
 
 /// Whether the scenario has asked for everything that came.
@@ -349,14 +306,14 @@ bool Player::NothingIsLeft()
 {
     if (!printed_.empty())
         return Fail("no further line", printed_.front());
-    if (socket_ >= 0 && received_.empty())
-        Receive(Clock::now());
-    return received_.empty() || Fail("nothing more", received_);
+    if (socket_.IsOpen() && socket_.Received().empty())
+        Receive(SocketClock::now());
+    return socket_.Received().empty() || Fail("nothing more", socket_.Received());
 }
 
 std::optional<std::string> Player::ReadFile(const std::string &name)
 {
-    std::ifstream file(std::filesystem::path(talk_.Folder) / name, std::ios::binary);
+    std::ifstream file(std::filesystem::path(scenario_.Folder) / name, std::ios::binary);
     if (!file) {
         Fail("the file " + name, "none that can be read");
         return std::nullopt;
@@ -381,10 +338,10 @@ bool Player::ShowMatch(const char *arrow, const ScenarioLine &line, int row,
 
 void Player::Show(const char *colour, const std::string &text)
 {
-    if (stage_.HasColour && *colour != '\0')
-        *stage_.Out << colour << text << "\033[0m\n";
+    if (options_.HasColour && *colour != '\0')
+        *options_.Out << colour << text << "\033[0m\n";
     else
-        *stage_.Out << text << '\n';
+        *options_.Out << text << '\n';
 }
 
 bool Player::Fail(const std::string &expected, const std::string &received)
@@ -393,15 +350,15 @@ bool Player::Fail(const std::string &expected, const std::string &received)
     Show(kRed, "    received: " + Printable(received));
     if (line_ != nullptr)
         Show(kRed, "    at line " + std::to_string(line_->Number) + " of the scenario");
-    stage_.Out->flush();
+    options_.Out->flush();
     return false;
 }
 
 } // namespace
 
-bool PlayScenario(const Scenario &scenario, const PlayerOptions &stage)
+bool PlayScenario(const Scenario &scenario, const PlayerOptions &options)
 {
-    return Player(scenario, stage).Play();
+    return Player(scenario, options).Play();
 }
 
 } // namespace nimbra

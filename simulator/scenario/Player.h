@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Descriptor.h"
 #include "simulator/scenario/Scenario.h"
 
 #include <functional>
@@ -11,8 +12,8 @@ namespace nimbra {
 /// Where and how a scenario is played.
 struct PlayerOptions
 {
-    /// Makes a connected TCP socket, which the player closes; -1, with the reason, on failure.
-    std::function<int(std::string *error)> Connect;
+    /// Makes a connected TCP socket; none, with the reason, on failure.
+    std::function<Descriptor(std::string *error)> Connect;
     /// Takes everything that is shown.
     std::ostream *Out = nullptr;
     /// Whether to colour it, for a terminal.
@@ -25,6 +26,6 @@ struct PlayerOptions
 /// received, and stops at the first thing that is not as the scenario says, showing what was
 /// expected and what came. Returns whether all of it went as written. What is shown is the same in
 /// every run that goes well, but for what "*" stands for.
-[[nodiscard]] bool PlayScenario(const Scenario &scenario, const PlayerOptions &stage);
+[[nodiscard]] bool PlayScenario(const Scenario &scenario, const PlayerOptions &options);
 
 } // namespace nimbra

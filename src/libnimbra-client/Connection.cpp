@@ -1,6 +1,9 @@
 #include "libnimbra-client/Connection.h"
 
 #include <algorithm>
+#include <cstring>
+
+#include <nimbra-client/Error.h>
 
 namespace nimbra::client {
 
@@ -20,6 +23,9 @@ constexpr seconds kBytesLimit(7);
 /// The panel is lost when so many heartbeats have no response.
 constexpr std::size_t kHeartbeatsExpected = 4;
 
+/// No line of the protocol is nearly as long.
+constexpr std::size_t kLongestLine = 8192;
+
 constexpr std::size_t kChunk = std::size_t{16} * 1024;
 
 constexpr char kProbe[] = "Hello?";
@@ -29,6 +35,18 @@ constexpr char kHeartbeatResponse[] = "HeartbeatResponse?";
 bool BeginsWith(std::string_view text, std::string_view beginning)
 {
     return text.substr(0, beginning.size()) == beginning;
+}
+
+/// Throws for a result that leaves the connection of no use.
+void FailOn(const IoResult &result)
+{
+    if (result.Status == IoStatus::Cancelled)
+        throw CancelledError();
+    if (result.Status == IoStatus::Closed)
+        throw ConnectionError("The panel closed the connection.");
+    if (result.Status == IoStatus::Failed)
+        throw ConnectionError(std::string("The connection to the panel broke: ") +
+                              std::strerror(result.Error) + ".");
 }
 
 } // namespace
@@ -53,7 +71,7 @@ std::optional<std::string> Session::Connection::ReadFirst(std::string_view begin
     bool hasProbed = false;
     for (;;) {
         const bool isLast = hasProbed || probeTime >= deadline;
-        std::optional<std::string> line = lines_.ReadLine(isLast ? deadline : probeTime);
+        std::optional<std::string> line = ReadLine(isLast ? deadline : probeTime);
         if (!line && isLast)
             throw ConnectionError("The panel stopped responding: it sent nothing for " +
                                   std::to_string(options_.ResponseTimeout / seconds(1)) +
@@ -80,7 +98,7 @@ std::optional<std::string> Session::Connection::ReadFirst(std::string_view begin
 
 std::string Session::Connection::ReadNext()
 {
-    std::optional<std::string> line = lines_.ReadLine(Clock::now() + options_.ResponseTimeout);
+    std::optional<std::string> line = ReadLine(Clock::now() + options_.ResponseTimeout);
     if (!line)
         throw ConnectionError("The panel stopped in the middle of its response.");
     return *line;
@@ -92,9 +110,9 @@ std::vector<char> Session::Connection::ReadBytes(std::size_t count,
     std::vector<char> bytes;
     const auto limit = std::min<std::chrono::milliseconds>(kBytesLimit, options_.ResponseTimeout);
     while (bytes.size() < count) {
-        const std::vector<char> some = lines_.ReadSome(count - bytes.size(), Clock::now() + limit);
-        if (some.empty())
+        if (lines_.Received().empty() && !Receive(Clock::now() + limit))
             break;
+        const std::string some = lines_.TakeBytes(count - bytes.size());
         bytes.insert(bytes.end(), some.begin(), some.end());
         if (progress)
             progress(bytes.size(), count);
@@ -107,8 +125,7 @@ bool Session::Connection::SendBytes(const std::vector<char> &bytes,
 {
     for (std::size_t sent = 0; sent < bytes.size();) {
         const std::size_t count = std::min(kChunk, bytes.size() - sent);
-        if (!lines_.Send({bytes.data() + sent, count}, Clock::now() + options_.ResponseTimeout,
-                         true))
+        if (!Send({bytes.data() + sent, count}, OnReceive::Interrupt))
             return false;
         sent += count;
         if (progress)
@@ -120,7 +137,7 @@ bool Session::Connection::SendBytes(const std::vector<char> &bytes,
 void Session::Connection::SendHeartbeat()
 {
     while (!expected_.empty()) {
-        const std::optional<std::string> line = lines_.ReadLine(Clock::now());
+        const std::optional<std::string> line = ReadLine(Clock::now());
         if (!line)
             break;
         static_cast<void>(IsExpected(*line));
@@ -138,8 +155,37 @@ bool Session::Connection::IsUsable()
 
 void Session::Connection::Send(std::string_view line)
 {
-    lines_.Send(std::string(line) + "\n", Clock::now() + options_.ResponseTimeout);
+    Send(std::string(line) + "\n", OnReceive::SendOn);
     lastSent_ = Clock::now();
+}
+
+bool Session::Connection::Send(std::string_view bytes, OnReceive onReceive)
+{
+    const IoResult result = lines_.Send(&bytes, Clock::now() + options_.ResponseTimeout, onReceive);
+    FailOn(result);
+    if (result.Status == IoStatus::TimedOut)
+        throw ConnectionError("The panel stopped taking what is sent to it.");
+    return result.Status != IoStatus::Interrupted;
+}
+
+std::optional<std::string> Session::Connection::ReadLine(Deadline deadline)
+{
+    for (;;) {
+        std::optional<std::string> line = lines_.TakeLine();
+        if (line)
+            return line;
+        if (lines_.Received().size() > kLongestLine)
+            FailStrange();
+        if (!Receive(deadline))
+            return std::nullopt;
+    }
+}
+
+bool Session::Connection::Receive(Deadline deadline)
+{
+    const IoResult result = lines_.Receive(deadline);
+    FailOn(result);
+    return result.IsDone();
 }
 
 bool Session::Connection::IsExpected(std::string_view line)

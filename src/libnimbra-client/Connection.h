@@ -41,6 +41,13 @@ public:
 
 private:
     void Send(std::string_view line);
+    /// Sends the bytes; false when the panel answers before it took them all and `onReceive` says
+    /// that this ends the sending.
+    bool Send(std::string_view bytes, OnReceive onReceive);
+    /// The next line; nothing at the deadline.
+    [[nodiscard]] std::optional<std::string> ReadLine(Deadline deadline);
+    /// Receives bytes; false at the deadline.
+    [[nodiscard]] bool Receive(Deadline deadline);
     /// Whether the line is the next expected response; forgets it then.
     [[nodiscard]] bool IsExpected(std::string_view line);
 

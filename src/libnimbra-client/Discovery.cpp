@@ -87,9 +87,9 @@ std::vector<in_addr_t> TargetsOf(const DiscoveryOptions &options)
     return addresses;
 }
 
-Handle OpenSocket()
+Descriptor OpenAnswerSocket()
 {
-    Handle socket(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    Descriptor socket = OpenSocket(SOCK_DGRAM);
     const int on = 1;
     const sockaddr_in own = AddressOf(INADDR_ANY, kScanAnswerPort);
     // Several programs of one machine may look for panels at the same time.
@@ -156,7 +156,7 @@ std::int32_t DrawKey()
 std::vector<DiscoveredPanel> Discover(const DiscoveryOptions &options)
 {
     const std::vector<in_addr_t> targets = TargetsOf(options);
-    const Handle socket = OpenSocket();
+    const Descriptor socket = OpenAnswerSocket();
     const std::int32_t key = DrawKey();
     const Deadline end = Clock::now() + options.Duration;
     Deadline nextProbe = Clock::now();
@@ -167,7 +167,7 @@ std::vector<DiscoveredPanel> Discover(const DiscoveryOptions &options)
             nextProbe += options.ProbeInterval;
         }
         DiscoveredPanel panel;
-        if (!WaitForSocket(socket.Get(), POLLIN, std::min(nextProbe, end), options.IsCancelled) ||
+        if (!WaitForInput(socket.Get(), std::min(nextProbe, end), options.IsCancelled) ||
             !Receive(socket.Get(), key, &panel))
             continue;
         const bool isKnown =

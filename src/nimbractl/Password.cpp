@@ -1,5 +1,6 @@
 #include "nimbractl/Password.h"
 
+#include "base/Descriptor.h"
 #include "nimbractl/Errors.h"
 #include "nimbractl/Signals.h"
 
@@ -28,10 +29,8 @@ std::string ReadLine(int file)
 std::string FromFile(const std::string &name)
 {
     const bool isInput = name == "-";
-    const int file = isInput ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    std::string line = ReadLine(file);
-    if (!isInput && file >= 0)
-        close(file);
+    const Descriptor file(isInput ? 0 : open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    const std::string line = ReadLine(isInput ? STDIN_FILENO : file.Get());
     if (line.empty())
         throw LocalFailure("Cannot read a password from " + (isInput ? "standard input" : name) +
                            ".");
@@ -42,44 +41,33 @@ std::string FromFile(const std::string &name)
 class SilentTerminal
 {
 public:
-    SilentTerminal() : file_(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY))
+    SilentTerminal()
+        : file_(Descriptor::AboveStandardInput(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)))
     {
-        if (file_ < 0 || tcgetattr(file_, &before_) != 0) {
-            Release();
+        if (!file_.IsOpen() || tcgetattr(file_.Get(), &before_) != 0)
             throw WrongUsage("There is no terminal to ask for the password on: use --password-file "
                              "or the environment variable NIMBRA_PASSWORD.");
-        }
     }
-    ~SilentTerminal()
-    {
-        EchoOn();
-        Release();
-    }
+    ~SilentTerminal() { EchoOn(); }
     SilentTerminal(const SilentTerminal &) = delete;
     SilentTerminal &operator=(const SilentTerminal &) = delete;
 
-    [[nodiscard]] int Get() const { return file_; }
+    [[nodiscard]] int Get() const { return file_.Get(); }
     void EchoOff() const
     {
         termios silent = before_;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_lflag |= ICANON | ISIG;
-        tcsetattr(file_, TCSAFLUSH, &silent);
+        tcsetattr(file_.Get(), TCSAFLUSH, &silent);
     }
-    void EchoOn() const { tcsetattr(file_, TCSAFLUSH, &before_); }
+    void EchoOn() const { tcsetattr(file_.Get(), TCSAFLUSH, &before_); }
     void Print(const std::string &text) const
     {
-        static_cast<void>(!write(file_, text.data(), text.size()));
+        static_cast<void>(!write(file_.Get(), text.data(), text.size()));
     }
 
 private:
-    void Release() const
-    {
-        if (file_ >= 0)
-            close(file_);
-    }
-
-    int file_;
+    Descriptor file_;
     termios before_ = {};
 };
 

@@ -1,5 +1,6 @@
 #include "support/Agent.h"
 
+#include "simulator/sandbox/SystemCall.h"
 #include "support/Files.h"
 
 #include <gtest/gtest.h>
@@ -75,9 +76,7 @@ std::size_t StatusField(pid_t pid, const std::string &name)
 
 Agent::Agent(Options options)
 {
-    std::array<int, 2> pipe;
-    if (pipe2(pipe.data(), O_CLOEXEC) != 0)
-        throw std::runtime_error("no pipe for the agent's output");
+    sandbox::Pipe output = sandbox::MakePipe();
     options.Wrapper.emplace_back(kAgentPath);
     std::vector<char *> arguments;
     for (std::string &word : options.Wrapper)
@@ -88,8 +87,8 @@ Agent::Agent(Options options)
         throw std::runtime_error("the agent cannot be started");
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(pipe[1], STDOUT_FILENO);
-        dup2(pipe[1], STDERR_FILENO);
+        dup2(output.WriteEnd.Get(), STDOUT_FILENO);
+        dup2(output.WriteEnd.Get(), STDERR_FILENO);
         // Whatever else the test's own caller has left open is no business of the agent's.
         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
         for (const auto &[name, value] : options.Environment)
@@ -97,11 +96,11 @@ Agent::Agent(Options options)
         execvp(arguments[0], arguments.data());
         _exit(127);
     }
-    close(pipe[1]);
-    output_ = pipe[0];
-    fcntl(output_, F_SETFL, fcntl(output_, F_GETFL) | O_NONBLOCK);
+    output_ = std::move(output.ReadEnd);
+    output.WriteEnd.Close();
+    fcntl(output_.Get(), F_SETFL, fcntl(output_.Get(), F_GETFL) | O_NONBLOCK);
     // The pipe takes the output of many lines while the test does other things.
-    fcntl(output_, F_SETPIPE_SZ, 1024 * 1024);
+    fcntl(output_.Get(), F_SETPIPE_SZ, 1024 * 1024);
     if (options.WaitUntilServing && !WaitForLog(", Port: 9000"))
         ADD_FAILURE() << "the agent did not open its listener";
 }
@@ -115,7 +114,6 @@ Agent::~Agent()
     }
     ReadOutput();
     FailOnReports();
-    close(output_);
 }
 
 const std::vector<std::string> &Agent::Log()
@@ -229,7 +227,7 @@ void Agent::ReadOutput()
 {
     std::array<char, 65536> bytes;
     ssize_t count = 0;
-    while ((count = read(output_, bytes.data(), bytes.size())) > 0) {
+    while ((count = read(output_.Get(), bytes.data(), bytes.size())) > 0) {
         unfinished_.append(bytes.data(), static_cast<std::size_t>(count));
         std::size_t end = 0;
         while ((end = unfinished_.find('\n')) != std::string::npos) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Descriptor.h"
 #include "support/Waiting.h"
 
 #include <cstddef>
@@ -77,7 +78,7 @@ private:
     void FailOnReports();
 
     pid_t pid_ = -1;
-    int output_ = -1;
+    Descriptor output_;
     std::string unfinished_;
     std::vector<std::string> lines_;
     std::optional<int> status_;

@@ -17,7 +17,8 @@ class AgentTest : public ::testing::Test
 {
 protected:
     explicit AgentTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
-    /// Asks the agent to end and scenarios on meanwhile, so that it need not wait for the clients.
+    /// Asks the agent to end, and lets the clients send meanwhile: it need not wait for their
+    /// silence.
     ~AgentTest() override;
 
     /// A new client, which stays until the test's end.

@@ -34,15 +34,13 @@ CapturedOutput::CapturedOutput()
     : file_(memfd_create("output", MFD_CLOEXEC)), output_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
 {
     std::fflush(stdout);
-    dup2(file_, STDOUT_FILENO);
+    dup2(file_.Get(), STDOUT_FILENO);
 }
 
 CapturedOutput::~CapturedOutput()
 {
     std::fflush(stdout);
-    dup2(output_, STDOUT_FILENO);
-    close(output_);
-    close(file_);
+    dup2(output_.Get(), STDOUT_FILENO);
 }
 
 std::string CapturedOutput::Text() const
@@ -51,7 +49,7 @@ std::string CapturedOutput::Text() const
     std::string text;
     char part[4096];
     ssize_t count = 0;
-    while ((count = pread(file_, part, sizeof part, static_cast<off_t>(text.size()))) > 0)
+    while ((count = pread(file_.Get(), part, sizeof part, static_cast<off_t>(text.size()))) > 0)
         text.append(part, static_cast<std::size_t>(count));
     return text;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/Descriptor.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,8 +35,8 @@ public:
     [[nodiscard]] std::vector<std::string> Messages() const;
 
 private:
-    int file_;
-    int output_;
+    Descriptor file_;
+    Descriptor output_;
 };
 
 } // namespace nimbra::test

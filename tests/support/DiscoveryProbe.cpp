@@ -13,7 +13,6 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace nimbra::test {
 
@@ -33,27 +32,26 @@ sockaddr_in AddressOf(const char *address, int port)
 }
 
 /// A datagram socket of the second host. Only the thread that makes it moves to that network.
-int SocketOnSecondHost()
+Descriptor SocketOnSecondHost()
 {
-    int socket = -1;
+    Descriptor socket;
     std::thread([&socket] {
         const char *name = std::getenv("NIMBRA_SECOND_HOST");
-        const int network = name == nullptr ? -1 : open(name, O_RDONLY | O_CLOEXEC);
-        if (network >= 0 && setns(network, CLONE_NEWNET) == 0)
-            socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        close(network);
+        const Descriptor network(name == nullptr ? -1 : open(name, O_RDONLY | O_CLOEXEC));
+        if (network.IsOpen() && setns(network.Get(), CLONE_NEWNET) == 0)
+            socket = Descriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     }).join();
     return socket;
 }
 
-void SendTo(int socket, const char *address, std::string_view datagram)
+void SendTo(const Descriptor &socket, const char *address, std::string_view datagram)
 {
     const sockaddr_in panel = AddressOf(address, kProbePort);
-    sendto(socket, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&panel),
-           sizeof panel);
+    sendto(socket.Get(), datagram.data(), datagram.size(), 0,
+           reinterpret_cast<const sockaddr *>(&panel), sizeof panel);
 }
 
-/// Where a datagram was sent to, which the receiving socket was asked to tell.
+/// Where a datagram was sent to, which the receiving socket was asked to report.
 std::string DestinationOf(msghdr &message)
 {
     std::array<char, INET_ADDRSTRLEN> text = {};
@@ -74,15 +72,11 @@ DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
 {
     const int on = 1;
     const sockaddr_in own = AddressOf("0.0.0.0", kAnswerPort);
-    if (socket_ < 0 || setsockopt(socket_, SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
-        setsockopt(socket_, IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||
-        bind(socket_, reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
+    if (!socket_.IsOpen() ||
+        setsockopt(socket_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
+        setsockopt(socket_.Get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||
+        bind(socket_.Get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) != 0)
         throw std::system_error(errno, std::generic_category(), "no probe on the second host");
-}
-
-DiscoveryProbe::~DiscoveryProbe()
-{
-    close(socket_);
 }
 
 void DiscoveryProbe::Send(std::string_view datagram) const
@@ -97,14 +91,12 @@ void DiscoveryProbe::Broadcast(std::string_view datagram) const
 
 void DiscoveryProbe::SendFromAnotherPort(std::string_view datagram)
 {
-    const int socket = SocketOnSecondHost();
-    SendTo(socket, kPanelAddress, datagram);
-    close(socket);
+    SendTo(SocketOnSecondHost(), kPanelAddress, datagram);
 }
 
 std::optional<DiscoveryProbe::Answer> DiscoveryProbe::ReceiveAnswer(milliseconds limit) const
 {
-    pollfd wait = {socket_, POLLIN, 0};
+    pollfd wait = {socket_.Get(), POLLIN, 0};
     if (poll(&wait, 1, static_cast<int>(limit.count())) < 1)
         return std::nullopt;
     std::array<char, 2048> bytes;
@@ -115,7 +107,7 @@ std::optional<DiscoveryProbe::Answer> DiscoveryProbe::ReceiveAnswer(milliseconds
     message.msg_iovlen = 1;
     message.msg_control = control.data();
     message.msg_controllen = control.size();
-    const ssize_t count = recvmsg(socket_, &message, 0);
+    const ssize_t count = recvmsg(socket_.Get(), &message, 0);
     return Answer{std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
                   DestinationOf(message)};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Descriptor.h"
 #include "support/Waiting.h"
 
 #include <optional>
@@ -15,9 +16,6 @@ class DiscoveryProbe
 public:
     /// Throws std::system_error when the second host cannot be entered.
     DiscoveryProbe();
-    ~DiscoveryProbe();
-    DiscoveryProbe(const DiscoveryProbe &) = delete;
-    DiscoveryProbe &operator=(const DiscoveryProbe &) = delete;
 
     /// An answer as it came.
     struct Answer
@@ -38,7 +36,7 @@ public:
     [[nodiscard]] std::string Ask(std::string_view datagram) const;
 
 private:
-    int socket_ = -1;
+    Descriptor socket_;
 };
 
 } // namespace nimbra::test

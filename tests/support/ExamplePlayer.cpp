@@ -70,28 +70,28 @@ bool IsOfConversation(const ScenarioLine &line)
 }
 
 /// A listener on every address of this machine.
-int ListenAt(int port)
+Descriptor ListenAt(int port)
 {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int reuse = 1;
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-    if (listener < 0 ||
-        bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(listener, 5) != 0)
+    setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+    if (!listener.IsOpen() ||
+        bind(listener.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(listener.Get(), 5) != 0)
         throw std::system_error(errno, std::generic_category(), "listening for the panel");
     return listener;
 }
 
-/// The next connection; -1 when none comes soon.
-int Accept(int listener)
+/// The next connection; none when no peer connects soon.
+Descriptor Accept(const Descriptor &listener)
 {
-    pollfd wait = {listener, POLLIN, 0};
+    pollfd wait = {listener.Get(), POLLIN, 0};
     if (poll(&wait, 1, static_cast<int>(milliseconds(kSoon).count())) < 1)
-        return -1;
-    return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        return Descriptor();
+    return Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 /// The address of this machine that a connection was made to.
@@ -146,10 +146,10 @@ std::string PlayConversation(const Example &example, const ManagementClient &cli
         scenario.Lines.push_back(*line);
     }
     std::ostringstream shown;
-    PlayerOptions stage;
-    stage.Connect = [&client](std::string *) { return dup(client.Socket()); };
-    stage.Out = &shown;
-    return PlayScenario(scenario, stage) ? "" : shown.str();
+    PlayerOptions options;
+    options.Connect = [&client](std::string *) { return Descriptor(dup(client.Socket())); };
+    options.Out = &shown;
+    return PlayScenario(scenario, options) ? "" : shown.str();
 }
 
 std::string PlayDiscovery(const Example &example, const DiscoveryProbe &probe)
@@ -215,8 +215,6 @@ CloudPlayer::CloudPlayer() : server_(ListenAt(kServerPort))
 
 CloudPlayer::~CloudPlayer()
 {
-    close(server_);
-    close(relay_.Socket);
     for (const std::string &address : addresses_)
         static_cast<void>(ChangeAddress("delete", address));
 }
@@ -242,15 +240,15 @@ std::string CloudPlayer::Play(const Example &example)
 
 std::string CloudPlayer::PlayConnection(const std::vector<std::string> &lines)
 {
-    const Relay relay = std::exchange(relay_, {});
-    const bool isRelay = relay.Socket >= 0;
-    const int socket = Accept(isRelay ? relay.Socket : server_);
-    close(relay.Socket);
-    if (socket < 0)
+    Relay relay = std::exchange(relay_, Relay());
+    const bool isRelay = relay.Socket.IsOpen();
+    Descriptor socket = Accept(isRelay ? relay.Socket : server_);
+    relay.Socket.Close();
+    if (!socket.IsOpen())
         return "the agent does not connect\n";
-    ManagementClient panel(socket);
-    if (isRelay && OwnAddress(socket) != relay.Address)
-        return Differs("a connection to " + relay.Address, "one to " + OwnAddress(socket));
+    ManagementClient panel(std::move(socket));
+    if (isRelay && OwnAddress(panel.Socket()) != relay.Address)
+        return Differs("a connection to " + relay.Address, "one to " + OwnAddress(panel.Socket()));
     std::string failure = PlayLines(panel, lines);
     if (failure.empty() && !isRelay && !panel.IsClosedByPeer())
         return "the agent does not close the connection\n";

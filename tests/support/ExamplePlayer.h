@@ -52,7 +52,7 @@ private:
     struct Relay
     {
         std::string Address;
-        int Socket = -1;
+        Descriptor Socket;
     };
 
     [[nodiscard]] std::string PlayConnection(const std::vector<std::string> &lines);
@@ -61,7 +61,7 @@ private:
     /// Listens where a heartbeat's answer sends the panel, if it sends it anywhere.
     void Obey(const std::string &answer);
 
-    int server_ = -1;
+    Descriptor server_;
     Relay relay_;
     std::set<std::string> addresses_; ///< that this machine was given
 };

@@ -9,7 +9,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace nimbra::test {
 
@@ -30,9 +29,9 @@ std::string GoodManners(const std::string &line)
 }
 
 /// Waits until the socket can be read; false when the panel is to end.
-bool WaitFor(int socket, int stop)
+bool WaitFor(int socket, const Descriptor &stop)
 {
-    std::array<pollfd, 2> waits{{{socket, POLLIN, 0}, {stop, POLLIN, 0}}};
+    std::array<pollfd, 2> waits{{{socket, POLLIN, 0}, {stop.Get(), POLLIN, 0}}};
     poll(waits.data(), waits.size(), -1);
     return waits[1].revents == 0;
 }
@@ -41,15 +40,15 @@ bool WaitFor(int socket, int stop)
 
 FakePanel::FakePanel(Answer answer, std::string greeting)
     : answer_(std::move(answer)), greeting_(std::move(greeting)),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), stop_(sandbox::MakePipe())
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    if (listener_ < 0 || bind(listener_, generic, size) != 0 || listen(listener_, 5) != 0 ||
-        getsockname(listener_, generic, &size) != 0 || pipe(stop_) != 0)
+    if (!listener_.IsOpen() || bind(listener_.Get(), generic, size) != 0 ||
+        listen(listener_.Get(), 5) != 0 || getsockname(listener_.Get(), generic, &size) != 0)
         throw std::system_error(errno, std::generic_category(), "fake panel");
     port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] { Run(); });
@@ -57,10 +56,8 @@ FakePanel::FakePanel(Answer answer, std::string greeting)
 
 FakePanel::~FakePanel()
 {
-    close(stop_[1]);
+    stop_.WriteEnd.Close();
     thread_.join();
-    close(stop_[0]);
-    close(listener_);
 }
 
 std::vector<std::string> FakePanel::Lines() const
@@ -80,33 +77,20 @@ std::size_t FakePanel::Count(const std::string &beginning) const
 
 void FakePanel::Run()
 {
-    while (WaitFor(listener_, stop_[0])) {
-        const int socket = accept(listener_, nullptr, nullptr);
-        send(socket, greeting_.data(), greeting_.size(), MSG_NOSIGNAL);
-        Serve(socket);
-        close(socket);
-    }
+    while (WaitFor(listener_.Get(), stop_.ReadEnd))
+        Serve(LineSocket(Descriptor(accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC))));
 }
 
-void FakePanel::Serve(int socket)
+void FakePanel::Serve(LineSocket client)
 {
-    std::string received;
-    while (WaitFor(socket, stop_[0])) {
-        std::array<char, 4096> bytes;
-        const ssize_t count = recv(socket, bytes.data(), bytes.size(), 0);
-        if (count <= 0)
-            return;
-        received.append(bytes.data(), static_cast<std::size_t>(count));
-        for (std::size_t end = 0; (end = received.find('\n')) != std::string::npos;) {
-            const std::string line = received.substr(0, end);
-            received.erase(0, end + 1);
-            if (!Send(socket, line))
+    client.Send(greeting_);
+    while (WaitFor(client.Get(), stop_.ReadEnd) && client.Receive(SocketClock::now()).IsDone())
+        while (const std::optional<std::string> line = client.TakeLine())
+            if (!AnswerLine(client, *line))
                 return;
-        }
-    }
 }
 
-bool FakePanel::Send(int socket, const std::string &line)
+bool FakePanel::AnswerLine(const LineSocket &client, const std::string &line)
 {
     {
         const std::lock_guard guard(lock_);
@@ -117,7 +101,7 @@ bool FakePanel::Send(int socket, const std::string &line)
         return false;
     if (text->empty())
         text = GoodManners(line);
-    send(socket, text->data(), text->size(), MSG_NOSIGNAL);
+    client.Send(*text);
     return true;
 }
 

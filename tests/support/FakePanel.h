@@ -1,5 +1,8 @@
 #pragma once
 
+#include "libnimbra-client/LineSocket.h"
+#include "simulator/sandbox/SystemCall.h"
+
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -34,15 +37,15 @@ public:
 
 private:
     void Run();
-    void Serve(int socket);
-    /// Sends what the answer to a line is; false when the connection is to be closed.
-    [[nodiscard]] bool Send(int socket, const std::string &line);
+    void Serve(LineSocket client);
+    /// Sends the answer to a line; false when the connection is to be closed.
+    [[nodiscard]] bool AnswerLine(const LineSocket &client, const std::string &line);
 
     const Answer answer_;
     const std::string greeting_;
-    int listener_ = -1;
+    Descriptor listener_;
     int port_ = 0;
-    int stop_[2] = {-1, -1}; ///< a pipe whose end wakes the thread
+    sandbox::Pipe stop_; ///< its end wakes the thread
     mutable std::mutex lock_;
     std::vector<std::string> lines_;
     std::thread thread_;

@@ -1,5 +1,7 @@
 #include "support/Faults.h"
 
+#include "base/Descriptor.h"
+
 #include <cstdlib>
 #include <stdexcept>
 
@@ -22,13 +24,12 @@ std::string WithOption(const char *variable, const std::string &option)
 
 Faults::Faults() : file_("/tmp/fault-state-" + std::to_string(getpid()))
 {
-    const int descriptor = open(file_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const Descriptor file(open(file_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     void *memory = MAP_FAILED;
     // A new file reads as zeros, which means no fault.
-    if (ftruncate(descriptor, sizeof(faults::SharedState)) == 0)
+    if (ftruncate(file.Get(), sizeof(faults::SharedState)) == 0)
         memory = mmap(nullptr, sizeof(faults::SharedState), PROT_READ | PROT_WRITE, MAP_SHARED,
-                      descriptor, 0);
-    close(descriptor);
+                      file.Get(), 0);
     if (memory == MAP_FAILED)
         throw std::runtime_error("cannot create the shared state of the fault library");
     state_ = static_cast<faults::SharedState *>(memory);

@@ -2,36 +2,27 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <stdexcept>
-#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace nimbra::test {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-milliseconds Left(Clock::time_point end)
+Deadline After(milliseconds limit)
 {
-    const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now());
-    return std::max(left, milliseconds(0));
+    return SocketClock::now() + limit;
 }
 
-int Connect(const sockaddr_in &address)
+Descriptor Connect(const sockaddr_in &address)
 {
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (socket >= 0 &&
-        connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
-        return socket;
-    close(socket);
-    return -1;
+    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(socket.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+        socket.Close();
+    return socket;
 }
 
 } // namespace
@@ -42,53 +33,30 @@ ManagementClient::ManagementClient(const std::string &address, int port, millise
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<std::uint16_t>(port));
     inet_pton(AF_INET, address.c_str(), &peer.sin_addr);
-    if (!WaitUntil([&] { return (socket_ = Connect(peer)) >= 0; }, limit))
+    const auto isConnected = [this, &peer] {
+        socket_ = LineSocket(Connect(peer));
+        return socket_.IsOpen();
+    };
+    if (!WaitUntil(isConnected, limit))
         throw std::runtime_error("nobody accepts connections at " + address);
-}
-
-ManagementClient::~ManagementClient()
-{
-    Close();
-}
-
-ManagementClient::ManagementClient(ManagementClient &&other) noexcept
-    : socket_(std::exchange(other.socket_, -1)), hasEnded_(other.hasEnded_),
-      received_(std::move(other.received_))
-{}
-
-void ManagementClient::Send(std::string_view bytes) const
-{
-    while (!bytes.empty()) {
-        const ssize_t count = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 1)
-            return;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
 }
 
 std::optional<std::string> ManagementClient::ReadLine(milliseconds limit)
 {
-    const auto end = Clock::now() + limit;
+    const Deadline deadline = After(limit);
     for (;;) {
-        const std::size_t length = received_.find('\n');
-        if (length != std::string::npos) {
-            std::string line = received_.substr(0, length);
-            received_.erase(0, length + 1);
+        std::optional<std::string> line = socket_.TakeLine();
+        if (line || !Receive(deadline))
             return line;
-        }
-        if (!Receive(Left(end)))
-            return std::nullopt;
     }
 }
 
 std::string ManagementClient::ReadBytes(std::size_t count, milliseconds limit)
 {
-    const auto end = Clock::now() + limit;
-    while (received_.size() < count && Receive(Left(end)))
+    const Deadline deadline = After(limit);
+    while (socket_.Received().size() < count && Receive(deadline))
         continue;
-    std::string bytes = received_.substr(0, count);
-    received_.erase(0, count);
-    return bytes;
+    return socket_.TakeBytes(count);
 }
 
 std::string ManagementClient::Ask(const std::string &line, milliseconds limit)
@@ -116,14 +84,14 @@ std::vector<std::string> ManagementClient::AskList(const std::string &line)
 
 bool ManagementClient::IsSilent(milliseconds duration)
 {
-    return received_.empty() && !Receive(duration) && !hasEnded_;
+    return socket_.Received().empty() && !Receive(After(duration)) && !hasEnded_;
 }
 
 bool ManagementClient::IsClosedByPeer(milliseconds limit)
 {
-    const auto end = Clock::now() + limit;
-    while (!hasEnded_ && Left(end) > milliseconds(0))
-        static_cast<void>(Receive(Left(end)));
+    const Deadline deadline = After(limit);
+    while (!hasEnded_ && SocketClock::now() < deadline)
+        static_cast<void>(Receive(deadline));
     return hasEnded_;
 }
 
@@ -132,16 +100,10 @@ std::string ManagementClient::Login(const std::string &user, const std::string &
     return Ask("Login?Username=" + user + "&Password=" + password);
 }
 
-void ManagementClient::Close()
-{
-    if (socket_ >= 0)
-        close(std::exchange(socket_, -1));
-}
-
 void ManagementClient::Reset()
 {
     const linger now = {1, 0};
-    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
     Close();
 }
 
@@ -149,23 +111,17 @@ int ManagementClient::LocalPort() const
 {
     sockaddr_in address = {};
     socklen_t size = sizeof address;
-    getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &size);
+    getsockname(socket_.Get(), reinterpret_cast<sockaddr *>(&address), &size);
     return ntohs(address.sin_port);
 }
 
-bool ManagementClient::Receive(milliseconds limit)
+bool ManagementClient::Receive(Deadline deadline)
 {
-    pollfd wait = {socket_, POLLIN, 0};
-    if (hasEnded_ || poll(&wait, 1, static_cast<int>(limit.count())) < 1)
+    if (hasEnded_)
         return false;
-    std::array<char, 65536> bytes;
-    const ssize_t count = recv(socket_, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    if (count < 1) {
-        hasEnded_ = true;
-        return false;
-    }
-    received_.append(bytes.data(), static_cast<std::size_t>(count));
-    return true;
+    const IoStatus status = socket_.Receive(deadline).Status;
+    hasEnded_ = status == IoStatus::Closed || status == IoStatus::Failed;
+    return status == IoStatus::Done;
 }
 
 } // namespace nimbra::test

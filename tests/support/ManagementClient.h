@@ -1,11 +1,13 @@
 #pragma once
 
+#include "libnimbra-client/LineSocket.h"
 #include "support/Waiting.h"
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace nimbra::test {
@@ -18,13 +20,10 @@ public:
     explicit ManagementClient(const std::string &address = "127.0.0.1", int port = 9000,
                               milliseconds limit = kSoon);
     /// Takes over a connected socket.
-    explicit ManagementClient(int socket) : socket_(socket) {}
-    ~ManagementClient();
-    ManagementClient(ManagementClient &&other) noexcept;
-    ManagementClient &operator=(ManagementClient &&) = delete;
+    explicit ManagementClient(Descriptor socket) : socket_(std::move(socket)) {}
 
     /// Sends bytes as they are.
-    void Send(std::string_view bytes) const;
+    void Send(std::string_view bytes) const { socket_.Send(bytes); }
     /// Sends a line and its line feed.
     void SendLine(const std::string &line) const { Send(line + "\n"); }
     /// The next line received, without its line feed; nothing when none comes in time.
@@ -45,20 +44,20 @@ public:
     [[nodiscard]] std::string Login(const std::string &user, const std::string &password);
 
     /// Closes the connection; with a reset, unread data of both sides is thrown away.
-    void Close();
+    void Close() { socket_.Close(); }
     void Reset();
 
-    [[nodiscard]] int Socket() const { return socket_; }
+    /// Negative when it is closed.
+    [[nodiscard]] int Socket() const { return socket_.Get(); }
     /// The client's own port.
     [[nodiscard]] int LocalPort() const;
 
 private:
-    /// Waits for bytes and takes them in; false when none came, or the connection has ended.
-    [[nodiscard]] bool Receive(milliseconds limit);
+    /// Receives bytes; false when none came, or the connection has ended.
+    [[nodiscard]] bool Receive(Deadline deadline);
 
-    int socket_ = -1;
+    LineSocket socket_;
     bool hasEnded_ = false;
-    std::string received_;
 };
 
 } // namespace nimbra::test

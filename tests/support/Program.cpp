@@ -1,5 +1,7 @@
 #include "support/Program.h"
 
+#include "simulator/sandbox/SystemCall.h"
+
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -27,9 +29,7 @@ void GiveUpRights()
 
 ProgramResult Run(const std::vector<std::string> &command, bool isUnprivileged)
 {
-    std::array<int, 2> output{};
-    if (pipe2(output.data(), O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe");
+    sandbox::Pipe output = sandbox::MakePipe();
     std::vector<std::string> words = command;
     std::vector<char *> arguments;
     for (std::string &word : words)
@@ -39,18 +39,17 @@ ProgramResult Run(const std::vector<std::string> &command, bool isUnprivileged)
     if (child == 0) {
         if (isUnprivileged)
             GiveUpRights();
-        dup2(output[1], STDOUT_FILENO);
-        dup2(output[1], STDERR_FILENO);
+        dup2(output.WriteEnd.Get(), STDOUT_FILENO);
+        dup2(output.WriteEnd.Get(), STDERR_FILENO);
         execvp(arguments[0], arguments.data());
         _exit(127);
     }
-    close(output[1]);
+    output.WriteEnd.Close();
     ProgramResult result{};
     std::array<char, 4096> bytes{};
     ssize_t count = 0;
-    while ((count = read(output[0], bytes.data(), bytes.size())) > 0)
+    while ((count = read(output.ReadEnd.Get(), bytes.data(), bytes.size())) > 0)
         result.Output.append(bytes.data(), static_cast<std::size_t>(count));
-    close(output[0]);
     int status = 0;
     if (child < 0 || waitpid(child, &status, 0) != child)
         throw std::system_error(errno, std::generic_category(), command.at(0));

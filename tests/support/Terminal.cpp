@@ -27,11 +27,15 @@ termios ModesOf(int terminal)
 Terminal::Terminal(const std::vector<std::string> &command)
 {
     const winsize size = {50, 200, 0, 0};
-    if (openpty(&master_, &slave_, nullptr, nullptr, &size) != 0)
+    int master = -1;
+    int slave = -1;
+    if (openpty(&master, &slave, nullptr, nullptr, &size) != 0)
         throw std::system_error(errno, std::generic_category(), "openpty");
-    fcntl(master_, F_SETFD, FD_CLOEXEC);
-    fcntl(master_, F_SETFL, O_NONBLOCK);
-    before_ = ModesOf(slave_);
+    master_ = Descriptor(master);
+    slave_ = Descriptor(slave);
+    fcntl(master, F_SETFD, FD_CLOEXEC);
+    fcntl(master, F_SETFL, O_NONBLOCK);
+    before_ = ModesOf(slave);
     std::vector<std::string> words = command;
     std::vector<char *> arguments;
     for (std::string &word : words)
@@ -39,7 +43,7 @@ Terminal::Terminal(const std::vector<std::string> &command)
     arguments.push_back(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
-        login_tty(slave_);
+        login_tty(slave);
         execvp(arguments[0], arguments.data());
         _exit(127);
     }
@@ -51,15 +55,13 @@ Terminal::~Terminal()
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
-    close(master_);
-    close(slave_);
 }
 
 const std::string &Terminal::Output()
 {
     std::array<char, 4096> bytes;
     ssize_t count = 0;
-    while ((count = read(master_, bytes.data(), bytes.size())) > 0)
+    while ((count = read(master_.Get(), bytes.data(), bytes.size())) > 0)
         output_.append(bytes.data(), static_cast<std::size_t>(count));
     return output_;
 }
@@ -79,7 +81,7 @@ bool Terminal::WaitFor(const std::string &text, milliseconds limit)
 
 void Terminal::Type(const std::string &keys) const
 {
-    static_cast<void>(!write(master_, keys.data(), keys.size()));
+    static_cast<void>(!write(master_.Get(), keys.data(), keys.size()));
 }
 
 void Terminal::Signal(int signal) const
@@ -104,12 +106,12 @@ std::optional<int> Terminal::WaitForExit(milliseconds limit)
 
 bool Terminal::HasEcho() const
 {
-    return (ModesOf(slave_).c_lflag & ECHO) != 0;
+    return (ModesOf(slave_.Get()).c_lflag & ECHO) != 0;
 }
 
 bool Terminal::IsAsBefore() const
 {
-    const termios now = ModesOf(slave_);
+    const termios now = ModesOf(slave_.Get());
     return now.c_iflag == before_.c_iflag && now.c_oflag == before_.c_oflag &&
            now.c_cflag == before_.c_cflag && now.c_lflag == before_.c_lflag;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Descriptor.h"
 #include "support/Waiting.h"
 
 #include <optional>
@@ -39,8 +40,8 @@ public:
     [[nodiscard]] bool IsAsBefore() const;
 
 private:
-    int master_ = -1;
-    int slave_ = -1;
+    Descriptor master_;
+    Descriptor slave_;
     pid_t pid_ = -1;
     termios before_ = {};
     std::string output_;

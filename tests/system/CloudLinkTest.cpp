@@ -571,21 +571,14 @@ public:
         address.sin_port = htons(9500);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         const auto *where = reinterpret_cast<const sockaddr *>(&address);
-        EXPECT_EQ(bind(listener_, where, sizeof address), 0);
-        EXPECT_EQ(listen(listener_, 0), 0);
-        EXPECT_EQ(connect(waiting_, where, sizeof address), 0);
+        EXPECT_EQ(bind(listener_.Get(), where, sizeof address), 0);
+        EXPECT_EQ(listen(listener_.Get(), 0), 0);
+        EXPECT_EQ(connect(waiting_.Get(), where, sizeof address), 0);
     }
-    ~SilentHost()
-    {
-        close(waiting_);
-        close(listener_);
-    }
-    SilentHost(const SilentHost &) = delete;
-    SilentHost &operator=(const SilentHost &) = delete;
 
 private:
-    int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int waiting_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Descriptor listener_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    Descriptor waiting_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
 TEST_F(CloudLink, GivesAHostThatStaysSilentUpAfterTenSeconds)

@@ -190,11 +190,11 @@ TEST_F(Discovery, EndsWithinASecondOrTwo)
 TEST(DiscoveryPort, TakenAtStartIsTriedEverySecondUntilItIsFree)
 {
     const TestPanel panel;
-    const int taken = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    Descriptor taken(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(9701);
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     const Stopwatch watch;
     Agent agent;
     const DiscoveryProbe probe;
@@ -205,7 +205,7 @@ TEST(DiscoveryPort, TakenAtStartIsTriedEverySecondUntilItIsFree)
     EXPECT_LT(watch.Seconds(), 10);
     // Nothing is left open by a failed attempt, whichever moment of one this is.
     EXPECT_LE(agent.Descriptors(), descriptors + 1);
-    close(taken);
+    taken.Close();
     ASSERT_TRUE(WaitUntil(IsPortOpen));
     const std::size_t failures = agent.CountInLog("bind fail");
     EXPECT_EQ(probe.Ask("Scan?Key=9"), AnswerTo("9"));

@@ -47,14 +47,13 @@ public:
     void LeavePages(std::size_t pages) const
     {
         Empty();
-        const int file = open(Filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const Descriptor file(open(Filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
         const std::string page(kPage, 'x');
         std::size_t written = 0;
-        while (write(file, page.data(), page.size()) == static_cast<ssize_t>(page.size()))
+        while (write(file.Get(), page.data(), page.size()) == static_cast<ssize_t>(page.size()))
             ++written;
         EXPECT_GE(written, pages);
-        EXPECT_EQ(ftruncate(file, static_cast<off_t>((written - pages) * kPage)), 0);
-        close(file);
+        EXPECT_EQ(ftruncate(file.Get(), static_cast<off_t>((written - pages) * kPage)), 0);
     }
     void Empty() const { fs::remove(Filler()); }
 

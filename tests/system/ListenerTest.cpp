@@ -67,37 +67,31 @@ public:
     explicit TestSocket(int flags = 0)
         : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0))
     {}
-    ~TestSocket()
-    {
-        if (socket_ >= 0)
-            close(socket_);
-    }
-    TestSocket(TestSocket &&other) noexcept : socket_(other.Release()) {}
-    TestSocket &operator=(TestSocket &&) = delete;
 
     [[nodiscard]] bool Bind(const char *address, int port) const
     {
         const sockaddr_in own = SocketAddress(address, port);
-        return bind(socket_, reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
+        return bind(socket_.Get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
     }
     /// Whether the connection stands at once.
     [[nodiscard]] bool Connect(const char *address = "127.0.0.1") const
     {
         const sockaddr_in agent = SocketAddress(address, kPort);
-        return connect(socket_, reinterpret_cast<const sockaddr *>(&agent), sizeof agent) == 0;
+        return connect(socket_.Get(), reinterpret_cast<const sockaddr *>(&agent), sizeof agent) ==
+               0;
     }
     /// Whether a connection that was under way stands by now.
     [[nodiscard]] bool IsConnected() const
     {
         sockaddr_in peer = {};
         socklen_t size = sizeof peer;
-        return getpeername(socket_, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
+        return getpeername(socket_.Get(), reinterpret_cast<sockaddr *>(&peer), &size) == 0;
     }
-    [[nodiscard]] int Get() const { return socket_; }
-    [[nodiscard]] int Release() { return std::exchange(socket_, -1); }
+    [[nodiscard]] int Get() const { return socket_.Get(); }
+    [[nodiscard]] Descriptor Release() { return std::move(socket_); }
 
 private:
-    int socket_;
+    Descriptor socket_;
 };
 
 bool IsGreeting(const std::string &answer)

@@ -264,12 +264,12 @@ TEST_F(Relay, EndsARemoteSessionLikeALocalOne)
 
 TEST_F(Relay, IsServedAndReapedWhenTheLocalPortIsTaken)
 {
-    const int taken = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const Descriptor taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(9000);
-    ASSERT_EQ(bind(taken, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(taken, 1), 0);
+    ASSERT_EQ(bind(taken.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(taken.Get(), 1), 0);
     server = std::make_unique<CloudServer>();
     Agent::Options options;
     options.WaitUntilServing = false;
@@ -281,7 +281,6 @@ TEST_F(Relay, IsServedAndReapedWhenTheLocalPortIsTaken)
         EXPECT_TRUE(agent->WaitForLog("Client Count: 1"));
     }
     EXPECT_TRUE(agent->WaitForLog("Client Count: 0", seconds(40)));
-    close(taken);
 }
 
 } // namespace

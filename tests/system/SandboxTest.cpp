@@ -1,15 +1,16 @@
+#include "libnimbra-client/LineSocket.h"
+#include "simulator/sandbox/SystemCall.h"
 #include "support/Files.h"
 #include "support/Program.h"
 #include "support/Waiting.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -62,7 +63,7 @@ class SandboxOnRealPaths : public ::testing::Test
 protected:
     void SetUp() override
     {
-        // Only in a private world are the paths the test's own to remove.
+        // Only in a private environment are the paths the test's own to remove.
         ASSERT_STREQ(std::getenv("NIMBRA_SANDBOX"), "namespaces");
         fs::remove_all("/nimbra");
         fs::remove_all("/tmp/NimbraDB");
@@ -76,39 +77,31 @@ class RunningSandbox
 public:
     explicit RunningSandbox(const std::string &script)
     {
-        int output[2];
-        if (pipe(output) != 0)
-            throw std::runtime_error("pipe");
+        sandbox::Pipe output = sandbox::MakePipe();
         pid_ = fork();
         if (pid_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(output[1], STDOUT_FILENO);
-            close(output[0]);
-            close(output[1]);
+            dup2(output.WriteEnd.Get(), STDOUT_FILENO);
             execl(kSandbox, kSandbox, "--", "sh", "-c", script.c_str(), nullptr);
             _exit(127);
         }
-        close(output[1]);
-        output_ = output[0];
+        output_ = std::move(output.ReadEnd);
     }
-    ~RunningSandbox() { close(output_); }
-    RunningSandbox(const RunningSandbox &) = delete;
-    RunningSandbox &operator=(const RunningSandbox &) = delete;
 
     /// Waits for output, or for its end: true when every process that could write has ended.
     [[nodiscard]] bool ReadSome() const
     {
-        pollfd wait{output_, POLLIN, 0};
+        pollfd wait{output_.Get(), POLLIN, 0};
         char bytes[64];
         return poll(&wait, 1, static_cast<int>(kSoon.count())) == 1 &&
-               read(output_, bytes, sizeof bytes) > 0;
+               read(output_.Get(), bytes, sizeof bytes) > 0;
     }
     [[nodiscard]] bool HasOutputEnded() const
     {
-        pollfd wait{output_, POLLIN, 0};
+        pollfd wait{output_.Get(), POLLIN, 0};
         char bytes[64];
         return poll(&wait, 1, static_cast<int>(kSoon.count())) == 1 &&
-               read(output_, bytes, sizeof bytes) == 0;
+               read(output_.Get(), bytes, sizeof bytes) == 0;
     }
     void Signal(int number) const { kill(pid_, number); }
     [[nodiscard]] int WaitStatus() const
@@ -120,7 +113,7 @@ public:
 
 private:
     pid_t pid_ = -1;
-    int output_ = -1;
+    Descriptor output_;
 };
 
 } // namespace
@@ -208,32 +201,28 @@ TEST(Sandbox, RunsACommandOnTheSecondHost)
 
 TEST(Sandbox, IsReachedFromTheSecondHost)
 {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(7777);
-    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+              0);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
     std::thread visitor([] {
         EXPECT_EQ(RunProgram({kSandbox, "--peer", "bash", "-c",
                               "echo greetings > /dev/tcp/192.168.77.10/7777"})
                       .Status,
                   0);
     });
-    pollfd wait{listener, POLLIN, 0};
+    pollfd wait{listener.Get(), POLLIN, 0};
     EXPECT_EQ(poll(&wait, 1, static_cast<int>(kSoon.count())), 1);
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
-    const int connection =
-        accept4(listener, reinterpret_cast<sockaddr *>(&peer), &length, SOCK_CLOEXEC);
-    char bytes[64];
-    const ssize_t count = recv(connection, bytes, sizeof bytes, 0);
+    LineSocket connection(Descriptor(
+        accept4(listener.Get(), reinterpret_cast<sockaddr *>(&peer), &length, SOCK_CLOEXEC)));
+    EXPECT_EQ(connection.ReadLine(SocketClock::now() + kSoon), "greetings");
     visitor.join();
-    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
-              "greetings\n");
     EXPECT_EQ(ntohl(peer.sin_addr.s_addr), 0xC0A84D14U) << "192.168.77.20";
-    close(connection);
-    close(listener);
 }
 
 TEST(Sandbox, CannotRunOnASecondHostThatIsNotThere)
@@ -345,8 +334,9 @@ TEST_F(SandboxOnRealPaths, RefusesPathsThatAreInUse)
         WriteFile(std::string(path) + "/precious", "x");
         const ProgramResult result = OnRealPaths("echo ran");
         EXPECT_EQ(result.Status, 125);
-        EXPECT_EQ(result.Output, "nimbra-sandbox: no private world (not wanted), and the real " +
-                                     std::string(path) + " is in use\n");
+        EXPECT_EQ(result.Output,
+                  "nimbra-sandbox: no private environment (not wanted), and the real " +
+                      std::string(path) + " is in use\n");
         EXPECT_TRUE(fs::exists(std::string(path) + "/precious"));
         fs::remove_all(path);
     }
@@ -391,8 +381,9 @@ TEST_F(SandboxOnRealPaths, AreNotForAUserWithoutRights)
     const ProgramResult result =
         RunProgram({"unshare", "--user", kSandbox, "--no-namespaces", "echo", "ran"});
     EXPECT_EQ(result.Status, 125);
-    EXPECT_EQ(result.Output, "nimbra-sandbox: no private world (not wanted), and only root may use "
-                             "the real paths\n");
+    EXPECT_EQ(result.Output,
+              "nimbra-sandbox: no private environment (not wanted), and only root may use "
+              "the real paths\n");
 }
 
 } // namespace nimbra::test

@@ -2,17 +2,28 @@
 
 #include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace nimbra {
 
-/// Owns a file or socket descriptor and closes it when it goes. The standard descriptors are held
-/// from the start, so every one that is owned is above 0; 0 and below stand for none. One thread
-/// at a time.
+/// Owns a file or socket descriptor and closes it at the end of its life. 0 and below mean none:
+/// standard input is never owned. One thread at a time. Header-only, so that every product, the
+/// tests and the benchmark use the same class.
 class Descriptor
 {
 public:
     explicit Descriptor(int descriptor = 0) : descriptor_(descriptor) {}
+    /// Takes over a descriptor that was opened in a program whose caller may have closed standard
+    /// input: one that got its number is given another.
+    [[nodiscard]] static Descriptor AboveStandardInput(int descriptor)
+    {
+        if (descriptor != STDIN_FILENO)
+            return Descriptor(descriptor);
+        Descriptor other(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+        close(descriptor);
+        return other;
+    }
     ~Descriptor() { Close(); }
     Descriptor(Descriptor &&other) noexcept : descriptor_(other.Release()) {}
     Descriptor &operator=(Descriptor &&other) noexcept

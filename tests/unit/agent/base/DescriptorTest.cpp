@@ -52,6 +52,33 @@ TEST(Descriptor, NeverClosesStandardInput)
         close(spare);
 }
 
+TEST(Descriptor, GivesAnotherNumberToOneOpenedInPlaceOfStandardInput)
+{
+    const int saved = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    close(STDIN_FILENO);
+    const int number = OpenSomething();
+    {
+        const Descriptor owner = Descriptor::AboveStandardInput(number);
+        EXPECT_EQ(number, STDIN_FILENO);
+        EXPECT_GT(owner.Get(), STDERR_FILENO);
+        EXPECT_TRUE(IsOpenInProcess(owner.Get()));
+        EXPECT_FALSE(IsOpenInProcess(STDIN_FILENO));
+    }
+    if (saved != -1)
+        dup2(saved, STDIN_FILENO);
+    close(saved);
+}
+
+TEST(Descriptor, KeepsTheNumberOfOneOpenedBesideStandardInput)
+{
+    const int spare = IsOpenInProcess(STDIN_FILENO) ? -1 : open("/dev/null", O_RDONLY);
+    const int number = OpenSomething();
+    EXPECT_EQ(Descriptor::AboveStandardInput(number).Get(), number);
+    EXPECT_FALSE(Descriptor::AboveStandardInput(-1).IsOpen());
+    if (spare != -1)
+        close(spare);
+}
+
 TEST(Descriptor, ClosesOnlyOnce)
 {
     const int number = OpenSomething();

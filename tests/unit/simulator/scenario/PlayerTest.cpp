@@ -1,10 +1,13 @@
 #include "simulator/scenario/Player.h"
 
+#include "libnimbra-client/LineSocket.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -30,30 +33,23 @@ public:
     Peer &operator=(const Peer &) = delete;
 
     /// Makes a connection and returns the player's end.
-    int Connect()
+    Descriptor Connect()
     {
         int ends[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0)
-            return -1;
-        threads_.emplace_back([this, end = ends[1]] { Serve(end); });
-        return ends[0];
+        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+            return Descriptor();
+        threads_.emplace_back([this, end = ends[1]] { Serve(LineSocket(Descriptor(end))); });
+        return Descriptor(ends[0]);
     }
 
 private:
-    void Serve(int end) const
+    void Serve(LineSocket player) const
     {
-        std::string line;
-        for (char byte = 0; read(end, &byte, 1) == 1;) {
-            if (byte != '\n') {
-                line += byte;
-                continue;
-            }
-            const auto reply = replies_.find(line);
-            line.clear();
+        while (const std::optional<std::string> line = player.ReadLine()) {
+            const auto reply = replies_.find(*line);
             if (reply != replies_.end())
-                send(end, reply->second.data(), reply->second.size(), MSG_NOSIGNAL);
+                player.Send(reply->second);
         }
-        close(end);
     }
 
     const std::map<std::string, std::string> replies_;
@@ -75,11 +71,11 @@ std::string Play(const std::vector<std::string> &lines, std::map<std::string, st
     }
     Peer peer(std::move(replies));
     std::ostringstream out;
-    PlayerOptions stage;
-    stage.Connect = [&](std::string *) { return peer.Connect(); };
-    stage.Out = &out;
-    stage.ReplySeconds = replySeconds;
-    const bool wentWell = PlayScenario(scenario, stage);
+    PlayerOptions options;
+    options.Connect = [&](std::string *) { return peer.Connect(); };
+    options.Out = &out;
+    options.ReplySeconds = replySeconds;
+    const bool wentWell = PlayScenario(scenario, options);
     return out.str() + (wentWell ? "went well" : "failed");
 }
 
@@ -189,13 +185,13 @@ TEST(Player, FailsWithoutAConnection)
     Scenario scenario;
     scenario.Lines.push_back({ScenarioAction::Send, "Hello?", 1, 1});
     std::ostringstream out;
-    PlayerOptions stage;
-    stage.Connect = [](std::string *error) {
+    PlayerOptions options;
+    options.Connect = [](std::string *error) {
         *error = "Connection refused";
-        return -1;
+        return Descriptor();
     };
-    stage.Out = &out;
-    EXPECT_FALSE(PlayScenario(scenario, stage));
+    options.Out = &out;
+    EXPECT_FALSE(PlayScenario(scenario, options));
     EXPECT_EQ(out.str(), "    expected: a connection\n    received: Connection refused\n"
                          "    at line 1 of the scenario\n");
 }
