@@ -71,7 +71,7 @@ void LayOut(const Plan &plan, int events, int users)
     panel::PanelOptions options;
     options.Size = {events, users, users, 16};
     options.CommandTool = plan.CommandTool;
-    panel::LayOutPanel("/", options);
+    panel::CreatePanel("/", options);
 }
 
 void ResetUsers(int users)

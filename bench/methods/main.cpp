@@ -261,7 +261,7 @@ void LayOut()
     panel::PanelOptions options;
     options.Size = {1000, 1000, 1000, 16};
     options.CommandTool = NIMBRA_COMMAND_TOOL_PATH;
-    panel::LayOutPanel("/", options);
+    panel::CreatePanel("/", options);
     fs::copy_file(kPanel.MainDatabase, kPristine, fs::copy_options::overwrite_existing);
 }
 

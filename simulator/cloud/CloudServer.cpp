@@ -11,7 +11,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-namespace nimbra::cloud {
+namespace nimbra::simulator {
 
 namespace {
 
@@ -60,14 +60,14 @@ Reply CloudServer::GoodAnswer(const std::string &request)
     if (request.rfind("RelayDevice?", 0) == 0)
         return {"RelayDeviceResponse?Result=0\n", {}, false};
     const std::lock_guard lock(lock_);
-    if (orders_.empty())
+    if (sessionOrders_.empty())
         return {std::string("HeartBeatResponse?Result=0&DeviceNo=7&LinkType=0&LinkAddr=127.0.0.1"
                             "&LinkPort=") +
                     kSeenPort + "\n",
                 {},
                 false};
-    const Order order = orders_.front();
-    orders_.pop_front();
+    const SessionOrder order = sessionOrders_.front();
+    sessionOrders_.pop_front();
     return {"HeartBeatResponse?Result=0&DeviceNo=7&LinkType=" + std::to_string(order.LinkType) +
                 "&LinkAddr=" + order.LinkAddr + "&LinkPort=" + std::to_string(order.LinkPort) +
                 "&RelayKey=" + std::to_string(order.RelayKey) + "\n",
@@ -75,10 +75,10 @@ Reply CloudServer::GoodAnswer(const std::string &request)
             false};
 }
 
-void CloudServer::Queue(const Order &order)
+void CloudServer::Queue(const SessionOrder &order)
 {
     const std::lock_guard lock(lock_);
-    orders_.push_back(order);
+    sessionOrders_.push_back(order);
 }
 
 std::vector<Request> CloudServer::Requests() const
@@ -180,7 +180,7 @@ void CloudServer::ServeClient(const Connection &connection)
     const std::lock_guard lock(lock_);
     const int key = nextRelayKey_++;
     waitingClients_[key] = connection;
-    orders_.push_back({linkType_, "127.0.0.1", ports_.Relay, key});
+    sessionOrders_.push_back({linkType_, "127.0.0.1", ports_.Relay, key});
 }
 
 void CloudServer::Carry(const Connection &from, const Connection &to)
@@ -218,4 +218,4 @@ CloudServer::Connection CloudServer::TakeClient(int relayKey)
     return connection;
 }
 
-} // namespace nimbra::cloud
+} // namespace nimbra::simulator

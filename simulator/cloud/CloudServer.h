@@ -13,13 +13,13 @@
 #include <string>
 #include <vector>
 
-namespace nimbra::cloud {
+namespace nimbra::simulator {
 
-/// What the server does with a request line. An empty text that does not close keeps silent until
+/// What the server does with a request line. With an empty text and no Close it sends nothing until
 /// the panel gives up.
 struct Reply
 {
-    std::string Text; ///< sent as it stands, line feed included
+    std::string Text; ///< sent unchanged, line feed included
     std::chrono::milliseconds Delay{0};
     bool Close = false; ///< closes the connection after the text, without waiting for the panel
 };
@@ -32,7 +32,7 @@ struct Request
 };
 
 /// A session that the panel is told to open.
-struct Order
+struct SessionOrder
 {
     int LinkType = 2;
     std::string LinkAddr = "127.0.0.1";
@@ -41,15 +41,15 @@ struct Order
 };
 
 /// The server's side of the cloud link: takes registrations, answers heartbeats, and joins
-/// management clients with the sessions that the panel opens on its order. Runs on threads of its
-/// own while the object lives; its methods may be called from any thread.
+/// management clients with the sessions that the panel opens. Runs on threads of its own while the
+/// object lives; its methods may be called from any thread.
 class CloudServer
 {
 public:
     struct Ports
     {
         int Server = 9500; ///< where panels register
-        int Relay = 9510;  ///< where panels open the sessions that they are ordered to
+        int Relay = 9510;  ///< where panels open the sessions that they are told to open
         int Client = 9520; ///< where management clients connect to be joined with a panel
     };
     using Answer = std::function<Reply(const std::string &request)>;
@@ -62,12 +62,12 @@ public:
     CloudServer(const CloudServer &) = delete;
     CloudServer &operator=(const CloudServer &) = delete;
 
-    /// Replaces the good manners of GoodAnswer; called on a thread of the server.
+    /// Replaces GoodAnswer; called on a thread of the server.
     void SetAnswer(Answer answer);
-    /// What a server in order answers to a registration, a heartbeat or a relay handshake.
+    /// The correct answer to a registration, a heartbeat or a relay handshake.
     [[nodiscard]] Reply GoodAnswer(const std::string &request);
-    /// Has the next good heartbeat answer order a session.
-    void Queue(const Order &order);
+    /// Makes the next correct heartbeat answer tell the panel to open a session.
+    void Queue(const SessionOrder &order);
 
     /// All requests so far, those of handshakes included.
     [[nodiscard]] std::vector<Request> Requests() const;
@@ -101,14 +101,14 @@ private:
     mutable std::mutex lock_;
     Answer answer_;
     std::vector<Request> requests_;
-    std::deque<Order> orders_;
+    std::deque<SessionOrder> sessionOrders_;
     std::map<int, Connection> waitingClients_; ///< by relay key
     int nextRelayKey_ = 1001;
     bool isEnding_ = false;
     std::vector<Descriptor> listeners_;
     std::set<Connection> connections_;
-    int threads_ = 0; ///< detached threads at work
+    int threads_ = 0; ///< detached threads that still run
     std::condition_variable threadEnded_;
 };
 
-} // namespace nimbra::cloud
+} // namespace nimbra::simulator

@@ -1,4 +1,4 @@
-// A small cloud server to try the agent's cloud link with, well-behaved or not.
+// A small cloud server to test the cloud link of the agent, with correct answers or wrong ones.
 
 #include "simulator/cloud/CloudServer.h"
 
@@ -12,8 +12,8 @@
 
 namespace {
 
-using nimbra::cloud::CloudServer;
-using nimbra::cloud::Reply;
+using nimbra::simulator::CloudServer;
+using nimbra::simulator::Reply;
 
 /// Replaces the command word of a good reply.
 std::string WithWord(const std::string &reply, const std::string &word)
@@ -21,7 +21,7 @@ std::string WithWord(const std::string &reply, const std::string &word)
     return word + reply.substr(reply.find('?'));
 }
 
-/// The ways in which the server can be told to misbehave.
+/// The wrong answers that can be chosen.
 using Misbehaviours = std::map<std::string, Reply (*)(const std::string &good)>;
 const Misbehaviours &AllMisbehaviours()
 {
@@ -78,19 +78,21 @@ void Serve(CloudServer &server, const std::string &misbehaviour)
 
 int main(int argc, char **argv)
 {
-    CLI::App app("Takes the registrations and heartbeats of panels, and joins each management "
-                 "client with a session that it orders from the panel. Ends on SIGINT or SIGTERM.");
+    CLI::App app("Cloud server for tests: answers the registrations and heartbeats of panels, and "
+                 "connects each management client with a session that it tells the panel to open. "
+                 "Ends on SIGINT or SIGTERM.");
     CloudServer::Ports ports;
     int linkType = 2;
     std::string misbehaviour;
-    app.add_option("--port", ports.Server, "Where panels register")->capture_default_str();
-    app.add_option("--relay-port", ports.Relay, "Where panels open sessions")
+    app.add_option("--port", ports.Server, "Port where panels register")->capture_default_str();
+    app.add_option("--relay-port", ports.Relay, "Port where panels open sessions")
         ->capture_default_str();
-    app.add_option("--client-port", ports.Client, "Where management clients connect")
+    app.add_option("--client-port", ports.Client, "Port where management clients connect")
         ->capture_default_str();
-    app.add_option("--link-type", linkType, "Kind of session ordered; 2 has a handshake")
+    app.add_option("--link-type", linkType, "LinkType of the sessions; 2 has a handshake")
         ->capture_default_str();
-    app.add_option("--misbehave", misbehaviour, "Answer every request in a wrong way")
+    app.add_option("--misbehave", misbehaviour,
+                   "Answer every request wrongly, in one of these ways")
         ->check(CLI::IsMember(AllMisbehaviours()));
     CLI11_PARSE(app, argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);

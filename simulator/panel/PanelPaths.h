@@ -4,7 +4,7 @@
 
 namespace nimbra::panel {
 
-/// Where a panel keeps its files below the root that it is laid out under.
+/// Where a panel keeps its files below its root.
 struct PanelPaths
 {
     /// "" and "/" both mean the paths that a real panel has.
@@ -14,9 +14,9 @@ struct PanelPaths
     std::filesystem::path MainDatabase; ///< configuration
     std::filesystem::path LogDatabase;  ///< event log
     std::filesystem::path NetworkDatabase;
-    std::filesystem::path Ifconfig;    ///< script that tells the MAC address
+    std::filesystem::path Ifconfig;    ///< script that prints the MAC address
     std::filesystem::path CommandTool; ///< nimbra-cgi
-    std::filesystem::path Images;      ///< directory of the photographs of users
+    std::filesystem::path Images;      ///< directory of the user images
     std::filesystem::path CallLog;     ///< what the command tool was called with
 };
 

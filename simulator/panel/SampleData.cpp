@@ -9,7 +9,7 @@ constexpr int kDay = 86400;
 constexpr int kFirstDate = 1767225600; // 2026-01-01 00:00:00 UTC
 constexpr int kSecondsBetweenEvents = 97;
 
-// The tables below stand for the usual contents of a log: people at doors, now and then the panel.
+// The tables below hold the usual contents of a log: people at doors, now and then the panel.
 struct EventKind
 {
     int Code;

@@ -233,7 +233,7 @@ struct SampleUser
     int ThreatLevel;
     std::string ImageFile;
 };
-/// User 1 and up. Only users 1 to 6 name a picture: a JPEG, a PNG, the four-character name "a.jp"
+/// User 1 and up. Only users 1 to 6 name an image: a JPEG, a PNG, the four-character name "a.jp"
 /// (a file that exists), "a.jpg" (a JPEG), one whose file is missing, and an empty file.
 [[nodiscard]] SampleUser ExpectedUser(int no);
 

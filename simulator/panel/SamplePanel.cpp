@@ -120,7 +120,7 @@ static void RemoveDatabase(const fs::path &path)
         fs::remove(path.string() + suffix);
 }
 
-void LayOutPanel(const fs::path &root, const PanelOptions &options)
+void CreatePanel(const fs::path &root, const PanelOptions &options)
 {
     const PanelPaths paths(root);
     for (const fs::path &directory : {paths.Databases, paths.Ifconfig.parent_path(),

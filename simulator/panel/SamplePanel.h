@@ -17,15 +17,15 @@ struct PanelOptions
     std::filesystem::path CommandTool;
 };
 
-/// Lays out a whole panel below root: databases, command tool, ifconfig and pictures. "" and "/"
-/// lay it out where a real panel has it. What an earlier panel left there, its call log too, is
-/// replaced. 100,000 events take about a second. Throws std::runtime_error on failure.
-void LayOutPanel(const std::filesystem::path &root, const PanelOptions &options);
+/// Creates a whole panel below root: databases, command tool, ifconfig and user images. "" and "/"
+/// create it at the paths of a real panel. An earlier panel there is replaced, its call log too.
+/// 100,000 events take about a second. Throws std::runtime_error on failure.
+void CreatePanel(const std::filesystem::path &root, const PanelOptions &options);
 
 /// SHA-256 of the text as 64 upper-case hexadecimal digits: how the panel stores passwords.
 [[nodiscard]] std::string PasswordDigest(const std::string &password);
 
-/// Fills the empty file of a main database; LayOutPanel does it.
+/// Fills the empty file of a main database; CreatePanel does it.
 void FillMainDatabase(const std::filesystem::path &file, const PanelOptions &options);
 
 } // namespace nimbra::panel

@@ -22,7 +22,7 @@ public:
     void Run(const std::string &sql);
 
     /// Rows changed by the last INSERT, UPDATE or DELETE.
-    [[nodiscard]] int Changes() const { return sqlite3_changes(handle.get()); }
+    [[nodiscard]] int Changes() const { return sqlite3_changes(handle_.get()); }
 
 private:
     friend class SqliteStatement;
@@ -33,8 +33,8 @@ private:
 
     [[noreturn]] void Fail() const;
 
-    std::string path;
-    std::unique_ptr<sqlite3, Closer> handle;
+    std::string path_;
+    std::unique_ptr<sqlite3, Closer> handle_;
 };
 
 /// A prepared statement of a SqliteFile, which must outlive it. Failures throw as there.
@@ -52,7 +52,7 @@ public:
         (Bind(++position, values), ...);
         while (Step()) {
         }
-        sqlite3_reset(handle.get());
+        sqlite3_reset(handle_.get());
     }
 
     /// Fetches the next row; false at the end.
@@ -69,7 +69,7 @@ public:
         if (value)
             Bind(position, *value);
         else
-            Check(sqlite3_bind_null(handle.get(), position));
+            Check(sqlite3_bind_null(handle_.get(), position));
     }
 
 private:
@@ -80,8 +80,8 @@ private:
 
     void Check(int result) const;
 
-    SqliteFile &database;
-    std::unique_ptr<sqlite3_stmt, Finalizer> handle;
+    SqliteFile &database_;
+    std::unique_ptr<sqlite3_stmt, Finalizer> handle_;
 };
 
 } // namespace nimbra::panel

@@ -16,29 +16,29 @@ static void PrintAccounts()
 
 static int Main(int argc, char **argv)
 {
-    CLI::App app("Lays out a sample panel: its databases, command tool, ifconfig and pictures of\n"
-                 "users, with data for everything that the agent reads and changes.");
+    CLI::App app("Creates a sample panel: databases, command tool, ifconfig and user images, with\n"
+                 "data for everything that the agent reads and changes.");
     app.set_help_flag("-h,--help", "Print this help and exit");
     std::string root = "/";
     bool force = false;
     PanelOptions options;
     options.CommandTool =
         std::filesystem::read_symlink("/proc/self/exe").replace_filename("nimbra-cgi");
-    app.add_option("--root", root, "Lay the panel out below this directory, not in place");
-    app.add_option("--events", options.Size.Events, "Rows of the event log")
+    app.add_option("--root", root, "Create the panel below this directory");
+    app.add_option("--events", options.Size.Events, "Number of events in the log")
         ->check(CLI::Range(0, 10'000'000))
         ->capture_default_str();
-    app.add_option("--users", options.Size.Users, "Users")
+    app.add_option("--users", options.Size.Users, "Number of users")
         ->check(CLI::Range(0, 1'000'000))
         ->capture_default_str();
-    app.add_option("--cards", options.Size.Cards, "Cards")
+    app.add_option("--cards", options.Size.Cards, "Number of cards")
         ->check(CLI::Range(0, 1'000'000))
         ->capture_default_str();
-    app.add_option("--doors", options.Size.Doors, "Doors")
+    app.add_option("--doors", options.Size.Doors, "Number of doors")
         ->check(CLI::Range(0, 10'000))
         ->capture_default_str();
-    app.add_flag("--cloud", options.CloudEnabled, "Switch the cloud link on");
-    app.add_flag("--force", force, "Replace the panel that stands there");
+    app.add_flag("--cloud", options.CloudEnabled, "Enable the cloud link");
+    app.add_flag("--force", force, "Replace an existing panel");
     CLI11_PARSE(app, argc, argv);
 
     const PanelPaths paths(root);
@@ -48,7 +48,7 @@ static int Main(int argc, char **argv)
         return 1;
     }
     try {
-        LayOutPanel(root, options);
+        CreatePanel(root, options);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "nimbra-sample-panel: %s\n", error.what());
         return 1;

@@ -10,14 +10,14 @@ namespace nimbra::panel {
 
 namespace {
 
-/// The sample panel's command tool: does what a panel does when the agent asks, as far as that
-/// can be seen in the databases. Each method is false for arguments that it does not understand.
+/// The sample panel's command tool: changes the databases as a panel does when the agent calls it.
+/// Each method is false for arguments that it does not know.
 class CommandTool
 {
 public:
-    explicit CommandTool(const PanelPaths &panel) : paths(panel) {}
+    explicit CommandTool(const PanelPaths &paths) : paths_(paths) {}
 
-    bool Obey(const Call &call)
+    bool Execute(const Call &call)
     {
         if (call.size() == 3 && call[0] == "door")
             return Door(call[1], call[2]);
@@ -44,7 +44,7 @@ private:
         const bool unlock = control == "unlocked" || control == "m_unlock";
         if (!Number(number, no) || (!unlock && control != "locked"))
             return false;
-        SqliteFile file(paths.MainDatabase);
+        SqliteFile file(paths_.MainDatabase);
         // A door with a contact state other than 0 is unlocked by releasing its relay.
         SqliteStatement(file, "UPDATE RelayStatus SET RelayOn = ((SELECT IFNULL((SELECT"
                               " DoorContactState FROM Door WHERE No=?2), 0)) = 0) = ?1"
@@ -59,7 +59,7 @@ private:
         const bool on = control == "on";
         if (!Number(number, no) || (!on && control != "off"))
             return false;
-        SqliteFile file(paths.MainDatabase);
+        SqliteFile file(paths_.MainDatabase);
         SqliteStatement(file, "UPDATE RelayStatus SET RelayOn=? WHERE Type=2 AND No=?")
             .Execute(on ? 1 : 0, no);
         return file.Changes() == 1;
@@ -76,7 +76,7 @@ private:
         if (!Number(call[1], type) || !Number(call[3], port) || !Number(call[4], code) ||
             !Number(call[5], cardNo) || !Number(call[6], userNo) || !Number(call[8], videoTag))
             return false;
-        SqliteFile file(paths.LogDatabase);
+        SqliteFile file(paths_.LogDatabase);
         SqliteStatement(file, "INSERT INTO Log (No, Date, Type, Port, DeviceName, EventCode,"
                               " CardNo, UserNo, UserName, Res1, Res2)"
                               " VALUES ((SELECT IFNULL(MAX(No), 0) + 1 FROM Log),"
@@ -86,18 +86,18 @@ private:
         return true;
     }
 
-    PanelPaths paths;
+    PanelPaths paths_;
 };
 
 } // namespace
 
-/// The root of the panel that this program stands on, worked out from its own place.
+/// The root of the panel that this program belongs to, found from its own path.
 static std::filesystem::path OwnRoot()
 {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
     const std::filesystem::path root = self.parent_path().parent_path().parent_path();
     if (PanelPaths(root).CommandTool != self)
-        throw std::runtime_error("does not stand on a panel; lay one out with nimbra-sample-panel");
+        throw std::runtime_error("is not part of a panel; create one with nimbra-sample-panel");
     return root;
 }
 
@@ -106,7 +106,7 @@ static int Main(const Call &call)
     try {
         const PanelPaths paths(OwnRoot());
         AppendCall(paths.CallLog, call);
-        if (CommandTool(paths).Obey(call))
+        if (CommandTool(paths).Execute(call))
             return 0;
         std::fputs("nimbra-cgi: the panel does not know this command\n", stderr);
     } catch (const std::exception &error) {

@@ -15,7 +15,7 @@
 
 namespace nimbra::sandbox {
 
-/// The signals that are waited for rather than obeyed.
+/// The signals that are waited for and passed on.
 static sigset_t AwaitedSignals()
 {
     sigset_t set;
@@ -27,7 +27,7 @@ static sigset_t AwaitedSignals()
 
 static void Report(int descriptor, const std::string &failure)
 {
-    // Nobody is left to tell when even this fails; the parent then sees an end without a word.
+    // When even this fails, the parent only sees that the child ended.
     [[maybe_unused]] const ssize_t written = write(descriptor, failure.data(), failure.size());
 }
 
@@ -45,9 +45,10 @@ static void Report(int descriptor, const std::string &failure)
     _exit(error == ENOENT ? kNotFound : kCannotRun);
 }
 
-[[noreturn]] static void BeChild(const std::string &program,
-                                 const std::vector<std::string> &command,
-                                 const std::function<void()> &prepare, pid_t parent, int failures)
+[[noreturn]] static void RunAsChild(const std::string &program,
+                                    const std::vector<std::string> &command,
+                                    const std::function<void()> &prepare, pid_t parent,
+                                    int failures)
 {
     try {
         prepare();
@@ -121,7 +122,7 @@ Outcome RunChild(const std::string &program, const std::vector<std::string> &com
     const pid_t child = Check(fork(), "fork");
     if (child == 0) {
         sigprocmask(SIG_SETMASK, &before, nullptr);
-        BeChild(program, command, prepare, self, failures.WriteEnd.Get());
+        RunAsChild(program, command, prepare, self, failures.WriteEnd.Get());
     }
     failures.WriteEnd.Close();
     // The pipe closes when the command starts.

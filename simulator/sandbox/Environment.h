@@ -5,7 +5,7 @@
 
 namespace nimbra::sandbox {
 
-/// In a environment: names the file that leads to the network of the second host.
+/// In an environment: names the file that leads to the network of the second host.
 inline constexpr char kSecondHostVariable[] = "NIMBRA_SECOND_HOST";
 
 struct EnvironmentOptions
@@ -15,7 +15,7 @@ struct EnvironmentOptions
     std::vector<std::filesystem::path> Keep;
 };
 
-/// Moves the calling process, which must have a single thread, into a environment of its own: the
+/// Moves the calling process, which must have a single thread, into an environment of its own: the
 /// file tree of the host with a fresh /tmp and /nimbra and an own /etc/hosts, and, unless
 /// HostNetwork is set, a network with loopback, eth0 and a second host behind it. The working
 /// directory stays where it was if it can be seen, and is "/" otherwise. Everything vanishes with

@@ -27,7 +27,7 @@ static void RunIp(const std::string &commands, int otherNetwork = -1)
     input.WriteEnd.Close();
     const pid_t child = Check(fork(), "fork");
     if (child == 0) {
-        // PATH of other users than root often lacks the directories where ip stands.
+        // PATH of other users than root often lacks the directories that contain ip.
         static constexpr std::array<const char *, 4> kPlaces{"/usr/sbin/ip", "/sbin/ip",
                                                              "/usr/bin/ip", "/bin/ip"};
         if (otherNetwork == -1 || setns(otherNetwork, CLONE_NEWNET) == 0) {
@@ -45,7 +45,7 @@ static void RunIp(const std::string &commands, int otherNetwork = -1)
         throw std::runtime_error("network: 'ip' failed");
 }
 
-/// Waits for eth0 to be in working order: the kernel finds out some moments after it is set up.
+/// Waits until eth0 is running: the kernel reports that some moments after it is set up.
 static void AwaitCarrier()
 {
     const Descriptor probe(Check(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket"));

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 constexpr char kPanelFiles[] = "/nimbra";
 constexpr char kDatabases[] = "/tmp/NimbraDB";
 constexpr char kHosts[] = "/etc/hosts";
-// Copy of /etc/hosts; while it exists, the panel's paths are the sandbox's.
+// Copy of /etc/hosts; while it exists, the panel's paths belong to the sandbox.
 constexpr char kHostsCopy[] = "/tmp/.nimbra-sandbox-hosts";
 
 static std::string ReadFile(const fs::path &path)
@@ -32,7 +32,7 @@ static bool IsLeftBehind()
     return lstat(kHostsCopy, &copy) == 0 && S_ISREG(copy.st_mode) && copy.st_uid == 0;
 }
 
-/// Gives the paths back. Whatever cannot be removed stays, and is tried again by the next holder.
+/// Removes the paths and restores /etc/hosts. What cannot be removed is left to the next holder.
 static void CleanUp()
 {
     std::error_code ignored;

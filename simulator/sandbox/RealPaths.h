@@ -4,10 +4,10 @@
 
 namespace nimbra::sandbox {
 
-/// The real /nimbra and /tmp/NimbraDB, on loan from a machine that has no panel on it: the way out
-/// where namespaces are refused. One process has them at a time; others wait in the constructor.
-/// At the end both are removed and /etc/hosts holds what it held before, also after a holder that
-/// was killed: the next one cleans up first.
+/// The real /nimbra and /tmp/NimbraDB of a machine that is no panel, for machines that refuse
+/// namespaces. One process holds them at a time; others wait in the constructor. The destructor
+/// removes both and restores /etc/hosts. After a holder that was killed, the next one does so
+/// first.
 class RealPaths
 {
 public:

@@ -15,7 +15,7 @@
 #include <thread>
 #include <utility>
 
-namespace nimbra {
+namespace nimbra::simulator {
 
 namespace {
 
@@ -30,7 +30,7 @@ const char *const kRed = "\033[31m";
 const char *const kGreen = "\033[32m";
 const char *const kCyan = "\033[36m";
 
-/// `text` without bytes that a terminal would obey.
+/// `text` with control bytes escaped, which a terminal would execute.
 std::string Printable(const std::string &text)
 {
     std::string result;
@@ -47,7 +47,7 @@ std::string Printable(const std::string &text)
     return result;
 }
 
-/// One playing of one scenario.
+/// Plays one scenario once.
 class Player
 {
 public:
@@ -361,4 +361,4 @@ bool PlayScenario(const Scenario &scenario, const PlayerOptions &options)
     return Player(scenario, options).Play();
 }
 
-} // namespace nimbra
+} // namespace nimbra::simulator

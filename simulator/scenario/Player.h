@@ -7,14 +7,14 @@
 #include <iosfwd>
 #include <string>
 
-namespace nimbra {
+namespace nimbra::simulator {
 
 /// Where and how a scenario is played.
 struct PlayerOptions
 {
     /// Makes a connected TCP socket; none, with the reason, on failure.
     std::function<Descriptor(std::string *error)> Connect;
-    /// Takes everything that is shown.
+    /// Receives everything that is shown.
     std::ostream *Out = nullptr;
     /// Whether to colour it, for a terminal.
     bool HasColour = false;
@@ -24,8 +24,8 @@ struct PlayerOptions
 
 /// Plays `scenario`: connects when the first line is to be sent, shows every line sent and
 /// received, and stops at the first thing that is not as the scenario says, showing what was
-/// expected and what came. Returns whether all of it went as written. What is shown is the same in
-/// every run that goes well, but for what "*" stands for.
+/// expected and what was received. Returns whether everything was as written. The output of all
+/// runs that pass is the same, except for what "*" matches.
 [[nodiscard]] bool PlayScenario(const Scenario &scenario, const PlayerOptions &options);
 
-} // namespace nimbra
+} // namespace nimbra::simulator

@@ -6,13 +6,13 @@
 #include <string_view>
 #include <utility>
 
-namespace nimbra {
+namespace nimbra::simulator {
 
 namespace {
 
 constexpr int kMaxCount = 1'000'000;
 
-/// A kind of line: how it begins, and what may follow. More telling beginnings come first.
+/// A kind of line: how it begins, and what may follow. Longer beginnings come first.
 struct LineKind
 {
     std::string_view Start;
@@ -120,4 +120,4 @@ bool MatchScenarioText(const std::string &pattern, const std::string &text, std:
     return false;
 }
 
-} // namespace nimbra
+} // namespace nimbra::simulator

@@ -4,20 +4,20 @@
 #include <string>
 #include <vector>
 
-namespace nimbra {
+namespace nimbra::simulator {
 
-/// What one line of a scenario asks of its player.
+/// What the player does for one line of a scenario.
 enum class ScenarioAction
 {
     Title,       ///< show a heading
-    Remark,      ///< tell the reader something
+    Remark,      ///< show a text to the reader
     Send,        ///< send Text and a line feed
     Expect,      ///< receive Count lines that match Text
     SendFile,    ///< send the bytes of the file Text
     ExpectFile,  ///< receive as many bytes as the file Text has, and the same ones
     Silence,     ///< nothing may come for Count seconds
     Pause,       ///< wait Count seconds
-    Connect,     ///< leave, and come back as a new client
+    Connect,     ///< disconnect, and connect as a new client
     Run,         ///< run Text in the shell; it must succeed
     ExpectOutput ///< the next Count lines of that command's output must match Text
 };
@@ -31,26 +31,26 @@ struct ScenarioLine
     int Number = 0; ///< of the line in its file, from 1
 };
 
-/// A conversation with an agent, written down as a plain text file: what a client sends, what must
-/// come back, and words for the reader. One line, one step:
+/// A conversation with an agent in a plain text file: what a client sends, what it must receive,
+/// and texts for the reader. Each line is one step:
 ///
-///     # for whoever reads the file; not shown
+///     # a comment of the file; not shown
 ///     = a heading
-///     : a word on what follows
+///     : a text for the reader
 ///     > Hello?                            a line to send
-///     < HelloResponse?Result=0&Key=**     a line that must come
-///     <25 EventNo=*                       25 lines that must come
+///     < HelloResponse?Result=0&Key=**     a line that must be received
+///     <25 EventNo=*                       25 lines that must be received
 ///     >file portrait.png                  raw bytes to send
-///     <file portrait.png                  raw bytes that must come
-///     silence 2                           nothing may come for 2 seconds
+///     <file portrait.png                  raw bytes that must be received
+///     silence 2                           nothing may be received for 2 seconds
 ///     pause 1                             wait a second
-///     connect                             leave, and come back as a new client
+///     connect                             disconnect, and connect as a new client
 ///     $ ls /tmp                           a command for the shell, which must succeed
 ///     | *.db                              a line that the command must print ("|3 *" for three)
 ///
-/// In what must come, "*" stands for any text, and "**" for any text that differs from run to run:
-/// it is printed as "**" too, so that two runs print the same. File names are taken from the
-/// scenario's own folder.
+/// In what must be received, "*" matches any text, and "**" matches any text that differs from run
+/// to run: it is printed as "**" too, so that two runs print the same. File names are relative to
+/// the scenario's folder.
 struct Scenario
 {
     std::string Folder;
@@ -69,4 +69,4 @@ struct Scenario
 [[nodiscard]] bool MatchScenarioText(const std::string &pattern, const std::string &text,
                                      std::string *shown);
 
-} // namespace nimbra
+} // namespace nimbra::simulator

@@ -52,20 +52,21 @@ bool WantsColour()
 
 int main(int argc, char **argv)
 {
-    CLI::App app("Plays written conversations against an agent and shows every line of them.");
+    CLI::App app(
+        "Plays scenarios, which are written conversations, with an agent and shows every line.");
     Address address;
     int waitSeconds = 0;
     std::vector<std::string> files;
-    app.add_option("FILE", files, "scenarios to play one after another, each as a new client")
+    app.add_option("FILE", files, "Scenarios to play one after another, each as a new client")
         ->required();
     app.option_defaults()->always_capture_default();
-    app.add_option("--host", address.Host, "where the agent is");
-    app.add_option("--port", address.Port, "its TCP port")->check(CLI::Range(1, 65535));
-    app.add_option("--wait", waitSeconds, "seconds to try while nobody answers there")
+    app.add_option("--host", address.Host, "Host of the agent");
+    app.add_option("--port", address.Port, "TCP port of the agent")->check(CLI::Range(1, 65535));
+    app.add_option("--wait", waitSeconds, "Seconds to repeat a connection attempt that fails")
         ->check(CLI::Range(0, 3600));
     CLI11_PARSE(app, argc, argv);
 
-    nimbra::PlayerOptions options;
+    nimbra::simulator::PlayerOptions options;
     options.Connect = [&](std::string *error) {
         return Connect(address, std::chrono::seconds(waitSeconds), error);
     };
@@ -73,12 +74,12 @@ int main(int argc, char **argv)
     options.HasColour = WantsColour();
     for (const std::string &file : files) {
         std::string error;
-        const auto scenario = nimbra::ReadScenario(file, &error);
+        const auto scenario = nimbra::simulator::ReadScenario(file, &error);
         if (!scenario) {
             std::cerr << "nimbra-scenario: " << error << '\n';
             return 2;
         }
-        if (!nimbra::PlayScenario(*scenario, options))
+        if (!nimbra::simulator::PlayScenario(*scenario, options))
             return 1;
     }
     return 0;

@@ -263,7 +263,8 @@ void Remote(Run &run, unsigned /*number*/)
 {
     while (!run.IsOver()) {
         try {
-            ManagementClient client("127.0.0.1", cloud::CloudServer::Ports().Client, seconds(1));
+            ManagementClient client("127.0.0.1", simulator::CloudServer::Ports().Client,
+                                    seconds(1));
             std::string answer = client.Login("admin", "admin1234");
             for (unsigned round = 0; answer != kNoAnswer && round < 8 && !run.IsOver(); ++round) {
                 run.Check(answer == "LoginResponse?Result=0" ||

@@ -10,8 +10,8 @@ namespace nimbra::endurance {
 
 namespace {
 
-using cloud::CloudServer;
-using cloud::Reply;
+using simulator::CloudServer;
+using simulator::Reply;
 using std::chrono::seconds;
 
 /// A cloud server that is good for a while, then silent, rude or refusing, and then gone.

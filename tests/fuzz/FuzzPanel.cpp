@@ -110,7 +110,7 @@ FuzzPanel::FuzzPanel()
     panel::PanelOptions options;
     options.Size = {.Events = 12, .Users = 6, .Cards = 6, .Doors = 4};
     options.CommandTool = NIMBRA_CALL_RECORDER_PATH;
-    panel::LayOutPanel("/", options);
+    panel::CreatePanel("/", options);
     for (const panel::SampleLogin &account : kOddNames)
         panel::SqliteFile(paths_.MainDatabase)
             .Run(std::string("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('") +

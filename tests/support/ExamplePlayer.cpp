@@ -24,6 +24,14 @@
 
 namespace nimbra::test {
 
+using simulator::MatchScenarioText;
+using simulator::ParseScenarioLine;
+using simulator::PlayerOptions;
+using simulator::PlayScenario;
+using simulator::Scenario;
+using simulator::ScenarioAction;
+using simulator::ScenarioLine;
+
 namespace {
 
 constexpr int kServerPort = 9500;

@@ -31,7 +31,7 @@ TestPanel::TestPanel(const panel::PanelSize &size, bool cloudEnabled)
     options.Size = size;
     options.CloudEnabled = cloudEnabled;
     options.CommandTool = NIMBRA_COMMAND_TOOL_PATH;
-    panel::LayOutPanel("/", options);
+    panel::CreatePanel("/", options);
 }
 
 void TestPanel::Run(const std::string &file, const std::string &sql)

@@ -42,7 +42,7 @@ protected:
 
     Faults faults_;
     TestPanel panel_{{}, true};
-    cloud::CloudServer server_;
+    simulator::CloudServer server_;
     Agent agent_{faults_.Preloaded()};
 };
 
@@ -91,7 +91,7 @@ TEST_F(Clock, CloudHeartheartbeatsContinueAfterClockIsSetForward)
 TEST_F(Clock, RegistrationIsRetriedAfterClockIsSetBack)
 {
     server_.SetAnswer(
-        [](const std::string &) { return cloud::Reply{"SetDeviceInfoResponse?Result=5\n"}; });
+        [](const std::string &) { return simulator::Reply{"SetDeviceInfoResponse?Result=5\n"}; });
     ASSERT_TRUE(agent_.WaitForMessage("ServerManager.cpp", "Process", "SetDeviceInfo fail"));
     SetBack();
     EXPECT_TRUE(agent_.WaitForMessage("ServerManager.cpp", "Process", "SetDeviceInfo fail", 2,

@@ -26,9 +26,9 @@ namespace nimbra::test {
 
 namespace {
 
-using cloud::CloudServer;
-using cloud::Reply;
-using cloud::Request;
+using simulator::CloudServer;
+using simulator::Reply;
+using simulator::Request;
 
 constexpr char kHost[] = "cloud.nimbra.example";
 constexpr char kSource[] = "ServerManager.cpp";

@@ -198,7 +198,7 @@ TEST(ProtocolDocument, ShowsEveryDocumentedResponseInAnExample)
     for (const std::string &pattern : documented) {
         std::string shown;
         EXPECT_TRUE(std::any_of(answers.begin(), answers.end(), [&](const std::string &answer) {
-            return MatchScenarioText(pattern, answer, &shown);
+            return simulator::MatchScenarioText(pattern, answer, &shown);
         })) << pattern;
     }
 }

@@ -569,7 +569,7 @@ protected:
             seconds(60));
     }
 
-    cloud::CloudServer server_;
+    simulator::CloudServer server_;
 };
 
 TEST_P(FaultOfLink, CostsHeartbeatsAndNotTheLink)
@@ -629,7 +629,7 @@ TEST_P(FaultOfLinkTimes, AreLoggedAndTheLinkGoesOn)
     EXPECT_EQ(panel_.Value("SELECT IFNULL(StartTime, 0) = 0 FROM Cloud"), "1");
     EXPECT_EQ(panel_.Value("SELECT IFNULL(CheckTime, 0) = 0 FROM Cloud"), "0");
     EXPECT_EQ(agent_->End(), 0);
-    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+    server_.SetAnswer([](const std::string &) { return simulator::Reply(); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Call, FaultOfLinkTimes,
@@ -666,7 +666,7 @@ TEST_P(FaultOfHandshake, CostsTheSessionAndNotTheLink)
     EXPECT_EQ(agent_->CountInLog("Heartbeat fail"), 0U);
     EXPECT_TRUE(WaitUntil([this] { return HasOpenedAll(); })) << agent_->Descriptors();
     EXPECT_EQ(agent_->End(), 0);
-    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+    server_.SetAnswer([](const std::string &) { return simulator::Reply(); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Call, FaultOfHandshake,
@@ -679,7 +679,7 @@ using FaultBehindLink = FaultOfLink;
 
 TEST_P(FaultBehindLink, LeavesJustOneLink)
 {
-    server_.SetAnswer([](const std::string &) { return cloud::Reply(); });
+    server_.SetAnswer([](const std::string &) { return simulator::Reply(); });
     // The link has begun by the time of the failure. It still waits for its answer when the start
     // is tried again, which fails once more.
     faults_.Delay(GetParam().At, milliseconds(500));

@@ -314,7 +314,7 @@ TEST(NimbractlAfar, TheCloudServersPortLeadsToThePanel)
 {
     NameHost("127.0.0.1", "cloud.nimbra.example");
     const TestPanel panel({}, true);
-    const cloud::CloudServer server;
+    const simulator::CloudServer server;
     const Agent agent;
     const std::vector<std::string> local = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
                                             "NIMBRA_PASSWORD=operate!1"};

@@ -21,8 +21,8 @@ namespace nimbra::test {
 
 namespace {
 
-using cloud::CloudServer;
-using cloud::Reply;
+using simulator::CloudServer;
+using simulator::Reply;
 
 constexpr char kSource[] = "ServerManager.cpp";
 

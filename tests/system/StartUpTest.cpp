@@ -398,7 +398,7 @@ TEST(QuitSignals, EndLinkAndDiscoveryWhileASessionIsStillAtWork)
 {
     const TestPanel panel({}, true);
     NameHost("127.0.0.1", "cloud.nimbra.example");
-    const cloud::CloudServer server;
+    const simulator::CloudServer server;
     Agent agent;
     const DiscoveryProbe probe;
     ASSERT_TRUE(WaitUntil([&] { return server.Count("HeartBeat?") > 0; }));

@@ -16,7 +16,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace nimbra {
+namespace nimbra::simulator {
 namespace {
 
 /// The far end of a player's connections: answers each line with what is set down for it.
@@ -197,4 +197,4 @@ TEST(Player, FailsWithoutAConnection)
 }
 
 } // namespace
-} // namespace nimbra
+} // namespace nimbra::simulator

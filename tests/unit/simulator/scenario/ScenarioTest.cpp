@@ -8,7 +8,7 @@
 
 #include <unistd.h>
 
-namespace nimbra {
+namespace nimbra::simulator {
 namespace {
 
 std::string Shown(const std::string &pattern, const std::string &text)
@@ -102,4 +102,4 @@ TEST(Scenario, SkipsCommentsAndEmptyLinesAndNamesTheBadLine)
 }
 
 } // namespace
-} // namespace nimbra
+} // namespace nimbra::simulator
