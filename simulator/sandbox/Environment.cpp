@@ -36,7 +36,7 @@ static void Bind(const fs::path &from, const fs::path &to)
           "bind " + to.string());
 }
 
-/// Makes the caller root of a user namespace: what lets others than root have a environment.
+/// Makes the caller root of a user namespace, so that users without rights can have an environment.
 static void BecomeRoot()
 {
     const uid_t user = geteuid();
@@ -155,9 +155,11 @@ static std::string ReadFile(const fs::path &path)
 void EnterEnvironment(const EnvironmentOptions &options)
 {
     const fs::path directory = fs::current_path();
-    if (geteuid() != 0)
+    // Root may lack the right too: a user namespace may then still be allowed.
+    if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0) {
         BecomeRoot();
-    Check(unshare(CLONE_NEWNS), "mount namespace");
+        Check(unshare(CLONE_NEWNS), "mount namespace");
+    }
     Check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
     BuildRoot(options.Keep);
     ChangeRoot();

@@ -15,11 +15,11 @@ namespace nimbra::sandbox {
 
 namespace fs = std::filesystem;
 
-/// Tells the command where it runs: "namespaces" in a private environment, "real" on the real
+/// Shows the command where it runs: "namespaces" in a private environment, "real" on the real
 /// paths.
 constexpr char kKindVariable[] = "NIMBRA_SANDBOX";
 
-/// The file that the command's name stands for, looked for as a shell does.
+/// The file of a command, found as a shell finds it.
 static fs::path FindProgram(const std::string &name)
 {
     if (name.find('/') != std::string::npos)
@@ -73,6 +73,28 @@ static int RunOnRealPaths(const fs::path &program, const std::vector<std::string
     }
 }
 
+/// Reports what commands will run in. The status is 0 for a private environment, 1 for the real
+/// paths and kSandboxFailed for none of both.
+static int CheckMachine(const EnvironmentOptions &options)
+{
+    const Outcome outcome = RunChild(FindProgram("true"), {"true"}, Leftovers::RunOn,
+                                     [&options] { EnterEnvironment(options); });
+    if (outcome.Status) {
+        std::puts("Commands run in a private environment.");
+        return 0;
+    }
+    try {
+        const RealPaths paths;
+    } catch (const std::exception &error) {
+        return Complain("no private environment (" + outcome.Failure + "), and " + error.what());
+    }
+    std::printf(
+        "This machine refuses a private environment (%s): commands run on its real paths and "
+        "network, one at a time.\n",
+        outcome.Failure.c_str());
+    return 1;
+}
+
 static int RunOnSecondHost(const fs::path &program, const std::vector<std::string> &command)
 {
     const char *secondHost = std::getenv(kSecondHostVariable);
@@ -90,39 +112,55 @@ static int RunInEnvironment(const fs::path &program, const std::vector<std::stri
         EnterEnvironment(options);
         setenv(kKindVariable, "namespaces", 1);
     });
-    return outcome.Status ? *outcome.Status : RunOnRealPaths(program, command, outcome.Failure);
+    if (outcome.Status)
+        return *outcome.Status;
+    std::fprintf(stderr,
+                 "nimbra-sandbox: no private environment (%s): the command uses the real paths and "
+                 "network of this machine\n",
+                 outcome.Failure.c_str());
+    return RunOnRealPaths(program, command, outcome.Failure);
 }
 
 static int Main(int argc, char **argv)
 {
     CLI::App app(
         "nimbra-sandbox [OPTIONS] [--] COMMAND [ARGUMENTS...]\n\n"
-        "Runs a command in a private environment: the machine as it is, but with a fresh, writable "
-        "/tmp\n"
-        "and /nimbra, an /etc/hosts of its own, and a network of its own where eth0 is\n"
-        "192.168.77.10 and a second host stands at 192.168.77.20. All of it is gone with the last\n"
-        "process in it. The exit status is that of the command; 125 means that there was no\n"
-        "environment for it.\n\n"
-        "Where namespaces are refused, root may use the real paths, one command at a time, if\n"
-        "neither /nimbra nor /tmp/NimbraDB exists.");
+        "Runs a command in a private environment: it sees the files of the machine, but has its "
+        "own\n"
+        "empty /tmp and /nimbra, its own /etc/hosts, and its own network, in which eth0 has the\n"
+        "address 192.168.77.10 and a second host has 192.168.77.20. The environment is removed "
+        "with\n"
+        "its last process. The exit status is that of the command; 125 means that the environment\n"
+        "could not be made.\n\n"
+        "Where namespaces are refused, the command of root runs on the real paths and network of "
+        "the\n"
+        "machine, one command at a time, if neither /nimbra nor /tmp/NimbraDB exists. Both are\n"
+        "removed afterwards, and /etc/hosts is restored.");
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.prefix_command();
     EnvironmentOptions options;
     bool peer = false;
     bool noNamespaces = false;
+    bool check = false;
     std::vector<std::string> keep;
-    app.add_flag("--host-network", options.HostNetwork, "Keep the machine's network");
+    app.add_flag("--host-network", options.HostNetwork, "Use the network of the machine");
     app.add_flag("--peer", peer, "Inside a sandbox: run the command on the second host");
-    app.add_option("--keep", keep, "Leave this directory below /tmp visible; may be repeated")
+    app.add_option("--keep", keep, "Keep this directory below /tmp visible; may be repeated")
         ->allow_extra_args(false);
-    app.add_flag("--no-namespaces", noNamespaces, "Use the real paths, as where they are refused");
+    app.add_flag("--no-namespaces", noNamespaces,
+                 "Use the real paths, as where namespaces are refused");
+    app.add_flag("--check", check,
+                 "Only report what commands run in: status 0 for a private environment, 1 for the "
+                 "real paths");
     CLI11_PARSE(app, argc, argv);
+    if (check)
+        return CheckMachine(options);
 
     std::vector<std::string> command = app.remaining();
     if (!command.empty() && command.front() == "--")
         command.erase(command.begin());
     if (command.empty())
-        return Complain("no command given; --help tells more");
+        return Complain("no command given; see --help");
     const fs::path program = FindProgram(command.front());
     if (program.empty()) {
         Complain(command.front() + ": command not found");

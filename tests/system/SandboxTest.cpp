@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -29,6 +30,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kSandbox[] = NIMBRA_SANDBOX_PATH;
+constexpr char kContainer[] = NIMBRA_CONTAINER_PATH;
 
 /// Runs a shell script in a sandbox.
 ProgramResult Inside(const std::string &script)
@@ -125,7 +127,7 @@ TEST(Sandbox, ReturnsTheExitStatusOfTheCommand)
     EXPECT_EQ(Inside("kill -9 $$").Status, 137);
 }
 
-TEST(Sandbox, TellsACommandThatItCannotRun)
+TEST(Sandbox, ReportsACommandThatItCannotRun)
 {
     const ProgramResult missing = RunProgram({kSandbox, "no-such-program"});
     EXPECT_EQ(missing.Status, 127);
@@ -142,7 +144,7 @@ TEST(Sandbox, PassesArgumentsOnAsTheyAre)
     EXPECT_EQ(result.Output, "<--keep><a b><><--><-h>");
 }
 
-TEST(Sandbox, GivesAFreshTmpAndPanelDirectory)
+TEST(Sandbox, HasItsOwnEmptyTmpAndPanelDirectory)
 {
     WriteFile("/tmp/outside", "x");
     WriteFile("/nimbra/outside", "x");
@@ -162,7 +164,7 @@ TEST(Sandbox, ShowsTheRestOfTheMachine)
             << path;
 }
 
-TEST(Sandbox, LetsTheHostsFileBeRewrittenInPlace)
+TEST(Sandbox, KeepsTheHostsFileOfTheMachineUnchanged)
 {
     const std::string before = ReadFile("/etc/hosts");
     const ProgramResult result = Inside(
@@ -171,14 +173,14 @@ TEST(Sandbox, LetsTheHostsFileBeRewrittenInPlace)
     EXPECT_EQ(ReadFile("/etc/hosts"), before);
 }
 
-TEST(Sandbox, FailsLookUpsAtOnce)
+TEST(Sandbox, FailsNameLookUpsAtOnce)
 {
     const Stopwatch watch;
     EXPECT_EQ(Inside("getent hosts nowhere.nimbra.example").Status, 2);
     EXPECT_LT(watch.Seconds(), 4.0);
 }
 
-TEST(Sandbox, HasLoopbackAndAWiredInterfaceThatCarries)
+TEST(Sandbox, HasLoopbackAndAConnectedWiredInterface)
 {
     const ProgramResult result = Inside("ip -o -4 addr show; ip -o link show eth0; ip route");
     EXPECT_NE(result.Output.find("127.0.0.1/8"), std::string::npos) << result.Output;
@@ -225,7 +227,7 @@ TEST(Sandbox, IsReachedFromTheSecondHost)
     EXPECT_EQ(ntohl(peer.sin_addr.s_addr), 0xC0A84D14U) << "192.168.77.20";
 }
 
-TEST(Sandbox, CannotRunOnASecondHostThatIsNotThere)
+TEST(Sandbox, FailsWithoutASecondHost)
 {
     const ProgramResult result =
         RunProgram({"env", "-u", "NIMBRA_SECOND_HOST", kSandbox, "--peer", "true"});
@@ -233,7 +235,7 @@ TEST(Sandbox, CannotRunOnASecondHostThatIsNotThere)
     EXPECT_NE(result.Output.find("--peer works only inside"), std::string::npos);
 }
 
-TEST(Sandbox, KeepsTheNetworkOfTheMachineWhenAsked)
+TEST(Sandbox, UsesTheNetworkOfTheMachineWithHostNetwork)
 {
     const std::string own = fs::read_symlink("/proc/self/ns/net").string() + "\n";
     EXPECT_EQ(RunProgram({kSandbox, "--host-network", "readlink", "/proc/self/ns/net"}).Output,
@@ -253,7 +255,7 @@ TEST(Sandbox, RunsSideBySideWithOthers)
     EXPECT_EQ(result.Status, 0);
 }
 
-TEST(Sandbox, StaysWhereItWasStartedBelowTmpToo)
+TEST(Sandbox, KeepsAWorkingDirectoryBelowTmp)
 {
     const std::string copy = CopyTo("/tmp/clone/build");
     WriteFile("/tmp/clone/source", "kept\n");
@@ -272,7 +274,7 @@ TEST(Sandbox, StaysWhereItWasStartedBelowTmpToo)
     EXPECT_EQ(RunProgram({"sh", "-c", "cd /tmp && " + copy + " -- pwd"}).Output, "/tmp\n");
 }
 
-TEST(Sandbox, RunsAProgramThatLiesInTmpItself)
+TEST(Sandbox, RunsAProgramInTmpItself)
 {
     WriteFile("/tmp/program", "#!/bin/sh\nls /tmp\n");
     fs::permissions("/tmp/program", fs::perms(0755));
@@ -293,7 +295,7 @@ TEST(Sandbox, WorksForAUserWithoutRights)
     EXPECT_FALSE(fs::exists("/tmp/b"));
 }
 
-TEST(Sandbox, EndsTheCommandWithItself)
+TEST(Sandbox, EndsTheCommandWhenItIsKilled)
 {
     const RunningSandbox sandbox("echo up; exec sleep 1000");
     ASSERT_TRUE(sandbox.ReadSome());
@@ -312,7 +314,7 @@ TEST(Sandbox, PassesSignalsOnToTheCommand)
     EXPECT_EQ(WEXITSTATUS(status), 3);
 }
 
-TEST_F(SandboxOnRealPaths, GivesThemBackAsTheyWere)
+TEST_F(SandboxOnRealPaths, RestoresTheMachineAfterTheCommand)
 {
     const std::string hosts = ReadFile("/etc/hosts");
     const std::string before = RunProgram({"ls", "-A", "/tmp"}).Output;
@@ -327,7 +329,7 @@ TEST_F(SandboxOnRealPaths, GivesThemBackAsTheyWere)
     EXPECT_EQ(RunProgram({"ls", "-A", "/tmp"}).Output, before);
 }
 
-TEST_F(SandboxOnRealPaths, RefusesPathsThatAreInUse)
+TEST_F(SandboxOnRealPaths, FailsWhenTheyAreInUse)
 {
     for (const char *path : {"/nimbra", "/tmp/NimbraDB"}) {
         fs::create_directory(path);
@@ -342,7 +344,7 @@ TEST_F(SandboxOnRealPaths, RefusesPathsThatAreInUse)
     }
 }
 
-TEST_F(SandboxOnRealPaths, AreUsedByOneCommandAtATime)
+TEST_F(SandboxOnRealPaths, RunsOneCommandAtATime)
 {
     const std::string turn = std::string(kSandbox) +
                              " --no-namespaces sh -c 'mkdir /nimbra/alone && sleep 0.2 && echo ok'";
@@ -352,7 +354,7 @@ TEST_F(SandboxOnRealPaths, AreUsedByOneCommandAtATime)
     EXPECT_FALSE(fs::exists("/nimbra"));
 }
 
-TEST_F(SandboxOnRealPaths, EndsWhatTheCommandLeavesRunning)
+TEST_F(SandboxOnRealPaths, EndsProcessesThatTheCommandLeaves)
 {
     const ProgramResult result =
         OnRealPaths("setsid sh -c 'echo $$ > /tmp/left; exec sleep 1000' >/dev/null 2>&1 & "
@@ -375,7 +377,64 @@ TEST_F(SandboxOnRealPaths, CleansUpAfterAHolderThatWasKilled)
     EXPECT_FALSE(fs::exists("/nimbra"));
 }
 
-TEST_F(SandboxOnRealPaths, AreNotForAUserWithoutRights)
+TEST(Container, LeavesTheUsualCapabilities)
+{
+    EXPECT_EQ(RunProgram({kContainer, "grep", "CapEff", "/proc/self/status"}).Output,
+              "CapEff:\t00000000a80425fb\n");
+}
+
+TEST(Container, RefusesNamespacesAndMounts)
+{
+    fs::create_directory("/tmp/place");
+    const std::vector<std::vector<std::string>> commands = {
+        {"unshare", "--mount", "true"},
+        {"unshare", "--user", "true"},
+        {"nsenter", "--net=/proc/self/ns/net", "true"},
+        {"mount", "-t", "tmpfs", "none", "/tmp/place"}};
+    for (const std::vector<std::string> &command : commands) {
+        EXPECT_EQ(RunProgram(command).Status, 0) << command[0];
+        std::vector<std::string> refused = {kContainer};
+        refused.insert(refused.end(), command.begin(), command.end());
+        EXPECT_NE(RunProgram(refused).Status, 0) << command[0];
+    }
+}
+
+TEST(Sandbox, ReportsThatCommandsRunInAPrivateEnvironment)
+{
+    const ProgramResult result = RunProgram({kSandbox, "--check"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output, "Commands run in a private environment.\n");
+}
+
+TEST_F(SandboxOnRealPaths, RunsCommandsInAContainer)
+{
+    const ProgramResult check = RunProgram({kContainer, kSandbox, "--check"});
+    EXPECT_EQ(check.Status, 1);
+    EXPECT_EQ(check.Output, "This machine refuses a private environment (user namespace: Operation "
+                            "not permitted): commands run on its real paths and network, one at a "
+                            "time.\n");
+    const ProgramResult result =
+        RunProgram({kContainer, kSandbox, "sh", "-c", "echo $NIMBRA_SANDBOX; touch /nimbra/a"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output,
+              "nimbra-sandbox: no private environment (user namespace: Operation not "
+              "permitted): the command uses the real paths and network of this "
+              "machine\nreal\n");
+    EXPECT_FALSE(fs::exists("/nimbra"));
+}
+
+TEST_F(SandboxOnRealPaths, ReportsThatTheyAreInUse)
+{
+    fs::create_directory("/tmp/NimbraDB");
+    const ProgramResult result = RunProgram({kContainer, kSandbox, "--check"});
+    EXPECT_EQ(result.Status, 125);
+    EXPECT_EQ(result.Output,
+              "nimbra-sandbox: no private environment (user namespace: Operation not "
+              "permitted), and the real /tmp/NimbraDB is in use\n");
+    fs::remove("/tmp/NimbraDB");
+}
+
+TEST_F(SandboxOnRealPaths, FailsForAUserWithoutRights)
 {
     // In a user namespace without any mapping nobody is root.
     const ProgramResult result =
