@@ -15,8 +15,8 @@ namespace nimbra::test {
 /// A row of a table as texts; NULL reads as an empty text.
 using Row = std::vector<std::string>;
 
-/// The sample panel, laid out where a real one stands, and what a test looks at on it. Works on
-/// the main database unless another file is named. Any thread, but for the making.
+/// The sample panel at the paths of a real one, and what a test reads from it. Works on the main
+/// database unless another file is named. The constructor is for one thread, the rest for any.
 class TestPanel
 {
 public:
@@ -41,7 +41,7 @@ public:
     [[nodiscard]] std::vector<std::string> Journal() const;
     /// Every call of the command tool so far, or those from the given one on.
     [[nodiscard]] std::vector<panel::Call> Calls(std::size_t from = 0) const;
-    /// Each table of a database with all its rows, as texts that tell every value and its type.
+    /// Each table of a database with all its rows, as texts that show every value and its type.
     [[nodiscard]] static std::vector<std::string> Dump(const std::string &file);
 
     /// The files below /nimbra, but for the command tool and its call log, and those in /tmp whose

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kTool[] = "/nimbra/sbin/nimbra-cgi";
-constexpr char kLayer[] = NIMBRA_BUILD_DIRECTORY "/bin/nimbra-sample-panel";
+constexpr char kSamplePanel[] = NIMBRA_BUILD_DIRECTORY "/bin/nimbra-sample-panel";
 
 int Tool(const panel::Call &arguments)
 {
@@ -28,7 +28,7 @@ int Tool(const panel::Call &arguments)
     return RunProgram(command).Status;
 }
 
-/// Whether the door is unlocked, as its relay and its contact state tell.
+/// Whether the door is unlocked, from its relay and its contact state.
 bool IsUnlocked(const TestPanel &panel, int door)
 {
     const std::string number = std::to_string(door);
@@ -57,7 +57,7 @@ protected:
 
 } // namespace
 
-TEST(SamplePanel, HasARowForEachThingAskedFor)
+TEST(SamplePanel, HasAsManyRowsAsRequested)
 {
     const TestPanel panel({.Events = 7, .Users = 5, .Cards = 9, .Doors = 10});
     EXPECT_EQ(panel.Rows(panel.Paths().LogDatabase, "SELECT COUNT(*) FROM Log")[0][0], "7");
@@ -78,7 +78,7 @@ TEST(SamplePanel, HasARowForEachThingAskedFor)
         (std::vector<Row>{{"192.168.77.10", "11", "64"}}));
 }
 
-TEST(SamplePanel, HoldsTheExpectedEventUnderEachOfManyNumbers)
+TEST(SamplePanel, HoldsTheExpectedEventForEachNumber)
 {
     constexpr int kEvents = 100'000;
     const TestPanel panel({.Events = kEvents});
@@ -154,18 +154,18 @@ TEST(SamplePanel, HoldsTheExpectedDoors)
     }
 }
 
-TEST(SamplePanel, HasPicturesOfUsers)
+TEST(SamplePanel, HasUserImages)
 {
     const TestPanel panel;
-    const auto picture = [&panel](int user) {
+    const auto image = [&panel](int user) {
         return panel.Paths().Images / panel::ExpectedUser(user).ImageFile;
     };
-    EXPECT_EQ(ReadFile(picture(1)).substr(0, 3), "\xFF\xD8\xFF");
-    EXPECT_EQ(ReadFile(picture(2)).substr(1, 3), "PNG");
-    EXPECT_TRUE(fs::exists(picture(3)));
-    EXPECT_EQ(picture(3).filename().string().size(), 4U);
-    EXPECT_FALSE(fs::exists(picture(5)));
-    EXPECT_EQ(fs::file_size(picture(6)), 0U);
+    EXPECT_EQ(ReadFile(image(1)).substr(0, 3), "\xFF\xD8\xFF");
+    EXPECT_EQ(ReadFile(image(2)).substr(1, 3), "PNG");
+    EXPECT_TRUE(fs::exists(image(3)));
+    EXPECT_EQ(image(3).filename().string().size(), 4U);
+    EXPECT_FALSE(fs::exists(image(5)));
+    EXPECT_EQ(fs::file_size(image(6)), 0U);
 }
 
 TEST(SamplePanel, IsReplacedAsAWhole)
@@ -180,7 +180,7 @@ TEST(SamplePanel, IsReplacedAsAWhole)
     EXPECT_FALSE(fs::exists(second.Paths().Images / "stray.jpg"));
 }
 
-TEST(Ifconfig, PrintsTheHardwareAddressOfTheInterfaceAskedForOnly)
+TEST(Ifconfig, PrintsTheHardwareAddressOfTheGivenInterfaceOnly)
 {
     const TestPanel panel;
     const ProgramResult wired = RunProgram({"/nimbra/bin/ifconfig", "eth0"});
@@ -239,7 +239,7 @@ TEST(CommandTool, AddsAnEventToTheLog)
         (std::vector<Row>{{"61", "1", "192.168.77.20", "0", "15107", "0", "0", "operator", "1"}}));
 }
 
-TEST(CommandTool, RefusesWhatAPanelDoesNotKnowAndRecordsItAllTheSame)
+TEST(CommandTool, RefusesAndRecordsCallsThatNoPanelKnows)
 {
     const TestPanel panel;
     const std::vector<panel::Call> calls = {
@@ -307,10 +307,10 @@ TEST(CommandTool, WaitsForADatabaseThatIsLocked)
     EXPECT_EQ(panel.Value("SELECT RelayOn FROM RelayStatus WHERE Type=2 AND No=1"), "1");
 }
 
-TEST_F(SamplePanelProgram, LaysAPanelOutBelowAnotherRoot)
+TEST_F(SamplePanelProgram, CreatesAPanelBelowAnotherRoot)
 {
     const ProgramResult result = RunProgram(
-        {kLayer, "--root", "/tmp/elsewhere", "--events", "3", "--doors", "2", "--cloud"});
+        {kSamplePanel, "--root", "/tmp/elsewhere", "--events", "3", "--doors", "2", "--cloud"});
     EXPECT_EQ(result.Status, 0) << result.Output;
     EXPECT_NE(result.Output.find("admin1234"), std::string::npos);
     EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
@@ -328,20 +328,20 @@ TEST_F(SamplePanelProgram, LaysAPanelOutBelowAnotherRoot)
 
 TEST_F(SamplePanelProgram, ReplacesAPanelOnlyWhenForced)
 {
-    ASSERT_EQ(RunProgram({kLayer}).Status, 0);
+    ASSERT_EQ(RunProgram({kSamplePanel}).Status, 0);
     ASSERT_EQ(RunProgram({kTool, "savethreat"}).Status, 0);
-    const ProgramResult refused = RunProgram({kLayer, "--users", "2"});
+    const ProgramResult refused = RunProgram({kSamplePanel, "--users", "2"});
     EXPECT_EQ(refused.Status, 1);
     EXPECT_NE(refused.Output.find("/tmp/NimbraDB/Nimbra.db exists"), std::string::npos);
     EXPECT_EQ(panel::ReadCalls("/nimbra/var/calls.log").size(), 1U);
-    EXPECT_EQ(RunProgram({kLayer, "--users", "2", "--force"}).Status, 0);
+    EXPECT_EQ(RunProgram({kSamplePanel, "--users", "2", "--force"}).Status, 0);
     EXPECT_TRUE(panel::ReadCalls("/nimbra/var/calls.log").empty());
 }
 
 TEST_F(SamplePanelProgram, RefusesWrongNumbers)
 {
-    EXPECT_NE(RunProgram({kLayer, "--events", "-1"}).Status, 0);
-    EXPECT_NE(RunProgram({kLayer, "--doors", "many"}).Status, 0);
+    EXPECT_NE(RunProgram({kSamplePanel, "--events", "-1"}).Status, 0);
+    EXPECT_NE(RunProgram({kSamplePanel, "--doors", "many"}).Status, 0);
     EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
 }
 
