@@ -216,6 +216,25 @@ TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowHaveFailed)
     EXPECT_GE(agent->CountMessages(kSource, "HeartBeat", "Result Error: 3"), 10U);
 }
 
+TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowThatAreNeverAnswered)
+{
+    StartServer();
+    server->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server->GoodAnswer(request) : Reply{};
+    });
+    StartAgent();
+    ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2, seconds(120)));
+    const std::vector<Request> requests = server->Requests();
+    ASSERT_GT(requests.size(), 11U);
+    for (std::size_t i = 1; i <= 10; ++i)
+        EXPECT_EQ(requests[i].Line, "HeartBeat?DeviceNo=7");
+    EXPECT_EQ(requests[11].Line, Registration("127.0.0.1", "0"));
+    // Each takes its five seconds.
+    EXPECT_GE(requests[11].Time - requests[1].Time, seconds(40));
+    EXPECT_EQ(agent->CountMessages(kSource, "HeartBeat", "RecvMessage fail"), 10U);
+    EXPECT_EQ(agent->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
+}
+
 TEST_F(CloudLink, CountsOnlyFailuresInARowAndWritesTheCheckTimeOfASuccess)
 {
     panel.Run("UPDATE Cloud SET CheckTime=0");
