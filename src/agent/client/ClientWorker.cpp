@@ -118,14 +118,12 @@ void ClientWorker::Heartbeat(char * /*line*/)
     Succeed();
 }
 
-void ClientWorker::ParseKeys(char *line, std::initializer_list<RequestKey> keys,
-                             std::source_location call)
+void ClientWorker::ParseKeys(char *line, std::initializer_list<RequestKey> keys, CallPlace call)
 {
     ParseKeys(line, std::span(keys.begin(), keys.size()), call);
 }
 
-void ClientWorker::ParseKeys(char *line, std::span<const RequestKey> keys,
-                             std::source_location call)
+void ClientWorker::ParseKeys(char *line, std::span<const RequestKey> keys, CallPlace call)
 {
     char *rest = nullptr;
     static_cast<void>(SplitCommand(line, &rest));
@@ -137,13 +135,13 @@ Line ClientWorker::Response(Result result) const
     return Line::Response(command_->Name(), static_cast<int>(result));
 }
 
-void ClientWorker::Answer(Result result, const char *message, std::source_location call)
+void ClientWorker::Answer(Result result, const char *message, CallPlace call)
 {
     Send(Response(result));
     Log(SiteOf(call), "%s", message);
 }
 
-void ClientWorker::Fail(std::source_location call)
+void ClientWorker::Fail(CallPlace call)
 {
     Send(Response(Result::Failed));
     const std::string_view name = command_->Name();
@@ -165,9 +163,9 @@ void ClientWorker::Send(const Line &line)
     SendMessage(socket_.Get(), line.Get());
 }
 
-LogSite ClientWorker::SiteOf(const std::source_location &call) const
+LogSite ClientWorker::SiteOf(const CallPlace &call) const
 {
-    return {kLogSource, static_cast<int>(call.line()), command_->Name()};
+    return {kLogSource, call.Line, command_->Name()};
 }
 
 } // namespace nimbra

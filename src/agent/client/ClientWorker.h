@@ -17,7 +17,6 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <source_location>
 #include <span>
 #include <string_view>
 
@@ -129,16 +128,15 @@ private:
 
     /// Reads the request's keys into the fields that they stand for.
     void ParseKeys(char *line, std::initializer_list<RequestKey> keys,
-                   std::source_location call = std::source_location::current());
+                   CallPlace call = CallPlace::Here());
     void ParseKeys(char *line, std::span<const RequestKey> keys,
-                   std::source_location call = std::source_location::current());
+                   CallPlace call = CallPlace::Here());
     /// A response with its result, to which pairs can be added.
     [[nodiscard]] Line Response(Result result) const;
     /// Answers with a result alone, and logs why.
-    void Answer(Result result, const char *message,
-                std::source_location call = std::source_location::current());
+    void Answer(Result result, const char *message, CallPlace call = CallPlace::Here());
     /// Answers that the data operation failed, and logs the command's name followed by " fail".
-    void Fail(std::source_location call = std::source_location::current());
+    void Fail(CallPlace call = CallPlace::Here());
     /// Answers success alone.
     void Succeed();
     /// Has the panel note what this client did.
@@ -174,7 +172,7 @@ private:
             idle_ = SecondTimer();
     }
     /// The origin of a log line: the handler that serves the command, at the line of `call`.
-    [[nodiscard]] LogSite SiteOf(const std::source_location &call) const;
+    [[nodiscard]] LogSite SiteOf(const CallPlace &call) const;
 
     EventCount *ends_;
     Flag stop_{false};
