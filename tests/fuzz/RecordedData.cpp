@@ -4,8 +4,6 @@
 
 namespace nimbra {
 
-std::mutex DataManager::changeTurn_;
-
 namespace {
 
 using fuzz::Fields;

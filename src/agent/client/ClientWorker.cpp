@@ -4,6 +4,7 @@
 #include "base/Thread.h"
 #include "base/Wait.h"
 #include "data/DataManager.h"
+#include "data/LockTime.h"
 #include "protocol/SocketIo.h"
 
 #include <cstdio>
@@ -71,6 +72,7 @@ void ClientWorker::Dispatch(char *line)
     command_ = FindCommand(line);
     if (command_ == nullptr)
         return Log({kLogSource, __LINE__, "Process"}, "Invalid Message");
+    const LockTime lockTime;
     if (!authority_.Allows(command_->Needs))
         return Answer(Result::NoAuthority, "Authority fail");
     try {

@@ -1,4 +1,5 @@
 #include "base/PanelConstants.h"
+#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
@@ -86,16 +87,16 @@ bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
         list += word;
     }
     levels->AccessLevelNo.Assign(list);
-    return true;
+    return !panel.IsLocked();
 }
 
 bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     // Before anything is changed, since there may be no memory for it.
     std::string list(levels.AccessLevelNo.View());
     Database panel(kMainDatabase, kLogSource);
-    if (!panel.IsOpen() ||
+    if (!turn.IsHeld() || !panel.IsOpen() ||
         !Change(panel, SqlText("UPDATE Card SET SelectType=%d WHERE No=%d", levels.SelectType,
                                levels.CardNo)) ||
         !Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", levels.CardNo)))
@@ -103,8 +104,8 @@ bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
     char *rest = nullptr;
     for (const char *piece = strtok_r(list.data(), " ", &rest); piece != nullptr;
          piece = strtok_r(nullptr, " ", &rest)) {
-        const std::int32_t number = NextNo(panel, "CardAccessLevel");
-        if (panel.IsLocked() ||
+        std::int32_t number = 0;
+        if (!NextNo(panel, "CardAccessLevel", &number) ||
             !Change(panel, SqlText("INSERT INTO CardAccessLevel (Site, No, CardNo, AccessLevelNo) "
                                    "VALUES (%d, %d, %d, %d)",
                                    kSite, number, levels.CardNo, ToNumber(piece))))

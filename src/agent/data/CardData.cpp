@@ -1,4 +1,5 @@
 #include "base/PanelConstants.h"
+#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
@@ -94,14 +95,12 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
 
 bool DataManager::SetCardInfo(const CardInfo &card)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    if (!panel.IsOpen())
-        return false;
-    if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE No!=%d AND CardFormatNo=%d AND "
+    if (!turn.IsHeld() || !panel.IsOpen() ||
+        !IsFree(panel, SqlText("SELECT No FROM Card WHERE No!=%d AND CardFormatNo=%d AND "
                                "CardNo='%s'",
-                               card.No, card.FormatNo, card.CardNumber.Get())) ||
-        panel.IsLocked())
+                               card.No, card.FormatNo, card.CardNumber.Get())))
         return false;
     return Change(panel,
                   SqlText("UPDATE Card SET UserNo=%d, CardFormatNo=%d, CardNo='%s', KeyNumber=%d, "
@@ -114,16 +113,14 @@ bool DataManager::SetCardInfo(const CardInfo &card)
 
 bool DataManager::AddCardInfo(const CardInfo &card)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    if (!panel.IsOpen())
+    if (!turn.IsHeld() || !panel.IsOpen() ||
+        !IsFree(panel, SqlText("SELECT No FROM Card WHERE CardFormatNo=%d AND CardNo='%s'",
+                               card.FormatNo, card.CardNumber.Get())))
         return false;
-    if (IsTaken(panel, SqlText("SELECT No FROM Card WHERE CardFormatNo=%d AND CardNo='%s'",
-                               card.FormatNo, card.CardNumber.Get())) ||
-        panel.IsLocked())
-        return false;
-    const std::int32_t number = NextNo(panel, "Card");
-    return !panel.IsLocked() &&
+    std::int32_t number = 0;
+    return NextNo(panel, "Card", &number) &&
            Change(panel,
                   SqlText("INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, "
                           "CardStatus, CardType, NeverExpire, ActDate, ExpDate, SelectType) VALUES "
@@ -135,18 +132,23 @@ bool DataManager::AddCardInfo(const CardInfo &card)
 
 bool DataManager::DelCardInfo(const CardInfo &card)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return panel.IsOpen() &&
+    return turn.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", card.No)) &&
            Change(panel, SqlText("DELETE FROM Card WHERE No=%d", card.No));
 }
 
-bool DataManager::IsTaken(Database &database, const SqlText &duplicates, CallPlace place)
+bool DataManager::IsFree(Database &database, const SqlText &duplicates, CallPlace place)
 {
-    if (!Statement(database, duplicates).Step())
+    if (Statement(database, duplicates).Step()) {
+        Log(place.In(kLogSource), "CardFormatNo+CardNo exist");
         return false;
-    Log(place.In(kLogSource), "CardFormatNo+CardNo exist");
+    }
+    if (database.IsLocked()) {
+        Log(place.In(kLogSource), "sqlite3_exec fail");
+        return false;
+    }
     return true;
 }
 

@@ -17,8 +17,6 @@
 
 namespace nimbra {
 
-std::mutex DataManager::changeTurn_;
-
 namespace {
 
 /// Whether a stored password, a digest in either case, is that of the password given.
@@ -93,7 +91,10 @@ bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<6
         rights.Read(&formIndex, &right);
         authority->GrantRoleRight(formIndex, right);
     }
-    return true;
+    // A login without the rights of its role is none.
+    if (panel.IsLocked())
+        *authority = {};
+    return !panel.IsLocked();
 }
 
 FixedText<64> DataManager::HashPassword(const char *text)
@@ -140,9 +141,14 @@ bool DataManager::Change(Database &database, const SqlText &sql, CallPlace place
     return true;
 }
 
-std::int32_t DataManager::NextNo(Database &database, const char *table)
+bool DataManager::NextNo(Database &database, const char *table, std::int32_t *number,
+                         CallPlace place)
 {
-    return Next(database.FirstNumber(SqlText("SELECT MAX(No) FROM %s", table)));
+    *number = Next(database.FirstNumber(SqlText("SELECT MAX(No) FROM %s", table)));
+    if (!database.IsLocked())
+        return true;
+    Log(place.In(kLogSource), "sqlite3_exec fail");
+    return false;
 }
 
 } // namespace nimbra

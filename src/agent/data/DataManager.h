@@ -15,7 +15,6 @@
 #include "data/VideoInfo.h"
 
 #include <cstdint>
-#include <mutex>
 
 namespace nimbra {
 
@@ -112,15 +111,14 @@ private:
     }
     /// Attaches the main database to the event log's. Logs "sqlite3_exec fail".
     static bool AttachPanel(Database &log, CallPlace place = CallPlace::Here());
-    /// Whether the query for a card of the same format and number finds one. Logs it.
-    static bool IsTaken(Database &database, const SqlText &duplicates,
-                        CallPlace place = CallPlace::Here());
-    /// The number that a new row of `table` gets: one more than the largest, 1 in an empty table.
-    /// Not to be used when the database was locked.
-    static std::int32_t NextNo(Database &database, const char *table);
-
-    /// Held by a change method from its first look at the database to its last statement.
-    static std::mutex changeTurn_;
+    /// Whether the query for a card of the same format and number finds none. Logs it if not, and
+    /// "sqlite3_exec fail" when a locked database hides it.
+    static bool IsFree(Database &database, const SqlText &duplicates,
+                       CallPlace place = CallPlace::Here());
+    /// Finds the number that a new row of `table` gets: one more than the largest, 1 in an empty
+    /// table. Logs "sqlite3_exec fail" when a locked database hides it.
+    static bool NextNo(Database &database, const char *table, std::int32_t *number,
+                       CallPlace place = CallPlace::Here());
 };
 
 } // namespace nimbra

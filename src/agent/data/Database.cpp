@@ -6,12 +6,6 @@
 
 namespace nimbra {
 
-namespace {
-
-constexpr int kLockedMilliseconds = 3000;
-
-} // namespace
-
 void Database::ConfigureSqlite()
 {
     // No connection is used by two threads, and nobody reads memory statistics.
@@ -30,7 +24,8 @@ Database::Database(const char *path, const char *logSource, CallPlace place)
         Log(place.In(logSource), "sqlite3_open fail");
         return;
     }
-    sqlite3_busy_timeout(handle_, kLockedMilliseconds);
+    sqlite3_busy_handler(
+        handle_, [](void *, int attempt) { return LockTime::Wait(attempt) ? 1 : 0; }, nullptr);
 }
 
 Database::~Database()
@@ -45,7 +40,8 @@ int Database::Execute(const SqlText &sql)
 
 int Database::Execute(const char *sql)
 {
-    return sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr);
+    return LockTime::IsSpent() ? SQLITE_BUSY
+                               : sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr);
 }
 
 std::int32_t Database::FirstNumber(const SqlText &sql)
@@ -60,12 +56,12 @@ std::int32_t Database::FirstNumber(const SqlText &sql)
 bool Database::IsLocked() const
 {
     const int code = sqlite3_errcode(handle_);
-    return code == SQLITE_BUSY || code == SQLITE_LOCKED;
+    return LockTime::IsSpent() || code == SQLITE_BUSY || code == SQLITE_LOCKED;
 }
 
 Statement::Statement(Database &database, const SqlText &sql)
 {
-    if (!sql.IsRefused())
+    if (!sql.IsRefused() && !LockTime::IsSpent())
         sqlite3_prepare_v2(database.handle_, sql.Get(), -1, &handle_, nullptr);
 }
 
@@ -77,7 +73,7 @@ Statement::~Statement()
 bool Statement::Step()
 {
     column_ = 0;
-    return sqlite3_step(handle_) == SQLITE_ROW;
+    return !LockTime::IsSpent() && sqlite3_step(handle_) == SQLITE_ROW;
 }
 
 void Statement::ReadColumn(std::int32_t *number)

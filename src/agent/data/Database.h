@@ -2,6 +2,7 @@
 
 #include "base/FixedText.h"
 #include "base/Log.h"
+#include "data/LockTime.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,8 +14,9 @@ namespace nimbra {
 
 class SqlText;
 
-/// One connection to one of the panel's database files, open while the object lives. Waits up to
-/// 3 seconds for a database that the panel has locked. One object, one thread.
+/// One connection to one of the panel's database files, open while the object lives. A database
+/// that the panel has locked is waited for from the request's time for locks; once that is spent,
+/// every statement fails at once. One object, one thread.
 class Database
 {
 public:
@@ -39,13 +41,14 @@ public:
     /// The first column of a query's first row; 0 when the query fails or gives no row.
     [[nodiscard]] std::int32_t FirstNumber(const SqlText &sql);
 
-    /// Whether the last statement has failed because the panel kept the database locked: what it
-    /// was to find out is then not known.
+    /// Whether the last statement, or one before it, has failed because the panel kept the database
+    /// locked: what it was to find out is then not known.
     [[nodiscard]] bool IsLocked() const;
 
 private:
     friend class Statement;
 
+    LockTime lockTime_;
     sqlite3 *handle_ = nullptr;
 };
 

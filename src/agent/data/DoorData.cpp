@@ -45,7 +45,7 @@ bool DataManager::GetDoorInfo(DoorInfo *door)
         return false;
     // A door without a lock relay keeps Status 0.
     static_cast<void>(GetDoorLock(door->DoorNo, &door->Status));
-    return true;
+    return !panel.IsLocked();
 }
 
 bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
@@ -71,7 +71,7 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
     // With the statement ended, as for one door.
     for (DoorInfo door; doors.TakeFront(&door);) {
         static_cast<void>(GetDoorLock(door.DoorNo, &door.Status));
-        if (!Keep(door, rows))
+        if (panel.IsLocked() || !Keep(door, rows))
             return false;
     }
     filter->Page.Count = rows->Count();

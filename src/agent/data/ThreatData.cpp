@@ -1,4 +1,5 @@
 #include "base/PanelConstants.h"
+#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/Shell.h"
@@ -51,9 +52,9 @@ bool DataManager::GetThreatLevel(std::int32_t *level)
 bool DataManager::SetThreatLevel(std::int32_t level)
 {
     {
-        const std::lock_guard turn(changeTurn_);
+        const ChangeTurn turn(kLogSource);
         Database panel(kMainDatabase, kLogSource);
-        if (!panel.IsOpen())
+        if (!turn.IsHeld() || !panel.IsOpen())
             return false;
         // The one change that is not journalled: the command tool informs the panel.
         if (panel.Execute(SqlText("UPDATE Threat SET ThreatStatus=%d", level)) != 0) {

@@ -1,4 +1,5 @@
 #include "base/PanelConstants.h"
+#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
@@ -73,9 +74,9 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
 
 bool DataManager::SetUserInfo(const UserInfo &user)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return panel.IsOpen() &&
+    return turn.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("UPDATE User SET FirstName='%s', MiddleName='%s', LastName='%s', "
                                  "Phone='%s', CellPhone='%s', Email='%s', Ada=%d, Exempt=%d, "
                                  "ThreatLevel=%d WHERE No=%d",
@@ -86,12 +87,10 @@ bool DataManager::SetUserInfo(const UserInfo &user)
 
 bool DataManager::AddUserInfo(const UserInfo &user)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    if (!panel.IsOpen())
-        return false;
-    const std::int32_t number = NextNo(panel, "User");
-    return !panel.IsLocked() &&
+    std::int32_t number = 0;
+    return turn.IsHeld() && panel.IsOpen() && NextNo(panel, "User", &number) &&
            Change(panel,
                   SqlText("INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, "
                           "CellPhone, Email, Ada, Exempt, ThreatLevel) VALUES (%d, %d, '%s', '%s', "
@@ -103,9 +102,9 @@ bool DataManager::AddUserInfo(const UserInfo &user)
 
 bool DataManager::DelUserInfo(const UserInfo &user)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return panel.IsOpen() &&
+    return turn.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card "
                                  "WHERE UserNo=%d)",
                                  user.UserNo)) &&

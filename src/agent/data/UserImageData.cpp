@@ -1,4 +1,5 @@
 #include "base/PanelConstants.h"
+#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
@@ -27,10 +28,11 @@ bool DataManager::GetUserImage(UserImage *image)
 
 bool DataManager::SetUserImage(const UserImage &image)
 {
-    const std::lock_guard turn(changeTurn_);
+    const ChangeTurn turn(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return panel.IsOpen() && Change(panel, SqlText("UPDATE User SET ImageFile='%s' WHERE No=%d",
-                                                   image.FileName.Get(), image.UserNo));
+    return turn.IsHeld() && panel.IsOpen() &&
+           Change(panel, SqlText("UPDATE User SET ImageFile='%s' WHERE No=%d", image.FileName.Get(),
+                                 image.UserNo));
 }
 
 } // namespace nimbra

@@ -1,0 +1,208 @@
+#include "data/LockTime.h"
+
+#include "data/ChangeTurn.h"
+#include "data/Database.h"
+#include "data/SqlText.h"
+#include "support/CapturedOutput.h"
+#include "support/TemporaryDirectory.h"
+#include "support/Waiting.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace nimbra {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using test::CapturedOutput;
+using test::Stopwatch;
+
+constexpr char kSource[] = "DataManager.cpp";
+
+/// Waits for a lock until no time is left.
+void Spend()
+{
+    for (int attempt = 0; LockTime::Wait(attempt); ++attempt)
+        continue;
+}
+
+TEST(LockTime, IsThreeSeconds)
+{
+    const LockTime time;
+    EXPECT_EQ(LockTime::Left(), seconds(3));
+    EXPECT_FALSE(LockTime::IsSpent());
+    const Stopwatch watch;
+    Spend();
+    EXPECT_GE(watch.Seconds(), 2.99);
+    EXPECT_LT(watch.Seconds(), 4.5);
+    EXPECT_TRUE(LockTime::IsSpent());
+    EXPECT_EQ(LockTime::Left(), seconds(0));
+}
+
+TEST(LockTime, WaitsNoMoreWhenItIsSpent)
+{
+    const LockTime time;
+    LockTime::SpendSince(LockTime::Clock::now() - seconds(10));
+    const Stopwatch watch;
+    EXPECT_FALSE(LockTime::Wait(0));
+    EXPECT_FALSE(LockTime::Wait(1000));
+    EXPECT_LT(watch.Seconds(), 1.0);
+}
+
+TEST(LockTime, WaitsShortStepsFirst)
+{
+    const LockTime time;
+    EXPECT_TRUE(LockTime::Wait(0));
+    EXPECT_GT(LockTime::Left(), seconds(2));
+    EXPECT_LE(LockTime::Left(), seconds(3) - milliseconds(1));
+}
+
+TEST(LockTime, IsThatOfTheFirstObjectOfAThread)
+{
+    std::optional<LockTime> first(std::in_place);
+    LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
+    {
+        const LockTime second;
+        EXPECT_LE(LockTime::Left(), seconds(1));
+        LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
+    }
+    EXPECT_TRUE(LockTime::IsSpent());
+    std::thread([] {
+        const LockTime other;
+        EXPECT_FALSE(LockTime::IsSpent());
+    }).join();
+    EXPECT_TRUE(LockTime::IsSpent());
+    first.reset();
+    const LockTime next;
+    EXPECT_EQ(LockTime::Left(), seconds(3));
+}
+
+class LockTimeOfDatabases : public ::testing::Test
+{
+protected:
+    LockTimeOfDatabases()
+    {
+        EXPECT_EQ(sqlite3_open(path_.c_str(), &panel_), SQLITE_OK);
+        Run("CREATE TABLE Door (No INTEGER)");
+        Run("INSERT INTO Door VALUES (7)");
+    }
+    ~LockTimeOfDatabases() override { sqlite3_close(panel_); }
+
+    void Run(const char *sql) const
+    {
+        EXPECT_EQ(sqlite3_exec(panel_, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+    }
+
+    test::TemporaryDirectory directory_;
+    std::string path_ = directory_.Path("Nimbra.db");
+    sqlite3 *panel_ = nullptr;
+};
+
+TEST_F(LockTimeOfDatabases, IsOneForAllStatementsOfARequest)
+{
+    const LockTime request;
+    Run("BEGIN EXCLUSIVE");
+    const Stopwatch watch;
+    Database first(path_.c_str(), kSource);
+    EXPECT_EQ(first.FirstNumber(SqlText("SELECT No FROM Door")), 0);
+    EXPECT_TRUE(first.IsLocked());
+    EXPECT_GE(watch.Seconds(), 2.9);
+    Database second(path_.c_str(), kSource);
+    EXPECT_EQ(second.Execute(SqlText("DELETE FROM Door")), SQLITE_BUSY);
+    EXPECT_TRUE(second.IsLocked());
+    EXPECT_LT(watch.Seconds(), 4.5);
+    Run("COMMIT");
+    // The request has failed: none of its later statements runs, although the lock has ended.
+    EXPECT_EQ(second.Execute(SqlText("DELETE FROM Door")), SQLITE_BUSY);
+    EXPECT_EQ(first.FirstNumber(SqlText("SELECT No FROM Door")), 0);
+    Statement row(first, SqlText("SELECT No FROM Door"));
+    EXPECT_FALSE(row.Step());
+}
+
+TEST_F(LockTimeOfDatabases, IsNewForTheNextRequest)
+{
+    {
+        const LockTime request;
+        Spend();
+    }
+    const LockTime request;
+    Database database(path_.c_str(), kSource);
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT No FROM Door")), 7);
+    EXPECT_FALSE(database.IsLocked());
+}
+
+TEST_F(LockTimeOfDatabases, ServesTheNextStatementWithWhatIsLeft)
+{
+    const LockTime request;
+    Database database(path_.c_str(), kSource);
+    for (int i = 0; i < 2; ++i) {
+        Run("BEGIN EXCLUSIVE");
+        std::thread panel([this] {
+            std::this_thread::sleep_for(milliseconds(400));
+            Run("COMMIT");
+        });
+        EXPECT_EQ(database.FirstNumber(SqlText("SELECT No FROM Door")), 7);
+        panel.join();
+    }
+    EXPECT_LT(LockTime::Left(), milliseconds(2400));
+    EXPECT_FALSE(LockTime::IsSpent());
+}
+
+TEST(ChangeTurn, IsHeldByOneAtATime)
+{
+    std::atomic<int> holders = 0;
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&holders] {
+            for (int round = 0; round < 20; ++round) {
+                const ChangeTurn turn(kSource);
+                ASSERT_TRUE(turn.IsHeld());
+                EXPECT_EQ(++holders, 1);
+                std::this_thread::sleep_for(milliseconds(1));
+                --holders;
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+}
+
+/// Waits for a turn that is not given up, with a second left.
+void ChangeTooLate()
+{
+    const LockTime request;
+    LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
+    const Stopwatch watch;
+    const ChangeTurn turn(kSource);
+    EXPECT_FALSE(turn.IsHeld());
+    EXPECT_GE(watch.Seconds(), 0.9);
+    EXPECT_LT(watch.Seconds(), 2.5);
+    EXPECT_TRUE(LockTime::IsSpent());
+}
+
+TEST(ChangeTurn, IsWaitedForFromTheTimeOfTheRequest)
+{
+    const CapturedOutput output;
+    std::optional<ChangeTurn> mine(std::in_place, kSource);
+    std::thread(ChangeTooLate).join();
+    const std::vector<test::LogLine> log = output.Log();
+    ASSERT_EQ(log.size(), 1U);
+    EXPECT_EQ(log[0].Source, kSource);
+    EXPECT_EQ(log[0].Method, "ChangeTooLate");
+    EXPECT_EQ(log[0].Message, "sqlite3_exec fail");
+    mine.reset();
+    const ChangeTurn next(kSource);
+    EXPECT_TRUE(next.IsHeld());
+}
+
+} // namespace
+} // namespace nimbra
