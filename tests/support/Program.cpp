@@ -1,9 +1,11 @@
 #include "support/Program.h"
 
 #include "simulator/sandbox/SystemCall.h"
+#include "support/Files.h"
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 #include <fcntl.h>
@@ -67,6 +69,13 @@ ProgramResult RunProgram(const std::vector<std::string> &command)
 ProgramResult RunUnprivileged(const std::vector<std::string> &command)
 {
     return Run(command, true);
+}
+
+void ReplaceProgram(const std::string &path, const std::string &script)
+{
+    std::filesystem::remove(path);
+    WriteFile(path, "#!/bin/sh\n" + script);
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
 }
 
 } // namespace nimbra::test

@@ -19,4 +19,7 @@ struct ProgramResult
 /// such a user itself, root only in a user namespace, runs the program as it is.
 [[nodiscard]] ProgramResult RunUnprivileged(const std::vector<std::string> &command);
 
+/// Replaces a program by a shell script.
+void ReplaceProgram(const std::string &path, const std::string &script);
+
 } // namespace nimbra::test
