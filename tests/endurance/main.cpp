@@ -140,7 +140,7 @@ void LetGo(Agent &agent, Result &result)
 Result Soak(double seconds, double roundSeconds)
 {
     test::NameHost("127.0.0.1", "cloud.nimbra.example");
-    const test::TestPanel panel({}, true);
+    const test::TestPanel panel({}, test::TestPanel::Cloud::Enabled);
     unsigned clients = 0;
     for (const Role &role : Clients())
         clients += role.Number;

@@ -25,11 +25,11 @@ std::vector<Row> AllRows(panel::SqliteFile &database, const std::string &sql)
 
 } // namespace
 
-TestPanel::TestPanel(const panel::PanelSize &size, bool cloudEnabled)
+TestPanel::TestPanel(const panel::PanelSize &size, Cloud cloud)
 {
     panel::PanelOptions options;
     options.Size = size;
-    options.CloudEnabled = cloudEnabled;
+    options.CloudEnabled = cloud == Cloud::Enabled;
     options.CommandTool = NIMBRA_COMMAND_TOOL_PATH;
     panel::CreatePanel("/", options);
 }

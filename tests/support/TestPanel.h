@@ -20,7 +20,14 @@ using Row = std::vector<std::string>;
 class TestPanel
 {
 public:
-    explicit TestPanel(const panel::PanelSize &size = {}, bool cloudEnabled = false);
+    /// Whether the cloud link is enabled in the settings of the panel.
+    enum class Cloud : bool
+    {
+        Disabled,
+        Enabled
+    };
+
+    explicit TestPanel(const panel::PanelSize &size = {}, Cloud cloud = Cloud::Disabled);
 
     /// Runs statements that give no rows.
     void Run(const std::string &sql) const { Run(paths_.MainDatabase, sql); }

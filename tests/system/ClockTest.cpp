@@ -2,6 +2,7 @@
 
 #include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
+#include "support/CloudRequests.h"
 #include "support/Faults.h"
 #include "support/Files.h"
 #include "support/ManagementClient.h"
@@ -26,22 +27,17 @@ class Clock : public ::testing::Test
 protected:
     Clock() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
 
-    /// Waits until the cloud server has received `count` heartheartbeats.
-    bool WaitForHeartheartbeats(std::size_t count)
+    /// Waits until the cloud server has received `count` heartbeats.
+    bool WaitForHeartbeats(std::size_t count)
     {
-        return WaitUntil(
-            [&] {
-                static_cast<void>(agent_.Log());
-                return server_.Count("HeartBeat?") >= count;
-            },
-            kRestarted);
+        return WaitForRequests(server_, agent_, "HeartBeat?", count, kRestarted);
     }
 
     void SetBack() { faults_.SetClock(-kHour); }
     void SetForward() { faults_.SetClock(kHour); }
 
     Faults faults_;
-    TestPanel panel_{{}, true};
+    TestPanel panel_{{}, TestPanel::Cloud::Enabled};
     simulator::CloudServer server_;
     Agent agent_{faults_.Preloaded()};
 };
@@ -74,18 +70,18 @@ TEST_F(Clock, ActiveSessionStaysOpenAfterClockIsSetBack)
     }
 }
 
-TEST_F(Clock, CloudHeartheartbeatsContinueAfterClockIsSetBack)
+TEST_F(Clock, CloudHeartbeatsContinueAfterClockIsSetBack)
 {
-    ASSERT_TRUE(WaitForHeartheartbeats(2));
+    ASSERT_TRUE(WaitForHeartbeats(2));
     SetBack();
-    EXPECT_TRUE(WaitForHeartheartbeats(server_.Count("HeartBeat?") + 3));
+    EXPECT_TRUE(WaitForHeartbeats(server_.Count("HeartBeat?") + 3));
 }
 
-TEST_F(Clock, CloudHeartheartbeatsContinueAfterClockIsSetForward)
+TEST_F(Clock, CloudHeartbeatsContinueAfterClockIsSetForward)
 {
-    ASSERT_TRUE(WaitForHeartheartbeats(2));
+    ASSERT_TRUE(WaitForHeartbeats(2));
     SetForward();
-    EXPECT_TRUE(WaitForHeartheartbeats(server_.Count("HeartBeat?") + 3));
+    EXPECT_TRUE(WaitForHeartbeats(server_.Count("HeartBeat?") + 3));
 }
 
 TEST_F(Clock, RegistrationIsRetriedAfterClockIsSetBack)
@@ -107,19 +103,19 @@ TEST_F(Clock, SessionsEndAndNewOnesAreServedAfterClockIsSetForward)
     EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
 }
 
-TEST_F(Clock, SessionsAndHeartheartbeatsContinueAfterClockIsSetForwardAndBack)
+TEST_F(Clock, SessionsAndHeartbeatsContinueAfterClockIsSetForwardAndBack)
 {
     ManagementClient client = LoggedIn();
     SetForward();
     EXPECT_TRUE(client.IsClosedByPeer());
     ManagementClient silent = LoggedIn();
-    ASSERT_TRUE(WaitForHeartheartbeats(1));
+    ASSERT_TRUE(WaitForHeartbeats(1));
     const std::size_t heartbeats = server_.Count("HeartBeat?");
     faults_.SetClock(0);
     ManagementClient next = LoggedIn();
     EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
     EXPECT_TRUE(silent.IsClosedByPeer(kRestarted));
-    EXPECT_TRUE(WaitForHeartheartbeats(heartbeats + 2));
+    EXPECT_TRUE(WaitForHeartbeats(heartbeats + 2));
 }
 
 TEST_F(Clock, LogShowsNewTimeAfterClockIsSetForward)

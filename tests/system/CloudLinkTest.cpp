@@ -1,10 +1,13 @@
-// Registration and heartbeat: the agent and a cloud server that behaves as each test wants.
+// Registration and heartbeats of the cloud link, with a cloud server that each test configures.
 
 #include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
+#include "support/CloudRequests.h"
 #include "support/Files.h"
 #include "support/TestPanel.h"
+#include "support/TestSocket.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,13 +21,14 @@
 #include <thread>
 #include <vector>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace nimbra::test {
 
 namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::Field;
+using ::testing::IsEmpty;
 
 using simulator::CloudServer;
 using simulator::Reply;
@@ -46,11 +50,11 @@ std::string Registration(const std::string &stunAddress, const std::string &stun
 
 bool IsRegistration(const std::string &request)
 {
-    return request.rfind("SetDeviceInfo?", 0) == 0;
+    return request.starts_with("SetDeviceInfo?");
 }
 
-/// The first requests: registrations as they came, and for each heartbeat that word.
-std::vector<std::string> Course(const CloudServer &server, std::size_t count)
+/// The first `count` requests: registrations as they were received, "heartbeat" for each heartbeat.
+std::vector<std::string> FirstRequests(const CloudServer &server, std::size_t count)
 {
     std::vector<std::string> lines;
     for (const Request &request : server.Requests())
@@ -59,14 +63,14 @@ std::vector<std::string> Course(const CloudServer &server, std::size_t count)
     return lines;
 }
 
-/// The seconds between each request of one kind and the next.
+/// The seconds between each request that starts with `word` and the next.
 std::vector<double> Gaps(const CloudServer &server, const std::string &word)
 {
     std::vector<double> gaps;
     const Request *last = nullptr;
     const std::vector<Request> requests = server.Requests();
     for (const Request &request : requests) {
-        if (request.Line.rfind(word, 0) != 0)
+        if (!request.Line.starts_with(word))
             continue;
         if (last != nullptr)
             gaps.push_back(std::chrono::duration<double>(request.Time - last->Time).count());
@@ -75,7 +79,7 @@ std::vector<double> Gaps(const CloudServer &server, const std::string &word)
     return gaps;
 }
 
-/// Main, accept, reaper and discovery.
+/// The threads main, accept, reaper and discovery.
 constexpr std::size_t kThreadsWithoutLink = 4;
 
 class CloudLink : public ::testing::Test
@@ -83,62 +87,57 @@ class CloudLink : public ::testing::Test
 protected:
     CloudLink() { NameHost("127.0.0.1", kHost); }
 
-    void StartServer() { server = std::make_unique<CloudServer>(); }
-    void StartAgent() { agent = std::make_unique<Agent>(); }
+    void StartServer() { server_ = std::make_unique<CloudServer>(); }
+    void StartAgent() { agent_ = std::make_unique<Agent>(); }
     [[nodiscard]] bool WaitForRequests(const std::string &word, std::size_t count,
                                        milliseconds limit = seconds(60))
     {
-        return WaitUntil(
-            [&] {
-                static_cast<void>(agent->Log());
-                return server->Count(word) >= count;
-            },
-            limit);
+        return test::WaitForRequests(*server_, *agent_, word, count, limit);
     }
-    /// The thread of the link ends, and not only because the others have yet to start.
+    /// Waits until the link thread has ended. The pause lets all threads start first.
     void ExpectNoLink() const
     {
         std::this_thread::sleep_for(seconds(3));
-        EXPECT_TRUE(WaitUntil([this] { return agent->Threads() == kThreadsWithoutLink; }));
-        EXPECT_TRUE(server->Requests().empty());
+        EXPECT_TRUE(WaitUntil([this] { return agent_->Threads() == kThreadsWithoutLink; }));
+        EXPECT_THAT(server_->Requests(), IsEmpty());
     }
     [[nodiscard]] long CloudTime(const std::string &column) const
     {
-        return std::stol(panel.Value("SELECT IFNULL(" + column + ", 0) FROM Cloud"));
+        return std::stol(panel_.Value("SELECT IFNULL(" + column + ", 0) FROM Cloud"));
     }
 
-    TestPanel panel{{}, true};
-    /// Counted by the answers that differ from time to time; here, and not in the tests, since the
-    /// server may still be answering when a test's own variables are gone.
-    std::atomic<unsigned> answered = 0;
-    std::unique_ptr<CloudServer> server;
-    std::unique_ptr<Agent> agent;
+    TestPanel panel_{{}, TestPanel::Cloud::Enabled};
+    /// The answers given so far, for tests that count. A member, because the server may still
+    /// answer after a test's local variables are destroyed.
+    std::atomic<unsigned> answered_ = 0;
+    std::unique_ptr<CloudServer> server_;
+    std::unique_ptr<Agent> agent_;
 };
 
-TEST_F(CloudLink, RegistersThePanelAndThenSendsHeartbeats)
+TEST_F(CloudLink, RegistersPanelAndThenSendsHeartbeats)
 {
-    panel.Run("UPDATE Cloud SET StartTime=0, CheckTime=0");
+    panel_.Run("UPDATE Cloud SET StartTime=0, CheckTime=0");
     const std::time_t before = std::time(nullptr);
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
-    EXPECT_EQ(server->Requests()[0].Line, Registration("127.0.0.1", "0"));
-    EXPECT_EQ(server->Requests()[1].Line, "HeartBeat?DeviceNo=7");
-    EXPECT_LT(server->Requests()[1].Time - server->Requests()[0].Time, milliseconds(2500));
+    EXPECT_EQ(server_->Requests()[0].Line, Registration("127.0.0.1", "0"));
+    EXPECT_EQ(server_->Requests()[1].Line, "HeartBeat?DeviceNo=7");
+    EXPECT_LT(server_->Requests()[1].Time - server_->Requests()[0].Time, milliseconds(2500));
     EXPECT_TRUE(WaitUntil([&] { return CloudTime("CheckTime") >= before; }));
     EXPECT_GE(CloudTime("StartTime"), before);
     EXPECT_LE(CloudTime("StartTime"), std::time(nullptr));
 }
 
-TEST_F(CloudLink, SendsAHeartbeatEveryThreeSeconds)
+TEST_F(CloudLink, SendsHeartbeatEvery3Seconds)
 {
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 6));
-    const std::vector<double> gaps = Gaps(*server, "HeartBeat?");
+    const std::vector<double> gaps = Gaps(*server_, "HeartBeat?");
     double sum = 0;
     for (const double gap : gaps) {
-        // At least 3 on the clock of whole seconds, seen every second.
+        // At least 3 seconds of a clock that counts whole seconds.
         EXPECT_GT(gap, 2);
         EXPECT_LT(gap, 5);
         sum += gap;
@@ -146,488 +145,463 @@ TEST_F(CloudLink, SendsAHeartbeatEveryThreeSeconds)
     EXPECT_NEAR(sum / static_cast<double>(gaps.size()), 3, 1);
 }
 
-TEST_F(CloudLink, WritesTheCheckTimeOnceAMinute)
+TEST_F(CloudLink, WritesCheckTimeOnceAMinute)
 {
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
     const Stopwatch watch;
-    panel.Run("UPDATE Cloud SET CheckTime=0");
+    panel_.Run("UPDATE Cloud SET CheckTime=0");
     ASSERT_TRUE(WaitUntil([&] { return CloudTime("CheckTime") != 0; }, seconds(75)));
     EXPECT_GT(watch.Seconds(), 50);
     EXPECT_LT(watch.Seconds(), 68);
 }
 
-TEST_F(CloudLink, WritesNoTimesBeforeItIsRegistered)
+TEST_F(CloudLink, WritesNoTimesBeforeRegistration)
 {
-    panel.Run("UPDATE Cloud SET StartTime=0, CheckTime=0");
+    panel_.Run("UPDATE Cloud SET StartTime=0, CheckTime=0");
     StartServer();
-    server->SetAnswer([](const std::string &) {
-        return Reply{"SetDeviceInfoResponse?Result=5\n", {}, false};
-    });
+    server_->SetAnswer(
+        [](const std::string &) { return Reply{.Text = "SetDeviceInfoResponse?Result=5\n"}; });
     StartAgent();
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "Result Error: 5"));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", "Result Error: 5"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
     EXPECT_EQ(CloudTime("StartTime"), 0);
     EXPECT_EQ(CloudTime("CheckTime"), 0);
 }
 
-TEST_F(CloudLink, TriesToRegisterEvery30SecondsAndKeepsANumberGivenWithARefusal)
+TEST_F(CloudLink, RetriesRegistrationEvery30SecondsAndKeepsNumberOfRefusal)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (!IsRegistration(request))
-            return server->GoodAnswer(request);
-        return Reply{++answered == 1 ? "SetDeviceInfoResponse?DeviceNo=5\n"
-                                     : "SetDeviceInfoResponse?Result=0\n",
-                     {},
-                     false};
+            return server_->GoodAnswer(request);
+        return Reply{.Text = ++answered_ == 1 ? "SetDeviceInfoResponse?DeviceNo=5\n"
+                                              : "SetDeviceInfoResponse?Result=0\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "Result Error: -1"));
-    EXPECT_EQ(server->Requests()[2].Line, "HeartBeat?DeviceNo=5");
-    const std::vector<double> gaps = Gaps(*server, "SetDeviceInfo?");
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", "Result Error: -1"));
+    EXPECT_EQ(server_->Requests()[2].Line, "HeartBeat?DeviceNo=5");
+    const std::vector<double> gaps = Gaps(*server_, "SetDeviceInfo?");
     ASSERT_EQ(gaps.size(), 1U);
     EXPECT_GT(gaps[0], 28.5);
     EXPECT_LT(gaps[0], 34);
 }
 
-TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowHaveFailed)
+TEST_F(CloudLink, RegistersAgainAfter10ConsecutiveFailedHeartbeats)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        return IsRegistration(request) ? server->GoodAnswer(request)
-                                       : Reply{"HeartBeatResponse?Result=3\n", {}, false};
+    server_->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server_->GoodAnswer(request)
+                                       : Reply{.Text = "HeartBeatResponse?Result=3\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
-    panel.Run("UPDATE Cloud SET StartTime=0");
+    panel_.Run("UPDATE Cloud SET StartTime=0");
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
-    // The link goes on at once after it, so the requests are counted up to there.
-    const std::vector<Request> requests = server->Requests();
+    // Heartbeats follow the registration at once, so only the requests up to it are counted.
+    const std::vector<Request> requests = server_->Requests();
     ASSERT_GT(requests.size(), 11U);
     for (std::size_t i = 1; i <= 10; ++i)
         EXPECT_EQ(requests[i].Line, "HeartBeat?DeviceNo=7");
     EXPECT_EQ(requests[11].Line, Registration("127.0.0.1", "0"));
     EXPECT_LT(requests[11].Time - requests[10].Time, seconds(8));
     EXPECT_TRUE(WaitUntil([this] { return CloudTime("StartTime") != 0; }));
-    EXPECT_GE(agent->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
-    EXPECT_GE(agent->CountMessages(kSource, "HeartBeat", "Result Error: 3"), 10U);
+    EXPECT_GE(agent_->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
+    EXPECT_GE(agent_->CountMessages(kSource, "HeartBeat", "Result Error: 3"), 10U);
 }
 
-TEST_F(CloudLink, RegistersAgainAfterTenHeartbeatsInARowThatAreNeverAnswered)
+TEST_F(CloudLink, RegistersAgainAfter10ConsecutiveUnansweredHeartbeats)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        return IsRegistration(request) ? server->GoodAnswer(request) : Reply{};
+    server_->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server_->GoodAnswer(request) : Reply{};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2, seconds(120)));
-    const std::vector<Request> requests = server->Requests();
+    const std::vector<Request> requests = server_->Requests();
     ASSERT_GT(requests.size(), 11U);
     for (std::size_t i = 1; i <= 10; ++i)
         EXPECT_EQ(requests[i].Line, "HeartBeat?DeviceNo=7");
     EXPECT_EQ(requests[11].Line, Registration("127.0.0.1", "0"));
     // Each takes its five seconds.
     EXPECT_GE(requests[11].Time - requests[1].Time, seconds(40));
-    EXPECT_EQ(agent->CountMessages(kSource, "HeartBeat", "RecvMessage fail"), 10U);
-    EXPECT_EQ(agent->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
+    EXPECT_EQ(agent_->CountMessages(kSource, "HeartBeat", "RecvMessage fail"), 10U);
+    EXPECT_EQ(agent_->CountMessages(kSource, "Process", "Heartbeat fail"), 10U);
 }
 
-TEST_F(CloudLink, CountsOnlyFailuresInARowAndWritesTheCheckTimeOfASuccess)
+TEST_F(CloudLink, CountsConsecutiveFailuresOnlyAndWritesCheckTimeOfSuccess)
 {
-    panel.Run("UPDATE Cloud SET CheckTime=0");
+    panel_.Run("UPDATE Cloud SET CheckTime=0");
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        if (IsRegistration(request) || ++answered % 10 == 0)
-            return server->GoodAnswer(request);
-        return Reply{"HeartBeatResponse?Result=3\n", {}, false};
+    server_->SetAnswer([&](const std::string &request) {
+        if (IsRegistration(request) || ++answered_ % 10 == 0)
+            return server_->GoodAnswer(request);
+        return Reply{.Text = "HeartBeatResponse?Result=3\n"};
     });
     StartAgent();
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail", 5, seconds(60)));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "Heartbeat fail", 5, seconds(60)));
     EXPECT_EQ(CloudTime("CheckTime"), 0);
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail", 11, seconds(60)));
-    EXPECT_EQ(server->Count("SetDeviceInfo?"), 1U);
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "Heartbeat fail", 11, seconds(60)));
+    EXPECT_EQ(server_->Count("SetDeviceInfo?"), 1U);
     EXPECT_NE(CloudTime("CheckTime"), 0);
 }
 
-TEST_F(CloudLink, WaitsFiveSecondsForAServerThatNeverAnswers)
+TEST_F(CloudLink, WaitsAtMost5SecondsForReply)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        return IsRegistration(request) ? server->GoodAnswer(request) : Reply{};
+    server_->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server_->GoodAnswer(request) : Reply{};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 4));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "HeartBeat", "RecvMessage fail", 3));
-    for (const double gap : Gaps(*server, "HeartBeat?")) {
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "HeartBeat", "RecvMessage fail", 3));
+    for (const double gap : Gaps(*server_, "HeartBeat?")) {
         EXPECT_GT(gap, 4);
         EXPECT_LT(gap, 9);
     }
 }
 
-/// One way to answer a heartbeat and what the agent logs of it.
-struct Manner
+/// A reply of the server and the message that the agent logs.
+struct ReplyCase
 {
     const char *Name;
     Reply Answer;
-    const char *Message; ///< of HeartBeat; empty when the heartbeat succeeds
+    const char *Message; ///< empty if the request succeeds
 };
 
-void PrintTo(const Manner &manner, std::ostream *out)
+void PrintTo(const ReplyCase &reply, std::ostream *out)
 {
-    *out << manner.Name;
+    *out << reply.Name;
 }
 
-class ServerManners : public CloudLink, public ::testing::WithParamInterface<Manner>
+class HeartbeatReply : public CloudLink, public ::testing::WithParamInterface<ReplyCase>
 {};
 
-TEST_P(ServerManners, AreAnsweredWithTheRightMessage)
+TEST_P(HeartbeatReply, IsAcceptedOrLoggedWithItsMessage)
 {
-    const Manner &manner = GetParam();
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        return IsRegistration(request) ? server->GoodAnswer(request) : manner.Answer;
+    server_->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server_->GoodAnswer(request) : GetParam().Answer;
     });
     StartAgent();
-    if (*manner.Message == '\0') {
+    if (*GetParam().Message == '\0') {
         ASSERT_TRUE(WaitForRequests("HeartBeat?", 3));
-        EXPECT_EQ(agent->CountInLog("Heartbeat fail"), 0U);
+        EXPECT_EQ(agent_->CountInLog("Heartbeat fail"), 0U);
     } else {
-        EXPECT_TRUE(agent->WaitForMessage(kSource, "HeartBeat", manner.Message));
-        EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail"));
+        EXPECT_TRUE(agent_->WaitForMessage(kSource, "HeartBeat", GetParam().Message));
+        EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "Heartbeat fail"));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, ServerManners,
+    Each, HeartbeatReply,
     ::testing::Values(
-        Manner{"Late", {"HeartBeatResponse?Result=0\n", seconds(3), false}, ""},
-        Manner{"TooLate", {"HeartBeatResponse?Result=0\n", seconds(7), false}, "RecvMessage fail"},
-        Manner{"ClosingEarly", {"", {}, true}, "RecvMessage fail"},
-        Manner{"HalfALine", {"HeartBeatResponse?Res", {}, true}, "RecvMessage fail"},
-        Manner{"Garbage", {"\x01\xff&&==?=&\n", {}, false}, "Invalid Command"},
-        Manner{"EmptyLine", {"\n", {}, false}, "Invalid Command"},
-        Manner{"Oversized", {std::string(5000, 'x') + "\n", {}, false}, "RecvMessage fail"},
-        Manner{"LongestLine",
-               {"HeartBeatResponse?Result=0&LinkType=0&LinkAddr=" + std::string(975, 'a') + "\n",
-                {},
-                false},
-               ""},
-        Manner{"WrongWord", {"SetDeviceInfoResponse?Result=0\n", {}, false}, "Invalid Command"},
-        Manner{"WordWithTail", {"HeartBeatResponses?Result=0\n", {}, false}, "Invalid Command"},
-        Manner{"NoResult", {"HeartBeatResponse?DeviceNo=7\n", {}, false}, "Result Error: -1"},
-        Manner{"NoKeys", {"HeartBeatResponse\n", {}, false}, "Result Error: -1"},
-        Manner{"BadResult", {"HeartBeatResponse?Result=9\n", {}, false}, "Result Error: 9"},
-        Manner{"LastResultCounts", {"HeartBeatResponse?Result=9&Result=0\n", {}, false}, ""},
-        Manner{"AnyCase", {"heartbeatresponse?result=0\n", {}, false}, ""},
-        Manner{"MoreLines", {"HeartBeatResponse?Result=0\nand more\n", {}, false}, ""}),
+        ReplyCase{"Late", {.Text = "HeartBeatResponse?Result=0\n", .Delay = seconds(3)}, ""},
+        ReplyCase{"Overdue",
+                  {.Text = "HeartBeatResponse?Result=0\n", .Delay = seconds(7)},
+                  "RecvMessage fail"},
+        ReplyCase{"ConnectionClosed", {.Text = "", .Close = true}, "RecvMessage fail"},
+        ReplyCase{"Garbage", {.Text = "\x01\xff&&==?=&\n"}, "Invalid Command"},
+        ReplyCase{"Oversized", {.Text = std::string(5000, 'x') + "\n"}, "RecvMessage fail"},
+        ReplyCase{"LongestLine",
+                  {.Text = "HeartBeatResponse?Result=0&LinkType=0&LinkAddr=" +
+                           std::string(975, 'a') + "\n"},
+                  ""},
+        ReplyCase{"WrongWord", {.Text = "SetDeviceInfoResponse?Result=0\n"}, "Invalid Command"},
+        ReplyCase{"LongerWord", {.Text = "HeartBeatResponses?Result=0\n"}, "Invalid Command"},
+        ReplyCase{"NoResult", {.Text = "HeartBeatResponse?DeviceNo=7\n"}, "Result Error: -1"},
+        ReplyCase{"NoKeys", {.Text = "HeartBeatResponse\n"}, "Result Error: -1"},
+        ReplyCase{"BadResult", {.Text = "HeartBeatResponse?Result=9\n"}, "Result Error: 9"},
+        ReplyCase{"SeveralLines", {.Text = "HeartBeatResponse?Result=0\nand more\n"}, ""}),
     [](const auto &test) { return std::string(test.param.Name); });
 
-class RegistrationManners : public CloudLink, public ::testing::WithParamInterface<Manner>
+class RegistrationReply : public CloudLink, public ::testing::WithParamInterface<ReplyCase>
 {};
 
-TEST_P(RegistrationManners, AreRefusedWithTheRightMessage)
+TEST_P(RegistrationReply, IsRefusedWithItsMessage)
 {
     StartServer();
-    server->SetAnswer([](const std::string &) { return GetParam().Answer; });
+    server_->SetAnswer([](const std::string &) { return GetParam().Answer; });
     StartAgent();
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", GetParam().Message));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", GetParam().Message));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
     std::this_thread::sleep_for(seconds(2));
-    EXPECT_EQ(server->Requests().size(), 1U);
+    EXPECT_EQ(server_->Requests().size(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, RegistrationManners,
+    Each, RegistrationReply,
     ::testing::Values(
-        Manner{"ClosingEarly", {"", {}, true}, "RecvMessage fail"},
-        Manner{"WrongWord", {"HeartBeatResponse?Result=0\n", {}, false}, "Invalid Command"},
-        Manner{"NoResult", {"SetDeviceInfoResponse?DeviceNo=7\n", {}, false}, "Result Error: -1"},
-        Manner{"BadResult", {"SetDeviceInfoResponse?Result=9\n", {}, false}, "Result Error: 9"}),
+        ReplyCase{"ConnectionClosed", {.Text = "", .Close = true}, "RecvMessage fail"},
+        ReplyCase{"WrongWord", {.Text = "HeartBeatResponse?Result=0\n"}, "Invalid Command"},
+        ReplyCase{"NoResult", {.Text = "SetDeviceInfoResponse?DeviceNo=7\n"}, "Result Error: -1"},
+        ReplyCase{"BadResult", {.Text = "SetDeviceInfoResponse?Result=9\n"}, "Result Error: 9"}),
     [](const auto &test) { return std::string(test.param.Name); });
 
-TEST_F(CloudLink, LogsKeysThatItDoesNotKnowAndGoesOn)
+TEST_F(CloudLink, LogsUnknownKeysAndContinues)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        Reply reply = server->GoodAnswer(request);
+    server_->SetAnswer([&](const std::string &request) {
+        Reply reply = server_->GoodAnswer(request);
         reply.Text.insert(reply.Text.size() - 1, "&Colour=blue");
         return reply;
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "Invalid Token: Colour"));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "HeartBeat", "Invalid Token: Colour"));
-    EXPECT_EQ(agent->CountInLog("fail"), 0U);
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", "Invalid Token: Colour"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "HeartBeat", "Invalid Token: Colour"));
+    EXPECT_EQ(agent_->CountInLog("fail"), 0U);
 }
 
-TEST_F(CloudLink, KeepsItsNumberWhateverAHeartbeatReplySays)
+TEST_F(CloudLink, KeepsDeviceNumberWhenHeartbeatReplyNamesAnother)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        return IsRegistration(request)
-                   ? server->GoodAnswer(request)
-                   : Reply{"HeartBeatResponse?Result=0&DeviceNo=99\n", {}, false};
+    server_->SetAnswer([&](const std::string &request) {
+        return IsRegistration(request) ? server_->GoodAnswer(request)
+                                       : Reply{.Text = "HeartBeatResponse?Result=0&DeviceNo=99\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?DeviceNo=7", 3));
-    EXPECT_EQ(server->Count("HeartBeat?DeviceNo=99"), 0U);
+    EXPECT_EQ(server_->Count("HeartBeat?DeviceNo=99"), 0U);
 }
 
-TEST_F(CloudLink, TakesItsNumberFromEveryReplyToARegistration)
+TEST_F(CloudLink, TakesDeviceNumberFromEveryRegistrationReply)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (!IsRegistration(request))
-            return Reply{
-                "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n", {}, false};
-        return Reply{++answered == 1 ? "SetDeviceInfoResponse?Result=0\n"
-                                     : "SetDeviceInfoResponse?Result=0&DeviceNo=8\n",
-                     {},
-                     false};
+            return Reply{.Text = "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n"};
+        return Reply{.Text = ++answered_ == 1 ? "SetDeviceInfoResponse?Result=0\n"
+                                              : "SetDeviceInfoResponse?Result=0&DeviceNo=8\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?DeviceNo=8", 1));
-    EXPECT_EQ(server->Requests()[1].Line, "HeartBeat?DeviceNo=0");
-    EXPECT_EQ(answered, 2U);
+    EXPECT_EQ(server_->Requests()[1].Line, "HeartBeat?DeviceNo=0");
+    EXPECT_EQ(answered_, 2U);
 }
 
-TEST_F(CloudLink, LeavesTheAddressOfAnOrderedSessionOutOfItsPublicPort)
+TEST_F(CloudLink, IgnoresAddressOfOrderedSessionForPublicPort)
 {
     StartServer();
     static constexpr std::array kReplies = {"LinkType=0&LinkAddr=203.0.113.1&LinkPort=4000",
                                             "LinkType=1&LinkAddr=127.0.0.1&LinkPort=9510",
                                             "LinkType=0&LinkAddr=203.0.113.2&LinkPort=4000"};
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
-            return server->GoodAnswer(request);
-        const std::size_t i = std::min<std::size_t>(answered++, kReplies.size() - 1);
-        return Reply{std::string("HeartBeatResponse?Result=0&") + kReplies[i] + "\n", {}, false};
+            return server_->GoodAnswer(request);
+        const std::size_t i = std::min<std::size_t>(answered_++, kReplies.size() - 1);
+        return Reply{.Text = std::string("HeartBeatResponse?Result=0&") + kReplies[i] + "\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", kReplies.size() + 1));
-    EXPECT_EQ(
-        Course(*server, 6),
-        (std::vector<std::string>{Registration("127.0.0.1", "0"), "heartbeat", "heartbeat",
-                                  "heartbeat", Registration("203.0.113.2", "4000"), "heartbeat"}));
+    EXPECT_THAT(FirstRequests(*server_, 6),
+                ElementsAre(Registration("127.0.0.1", "0"), "heartbeat", "heartbeat", "heartbeat",
+                            Registration("203.0.113.2", "4000"), "heartbeat"));
 }
 
-TEST_F(CloudLink, ReportsAPublicPortWhenTwoRepliesAgreeAndWithdrawsItWhenItChanges)
+TEST_F(CloudLink, ReportsPublicPortAfter2EqualRepliesAndWithdrawsItOnChange)
 {
     StartServer();
     static constexpr std::array kPorts = {"4000", "4000", "4000", "4001", "4002"};
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
-            return server->GoodAnswer(request);
-        const std::size_t i = std::min<std::size_t>(answered++, kPorts.size() - 1);
-        return Reply{"HeartBeatResponse?Result=0&LinkType=0&LinkAddr=203.0.113." +
-                         std::to_string(i) + "&LinkPort=" + kPorts[i] + "\n",
-                     {},
-                     false};
+            return server_->GoodAnswer(request);
+        const std::size_t i = std::min<std::size_t>(answered_++, kPorts.size() - 1);
+        return Reply{.Text = "HeartBeatResponse?Result=0&LinkType=0&LinkAddr=203.0.113." +
+                             std::to_string(i) + "&LinkPort=" + kPorts[i] + "\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 1));
-    // A report is no registration: it writes no time, and tells what was true at the start.
-    panel.Run("UPDATE Cloud SET StartTime=0, DevicePort=9001");
-    TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET IPAddress='192.168.77.11'");
-    // One more heartbeat than replies, so that the last of them has had its effect.
+    // A report is not a registration: it writes no time and holds the settings of the start.
+    panel_.Run("UPDATE Cloud SET StartTime=0, DevicePort=9001");
+    TestPanel::Run(panel_.Paths().NetworkDatabase, "UPDATE Network SET IPAddress='192.168.77.11'");
+    // One more heartbeat than replies, so that the last reply has taken effect.
     ASSERT_TRUE(WaitForRequests("HeartBeat?", kPorts.size() + 1));
-    EXPECT_EQ(Course(*server, 8), (std::vector<std::string>{
-                                      Registration("127.0.0.1", "0"), "heartbeat", "heartbeat",
-                                      Registration("203.0.113.1", "4000"), "heartbeat", "heartbeat",
-                                      Registration("203.0.113.3", "0"), "heartbeat"}));
+    EXPECT_THAT(FirstRequests(*server_, 8),
+                ElementsAre(Registration("127.0.0.1", "0"), "heartbeat", "heartbeat",
+                            Registration("203.0.113.1", "4000"), "heartbeat", "heartbeat",
+                            Registration("203.0.113.3", "0"), "heartbeat"));
     EXPECT_EQ(CloudTime("StartTime"), 0);
 }
 
-TEST_F(CloudLink, TakesAReplyWithoutALinkTypeAsOneThatSeesNoAddress)
+TEST_F(CloudLink, TreatsReplyWithoutLinkTypeAsReplyWithoutAddress)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
-            return server->GoodAnswer(request);
-        // The address of the third reply is gone when its change of port is reported.
-        return Reply{++answered < 3
-                         ? "HeartBeatResponse?Result=0&LinkAddr=203.0.113.9&LinkPort=4000\n"
-                         : "HeartBeatResponse?Result=0&DeviceNo=7\n",
-                     {},
-                     false};
+            return server_->GoodAnswer(request);
+        // The third reply has no address, so its change of port is reported without one.
+        return Reply{.Text = ++answered_ < 3
+                                 ? "HeartBeatResponse?Result=0&LinkAddr=203.0.113.9&LinkPort=4000\n"
+                                 : "HeartBeatResponse?Result=0&DeviceNo=7\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 3));
     std::vector<std::string> registrations;
-    for (const Request &request : server->Requests())
+    for (const Request &request : server_->Requests())
         if (IsRegistration(request.Line))
             registrations.push_back(request.Line);
     EXPECT_EQ(registrations[1], Registration("203.0.113.9", "4000"));
     EXPECT_EQ(registrations[2], Registration("", "0"));
 }
 
-TEST_F(CloudLink, RemembersThePublicPortWhenItRegistersAgain)
+TEST_F(CloudLink, KeepsPublicPortWhenRegisteringAgain)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        const bool isFailing = ++answered > 2 && answered <= 13;
+    server_->SetAnswer([&](const std::string &request) {
+        const bool isFailing = ++answered_ > 2 && answered_ <= 13;
         if (IsRegistration(request)) {
-            --answered;
-            return server->GoodAnswer(request);
+            --answered_;
+            return server_->GoodAnswer(request);
         }
-        return Reply{isFailing ? "HeartBeatResponse?Result=1\n"
-                               : "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n",
-                     {},
-                     false};
+        return Reply{
+            .Text = isFailing ? "HeartBeatResponse?Result=1\n"
+                              : "HeartBeatResponse?Result=0&LinkAddr=203.0.113.5&LinkPort=4000\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 16, seconds(90)));
     std::vector<std::string> registrations;
-    for (const Request &request : server->Requests())
+    for (const Request &request : server_->Requests())
         if (IsRegistration(request.Line))
             registrations.push_back(request.Line);
-    // The port is reported once, and then again only by the registration after ten failures; the
-    // eleventh is the first of the next ten.
-    EXPECT_EQ(registrations, (std::vector<std::string>{Registration("127.0.0.1", "0"),
-                                                       Registration("203.0.113.5", "4000"),
-                                                       Registration("203.0.113.5", "4000")}));
+    // The port is reported once, and again only by the registration after ten failures. The
+    // eleventh failure is the first of the next ten.
+    EXPECT_THAT(registrations,
+                ElementsAre(Registration("127.0.0.1", "0"), Registration("203.0.113.5", "4000"),
+                            Registration("203.0.113.5", "4000")));
 }
 
-TEST_F(CloudLink, CutsAnAddressAt31Bytes)
+TEST_F(CloudLink, CutsAddressAt31Bytes)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         return IsRegistration(request)
-                   ? server->GoodAnswer(request)
-                   : Reply{"HeartBeatResponse?Result=0&LinkAddr=" + std::string(40, 'a') +
-                               "&LinkPort=4000\n",
-                           {},
-                           false};
+                   ? server_->GoodAnswer(request)
+                   : Reply{.Text = "HeartBeatResponse?Result=0&LinkAddr=" + std::string(40, 'a') +
+                                   "&LinkPort=4000\n"};
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 2));
-    const std::vector<Request> requests = server->Requests();
-    EXPECT_TRUE(std::any_of(requests.begin(), requests.end(), [](const Request &request) {
-        return request.Line == Registration(std::string(31, 'a'), "4000");
-    }));
+    const std::vector<Request> requests = server_->Requests();
+    EXPECT_THAT(requests,
+                Contains(Field(&Request::Line, Registration(std::string(31, 'a'), "4000"))));
 }
 
-TEST_F(CloudLink, GoesOnWhenItsTimesCannotBeWritten)
+TEST_F(CloudLink, ContinuesWhenTimesCannotBeWritten)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
+    server_->SetAnswer([&](const std::string &request) {
         if (IsRegistration(request))
-            panel.Run("DROP TABLE IF EXISTS Cloud");
-        return server->GoodAnswer(request);
+            panel_.Run("DROP TABLE IF EXISTS Cloud");
+        return server_->GoodAnswer(request);
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 3));
-    EXPECT_TRUE(agent->WaitForMessage("ConfigManager.cpp", "SetCommTime", "sqlite3_exec fail", 2));
-    EXPECT_EQ(agent->CountInLog("Heartbeat fail"), 0U);
+    EXPECT_TRUE(agent_->WaitForMessage("ConfigManager.cpp", "SetCommTime", "sqlite3_exec fail", 2));
+    EXPECT_EQ(agent_->CountInLog("Heartbeat fail"), 0U);
 }
 
-TEST_F(CloudLink, GoesOnWhenTheReportOfAPortFails)
+TEST_F(CloudLink, ContinuesWhenPortReportFails)
 {
     StartServer();
-    server->SetAnswer([&](const std::string &request) {
-        if (IsRegistration(request) && ++answered > 1)
-            return Reply{"SetDeviceInfoResponse?Result=1\n", {}, false};
-        return server->GoodAnswer(request);
+    server_->SetAnswer([&](const std::string &request) {
+        if (IsRegistration(request) && ++answered_ > 1)
+            return Reply{.Text = "SetDeviceInfoResponse?Result=1\n"};
+        return server_->GoodAnswer(request);
     });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 5));
-    EXPECT_EQ(answered, 2U);
-    EXPECT_EQ(agent->CountInLog("Process(): "), 0U);
+    EXPECT_EQ(answered_, 2U);
+    EXPECT_EQ(agent_->CountInLog("Process(): "), 0U);
 }
 
-TEST_F(CloudLink, NeverConnectsWhenItIsDisabled)
+TEST_F(CloudLink, DoesNotConnectWhenDisabled)
 {
-    panel.Run("UPDATE Cloud SET Enabled=0");
+    panel_.Run("UPDATE Cloud SET Enabled=0");
     StartServer();
     StartAgent();
     ExpectNoLink();
 }
 
-TEST_F(CloudLink, NeverConnectsForAPanelOfUnknownModel)
+TEST_F(CloudLink, DoesNotConnectForUnknownModel)
 {
-    TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET Model=5");
+    TestPanel::Run(panel_.Paths().NetworkDatabase, "UPDATE Network SET Model=5");
     StartServer();
     StartAgent();
     ExpectNoLink();
 }
 
-TEST_F(CloudLink, FindsAServerThatAppearsLater)
+TEST_F(CloudLink, ConnectsToServerThatStartsLater)
 {
     const Stopwatch watch;
     StartAgent();
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
-                                      std::string("connect fail ") + kHost + ":127.0.0.1:9500"));
-    // After its first second it tries for ten, which are those of a clock of whole seconds.
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "OpenSocket",
+                                       std::string("connect fail ") + kHost + ":127.0.0.1:9500"));
+    // After its first second it tries for ten seconds of a clock that counts whole seconds.
     EXPECT_GE(watch.Seconds(), 10);
     EXPECT_LT(watch.Seconds(), 16);
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
-    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == Agent::kDescriptorsAtRest; }));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(WaitUntil([this] { return agent_->Descriptors() == Agent::kDescriptorsAtRest; }));
     StartServer();
     EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
 }
 
-TEST_F(CloudLink, FindsAServerThatAppearsInTheMiddleOfAnAttempt)
+TEST_F(CloudLink, ConnectsToServerThatStartsDuringAttempt)
 {
     StartAgent();
     std::this_thread::sleep_for(seconds(5));
     StartServer();
     EXPECT_TRUE(WaitForRequests("HeartBeat?", 1));
-    EXPECT_EQ(agent->CountInLog("fail"), 0U);
+    EXPECT_EQ(agent_->CountInLog("fail"), 0U);
 }
 
-/// A host that lets nobody in and tells nobody so: the queue of its listener is full.
+/// A host that neither accepts nor refuses connections: the queue of its listener is full.
 class SilentHost
 {
 public:
     SilentHost()
     {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(9500);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const auto *where = reinterpret_cast<const sockaddr *>(&address);
-        EXPECT_EQ(bind(listener_.Get(), where, sizeof address), 0);
-        EXPECT_EQ(listen(listener_.Get(), 0), 0);
-        EXPECT_EQ(connect(waiting_.Get(), where, sizeof address), 0);
+        EXPECT_TRUE(listener_.Bind("127.0.0.1", 9500));
+        EXPECT_TRUE(listener_.Listen(0));
+        EXPECT_TRUE(waiting_.Connect("127.0.0.1", 9500));
     }
 
 private:
-    Descriptor listener_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    Descriptor waiting_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    TestSocket listener_;
+    TestSocket waiting_;
 };
 
-TEST_F(CloudLink, GivesAHostThatStaysSilentUpAfterTenSeconds)
+TEST_F(CloudLink, GivesUpSilentHostAfter10Seconds)
 {
     const SilentHost host;
     const Stopwatch watch;
     StartAgent();
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "OpenSocket",
-                                      std::string("connect fail ") + kHost + ":127.0.0.1:9500", 1,
-                                      seconds(60)));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "OpenSocket",
+                                       std::string("connect fail ") + kHost + ":127.0.0.1:9500", 1,
+                                       seconds(60)));
     EXPECT_GE(watch.Seconds(), 10);
     EXPECT_LT(watch.Seconds(), 16);
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
-    EXPECT_TRUE(WaitUntil([this] { return agent->Descriptors() == Agent::kDescriptorsAtRest; }));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "SetDeviceInfo", "OpenSocket fail"));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "SetDeviceInfo fail"));
+    EXPECT_TRUE(WaitUntil([this] { return agent_->Descriptors() == Agent::kDescriptorsAtRest; }));
 }
 
-TEST_F(CloudLink, ComesBackToAServerThatVanished)
+TEST_F(CloudLink, ReconnectsToRestartedServer)
 {
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
-    server.reset();
-    // The report of a port may come before the heartbeat, and take its ten seconds too.
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "HeartBeat", "OpenSocket fail", 1, seconds(60)));
-    EXPECT_TRUE(agent->WaitForMessage(kSource, "Process", "Heartbeat fail"));
+    server_.reset();
+    // The report of a port may be sent before the heartbeat, and takes ten seconds too.
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "HeartBeat", "OpenSocket fail", 1, seconds(60)));
+    EXPECT_TRUE(agent_->WaitForMessage(kSource, "Process", "Heartbeat fail"));
     StartServer();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
-    // One failure is no reason to register again: what may come is the report of a port.
-    EXPECT_EQ(server->Requests()[0].Line, "HeartBeat?DeviceNo=7");
+    // One failure does not cause a registration. A "SetDeviceInfo?" here is the report of a port.
+    EXPECT_EQ(server_->Requests()[0].Line, "HeartBeat?DeviceNo=7");
 }
 
 TEST_F(CloudLink, LeavesNoConnectionOpenBetweenExchanges)
@@ -635,27 +609,27 @@ TEST_F(CloudLink, LeavesNoConnectionOpenBetweenExchanges)
     StartServer();
     StartAgent();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 2));
-    // It may be taken in the middle of an exchange; one that each exchange leaves makes it four
-    // more.
-    const std::size_t descriptors = agent->Descriptors();
+    // The count may be taken during an exchange. If each exchange left one descriptor open, there
+    // would be four more.
+    const std::size_t descriptors = agent_->Descriptors();
     ASSERT_TRUE(WaitForRequests("HeartBeat?", 6));
-    EXPECT_TRUE(WaitUntil([&] { return agent->Descriptors() <= descriptors; }));
+    EXPECT_TRUE(WaitUntil([&] { return agent_->Descriptors() <= descriptors; }));
 }
 
-/// Where the agent has got to with its link when it is told to end.
-class EndOfLink : public CloudLink
+/// The end of the agent at different states of its link.
+class CloudLinkShutdown : public CloudLink
 {
 protected:
     void ExpectQuickEnd()
     {
         const Stopwatch watch;
-        EXPECT_EQ(agent->End(), 0);
-        // A second as a rule; a sanitizer on a busy machine takes its time at the end.
+        EXPECT_EQ(agent_->End(), 0);
+        // Usually one second; a sanitizer on a busy machine takes longer.
         EXPECT_LT(watch.Seconds(), 9);
     }
 };
 
-TEST_F(EndOfLink, IsQuickWhileTheNameIsLookedUp)
+TEST_F(CloudLinkShutdown, IsQuickDuringNameLookup)
 {
     WriteFile("/etc/hosts", "127.0.0.1 localhost\n");
     StartAgent();
@@ -663,26 +637,26 @@ TEST_F(EndOfLink, IsQuickWhileTheNameIsLookedUp)
     ExpectQuickEnd();
 }
 
-TEST_F(EndOfLink, IsQuickWhileAnAddressDoesNotAnswer)
+TEST_F(CloudLinkShutdown, IsQuickWhileAddressDoesNotAnswer)
 {
     // No host of the segment has this address.
     WriteFile("/etc/hosts", "192.168.77.99 cloud.nimbra.example\n");
     StartAgent();
     std::this_thread::sleep_for(seconds(3));
-    EXPECT_EQ(agent->CountInLog("fail"), 0U);
+    EXPECT_EQ(agent_->CountInLog("fail"), 0U);
     ExpectQuickEnd();
 }
 
-TEST_F(EndOfLink, IsQuickWhileTheServerOwesAReply)
+TEST_F(CloudLinkShutdown, IsQuickWhileReplyIsPending)
 {
     StartServer();
-    server->SetAnswer([](const std::string &) { return Reply{}; });
+    server_->SetAnswer([](const std::string &) { return Reply{}; });
     StartAgent();
     ASSERT_TRUE(WaitForRequests("SetDeviceInfo?", 1));
     ExpectQuickEnd();
 }
 
-TEST_F(EndOfLink, IsQuickBetweenTwoHeartbeats)
+TEST_F(CloudLinkShutdown, IsQuickBetweenHeartbeats)
 {
     StartServer();
     StartAgent();

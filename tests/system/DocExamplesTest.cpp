@@ -8,6 +8,7 @@
 #include "support/Files.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,6 +28,10 @@ static void PrintTo(const Example &example, std::ostream *out)
 
 namespace {
 
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
 /// The Info of a block whose panel is two hours ahead of UTC.
 constexpr char kAhead[] = "conversation UTC+2";
 
@@ -44,13 +49,13 @@ std::string NameOf(const ::testing::TestParamInfo<Example> &test)
     return test.param.Name;
 }
 
-/// The example with its last line of this beginning replaced; a beginning that no line has fails
-/// the test.
+/// The example with its last line that starts with `beginning` replaced. Fails the test if there is
+/// no such line.
 Example WithOther(Example example, const std::string &beginning, const std::string &line)
 {
-    const auto found = std::find_if(
-        example.Lines.rbegin(), example.Lines.rend(),
-        [&beginning](const std::string &text) { return text.rfind(beginning, 0) == 0; });
+    const auto found =
+        std::find_if(example.Lines.rbegin(), example.Lines.rend(),
+                     [&beginning](const std::string &text) { return text.starts_with(beginning); });
     if (found == example.Lines.rend())
         ADD_FAILURE() << "no such line: " << beginning;
     else
@@ -89,7 +94,7 @@ TEST(ExampleReader, FindsEachBlockWithItsHeadingAndLine)
     EXPECT_EQ(examples[0].Heading, "3. Local time, UTC");
     EXPECT_EQ(examples[0].Name, "LocalTimeUTC");
     EXPECT_EQ(examples[0].Line, 2);
-    EXPECT_EQ(examples[0].Lines, (std::vector<std::string>{"> a", "", "# no heading"}));
+    EXPECT_THAT(examples[0].Lines, ElementsAre("> a", "", "# no heading"));
     EXPECT_EQ(examples[1].Name, "GetDoorInfo");
     EXPECT_EQ(examples[2].Name, "GetDoorInfo") << "numbered apart from those of other words";
     EXPECT_EQ(examples[3].Name, "GetDoorInfo_2");
@@ -97,7 +102,7 @@ TEST(ExampleReader, FindsEachBlockWithItsHeadingAndLine)
     EXPECT_EQ(ExamplesOf(examples, "cloud").size(), 3U);
 }
 
-TEST(ExampleReader, MarksABlockThatIsNeverClosed)
+TEST(ExampleReader, MarksUnclosedBlock)
 {
     std::istringstream document("```cloud\n> a\n");
     const std::vector<Example> examples = ReadExamples(document);
@@ -105,21 +110,20 @@ TEST(ExampleReader, MarksABlockThatIsNeverClosed)
     EXPECT_EQ(examples[0].Info, "unclosed");
 }
 
-TEST(ExampleReader, FindsNothingInADocumentThatCannotBeRead)
+TEST(ExampleReader, FindsNothingInUnreadableDocument)
 {
     std::ifstream document("/no/such/file");
-    EXPECT_TRUE(ReadExamples(document).empty());
+    EXPECT_THAT(ReadExamples(document), IsEmpty());
 }
 
 // The document itself.
 
-TEST(ProtocolDocument, HasOnlyBlocksThatArePlayed)
+TEST(ProtocolDocument, HasOnlyKnownBlocks)
 {
     const std::set<std::string> known{
         "conversation", "conversation anonymous", kAhead, "cloud", "discovery", "python", "output"};
     for (const Example &example : Examples())
-        EXPECT_EQ(known.count(example.Info), 1U)
-            << "an unknown block: " << example.Info << " at " << ::testing::PrintToString(example);
+        EXPECT_THAT(known, Contains(example.Info)) << ::testing::PrintToString(example);
 }
 
 TEST(ProtocolDocument, HasExamplesOfEveryKind)
@@ -129,20 +133,20 @@ TEST(ProtocolDocument, HasExamplesOfEveryKind)
     EXPECT_EQ(ExamplesOf(Examples(), "python").size(), ExamplesOf(Examples(), "output").size());
 }
 
-TEST(ProtocolDocument, HasNoExampleThatExpectsNothing)
+TEST(ProtocolDocument, EachExampleExpectsSomething)
 {
     for (const Example &example : Examples()) {
         if (example.Info == "python" || example.Info == "output")
             continue;
         const bool expects = std::any_of(
             example.Lines.begin(), example.Lines.end(), [&example](const std::string &line) {
-                return line.rfind(example.Info == "cloud" ? '>' : '<', 0) == 0;
+                return line.starts_with(example.Info == "cloud" ? '>' : '<');
             });
         EXPECT_TRUE(expects) << ::testing::PrintToString(example);
     }
 }
 
-TEST(ProtocolDocument, ShowsEveryCommandUnderItsHeadingInAConversation)
+TEST(ProtocolDocument, ShowsEveryCommandInConversation)
 {
     // A command's heading is its word, as the links of the table of all commands need it.
     std::set<std::string> headings;
@@ -157,11 +161,11 @@ TEST(ProtocolDocument, ShowsEveryCommandUnderItsHeadingInAConversation)
         }
     for (const Example &example : ExamplesOf(Examples(), "conversation"))
         for (const std::string &line : example.Lines)
-            if (line.rfind("> ", 0) == 0)
+            if (line.starts_with("> "))
                 shown.insert(line.substr(2, line.find('?') - 2));
     EXPECT_EQ(headings.size(), 38U);
     for (const std::string &heading : headings)
-        EXPECT_EQ(shown.count(heading), 1U) << heading;
+        EXPECT_THAT(shown, Contains(heading));
 }
 
 /// The formats of responses and rows in the text (in backquotes, with "%d" and "%s") as patterns.
@@ -186,12 +190,12 @@ std::set<std::string> DocumentedLines()
     return patterns;
 }
 
-TEST(ProtocolDocument, ShowsEveryDocumentedResponseInAnExample)
+TEST(ProtocolDocument, ShowsEveryDocumentedResponseInExample)
 {
     std::set<std::string> answers;
     for (const Example &example : ExamplesOf(Examples(), "conversation"))
         for (const std::string &line : example.Lines)
-            if (line.rfind("< ", 0) == 0)
+            if (line.starts_with("< "))
                 answers.insert(line.substr(2));
     const std::set<std::string> documented = DocumentedLines();
     EXPECT_GT(documented.size(), 20U);
@@ -224,7 +228,7 @@ protected:
     Conversation() : ConversationPlayer(GetParam().Info) {}
 };
 
-TEST_P(Conversation, GoesAsWritten)
+TEST_P(Conversation, MatchesDocument)
 {
     EXPECT_EQ(Play(GetParam()), "");
 }
@@ -232,7 +236,7 @@ TEST_P(Conversation, GoesAsWritten)
 INSTANTIATE_TEST_SUITE_P(Protocol, Conversation,
                          ::testing::ValuesIn(ExamplesOf(Examples(), "conversation")), NameOf);
 
-TEST_F(ConversationPlayer, NoticesWhatIsNotAsWritten)
+TEST_F(ConversationPlayer, ReportsDeviations)
 {
     const Example example{"conversation", "", "", 1, {"> GetDoorLock?Port=2", "<3 GetDoorLock*"}};
     EXPECT_NE(Play(example), "") << "two lines too many";
@@ -243,7 +247,7 @@ TEST_F(ConversationPlayer, NoticesWhatIsNotAsWritten)
     EXPECT_EQ(Play(WithOther(example, "<", "< GetDoorLockResponse?Result=0&Status=1")), "");
 }
 
-TEST_F(ConversationPlayer, LogsInUnlessTheBlockSaysAnonymous)
+TEST_F(ConversationPlayer, LogsInUnlessBlockIsAnonymous)
 {
     Example example{"conversation", "", "", 1, {"> Heartbeat?", "< HeartbeatResponse?Result=0"}};
     EXPECT_EQ(Play(example), "");
@@ -258,33 +262,33 @@ class CloudExamplePlayer : public ::testing::Test
 protected:
     CloudExamplePlayer() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
 
-    TestPanel panel{{}, true};
-    CloudPlayer player;
-    Agent agent;
+    TestPanel panel_{{}, TestPanel::Cloud::Enabled};
+    CloudPlayer player_;
+    Agent agent_;
 };
 
 class CloudExample : public CloudExamplePlayer, public ::testing::WithParamInterface<Example>
 {};
 
-TEST_P(CloudExample, GoesAsWritten)
+TEST_P(CloudExample, MatchesDocument)
 {
-    EXPECT_EQ(player.Play(GetParam()), "");
+    EXPECT_EQ(player_.Play(GetParam()), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocol, CloudExample,
                          ::testing::ValuesIn(ExamplesOf(Examples(), "cloud")), NameOf);
 
-TEST_F(CloudExamplePlayer, NoticesARequestThatIsNotAsWritten)
+TEST_F(CloudExamplePlayer, ReportsUnexpectedRequest)
 {
-    EXPECT_NE(player.Play(WithOther(FirstOf("cloud"), "> HeartBeat?", "> HeartBeat?DeviceNo=8")),
+    EXPECT_NE(player_.Play(WithOther(FirstOf("cloud"), "> HeartBeat?", "> HeartBeat?DeviceNo=8")),
               "");
 }
 
-TEST_F(CloudExamplePlayer, NoticesALineThatTheAgentDoesNotSend)
+TEST_F(CloudExamplePlayer, ReportsMissingRequest)
 {
     Example example = FirstOf("cloud");
     example.Lines.emplace_back("> HeartBeat?DeviceNo=7");
-    EXPECT_NE(player.Play(example), "");
+    EXPECT_NE(player_.Play(example), "");
 }
 
 // Discovery.
@@ -298,29 +302,29 @@ protected:
             [] { return ReadFile("/proc/net/udp").find(":25E5 ") != std::string::npos; }));
     }
 
-    TestPanel panel;
-    Agent agent;
-    DiscoveryProbe probe;
+    TestPanel panel_;
+    Agent agent_;
+    DiscoveryProbe probe_;
 };
 
 class DiscoveryExample : public DiscoveryPlayer, public ::testing::WithParamInterface<Example>
 {};
 
-TEST_P(DiscoveryExample, GoesAsWritten)
+TEST_P(DiscoveryExample, MatchesDocument)
 {
-    EXPECT_EQ(PlayDiscovery(GetParam(), probe), "");
+    EXPECT_EQ(PlayDiscovery(GetParam(), probe_), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Protocol, DiscoveryExample,
                          ::testing::ValuesIn(ExamplesOf(Examples(), "discovery")), NameOf);
 
-TEST_F(DiscoveryPlayer, NoticesWhatIsNotAsWritten)
+TEST_F(DiscoveryPlayer, ReportsDeviations)
 {
     const Example example{"discovery", "", "", 1, {"> Scan?Key=1", "< ScanResponse?*"}};
-    EXPECT_EQ(PlayDiscovery(example, probe), "");
-    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "< ScanResponse?Result=0&Key=2*"), probe), "");
-    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "silence 5"), probe), "");
-    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "nothing"), probe), "");
+    EXPECT_EQ(PlayDiscovery(example, probe_), "");
+    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "< ScanResponse?Result=0&Key=2*"), probe_), "");
+    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "silence 5"), probe_), "");
+    EXPECT_NE(PlayDiscovery(WithOther(example, "<", "nothing"), probe_), "");
 }
 
 // The client in Python.
@@ -331,7 +335,7 @@ class PythonPlayer : public AgentTest
 class PythonExample : public PythonPlayer, public ::testing::WithParamInterface<Example>
 {};
 
-TEST_P(PythonExample, PrintsWhatTheDocumentShows)
+TEST_P(PythonExample, PrintsDocumentedOutput)
 {
     EXPECT_EQ(PlayPython(GetParam(), OutputOf(GetParam())), "");
 }
@@ -339,7 +343,7 @@ TEST_P(PythonExample, PrintsWhatTheDocumentShows)
 INSTANTIATE_TEST_SUITE_P(Protocol, PythonExample,
                          ::testing::ValuesIn(ExamplesOf(Examples(), "python")), NameOf);
 
-TEST_F(PythonPlayer, NoticesOtherOutputAndFailure)
+TEST_F(PythonPlayer, ReportsOtherOutputAndFailure)
 {
     const Example output{"output", "", "", 1, {"hello*"}};
     EXPECT_EQ(PlayPython({"python", "", "", 1, {"print('hello you')"}}, output), "");

@@ -5,6 +5,7 @@
 #include "support/ExamplePlayer.h"
 #include "support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -22,6 +23,8 @@ static void PrintTo(const Example &example, std::ostream *out)
 
 namespace {
 
+using ::testing::Contains;
+
 const std::vector<Example> &Guide()
 {
     static const std::vector<Example> guide = [] {
@@ -31,15 +34,15 @@ const std::vector<Example> &Guide()
     return guide;
 }
 
-TEST(Guide, HasExamplesOfKnownKindsOnly)
+TEST(Guide, HasOnlyKnownBlocks)
 {
     const std::set<std::string> known{"console", "cpp", "sh"};
     for (const Example &example : Guide())
-        EXPECT_EQ(known.count(example.Info), 1U) << ::testing::PrintToString(example);
+        EXPECT_THAT(known, Contains(example.Info)) << ::testing::PrintToString(example);
     EXPECT_FALSE(ExamplesOf(Guide(), "console").empty());
 }
 
-TEST(Guide, ShowsTheLibrarysExampleAsItIs)
+TEST(Guide, ShowsLibraryExampleUnchanged)
 {
     const std::vector<Example> programs = ExamplesOf(Guide(), "cpp");
     ASSERT_EQ(programs.size(), 1U);
@@ -56,15 +59,16 @@ class ConsolePlayer : public AgentTest
 class GuideExample : public ConsolePlayer, public ::testing::WithParamInterface<Example>
 {};
 
-TEST_P(GuideExample, GoesAsWritten)
+TEST_P(GuideExample, MatchesDocument)
 {
     EXPECT_EQ(PlayConsole(GetParam()), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Guide, GuideExample, ::testing::ValuesIn(ExamplesOf(Guide(), "console")),
+INSTANTIATE_TEST_SUITE_P(Document, GuideExample,
+                         ::testing::ValuesIn(ExamplesOf(Guide(), "console")),
                          [](const auto &test) { return test.param.Name; });
 
-TEST_F(ConsolePlayer, NoticesWhatIsNotAsWritten)
+TEST_F(ConsolePlayer, ReportsDeviations)
 {
     const auto play = [](const std::vector<std::string> &lines) {
         return PlayConsole({"console", "", "", 1, lines});

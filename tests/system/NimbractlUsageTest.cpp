@@ -313,7 +313,7 @@ TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
 TEST(NimbractlAfar, TheCloudServersPortLeadsToThePanel)
 {
     NameHost("127.0.0.1", "cloud.nimbra.example");
-    const TestPanel panel({}, true);
+    const TestPanel panel({}, TestPanel::Cloud::Enabled);
     const simulator::CloudServer server;
     const Agent agent;
     const std::vector<std::string> local = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",

@@ -1,5 +1,5 @@
-// The agent's life as a process: its banner, what signals do to it in each state, and what it
-// makes of the standard descriptors that it is given.
+// The process of the agent: its banner, its reaction to signals in each state, and the standard
+// descriptors that it starts with.
 
 #include "simulator/cloud/CloudServer.h"
 #include "support/Agent.h"
@@ -7,8 +7,10 @@
 #include "support/Files.h"
 #include "support/Limits.h"
 #include "support/ManagementClient.h"
+#include "support/Program.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -29,6 +31,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using ::testing::AnyOf;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
 constexpr char kRule[] = "----------------------------------------";
 constexpr char kVersion[] = " 5.00-05h";
 constexpr char kHelloAnswer[] = "HelloResponse?Result=0&Key=";
@@ -46,23 +52,15 @@ Agent::Options WithoutWaiting(Agent::Options options = {})
     return options;
 }
 
-/// The name that the agent was started by.
+/// The program name that the agent was started with.
 std::string ProgramName(const Agent &agent)
 {
     const std::string words = ReadFile("/proc/" + std::to_string(agent.Pid()) + "/cmdline");
     return words.substr(0, words.find('\0'));
 }
 
-/// Puts a program of the test's own into the place of one of the panel's.
-void ReplaceProgram(const fs::path &place, const std::string &script)
-{
-    fs::remove(place);
-    WriteFile(place, script);
-    fs::permissions(place, fs::perms(0777));
-}
-
-/// A script that says that it runs and then waits for the test's word.
-constexpr char kWaitForWord[] = "touch /nimbra/var/runs\n"
+/// A script that signals that it runs and waits for the test.
+constexpr char kWaitForTest[] = "touch /nimbra/var/runs\n"
                                 "while [ ! -e /nimbra/var/go ]; do sleep 0.05; done\n";
 
 bool WaitForFile(const fs::path &path)
@@ -70,7 +68,7 @@ bool WaitForFile(const fs::path &path)
     return WaitUntil([&] { return fs::exists(path); });
 }
 
-/// Keeps the main database from being opened until it is given back.
+/// Prevents opening the main database until it is restored.
 class HiddenDatabase
 {
 public:
@@ -79,7 +77,7 @@ public:
         fs::rename(path_, kept_);
         fs::create_directory(path_);
     }
-    void GiveBack() const
+    void Restore() const
     {
         fs::remove(path_);
         fs::rename(kept_, path_);
@@ -90,7 +88,7 @@ private:
     fs::path kept_ = path_.string() + ".kept";
 };
 
-bool WaitForFailedTry(Agent &agent, std::size_t count = 1)
+bool WaitForFailedAttempt(Agent &agent, std::size_t count = 1)
 {
     return agent.WaitForMessage("ConfigManager.cpp", "ReadServerInfo", "sqlite3_open fail", count);
 }
@@ -101,7 +99,7 @@ std::uint64_t SignalMask(const Agent &agent, const std::string &name)
     std::istringstream status(ReadFile("/proc/" + std::to_string(agent.Pid()) + "/status"));
     std::string line;
     while (std::getline(status, line))
-        if (line.rfind(name + ":", 0) == 0)
+        if (line.starts_with(name + ":"))
             return std::stoull(line.substr(name.size() + 1), nullptr, 16);
     return 0;
 }
@@ -111,7 +109,7 @@ bool HoldsSignal(std::uint64_t mask, int signal)
     return (mask >> (signal - 1) & 1) != 0;
 }
 
-/// The agent's children, dead ones too.
+/// The children of the agent, including zombies.
 std::string Children(const Agent &agent)
 {
     std::string children;
@@ -121,7 +119,7 @@ std::string Children(const Agent &agent)
     return children;
 }
 
-/// A client with a small window that asks for all of a long list and does not read it.
+/// A client with a small receive window that requests a long list and does not read it.
 class IdleReader
 {
 public:
@@ -132,7 +130,7 @@ public:
         client_.SendLine("GetEventLogEx?Limit=100000");
     }
 
-    /// Waits until the agent has sent all that fits and is stuck.
+    /// Waits until the agent has sent all that fits and is blocked.
     [[nodiscard]] bool WaitUntilFull() const
     {
         int last = 0;
@@ -153,7 +151,7 @@ private:
 
 } // namespace
 
-TEST(Banner, IsAnEmptyLineAndTheNameAndVersionBetweenRules)
+TEST(Banner, IsEmptyLineAndNameAndVersionBetweenRules)
 {
     const TestPanel panel;
     Agent agent;
@@ -165,7 +163,7 @@ TEST(Banner, IsAnEmptyLineAndTheNameAndVersionBetweenRules)
     EXPECT_EQ(log[3], kRule);
 }
 
-TEST(Banner, ShowsTheNameThatTheProgramWasStartedBy)
+TEST(Banner, ShowsNameOfProgramAsStarted)
 {
     const TestPanel panel;
     Agent::Options options;
@@ -175,38 +173,38 @@ TEST(Banner, ShowsTheNameThatTheProgramWasStartedBy)
     EXPECT_EQ(agent.Log().at(2), std::string("the panel agent") + kVersion);
 }
 
-TEST(Banner, IsPrintedOnceHoweverOftenTheStartIsTried)
+TEST(Banner, IsPrintedOnceWhenStartIsRetried)
 {
     const TestPanel panel;
     const HiddenDatabase hidden(panel);
     Agent agent(WithoutWaiting());
-    ASSERT_TRUE(WaitForFailedTry(agent, 3));
+    ASSERT_TRUE(WaitForFailedAttempt(agent, 3));
     EXPECT_EQ(agent.CountInLog(kVersion), 1U);
     EXPECT_EQ(agent.CountInLog(kRule), 2U);
-    hidden.GiveBack();
+    hidden.Restore();
     ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
     EXPECT_EQ(agent.CountInLog(kVersion), 1U);
     EXPECT_EQ(agent.CountInLog(kRule), 2U);
 }
 
-TEST(CommandLine, MakesNoDifference)
+TEST(CommandLine, IsIgnored)
 {
     const TestPanel panel;
     Agent agent(RunByShell("exec \"$0\" --help -x 9001 '' /dev/null"));
     EXPECT_EQ(agent.Log().at(2), ProgramName(agent) + kVersion);
-    EXPECT_EQ(ManagementClient().Ask("Hello?").rfind(kHelloAnswer, 0), 0U);
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), StartsWith(kHelloAnswer));
     EXPECT_EQ(agent.End(), 0);
 }
 
-TEST(Output, ComesLineByLineThroughAPipe)
+TEST(Output, IsLineBufferedInPipe)
 {
     const TestPanel panel;
     const HiddenDatabase hidden(panel);
     Agent agent(WithoutWaiting());
-    // Nothing fills a buffer here: a line that is not sent on at once would never be seen.
+    // The output is too short to fill a buffer: only line buffering makes it visible.
     EXPECT_TRUE(agent.WaitForLog(kVersion));
-    EXPECT_TRUE(WaitForFailedTry(agent));
-    hidden.GiveBack();
+    EXPECT_TRUE(WaitForFailedAttempt(agent));
+    hidden.Restore();
     EXPECT_TRUE(agent.WaitForLog("PrivatePort=9000"));
     EXPECT_TRUE(agent.WaitForLog(", Port: 9000"));
     const ManagementClient client;
@@ -214,49 +212,47 @@ TEST(Output, ComesLineByLineThroughAPipe)
     EXPECT_TRUE(agent.IsRunning());
 }
 
-/// What the agent makes of standard descriptors that are closed or cannot be used.
-struct StandardDescriptors
+/// Standard descriptors that are closed or unusable at start.
+struct Redirection
 {
     const char *Name;
-    const char *Redirections;
+    const char *Shell; ///< the redirections in the shell
 };
 
-std::ostream &operator<<(std::ostream &stream, const StandardDescriptors &descriptors)
+std::ostream &operator<<(std::ostream &stream, const Redirection &redirection)
 {
-    return stream << descriptors.Redirections;
+    return stream << redirection.Shell;
 }
 
-class StartedWith : public ::testing::TestWithParam<StandardDescriptors>
+class StandardDescriptors : public ::testing::TestWithParam<Redirection>
 {};
 
-TEST_P(StartedWith, ServesAsEver)
+TEST_P(StandardDescriptors, DoesNotChangeService)
 {
     const TestPanel panel;
-    Agent agent(WithoutWaiting(RunByShell(std::string("exec \"$0\" ") + GetParam().Redirections)));
+    Agent agent(WithoutWaiting(RunByShell(std::string("exec \"$0\" ") + GetParam().Shell)));
     ManagementClient client = LoggedIn();
     EXPECT_EQ(client.Ask("GetDoorInfo?DoorNo=1"), "GetDoorInfoResponse?Result=0&DoorNo=1&Name=" +
                                                       panel::ExpectedDoor(1).Name + "&Status=0");
-    // A log line must not land in a socket or a database that has a standard number.
+    // A log line must not be written to a socket or database with a standard number.
     client.SendLine("NoSuchCommand?");
     EXPECT_EQ(client.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
     for (const char *number : {"0", "1", "2"}) {
         const fs::path descriptor =
             "/proc/" + std::to_string(agent.Pid()) + "/fd/" + std::string(number);
         const std::string target = fs::read_symlink(descriptor);
-        EXPECT_TRUE(target.rfind("/dev/", 0) == 0 || target.rfind("pipe:", 0) == 0)
-            << number << " is " << target;
+        EXPECT_THAT(target, AnyOf(StartsWith("/dev/"), StartsWith("pipe:"))) << number;
     }
-    EXPECT_EQ(panel.Calls().size(), 1U);
+    EXPECT_THAT(panel.Calls(), SizeIs(1));
     EXPECT_EQ(agent.End(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Descriptors, StartedWith,
-                         ::testing::Values(StandardDescriptors{"NoInput", "</dev/null 0<&-"},
-                                           StandardDescriptors{"NoOutput", "</dev/null >&-"},
-                                           StandardDescriptors{"NoErrors", "</dev/null 2>&-"},
-                                           StandardDescriptors{"NoneAtAll", "<&- >&- 2>&-"},
-                                           StandardDescriptors{"OutputThatIsFull",
-                                                               "</dev/null >/dev/full"}),
+INSTANTIATE_TEST_SUITE_P(Each, StandardDescriptors,
+                         ::testing::Values(Redirection{"NoInput", "</dev/null 0<&-"},
+                                           Redirection{"NoOutput", "</dev/null >&-"},
+                                           Redirection{"NoErrorOutput", "</dev/null 2>&-"},
+                                           Redirection{"NoDescriptors", "<&- >&- 2>&-"},
+                                           Redirection{"FullOutput", "</dev/null >/dev/full"}),
                          [](const auto &test) { return test.param.Name; });
 
 struct NamedSignal
@@ -279,12 +275,12 @@ INSTANTIATE_TEST_SUITE_P(Each, QuitSignal,
                                            NamedSignal{"SIGTERM", SIGTERM}),
                          [](const auto &test) { return test.param.Name; });
 
-TEST_P(QuitSignal, EndsTheAgentWhileTheDatabaseIsMissing)
+TEST_P(QuitSignal, EndsAgentWhileDatabaseIsMissing)
 {
     const TestPanel panel;
     const HiddenDatabase hidden(panel);
     Agent agent(WithoutWaiting());
-    ASSERT_TRUE(WaitForFailedTry(agent));
+    ASSERT_TRUE(WaitForFailedAttempt(agent));
     const Stopwatch watch;
     agent.Signal(GetParam().Number);
     EXPECT_EQ(agent.WaitForExit(), 0);
@@ -292,7 +288,7 @@ TEST_P(QuitSignal, EndsTheAgentWhileTheDatabaseIsMissing)
     EXPECT_EQ(agent.CountInLog(", Port: 9000"), 0U);
 }
 
-TEST_P(QuitSignal, EndsTheIdleAgent)
+TEST_P(QuitSignal, EndsIdleAgent)
 {
     const TestPanel panel;
     Agent agent;
@@ -302,7 +298,7 @@ TEST_P(QuitSignal, EndsTheIdleAgent)
     EXPECT_LT(watch.Seconds(), 6);
 }
 
-TEST_P(QuitSignal, EndsTheAgentWithOpenSessions)
+TEST_P(QuitSignal, EndsAgentWithOpenSessions)
 {
     const TestPanel panel;
     Agent agent;
@@ -317,11 +313,11 @@ TEST_P(QuitSignal, EndsTheAgentWithOpenSessions)
     EXPECT_LT(watch.Seconds(), 12);
     for (ManagementClient *client : {&silent, &halfWay, &loggedIn})
         EXPECT_TRUE(client->IsClosedByPeer());
-    // The end of a session at shutdown is not told in the log.
+    // The end of a session at shutdown is not logged.
     EXPECT_EQ(agent.CountInLog("Client Count: "), 3U);
 }
 
-TEST(QuitSignals, EndManySessionsTogether)
+TEST(Shutdown, EndsManySessionsTogether)
 {
     const TestPanel panel;
     Agent agent;
@@ -332,7 +328,7 @@ TEST(QuitSignals, EndManySessionsTogether)
     EXPECT_LT(watch.Seconds(), 15);
 }
 
-TEST(QuitSignals, MayComeAgainWhileTheAgentEnds)
+TEST(Shutdown, MayRepeatWhileAgentEnds)
 {
     const TestPanel panel;
     Agent agent;
@@ -346,7 +342,7 @@ TEST(QuitSignals, MayComeAgainWhileTheAgentEnds)
     EXPECT_EQ(agent.WaitForExit(), 0);
 }
 
-TEST(QuitSignals, EndTheAgentInTheMiddleOfAListThatNobodyReads)
+TEST(Shutdown, EndsAgentDuringUnreadList)
 {
     panel::PanelSize size;
     size.Events = 100000;
@@ -359,7 +355,7 @@ TEST(QuitSignals, EndTheAgentInTheMiddleOfAListThatNobodyReads)
     EXPECT_LT(watch.Seconds(), 12);
 }
 
-TEST(QuitSignals, LetADoorCommandFinish)
+TEST(Shutdown, LetsDoorCommandFinish)
 {
     const TestPanel panel;
     Agent agent;
@@ -373,18 +369,18 @@ TEST(QuitSignals, LetADoorCommandFinish)
     EXPECT_LT(watch.Seconds(), 12);
     EXPECT_EQ(client.ReadLine(), "SetDoorLockResponse?Result=0");
     const std::vector<panel::Call> calls = panel.Calls(before);
-    ASSERT_EQ(calls.size(), 2U);
+    ASSERT_THAT(calls, SizeIs(2));
     EXPECT_EQ(calls[0], (panel::Call{"door", "3", "locked"}));
     EXPECT_EQ(calls[1], AuditCall(11213));
     EXPECT_TRUE(client.IsClosedByPeer());
 }
 
-TEST(QuitSignals, WaitForACommandToolThatTakesLong)
+TEST(Shutdown, WaitsForSlowCommandTool)
 {
     const TestPanel panel;
     Agent agent;
     ManagementClient client = LoggedIn();
-    ReplaceProgram(panel.Paths().CommandTool, std::string("#!/bin/sh\n") + kWaitForWord);
+    ReplaceProgram(panel.Paths().CommandTool, kWaitForTest);
     client.SendLine("SetAuxOutput?Port=1&Control=1");
     ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
     agent.Signal(SIGTERM);
@@ -394,9 +390,9 @@ TEST(QuitSignals, WaitForACommandToolThatTakesLong)
     EXPECT_EQ(client.ReadLine(), "SetAuxOutputResponse?Result=0");
 }
 
-TEST(QuitSignals, EndLinkAndDiscoveryWhileASessionIsStillAtWork)
+TEST(Shutdown, EndsLinkAndDiscoveryWhileSessionIsBusy)
 {
-    const TestPanel panel({}, true);
+    const TestPanel panel({}, TestPanel::Cloud::Enabled);
     NameHost("127.0.0.1", "cloud.nimbra.example");
     const simulator::CloudServer server;
     Agent agent;
@@ -404,7 +400,7 @@ TEST(QuitSignals, EndLinkAndDiscoveryWhileASessionIsStillAtWork)
     ASSERT_TRUE(WaitUntil([&] { return server.Count("HeartBeat?") > 0; }));
     ASSERT_NE(probe.Ask("Scan?Key=1"), "(no answer)");
     ManagementClient client = LoggedIn();
-    ReplaceProgram(panel.Paths().CommandTool, std::string("#!/bin/sh\n") + kWaitForWord);
+    ReplaceProgram(panel.Paths().CommandTool, kWaitForTest);
     client.SendLine("SetAuxOutput?Port=1&Control=1");
     ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
     agent.Signal(SIGTERM);
@@ -422,7 +418,7 @@ TEST(QuitSignals, EndLinkAndDiscoveryWhileASessionIsStillAtWork)
     EXPECT_EQ(agent.WaitForExit(), 0);
 }
 
-TEST(OtherSignals, DoNothing)
+TEST(OtherSignals, AreIgnored)
 {
     const TestPanel panel;
     Agent agent;
@@ -439,17 +435,17 @@ TEST(OtherSignals, DoNothing)
     EXPECT_EQ(agent.Log(), before);
 }
 
-TEST(OtherSignals, DoNothingWhileTheDatabaseIsMissing)
+TEST(OtherSignals, AreIgnoredWhileDatabaseIsMissing)
 {
     const TestPanel panel;
     const HiddenDatabase hidden(panel);
     Agent agent(WithoutWaiting());
-    ASSERT_TRUE(WaitForFailedTry(agent));
+    ASSERT_TRUE(WaitForFailedAttempt(agent));
     const Stopwatch watch;
     for (const int signal : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2})
         agent.Signal(signal);
-    ASSERT_TRUE(WaitForFailedTry(agent, 2));
-    // Nor do they cut the pause short; the first try was seen a moment after it was made.
+    ASSERT_TRUE(WaitForFailedAttempt(agent, 2));
+    // They do not shorten the pause either. The first attempt is seen a moment after it is made.
     EXPECT_GT(watch.Seconds(), 2);
 }
 
@@ -460,26 +456,26 @@ TEST(Children, LeaveNoZombies)
     ManagementClient client = LoggedIn();
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(client.Ask("SetAuxOutput?Port=1&Control=1"), "SetAuxOutputResponse?Result=0");
-    EXPECT_EQ(panel.Calls().size(), 11U);
+    EXPECT_THAT(panel.Calls(), SizeIs(11));
     EXPECT_EQ(Children(agent), "");
 }
 
-TEST(Start, IsTriedAgainWhenAThreadCannotBeHad)
+TEST(Start, IsRetriedWhenThreadCannotBeCreated)
 {
     const TestPanel panel;
     const std::string ifconfig = ReadFile(panel.Paths().Ifconfig);
-    ReplaceProgram(panel.Paths().Ifconfig, "#!/bin/sh\n" + std::string(kWaitForWord) +
-                                               ifconfig.substr(ifconfig.find('\n') + 1));
+    ReplaceProgram(panel.Paths().Ifconfig,
+                   std::string(kWaitForTest) + ifconfig.substr(ifconfig.find('\n') + 1));
     Agent agent(WithoutWaiting(AsBoundUser()));
     ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
     {
-        // All that the first try still needs besides is under way by now.
+        // The first attempt has started everything else that it needs.
         const SoftLimit limit(agent, "nproc", 1);
         WriteFile("/nimbra/var/go", "");
         ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Start", "pthread_create fail"));
     }
     ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
-    EXPECT_EQ(ManagementClient().Ask("Hello?").rfind(kHelloAnswer, 0), 0U);
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), StartsWith(kHelloAnswer));
     // The configuration was loaded again, the banner was not printed again.
     EXPECT_EQ(agent.CountInLog("CloudEnable=0"), 2U);
     EXPECT_EQ(agent.CountInLog(kVersion), 1U);

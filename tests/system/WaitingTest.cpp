@@ -311,7 +311,7 @@ TEST(WaitingDiscovery, TriesAFailedReceiptOnceASecond)
 TEST(WaitingLink, TriesAServerThatRefusesOnceASecond)
 {
     NameHost("127.0.0.1", "cloud.nimbra.example");
-    const TestPanel panel({}, true);
+    const TestPanel panel({}, TestPanel::Cloud::Enabled);
     Agent agent;
     // The first attempt is under way within a second, and goes on for ten.
     std::this_thread::sleep_for(seconds(2));
