@@ -1,8 +1,9 @@
-// Every single call of SQLite, and of SQLite to the disk, that a request leads to, failed in turn.
+// Every call of SQLite, and every disk access of SQLite, that a request causes fails in turn.
 
 #include "support/CommandTest.h"
 #include "support/SweepTest.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -15,10 +16,15 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
 using faults::Point;
 
-/// A request, and the Result that it is answered with when the first call at a point fails, the
-/// second, and so on, until there are no more calls.
+/// A request, and its Result when the first call at a point fails, when the second call fails, and
+/// so on for all calls.
 struct Sweep
 {
     const char *Name;
@@ -38,12 +44,12 @@ std::string NameOf(const ::testing::TestParamInfo<Sweep> &sweep)
     return sweep.param.Name;
 }
 
-class DatabaseCalls : public SweepTest, public ::testing::WithParamInterface<Sweep>
+class DatabaseCallTest : public SweepTest, public ::testing::WithParamInterface<Sweep>
 {
 protected:
-    DatabaseCalls() : SweepTest(GetParam().Request) {}
+    DatabaseCallTest() : SweepTest(GetParam().Request) {}
 
-    /// Has each call at the point fail in turn, and `check(call)` look at what comes of it.
+    /// Makes each call at the point fail in turn, and passes each answer to `check`.
     template <class Check>
     void FailEachCall(Check check)
     {
@@ -67,10 +73,10 @@ protected:
     std::size_t hits_ = 0;
 };
 
-/// Calls of the agent itself: each has its own outcome.
-using OwnCalls = DatabaseCalls;
+/// Calls of the agent itself: each has its own result.
+using DatabaseCall = DatabaseCallTest;
 
-TEST_P(OwnCalls, ThatFailGiveTheResultOfTheirPlace)
+TEST_P(DatabaseCall, FailureGivesResultOfItsCall)
 {
     const std::vector<std::string> good = Ask();
     const std::string command = CommandOf(GetParam().Request);
@@ -78,7 +84,7 @@ TEST_P(OwnCalls, ThatFailGiveTheResultOfTheirPlace)
     std::size_t failures = 0;
     FailEachCall([&](const std::vector<std::string> &answer) {
         ASSERT_LE(hits_, results.size());
-        ASSERT_FALSE(answer.empty());
+        ASSERT_THAT(answer, Not(IsEmpty()));
         const std::string result(1, results[hits_ - 1]);
         EXPECT_EQ(answer[0].substr(0, (command + "Response?Result=0").size()),
                   command + "Response?Result=" + result);
@@ -109,36 +115,37 @@ constexpr char kEvents[] = "GetEventLogEx?Limit=3";
 constexpr char kDoors[] = "GetDoorInfoEx?Limit=3";
 
 INSTANTIATE_TEST_SUITE_P(
-    Sqlite, OwnCalls,
-    ::testing::Values(Sweep{"OpenOfGet", Point::OpenDatabase, kCannotOpen, kGet, "1"},
-                      Sweep{"OpenOfAdd", Point::OpenDatabase, kCannotOpen, kAdd, "10"},
-                      Sweep{"OpenOfDelete", Point::OpenDatabase, kNoMemory, kDelete, "1000"},
-                      Sweep{"OpenOfThreat", Point::OpenDatabase, kCannotOpen, kThreat, "1"},
-                      Sweep{"OpenOfEvents", Point::OpenDatabase, kCannotOpen, kEvents, "1"},
-                      Sweep{"OpenOfDoors", Point::OpenDatabase, kCannotOpen, kDoors, "1000"},
-                      Sweep{"PrepareOfGet", Point::PrepareStatement, kError, kGet, "1"},
-                      Sweep{"PrepareOfList", Point::PrepareStatement, kError, kList, "01"},
-                      Sweep{"PrepareOfDoors", Point::PrepareStatement, kError, kDoors, "01000000"},
-                      Sweep{"PrepareOfAdd", Point::PrepareStatement, kError, kAdd, "10"},
-                      Sweep{"PrepareOfAddCard", Point::PrepareStatement, kError, kAddCard, "010"},
-                      Sweep{"PrepareOfSet", Point::PrepareStatement, kNoMemory, kSet, "0"},
-                      Sweep{"StepOfGet", Point::StepStatement, kBusy, kGet, "1"},
-                      Sweep{"StepOfList", Point::StepStatement, kInputOutput, kList, "01000"},
-                      Sweep{"StepOfAdd", Point::StepStatement, kInputOutput, kAdd, "10"},
-                      Sweep{"ExecOfAdd", Point::ExecuteStatement, kFull, kAdd, "10"},
-                      Sweep{"ExecOfSet", Point::ExecuteStatement, kBusy, kSet, "10"},
-                      Sweep{"ExecOfDelete", Point::ExecuteStatement, kFull, kDelete, "101010"},
-                      Sweep{"ExecOfThreat", Point::ExecuteStatement, kInputOutput, kThreat, "1"},
-                      Sweep{"ExecOfEvents", Point::ExecuteStatement, kError, kEvents, "1"}),
+    Sqlite, DatabaseCall,
+    ::testing::Values(
+        Sweep{"OpenDuringGet", Point::OpenDatabase, kCannotOpen, kGet, "1"},
+        Sweep{"OpenDuringAdd", Point::OpenDatabase, kCannotOpen, kAdd, "10"},
+        Sweep{"OpenDuringDelete", Point::OpenDatabase, kNoMemory, kDelete, "1000"},
+        Sweep{"OpenDuringThreat", Point::OpenDatabase, kCannotOpen, kThreat, "1"},
+        Sweep{"OpenDuringEvents", Point::OpenDatabase, kCannotOpen, kEvents, "1"},
+        Sweep{"OpenDuringDoors", Point::OpenDatabase, kCannotOpen, kDoors, "1000"},
+        Sweep{"PrepareDuringGet", Point::PrepareStatement, kError, kGet, "1"},
+        Sweep{"PrepareDuringList", Point::PrepareStatement, kError, kList, "01"},
+        Sweep{"PrepareDuringDoors", Point::PrepareStatement, kError, kDoors, "01000000"},
+        Sweep{"PrepareDuringAdd", Point::PrepareStatement, kError, kAdd, "10"},
+        Sweep{"PrepareDuringAddCard", Point::PrepareStatement, kError, kAddCard, "010"},
+        Sweep{"PrepareDuringSet", Point::PrepareStatement, kNoMemory, kSet, "0"},
+        Sweep{"StepDuringGet", Point::StepStatement, kBusy, kGet, "1"},
+        Sweep{"StepDuringList", Point::StepStatement, kInputOutput, kList, "01000"},
+        Sweep{"StepDuringAdd", Point::StepStatement, kInputOutput, kAdd, "10"},
+        Sweep{"ExecDuringAdd", Point::ExecuteStatement, kFull, kAdd, "10"},
+        Sweep{"ExecDuringSet", Point::ExecuteStatement, kBusy, kSet, "10"},
+        Sweep{"ExecDuringDelete", Point::ExecuteStatement, kFull, kDelete, "101010"},
+        Sweep{"ExecDuringThreat", Point::ExecuteStatement, kInputOutput, kThreat, "1"},
+        Sweep{"ExecDuringEvents", Point::ExecuteStatement, kError, kEvents, "1"}),
     NameOf);
 
-/// Lists, whose first statement is that of their count.
-using DatabaseLists = DatabaseCalls;
+/// Lists. Their first statement is the count.
+using DatabaseList = DatabaseCallTest;
 
-TEST_P(DatabaseLists, ACountThatFailsIsToldAsTotalZero)
+TEST_P(DatabaseList, FailedCountIsReportedAsTotalZero)
 {
     const std::vector<std::string> good = Ask();
-    ASSERT_EQ(good.size(), 4U);
+    ASSERT_THAT(good, SizeIs(4));
     faults_.Fail(GetParam().At, GetParam().Error);
     EXPECT_EQ(Ask(), ListAnswer(CommandOf(GetParam().Request), 0, 0, {good[1], good[2], good[3]}));
     EXPECT_EQ(faults_.Failed(GetParam().At), 1U);
@@ -146,17 +153,17 @@ TEST_P(DatabaseLists, ACountThatFailsIsToldAsTotalZero)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Sqlite, DatabaseLists,
-    ::testing::Values(Sweep{"Doors", Point::PrepareStatement, kError, kDoors, ""},
-                      Sweep{"Users", Point::PrepareStatement, kError, kList, ""},
-                      Sweep{"DoorsStepped", Point::StepStatement, kInputOutput, kDoors, ""},
-                      Sweep{"UsersStepped", Point::StepStatement, kInputOutput, kList, ""}),
+    Sqlite, DatabaseList,
+    ::testing::Values(Sweep{"DoorsPrepare", Point::PrepareStatement, kError, kDoors, ""},
+                      Sweep{"UsersPrepare", Point::PrepareStatement, kError, kList, ""},
+                      Sweep{"DoorsStep", Point::StepStatement, kInputOutput, kDoors, ""},
+                      Sweep{"UsersStep", Point::StepStatement, kInputOutput, kList, ""}),
     NameOf);
 
-/// Calls of SQLite to the disk: a change of one statement is made or is not made.
-using DiskCalls = DatabaseCalls;
+/// Disk accesses of SQLite. A change of one statement is either made or not made.
+using DiskCall = DatabaseCallTest;
 
-TEST_P(DiskCalls, ThatFailLeaveNothingHalfDone)
+TEST_P(DiskCall, FailureLeavesChangeDoneOrUndone)
 {
     const std::string command = CommandOf(GetParam().Request);
     const std::vector<std::string> before = Tables();
@@ -168,19 +175,19 @@ TEST_P(DiskCalls, ThatFailLeaveNothingHalfDone)
     FailEachCall([&](const std::vector<std::string> &answer) {
         if (answer == good) {
             EXPECT_EQ(Tables(), after);
-            // The journal is written after the change, and may meet the fault alone.
+            // The journal is written after the change, and may be the only part that fails.
             if (panel_.Journal() != journal) {
-                EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+                EXPECT_THAT(panel_.Journal(), IsEmpty());
                 EXPECT_TRUE(agent_.WaitForMessage("DataManager.cpp", "AddDBQueryInfo",
                                                   "sqlite3_exec fail", ++missed));
             }
             return;
         }
-        EXPECT_EQ(answer, std::vector<std::string>{command + "Response?Result=1"});
+        EXPECT_THAT(answer, ElementsAre(command + "Response?Result=1"));
         EXPECT_TRUE(
             agent_.WaitForMessage("ClientWorker.cpp", command, command + " fail", ++failures));
         EXPECT_EQ(Tables(), before);
-        EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+        EXPECT_THAT(panel_.Journal(), IsEmpty());
     });
     EXPECT_GT(hits_, 0U);
     EXPECT_GT(failures, 0U);
@@ -190,14 +197,14 @@ TEST_P(DiskCalls, ThatFailLeaveNothingHalfDone)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Sqlite, DiskCalls,
-    ::testing::Values(Sweep{"OpenOfSet", Point::OpenDatabaseFile, EMFILE, kSet, ""},
-                      Sweep{"OpenOfAdd", Point::OpenDatabaseFile, EACCES, kAdd, ""},
-                      Sweep{"WriteOfSet", Point::WriteDatabaseFile, ENOSPC, kSet, ""},
-                      Sweep{"WriteOfAdd", Point::WriteDatabaseFile, EIO, kAdd, ""},
-                      Sweep{"WriteOfAddCard", Point::WriteDatabaseFile, ENOSPC, kAddCard, ""},
-                      Sweep{"SyncOfAdd", Point::SyncDatabaseFile, EIO, kAdd, ""},
-                      Sweep{"SyncOfSet", Point::SyncDatabaseFile, ENOSPC, kSet, ""}),
+    Sqlite, DiskCall,
+    ::testing::Values(Sweep{"OpenDuringSet", Point::OpenDatabaseFile, EMFILE, kSet, ""},
+                      Sweep{"OpenDuringAdd", Point::OpenDatabaseFile, EACCES, kAdd, ""},
+                      Sweep{"WriteDuringSet", Point::WriteDatabaseFile, ENOSPC, kSet, ""},
+                      Sweep{"WriteDuringAdd", Point::WriteDatabaseFile, EIO, kAdd, ""},
+                      Sweep{"WriteDuringAddCard", Point::WriteDatabaseFile, ENOSPC, kAddCard, ""},
+                      Sweep{"SyncDuringAdd", Point::SyncDatabaseFile, EIO, kAdd, ""},
+                      Sweep{"SyncDuringSet", Point::SyncDatabaseFile, ENOSPC, kSet, ""}),
     NameOf);
 
 } // namespace

@@ -1,9 +1,10 @@
-// Databases that the panel has locked, or that are missing or broken.
+// Databases that are locked by the panel, missing or damaged.
 
 #include "simulator/panel/Sqlite.h"
 #include "support/CommandTest.h"
 #include "support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,12 +19,20 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
+using ::testing::Eq;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
 namespace fs = std::filesystem;
 
-/// Longer than any wait for a lock, however many statements of a request meet it.
+/// Longer than any wait for a lock, for any number of statements of a request.
 constexpr milliseconds kVeryLong = seconds(60);
 
-/// Holds a database like a panel that is at work in it.
+/// Locks a database, as a panel does that writes to it.
 class Lock
 {
 public:
@@ -54,8 +63,8 @@ protected:
         return client_->ReadLine(kVeryLong).value_or("(no answer)");
     }
 
-    /// Shows that a request whose statement meets a longer lock fails after three seconds, changes
-    /// nothing, and succeeds when it is sent again.
+    /// Shows that a request fails after three seconds of a lock, changes nothing, and succeeds when
+    /// it is sent again.
     void ExpectFailsWhileLocked(const fs::path &file, const std::string &request)
     {
         SCOPED_TRACE(request);
@@ -71,26 +80,26 @@ protected:
         }
         EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", command, command + " fail"));
         EXPECT_EQ(TestPanel::Dump(file), before);
-        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
-        EXPECT_EQ(Ask(request).rfind(command + "Response?Result=0", 0), 0U);
+        EXPECT_THAT(panel_.Calls(calls), IsEmpty());
+        EXPECT_THAT(Ask(request), StartsWith(command + "Response?Result=0"));
     }
 
     const fs::path main_ = panel_.Paths().MainDatabase;
     const fs::path log_ = panel_.Paths().LogDatabase;
 };
 
-TEST_F(LockedDatabase, ForTwoSecondsDelaysAChange)
+TEST_F(LockedDatabase, ChangeIsDelayedBy2SecondLock)
 {
     const std::size_t calls = panel_.Calls().size();
     EXPECT_EQ(AskLockedForTwoSeconds(main_, "AddUserInfo?LastName=Patient"),
               "AddUserInfoResponse?Result=0");
     EXPECT_EQ(panel_.Value("SELECT No FROM User WHERE LastName='Patient'"), "13");
-    ASSERT_EQ(panel_.Journal().size(), 1U);
-    EXPECT_NE(panel_.Journal()[0].find("'Patient'"), std::string::npos);
-    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10301)}));
+    ASSERT_THAT(panel_.Journal(), SizeIs(1));
+    EXPECT_THAT(panel_.Journal()[0], HasSubstr("'Patient'"));
+    EXPECT_THAT(panel_.Calls(calls), ElementsAre(AuditCall(10301)));
 }
 
-/// A list of so many access levels that a change of them can be met in its middle.
+/// A list of access levels that is long enough to lock the database during the change.
 constexpr int kLongList = 450;
 
 std::string LongListRequest()
@@ -101,10 +110,10 @@ std::string LongListRequest()
     return request;
 }
 
-class LockedInTheMiddle : public LockedDatabase
+class LockDuringChange : public LockedDatabase
 {
 protected:
-    /// Sends the long request, and returns when some of its statements are done.
+    /// Sends the long request and returns after some of its statements.
     void StartLongRequest()
     {
         ASSERT_EQ(Levels(), 1);
@@ -124,7 +133,7 @@ protected:
     }
 };
 
-TEST_F(LockedInTheMiddle, ForTwoSecondsDelaysTheRestOfAChange)
+TEST_F(LockDuringChange, RestOfChangeIsDelayedBy2SecondLock)
 {
     StartLongRequest();
     {
@@ -138,7 +147,7 @@ TEST_F(LockedInTheMiddle, ForTwoSecondsDelaysTheRestOfAChange)
               std::to_string(kLongList + 2));
 }
 
-TEST_F(LockedInTheMiddle, ForLongBreaksAChangeOffWhereItStands)
+TEST_F(LockDuringChange, ChangeStopsWhereLongLockMeetsIt)
 {
     StartLongRequest();
     const std::size_t calls = panel_.Calls().size();
@@ -147,68 +156,68 @@ TEST_F(LockedInTheMiddle, ForLongBreaksAChangeOffWhereItStands)
         EXPECT_EQ(client_->ReadLine(kVeryLong), "SetCardAccessLevelResponse?Result=1");
     }
     EXPECT_LT(Levels(), kLongList);
-    // The lock met a statement, or its entry in the journal.
+    // The lock stopped a statement or its journal entry.
     EXPECT_LE(JournalledInserts(), Levels());
     EXPECT_GE(JournalledInserts(), Levels() - 1);
-    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    EXPECT_THAT(panel_.Calls(calls), IsEmpty());
     client_.emplace(LoggedIn());
     EXPECT_EQ(Ask("SetCardAccessLevel?CardNo=1&SelectType=1&AccessLevelNo=2 3"),
               "SetCardAccessLevelResponse?Result=0");
     EXPECT_EQ(Levels(), 2);
 }
 
-TEST_F(LockedDatabase, ForTwoSecondsDelaysAReading)
+TEST_F(LockedDatabase, ReadIsDelayedBy2SecondLock)
 {
     EXPECT_EQ(AskLockedForTwoSeconds(main_, "GetCardFormat?FormatNo=1"),
               "GetCardFormatResponse?Result=0&FormatNo=1&Name=26-bit Wiegand&Default=1");
 }
 
-TEST_F(LockedDatabase, ForTwoSecondsDelaysALogin)
+TEST_F(LockedDatabase, LoginIsDelayedBy2SecondLock)
 {
     EXPECT_EQ(AskLockedForTwoSeconds(main_, "Login?Username=operator&Password=operate!1"),
               "LoginResponse?Result=0");
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
 }
 
-TEST_F(LockedDatabase, ForLongFailsAChange)
+TEST_F(LockedDatabase, UpdateFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "SetUserInfo?UserNo=1&LastName=Late");
     EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserInfo", "sqlite3_exec fail"), 1U);
 }
 
-TEST_F(LockedDatabase, ForLongFailsAnAddition)
+TEST_F(LockedDatabase, InsertFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "AddUserInfo?LastName=Late");
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM User"), "13");
 }
 
-TEST_F(LockedDatabase, ForLongFailsACardWhoseNumberCannotBeLookedUp)
+TEST_F(LockedDatabase, CardChangeFailsWhenNumberCannotBeLookedUp)
 {
     ExpectFailsWhileLocked(main_, "AddCardInfo?UserNo=3&FormatNo=1&CardNumber=777001");
     ExpectFailsWhileLocked(main_, "SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=777002");
 }
 
-TEST_F(LockedDatabase, ForLongFailsADeletion)
+TEST_F(LockedDatabase, DeleteFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "DelUserInfo?UserNo=1");
 }
 
-TEST_F(LockedDatabase, ForLongFailsAThreatLevel)
+TEST_F(LockedDatabase, SetThreatLevelFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "SetThreatLevel?ThreatLevel=4");
 }
 
-TEST_F(LockedDatabase, ForLongFailsAReading)
+TEST_F(LockedDatabase, ReadFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "GetUserInfo?UserNo=1");
 }
 
-TEST_F(LockedDatabase, ForLongFailsAList)
+TEST_F(LockedDatabase, ListFailsAfter3Seconds)
 {
     ExpectFailsWhileLocked(main_, "GetUserInfoEx?Limit=1");
 }
 
-TEST_F(LockedDatabase, ForLongFailsALogin)
+TEST_F(LockedDatabase, LoginFailsAfter3Seconds)
 {
     const std::size_t calls = panel_.Calls().size();
     {
@@ -219,36 +228,35 @@ TEST_F(LockedDatabase, ForLongFailsALogin)
         EXPECT_GT(watch.Seconds(), 2.9);
     }
     EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "Login", "CheckPassword fail"));
-    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
-    // Logged in still, but without any right.
+    EXPECT_THAT(panel_.Calls(calls), IsEmpty());
+    // The session is still logged in, but has no rights.
     ExpectRefused("GetThreatLevel?", 9, "Authority fail");
     EXPECT_EQ(client_->Login(panel::kOperator.Id, panel::kOperator.Password),
               "LoginResponse?Result=0");
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
 }
 
-TEST_F(LockedDatabase, OfTheLogFailsOnlyTheEventLog)
+TEST_F(LockedDatabase, OnlyEventLogFailsWhileLogDatabaseIsLocked)
 {
     {
         const Lock lock(log_);
-        EXPECT_EQ(Ask("GetUserInfo?UserNo=1").rfind("GetUserInfoResponse?Result=0&", 0), 0U);
+        EXPECT_THAT(Ask("GetUserInfo?UserNo=1"), StartsWith("GetUserInfoResponse?Result=0&"));
         EXPECT_EQ(Ask("GetEventCode?Code=10101"),
                   "GetEventCodeResponse?Result=0&Code=10101&Desc=Door opened");
     }
-    EXPECT_EQ(AskLockedForTwoSeconds(log_, "GetEventLog?EventNo=1")
-                  .rfind("GetEventLogResponse?Result=0&", 0),
-              0U);
+    EXPECT_THAT(AskLockedForTwoSeconds(log_, "GetEventLog?EventNo=1"),
+                StartsWith("GetEventLogResponse?Result=0&"));
     ExpectFailsWhileLocked(log_, "GetEventLog?EventNo=1");
 }
 
-TEST_F(LockedDatabase, IsStillReadWhileThePanelOnlyPreparesAChange)
+TEST_F(LockedDatabase, ReadSucceedsWhilePanelPreparesChange)
 {
     const Lock lock(main_, "IMMEDIATE");
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
-    EXPECT_EQ(Ask("GetUserInfo?UserNo=1").rfind("GetUserInfoResponse?Result=0&", 0), 0U);
+    EXPECT_THAT(Ask("GetUserInfo?UserNo=1"), StartsWith("GetUserInfoResponse?Result=0&"));
 }
 
-TEST_F(LockedDatabase, HoldsUpNoSessionThatDoesNotNeedIt)
+TEST_F(LockedDatabase, OtherSessionsAreServedMeanwhile)
 {
     ManagementClient other = LoggedIn();
     const Lock lock(main_);
@@ -258,18 +266,18 @@ TEST_F(LockedDatabase, HoldsUpNoSessionThatDoesNotNeedIt)
     EXPECT_EQ(client_->ReadLine(), "SetUserInfoResponse?Result=1");
 }
 
-/// One way in which a database can be of no use.
-struct Fault
+/// A kind of damage to a database.
+struct Damage
 {
     const char *Name;
     void (*Break)(const fs::path &file);
 };
 
-constexpr Fault kFaults[] = {
+constexpr Damage kDamages[] = {
     {"Missing", [](const fs::path &file) { fs::remove(file); }},
     {"Empty", [](const fs::path &file) { fs::resize_file(file, 0); }},
     {"Truncated", [](const fs::path &file) { fs::resize_file(file, 1500); }},
-    {"NoDatabase",
+    {"NotADatabase",
      [](const fs::path &file) { WriteFile(file, std::string(20000, 'x') + "no database\n"); }},
     {"ZeroBytes", [](const fs::path &file) { WriteFile(file, std::string(20000, '\0')); }},
     {"Directory",
@@ -279,17 +287,17 @@ constexpr Fault kFaults[] = {
      }},
 };
 
-void PrintTo(const Fault &fault, std::ostream *stream)
+void PrintTo(const Damage &damage, std::ostream *stream)
 {
-    *stream << fault.Name;
+    *stream << damage.Name;
 }
 
-std::string NameOf(const ::testing::TestParamInfo<Fault> &info)
+std::string NameOf(const ::testing::TestParamInfo<Damage> &info)
 {
     return info.param.Name;
 }
 
-/// Keeps a database file, to put it back in one step as a panel would.
+/// Keeps the content of a database file and restores it atomically, as a panel does.
 class Backup
 {
 public:
@@ -350,14 +358,14 @@ constexpr const char *kNeedNone[] = {
     "SetDoorLock?Port=1&Control=0",
 };
 
-class BrokenDatabase : public CommandTest, public ::testing::WithParamInterface<Fault>
+class BrokenDatabase : public CommandTest, public ::testing::WithParamInterface<Damage>
 {
 protected:
     template <std::size_t N>
     void ExpectServed(const char *const (&requests)[N])
     {
         for (const char *request : requests)
-            EXPECT_EQ(AskList(request)[0].rfind(CommandOf(request) + "Response?Result=0", 0), 0U)
+            EXPECT_THAT(AskList(request)[0], StartsWith(CommandOf(request) + "Response?Result=0"))
                 << request;
     }
 
@@ -370,7 +378,7 @@ protected:
             EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", CommandOf(request),
                                               CommandOf(request) + " fail"));
         }
-        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+        EXPECT_THAT(panel_.Calls(calls), IsEmpty());
     }
 
     const Backup main_{panel_.Paths().MainDatabase};
@@ -378,28 +386,28 @@ protected:
     const Backup network_{panel_.Paths().NetworkDatabase};
 };
 
-TEST_P(BrokenDatabase, OfTheConfigurationFailsWhatNeedsIt)
+TEST_P(BrokenDatabase, MainDatabaseFailsItsCommandsUntilRestored)
 {
     const fs::path file = panel_.Paths().MainDatabase;
     GetParam().Break(file);
     const std::string broken = fs::is_regular_file(file) ? ReadFile(file) : "";
     ExpectFail(kNeedMain);
     ExpectFail(kNeedLog);
-    ManagementClient stranger;
-    EXPECT_EQ(stranger.Login(panel::kController.Id, panel::kController.Password),
+    ManagementClient other;
+    EXPECT_EQ(other.Login(panel::kController.Id, panel::kController.Password),
               "LoginResponse?Result=1");
-    // Nothing is made worse.
+    // The agent does not change the damaged file.
     EXPECT_EQ(fs::is_regular_file(file) ? ReadFile(file) : "", broken);
     ExpectServed(kNeedNone);
 
     main_.Restore();
     ExpectServed(kNeedMain);
     ExpectServed(kNeedLog);
-    EXPECT_EQ(stranger.Login(panel::kController.Id, panel::kController.Password),
+    EXPECT_EQ(other.Login(panel::kController.Id, panel::kController.Password),
               "LoginResponse?Result=0");
 }
 
-TEST_P(BrokenDatabase, OfEventsFailsOnlyTheEventLog)
+TEST_P(BrokenDatabase, LogDatabaseFailsOnlyEventLog)
 {
     GetParam().Break(panel_.Paths().LogDatabase);
     ExpectFail(kNeedLog);
@@ -409,7 +417,7 @@ TEST_P(BrokenDatabase, OfEventsFailsOnlyTheEventLog)
     ExpectServed(kNeedLog);
 }
 
-TEST_P(BrokenDatabase, OfTheNetworkFailsNothingThatIsServed)
+TEST_P(BrokenDatabase, NetworkDatabaseFailsNoCommand)
 {
     GetParam().Break(panel_.Paths().NetworkDatabase);
     ExpectServed(kNeedMain);
@@ -417,13 +425,13 @@ TEST_P(BrokenDatabase, OfTheNetworkFailsNothingThatIsServed)
     ExpectServed(kNeedNone);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, BrokenDatabase, ::testing::ValuesIn(kFaults), NameOf);
+INSTANTIATE_TEST_SUITE_P(Each, BrokenDatabase, ::testing::ValuesIn(kDamages), NameOf);
 
-class StartWithBrokenDatabase : public ::testing::TestWithParam<Fault>
+class StartWithBrokenDatabase : public ::testing::TestWithParam<Damage>
 {
 protected:
-    /// Shows that an agent which is started on the broken file serves nobody, and serves as soon as
-    /// the file is sound.
+    /// Shows that an agent that starts with the damaged file serves no client until the file is
+    /// restored.
     void ExpectServesOnlyWhenRestored(const fs::path &file)
     {
         const Backup backup(file);
@@ -443,17 +451,17 @@ protected:
     TestPanel panel_;
 };
 
-TEST_P(StartWithBrokenDatabase, OfTheConfigurationWaitsForIt)
+TEST_P(StartWithBrokenDatabase, AgentWaitsForMainDatabase)
 {
     ExpectServesOnlyWhenRestored(panel_.Paths().MainDatabase);
 }
 
-TEST_P(StartWithBrokenDatabase, OfTheNetworkWaitsForIt)
+TEST_P(StartWithBrokenDatabase, AgentWaitsForNetworkDatabase)
 {
     ExpectServesOnlyWhenRestored(panel_.Paths().NetworkDatabase);
 }
 
-TEST_P(StartWithBrokenDatabase, OfEventsServesTheRest)
+TEST_P(StartWithBrokenDatabase, AgentServesOtherCommandsWithoutLogDatabase)
 {
     const Backup backup(panel_.Paths().LogDatabase);
     GetParam().Break(panel_.Paths().LogDatabase);
@@ -462,16 +470,16 @@ TEST_P(StartWithBrokenDatabase, OfEventsServesTheRest)
     EXPECT_EQ(client.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
     EXPECT_EQ(client.Ask("GetEventLog?EventNo=1"), "GetEventLogResponse?Result=1");
     backup.Restore();
-    EXPECT_EQ(client.Ask("GetEventLog?EventNo=1").rfind("GetEventLogResponse?Result=0&", 0), 0U);
+    EXPECT_THAT(client.Ask("GetEventLog?EventNo=1"), StartsWith("GetEventLogResponse?Result=0&"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, StartWithBrokenDatabase, ::testing::ValuesIn(kFaults), NameOf);
+INSTANTIATE_TEST_SUITE_P(Each, StartWithBrokenDatabase, ::testing::ValuesIn(kDamages), NameOf);
 
 class DamagedDatabase : public CommandTest
 {};
 
-// What lies in the part that is left may be read; what does not, fails.
-TEST_F(DamagedDatabase, CutInTheMiddleIsServedAsFarAsItGoes)
+// Reads of the remaining part may succeed; all others fail.
+TEST_F(DamagedDatabase, TruncatedFileIsServedAsFarAsReadable)
 {
     for (const fs::path &file : {panel_.Paths().MainDatabase, panel_.Paths().LogDatabase}) {
         const Backup backup(file);
@@ -484,31 +492,31 @@ TEST_F(DamagedDatabase, CutInTheMiddleIsServedAsFarAsItGoes)
             for (const std::string &request : requests) {
                 const std::string answer = AskList(request)[0];
                 const std::string lead = CommandOf(request) + "Response?Result=";
-                EXPECT_TRUE(answer.rfind(lead + "0", 0) == 0 || answer == lead + "1") << answer;
+                EXPECT_THAT(answer, AnyOf(StartsWith(lead + "0"), Eq(lead + "1")));
             }
         }
         backup.Restore();
     }
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
-    EXPECT_EQ(AskList("GetEventLogEx?").size(), 26U);
+    EXPECT_THAT(AskList("GetEventLogEx?"), SizeIs(26));
 }
 
-TEST_F(DamagedDatabase, WithOverwrittenPagesNeverBringsTheAgentDown)
+TEST_F(DamagedDatabase, OverwrittenPagesDoNotStopAgent)
 {
     const fs::path file = panel_.Paths().MainDatabase;
     const Backup backup(file);
-    const std::string sound = ReadFile(file);
-    for (std::size_t page = 0; page * 4096 < sound.size(); ++page) {
+    const std::string intact = ReadFile(file);
+    for (std::size_t page = 0; page * 4096 < intact.size(); ++page) {
         backup.Restore();
-        std::string damaged = sound;
+        std::string damaged = intact;
         for (std::size_t i = page * 4096 + (page == 0 ? 100 : 0);
-             i < sound.size() && i < (page + 1) * 4096; ++i)
+             i < intact.size() && i < (page + 1) * 4096; ++i)
             damaged[i] = static_cast<char>(damaged[i] ^ static_cast<char>(i * 31 + page));
         WriteFile(file, damaged);
         for (const char *request : {"GetUserInfoEx?", "GetCardInfoEx?", "GetDoorInfoEx?",
                                     "GetEventCodeEx?", "AddUserInfo?LastName=L"}) {
             const std::string answer = AskList(request)[0];
-            EXPECT_EQ(answer.rfind(CommandOf(request) + "Response?Result=", 0), 0U) << answer;
+            EXPECT_THAT(answer, StartsWith(CommandOf(request) + "Response?Result="));
         }
     }
     backup.Restore();

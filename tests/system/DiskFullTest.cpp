@@ -1,10 +1,11 @@
-// Disks without room, page by page: under the databases, and under the pictures.
+// Full disks, page by page: for the databases and for the user images.
 
 #include "support/Agent.h"
 #include "support/Files.h"
 #include "support/ManagementClient.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -21,15 +22,19 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
 namespace fs = std::filesystem;
 
 constexpr std::size_t kPage = 4096;
 
-/// A small disk of its own under a directory, with the files that stood there.
+/// A small file system mounted over a directory, with the files of the directory.
 class SmallDisk
 {
 public:
-    /// Throws std::runtime_error when it cannot be had.
+    /// Throws std::runtime_error if it cannot be mounted.
     SmallDisk(const fs::path &directory, const std::string &size) : directory_(directory)
     {
         const fs::path saved = "/tmp/saved-" + directory.filename().string();
@@ -43,7 +48,7 @@ public:
     SmallDisk(const SmallDisk &) = delete;
     SmallDisk &operator=(const SmallDisk &) = delete;
 
-    /// Leaves so many pages free and no more.
+    /// Leaves exactly `pages` pages free.
     void LeavePages(std::size_t pages) const
     {
         Empty();
@@ -83,17 +88,17 @@ protected:
     ManagementClient client_ = LoggedIn();
 };
 
-/// What a change may need at most: its journal file, and a new page of each table and index.
+/// The most pages that a change needs: its journal file, and a new page of each table and index.
 constexpr std::size_t kEnoughPages = 16;
 
-TEST_F(DiskFull, UnderTheDatabasesFailsChangesWholeAndServesReadings)
+TEST_F(DiskFull, DatabaseChangesFailCompletelyAndReadsSucceed)
 {
     const SmallDisk disk(panel_.Paths().MainDatabase.parent_path(), "1m");
     std::size_t refused = 0;
     std::size_t done = 0;
     std::size_t missing = 0;
     for (std::size_t pages = 0; pages <= kEnoughPages; ++pages) {
-        // Two changes each, a small one and one that needs new pages.
+        // Two changes: a small one, and one that needs new pages.
         for (const std::string length : {"1", "32"}) {
             const std::string name = "P" + std::to_string(pages) + "L" + length;
             SCOPED_TRACE(name);
@@ -122,21 +127,21 @@ TEST_F(DiskFull, UnderTheDatabasesFailsChangesWholeAndServesReadings)
     EXPECT_GT(done, 0U);
     EXPECT_TRUE(
         agent_.WaitForMessage("DataManager.cpp", "AddUserInfo", "sqlite3_exec fail", refused));
-    // A change that is not in the journal is told in the log.
+    // A change that is missing from the journal is logged.
     EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "AddDBQueryInfo", "sqlite3_exec fail"),
               missing);
     disk.Empty();
-    EXPECT_EQ(client_.Ask("AddUserInfo?LastName=Roomy"), "AddUserInfoResponse?Result=0");
-    EXPECT_EQ(Count("DBQueryInfo", "QueryData LIKE '%Roomy%'"), "1");
+    EXPECT_EQ(client_.Ask("AddUserInfo?LastName=Spacious"), "AddUserInfoResponse?Result=0");
+    EXPECT_EQ(Count("DBQueryInfo", "QueryData LIKE '%Spacious%'"), "1");
 }
 
-TEST_F(DiskFull, UnderThePicturesKeepsTheOldOneAndTakesTheNewWhenThereIsRoom)
+TEST_F(DiskFull, UploadKeepsOldImageUntilThereIsSpace)
 {
     const SmallDisk disk(panel_.Paths().Images, "1m");
     const fs::path file = panel_.Paths().Images / "user0001.jpg";
     constexpr std::size_t kPages = 20;
     std::string stored = ReadFile(file);
-    ASSERT_FALSE(stored.empty());
+    ASSERT_THAT(stored, Not(IsEmpty()));
     for (std::size_t pages = 0; pages <= kPages + 1; ++pages) {
         SCOPED_TRACE(pages);
         disk.LeavePages(pages);
@@ -154,7 +159,7 @@ TEST_F(DiskFull, UnderThePicturesKeepsTheOldOneAndTakesTheNewWhenThereIsRoom)
             EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
     }
     EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "SetUserImage", "fopen fail", kPages));
-    EXPECT_EQ(panel_.Journal().size(), 2U);
+    EXPECT_THAT(panel_.Journal(), SizeIs(2));
 }
 
 } // namespace

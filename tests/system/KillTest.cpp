@@ -1,11 +1,12 @@
-// The agent killed in the middle of changes, again and again: what was answered has been done, and
-// what was not is done or not done, whole.
+// The agent is killed repeatedly during changes. An answered change is complete; another change is
+// either complete or not made.
 
 #include "support/Agent.h"
 #include "support/Files.h"
 #include "support/ManagementClient.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,12 +23,15 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::Contains;
+using ::testing::ElementsAre;
+
 constexpr int kRounds = 10;
 constexpr int kChangesEachRound = 20;
 constexpr int kClients = 4;
-constexpr std::size_t kPictureSize = 30000;
+constexpr std::size_t kImageSize = 30000;
 
-/// A change that a client has asked for. Its tag stands in its statement, and in no other one.
+/// A change that a client has requested. Only its own statement holds its tag.
 struct Change
 {
     enum class Kind
@@ -37,31 +41,31 @@ struct Change
         AddCard,
         SetCard,
         SetLevels,
-        SetPicture
+        SetImage
     };
     Kind What;
     std::string Tag;
     bool IsAnswered = false;
 };
 
-/// One client and the rows that are its own: user and card of its number.
+/// A client that changes only its own rows: the user and the card of its number.
 class Changer
 {
 public:
     Changer(int number, int round)
         : number_(std::to_string(number)), firstLevel_(1000000 * number + 10000 * round),
-          picture_("kill" + number_ + "r" + std::to_string(round) + ".jpg"),
+          image_("kill" + number_ + "r" + std::to_string(round) + ".jpg"),
           random_(static_cast<unsigned>(100 * round + number))
     {}
 
-    /// Asks for changes until the agent is gone; `answered` counts those that were done.
+    /// Requests changes until the agent has ended; `answered` counts the answered ones.
     void Work(std::atomic<int> &answered)
     {
         ManagementClient client = LoggedIn();
         for (int serial = 1;; ++serial) {
             Change change{static_cast<Change::Kind>(random_() % 6),
                           "T" + std::to_string(random_()) + "S" + std::to_string(serial) + "E"};
-            // An access level is a number.
+            // Access levels are numbers.
             if (change.What == Change::Kind::SetLevels)
                 change.Tag = std::to_string(firstLevel_ + serial);
             changes_.push_back(change);
@@ -75,8 +79,8 @@ public:
         }
     }
 
-    /// Shows that every answered change is there with its journal row, and that what it has
-    /// written last is that or the one that was not answered.
+    /// Shows that every answered change and its journal row exist, and that the current value is
+    /// that of the last answered change or of the unanswered one.
     void ExpectKept(const TestPanel &panel) const
     {
         for (const Change &change : changes_)
@@ -87,27 +91,27 @@ public:
         ExpectLast(Change::Kind::SetCard,
                    panel.Value("SELECT CardNo FROM Card WHERE No=" + number_));
         ExpectLevels(panel);
-        const std::string bytes = ReadFile(panel.Paths().Images / picture_);
+        const std::string bytes = ReadFile(panel.Paths().Images / image_);
         const std::string tag = bytes.substr(0, bytes.find('E') + 1);
-        EXPECT_TRUE(bytes.empty() || bytes == Picture(tag)) << bytes.size() << " bytes";
-        ExpectLast(Change::Kind::SetPicture, tag);
-        // Each upload names the same file.
+        EXPECT_TRUE(bytes.empty() || bytes == Image(tag)) << bytes.size() << " bytes";
+        ExpectLast(Change::Kind::SetImage, tag);
+        // All uploads use the same file name.
         const auto uploads =
             std::count_if(changes_.begin(), changes_.end(), [](const Change &change) {
-                return change.What == Change::Kind::SetPicture && change.IsAnswered;
+                return change.What == Change::Kind::SetImage && change.IsAnswered;
             });
         EXPECT_GE(std::stoi(panel.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE '%" +
-                                        picture_ + "%'")),
+                                        image_ + "%'")),
                   uploads);
     }
 
 private:
-    static std::string Picture(const std::string &tag)
+    static std::string Image(const std::string &tag)
     {
         std::string bytes;
-        while (bytes.size() < kPictureSize)
+        while (bytes.size() < kImageSize)
             bytes += tag;
-        return bytes.substr(0, kPictureSize);
+        return bytes.substr(0, kImageSize);
     }
 
     void Send(const ManagementClient &client, const Change &change) const
@@ -125,10 +129,10 @@ private:
         case Change::Kind::SetLevels:
             return client.SendLine("SetCardAccessLevel?CardNo=" + number_ +
                                    "&SelectType=1&AccessLevelNo=" + change.Tag + " 2 3");
-        case Change::Kind::SetPicture:
-            client.SendLine("SetUserImage?UserNo=" + number_ + "&FileName=" + picture_ +
-                            "&Size=" + std::to_string(kPictureSize));
-            return client.Send(Picture(change.Tag));
+        case Change::Kind::SetImage:
+            client.SendLine("SetUserImage?UserNo=" + number_ + "&FileName=" + image_ +
+                            "&Size=" + std::to_string(kImageSize));
+            return client.Send(Image(change.Tag));
         }
     }
 
@@ -146,15 +150,15 @@ private:
             EXPECT_EQ(panel.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE '%, " +
                                   change.Tag + ")'"),
                       "1");
-        } else if (change.What != Change::Kind::SetPicture) {
+        } else if (change.What != Change::Kind::SetImage) {
             EXPECT_EQ(panel.Value("SELECT COUNT(*) FROM DBQueryInfo WHERE QueryData LIKE '%" +
                                   change.Tag + "%'"),
                       "1");
         }
     }
 
-    /// Shows that `tag` is that of the last change of this kind that was answered, or of the one
-    /// that was asked for after it; any, if none was answered.
+    /// Shows that `tag` belongs to the last answered change of this kind or to the change requested
+    /// after it. Accepts any tag if no change was answered.
     void ExpectLast(Change::Kind kind, const std::string &tag) const
     {
         std::vector<std::string> possible;
@@ -168,13 +172,13 @@ private:
         const bool isAnswered = std::any_of(changes_.begin(), changes_.end(), [&](const Change &c) {
             return c.What == kind && c.IsAnswered;
         });
-        EXPECT_TRUE(!isAnswered ||
-                    std::find(possible.begin(), possible.end(), tag) != possible.end())
-            << tag;
+        if (isAnswered) {
+            EXPECT_THAT(possible, Contains(tag));
+        }
     }
 
-    /// Shows that the card has the access levels that were answered last or, if others were asked
-    /// for after them, these as far as the agent came: none, some or all, in their order.
+    /// Shows that the card has the access levels of the last answered change, or a first part of
+    /// those requested after it.
     void ExpectLevels(const TestPanel &panel) const
     {
         using Levels = std::vector<Row>;
@@ -193,31 +197,31 @@ private:
                 for (std::ptrdiff_t done = 0; done <= std::ssize(whole); ++done)
                     possible.emplace_back(whole.begin(), whole.begin() + done);
         }
-        EXPECT_TRUE(!isAnswered ||
-                    std::find(possible.begin(), possible.end(), levels) != possible.end())
-            << ::testing::PrintToString(levels);
+        if (isAnswered) {
+            EXPECT_THAT(possible, Contains(levels));
+        }
     }
 
     std::string number_;
     int firstLevel_;
-    std::string picture_;
+    std::string image_;
     std::minstd_rand random_;
     std::vector<Change> changes_;
 };
 
-/// Shows that no database is damaged and that no number was given twice.
-void ExpectSound(const TestPanel &panel)
+/// Shows that no database is damaged and that all numbers are unique.
+void ExpectIntact(const TestPanel &panel)
 {
     for (const auto &file :
          {panel.Paths().MainDatabase, panel.Paths().LogDatabase, panel.Paths().NetworkDatabase})
-        EXPECT_EQ(TestPanel::Rows(file, "PRAGMA integrity_check"), std::vector<Row>({{"ok"}}))
+        EXPECT_THAT(TestPanel::Rows(file, "PRAGMA integrity_check"), ElementsAre(Row{"ok"}))
             << file;
     for (const char *numbers :
          {"Idseq) FROM DBQueryInfo", "No) FROM User", "No) FROM Card", "No) FROM CardAccessLevel"})
         EXPECT_EQ(panel.Value(std::string("SELECT COUNT(*) - COUNT(DISTINCT ") + numbers), "0");
 }
 
-TEST(KilledAgent, HasDoneWhatItAnsweredAndNothingByHalves)
+TEST(KilledAgent, KeepsAnsweredChangesAndLeavesNoPartialOnes)
 {
     const TestPanel panel;
     std::minstd_rand random(1);
@@ -239,7 +243,7 @@ TEST(KilledAgent, HasDoneWhatItAnsweredAndNothingByHalves)
         for (std::thread &thread : threads)
             thread.join();
         total += answered;
-        ExpectSound(panel);
+        ExpectIntact(panel);
         for (const Changer &changer : changers)
             changer.ExpectKept(panel);
     }
