@@ -15,27 +15,11 @@ constexpr char kDataMethods[] = "DataManager.cpp";
 /// Where the databases are while they cannot be opened.
 constexpr char kAway[] = "/tmp/DatabasesAway";
 
-/// A role of the sample panel that nobody else has.
-constexpr char kTestRole[] = "77";
-
 Agent::Options InTimeZone(const std::string &timeZone)
 {
     Agent::Options options;
     options.Environment = {{"TZ", timeZone}};
     return options;
-}
-
-/// Logs in as a web user whose role has those of the operator's rights for which `condition` holds.
-void LogInWithRights(const TestPanel &panel, const std::string &condition, ManagementClient &client)
-{
-    const std::string role(kTestRole);
-    panel.Run(
-        "DELETE FROM WebUser WHERE ID='tester'; DELETE FROM UserRoleTable WHERE UserRole=" + role +
-        "; INSERT INTO WebUser (ID, Password, UserRole) SELECT 'tester', Password, " + role +
-        " FROM WebUser WHERE ID='operator';"
-        "INSERT INTO UserRoleTable (UserRole, FormIndex, Authority) SELECT " +
-        role + ", FormIndex, Authority FROM UserRoleTable WHERE UserRole=1 AND " + condition);
-    EXPECT_EQ(client.Login("tester", panel::kOperator.Password), "LoginResponse?Result=0");
 }
 
 } // namespace
@@ -108,24 +92,6 @@ void CommandTest::ExpectBreaksOff(const std::string &request,
     journal.insert(journal.end(), statements.begin(), statements.end());
     EXPECT_EQ(panel_.Journal(), journal);
     EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
-}
-
-void CommandTest::ExpectNeedsRight(const std::string &request, int formIndex, int authority)
-{
-    SCOPED_TRACE(request);
-    const std::string command = CommandOf(request);
-    const std::string right = "(FormIndex=" + std::to_string(formIndex) +
-                              " AND Authority=" + std::to_string(authority) + ")";
-    ASSERT_EQ(panel_.Value("SELECT COUNT(*) FROM UserRoleTable WHERE UserRole=1 AND " + right),
-              "1");
-    LogInWithRights(panel_, "NOT " + right, *client_);
-    ExpectRefused(request + "&Unknown=1", 9, "Authority fail");
-    EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 0U);
-    LogInWithRights(panel_, right, *client_);
-    EXPECT_EQ(AskList(request + "&Unknown=1")[0].rfind(command + "Response?Result=0", 0), 0U);
-    EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 1U);
-    EXPECT_EQ(client_->Login(panel::kController.Id, panel::kController.Password),
-              "LoginResponse?Result=0");
 }
 
 void CommandTest::ExpectNeedsDatabase(const std::string &request)

@@ -46,9 +46,6 @@ protected:
     /// statement that failed, and nothing is audited.
     void ExpectBreaksOff(const std::string &request, const std::vector<std::string> &statements);
 
-    /// Shows that the request needs a right of the panel's role table: a user that lacks only this
-    /// one is refused, before any key is read; one that has only this one is not.
-    void ExpectNeedsRight(const std::string &request, int formIndex, int authority);
     /// Shows that the request fails while the databases cannot be opened, and that the data
     /// method logs it.
     void ExpectNeedsDatabase(const std::string &request);

@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-/// Plain levels, groups of them and of other things, and cards with and without levels.
+/// Plain levels, groups of levels and of other things, and cards with and without levels.
 constexpr char kLevels[] = R"(
 DELETE FROM AccessLevel;
 DELETE FROM GroupTable;
@@ -28,14 +28,6 @@ INSERT INTO Card (No, UserNo, CardFormatNo, CardNo, SelectType) VALUES
 INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES
     (1, 7, 12), (2, 9, 1), (3, 7, -3), (10, 7, 7);
 )";
-
-const std::vector<std::string> kPlain = {"SelectType=1&LevelNo=1&Name=Always",
-                                         "SelectType=1&LevelNo=2&Name=Office",
-                                         "SelectType=1&LevelNo=6&Name="};
-const std::vector<std::string> kGroups = {"SelectType=2&LevelNo=2&Name=Staff",
-                                          "SelectType=2&LevelNo=4&Name="};
-const std::vector<std::string> kPlainAndGroups = {kPlain[0], kPlain[1], kPlain[2], kGroups[0],
-                                                  kGroups[1]};
 
 /// The longest line that the agent sends, without its line feed.
 constexpr std::size_t kLongestLine = 1022;
@@ -51,7 +43,7 @@ class AccessLevel : public CommandTest
 protected:
     AccessLevel() { panel_.Run(kLevels); }
 
-    /// Gives card 9 these levels alone.
+    /// Sets the levels of card 9.
     void GiveLevels(const std::vector<std::string> &levels)
     {
         std::string sql = "DELETE FROM CardAccessLevel WHERE CardNo=9; BEGIN;";
@@ -66,6 +58,15 @@ protected:
         return panel_.Rows("SELECT Site, No, AccessLevelNo FROM CardAccessLevel WHERE CardNo=" +
                            std::to_string(cardNo) + " ORDER BY No");
     }
+
+    // The rows of kLevels.
+    const std::vector<std::string> plain_ = {"SelectType=1&LevelNo=1&Name=Always",
+                                             "SelectType=1&LevelNo=2&Name=Office",
+                                             "SelectType=1&LevelNo=6&Name="};
+    const std::vector<std::string> groups_ = {"SelectType=2&LevelNo=2&Name=Staff",
+                                              "SelectType=2&LevelNo=4&Name="};
+    const std::vector<std::string> plainAndGroups_ = {plain_[0], plain_[1], plain_[2], groups_[0],
+                                                      groups_[1]};
 };
 
 } // namespace
@@ -114,21 +115,21 @@ TEST_F(AccessLevel, NamesAreCutAt64Bytes)
 TEST_F(AccessLevel, SelectTypeChoosesPlainLevelsGroupsOrBoth)
 {
     EXPECT_EQ(AskList("GetAccessLevelEx?SelectType=1"),
-              ListAnswer("GetAccessLevelEx", 3, 0, kPlain));
+              ListAnswer("GetAccessLevelEx", 3, 0, plain_));
     EXPECT_EQ(AskList("GetAccessLevelEx?SelectType=2"),
-              ListAnswer("GetAccessLevelEx", 2, 0, kGroups));
+              ListAnswer("GetAccessLevelEx", 2, 0, groups_));
     for (const char *keys : {"", "SelectType=0", "SelectType=3", "SelectType=-1"})
         EXPECT_EQ(AskList(std::string("GetAccessLevelEx?") + keys),
-                  ListAnswer("GetAccessLevelEx", 5, 0, kPlainAndGroups));
+                  ListAnswer("GetAccessLevelEx", 5, 0, plainAndGroups_));
     ExpectReadsKeys("GetAccessLevelEx?SelectType=2&Offset=1&Limit=1");
 }
 
 TEST_F(AccessLevel, OffsetAndLimitAreNotAppliedAndOffsetIsEchoed)
 {
     EXPECT_EQ(AskList("GetAccessLevelEx?Offset=10&Limit=5"),
-              ListAnswer("GetAccessLevelEx", 5, 10, kPlainAndGroups));
+              ListAnswer("GetAccessLevelEx", 5, 10, plainAndGroups_));
     EXPECT_EQ(AskList("GetAccessLevelEx?SelectType=1&Offset=-1&Limit=1"),
-              ListAnswer("GetAccessLevelEx", 3, -1, kPlain));
+              ListAnswer("GetAccessLevelEx", 3, -1, plain_));
     panel_.Run("DELETE FROM AccessLevel; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
                "FROM N WHERE No < 90) INSERT INTO AccessLevel (No, Name) SELECT No, 'Level ' || No "
                "FROM N");
@@ -165,7 +166,7 @@ TEST_F(AccessLevel, EmptyListsFail)
 {
     panel_.Run("DELETE FROM AccessLevel");
     ExpectFails("GetAccessLevelEx?SelectType=1");
-    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 2, 0, kGroups));
+    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 2, 0, groups_));
     panel_.Run("DELETE FROM GroupTable WHERE GroupKind=5");
     ExpectFails("GetAccessLevelEx?SelectType=2");
     ExpectFails("GetAccessLevelEx?");
@@ -175,10 +176,10 @@ TEST_F(AccessLevel, EmptyListsFail)
 TEST_F(AccessLevel, ListHoldsOneTableWhenOtherIsMissing)
 {
     panel_.Run("ALTER TABLE AccessLevel RENAME TO Away");
-    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 2, 0, kGroups));
+    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 2, 0, groups_));
     ExpectFails("GetAccessLevelEx?SelectType=1");
     panel_.Run("ALTER TABLE Away RENAME TO AccessLevel; DROP TABLE GroupTable");
-    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 3, 0, kPlain));
+    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 3, 0, plain_));
     ExpectFails("GetAccessLevelEx?SelectType=2");
     ExpectFails("GetAccessLevel?LevelNo=2");
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
@@ -448,14 +449,6 @@ TEST_F(AccessLevel, SetThatFailsAtNewAssignmentKeepsEarlierOnes)
     EXPECT_THAT(Assigned(7), ElementsAre(Row{"1", "3", "1"}, Row{"1", "4", "2"}));
 }
 
-TEST_F(AccessLevel, EachCommandNeedsItsRight)
-{
-    ExpectNeedsRight("GetAccessLevel?LevelNo=2", 6, 0);
-    ExpectNeedsRight("GetAccessLevelEx?SelectType=2", 6, 0);
-    ExpectNeedsRight("GetCardAccessLevel?CardNo=7", 4, 0);
-    ExpectNeedsRight("SetCardAccessLevel?CardNo=7&AccessLevelNo=1", 4, 2);
-}
-
 TEST_F(AccessLevel, EachCommandFailsWhileDatabaseCannotBeOpened)
 {
     ExpectNeedsDatabase("GetAccessLevel?LevelNo=2");
@@ -463,7 +456,7 @@ TEST_F(AccessLevel, EachCommandFailsWhileDatabaseCannotBeOpened)
     ExpectNeedsDatabase("GetCardAccessLevel?CardNo=7");
     ExpectNeedsDatabase("SetCardAccessLevel?CardNo=7&AccessLevelNo=1");
     EXPECT_THAT(panel_.Journal(), IsEmpty());
-    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 5, 0, kPlainAndGroups));
+    EXPECT_EQ(AskList("GetAccessLevelEx?"), ListAnswer("GetAccessLevelEx", 5, 0, plainAndGroups_));
 }
 
 } // namespace nimbra::test

