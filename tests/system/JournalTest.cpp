@@ -1,10 +1,12 @@
-// What a change leaves behind besides itself: the journal of its statements, and the audit entry
-// that the panel's command tool writes.
+// The journal of the statements of a change, and the audit entry that the command tool of the panel
+// writes.
 
 #include "simulator/panel/Sqlite.h"
 #include "support/AgentTest.h"
 #include "support/Files.h"
+#include "support/Program.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -15,6 +17,10 @@
 
 namespace nimbra::test {
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 namespace fs = std::filesystem;
 
@@ -29,7 +35,7 @@ protected:
         return panel_.Rows("SELECT Idseq, QueryData, DbKind FROM DBQueryInfo ORDER BY rowid");
     }
 
-    /// The sequence numbers of the journal in the order in which its rows were written.
+    /// The sequence numbers of the journal in the order of insertion.
     [[nodiscard]] std::vector<std::string> Numbers() const
     {
         std::vector<std::string> numbers;
@@ -38,19 +44,10 @@ protected:
         return numbers;
     }
 
-    /// Deletes a card, which takes two statements.
+    /// Deletes a card by two statements.
     std::string DeleteCard(int no)
     {
         return client_.Ask("DelCardInfo?CardNo=" + std::to_string(no));
-    }
-
-    /// Puts a shell script in the place of the panel's command tool.
-    void ReplaceTool(const std::string &script) const
-    {
-        const fs::path tool = panel_.Paths().CommandTool;
-        fs::remove(tool);
-        WriteFile(tool, "#!/bin/sh\n" + script);
-        fs::permissions(tool, fs::perms(0755));
     }
 
     ManagementClient &client_ = LogIn();
@@ -64,7 +61,7 @@ std::vector<std::string> Deletions(int cardNo)
 
 // Rows of the journal
 
-TEST_F(Journal, BeginsWithOneAndCountsOn)
+TEST_F(Journal, NumbersStartAtOneAndIncrease)
 {
     EXPECT_EQ(DeleteCard(2), kDone);
     EXPECT_EQ(DeleteCard(3), kDone);
@@ -80,49 +77,48 @@ TEST_F(Journal, BeginsWithOneAndCountsOn)
               "integer text integer");
 }
 
-TEST_F(Journal, GoesOnFromTheLargestNumber)
+TEST_F(Journal, NumbersContinueFromLargestNumber)
 {
     panel_.Run("INSERT INTO DBQueryInfo VALUES (2000000000, 'x', 1), (7, 'y', 2), (NULL, 'z', 1)");
     EXPECT_EQ(DeleteCard(2), kDone);
-    EXPECT_EQ(Numbers(),
-              (std::vector<std::string>{"2000000000", "7", "", "2000000001", "2000000002"}));
+    EXPECT_THAT(Numbers(), ElementsAre("2000000000", "7", "", "2000000001", "2000000002"));
 }
 
-TEST_F(Journal, BeginsWithOneWhenAllNumbersAreNull)
+TEST_F(Journal, NumbersStartAtOneWhenAllAreNull)
 {
     panel_.Run("INSERT INTO DBQueryInfo VALUES (NULL, 'x', 1)");
     EXPECT_EQ(DeleteCard(2), kDone);
-    EXPECT_EQ(Numbers(), (std::vector<std::string>{"", "1", "2"}));
+    EXPECT_THAT(Numbers(), ElementsAre("", "1", "2"));
 }
 
-TEST_F(Journal, GoesOnFromANegativeNumber)
+TEST_F(Journal, NumbersContinueFromNegativeNumber)
 {
     panel_.Run("INSERT INTO DBQueryInfo VALUES (-5, 'x', 1)");
     EXPECT_EQ(DeleteCard(2), kDone);
-    EXPECT_EQ(Numbers(), (std::vector<std::string>{"-5", "-4", "-3"}));
+    EXPECT_THAT(Numbers(), ElementsAre("-5", "-4", "-3"));
 }
 
-TEST_F(Journal, BeginsAnewWhenThePanelHasTakenTheRows)
+TEST_F(Journal, NumbersStartAgainAfterPanelTakesRows)
 {
     EXPECT_EQ(DeleteCard(2), kDone);
     panel_.Run("DELETE FROM DBQueryInfo");
     EXPECT_EQ(DeleteCard(3), kDone);
-    EXPECT_EQ(Numbers(), (std::vector<std::string>{"1", "2"}));
+    EXPECT_THAT(Numbers(), ElementsAre("1", "2"));
 }
 
-TEST_F(Journal, HoldsTheVeryStatementWithItsQuotes)
+TEST_F(Journal, RowHoldsStatementWithItsQuotes)
 {
     EXPECT_EQ(client_.Ask("AddUserInfo?LastName=O''Neill&FirstName=''&Email=a\"b%d"),
               "AddUserInfoResponse?Result=0");
-    EXPECT_EQ(panel_.Journal(),
-              std::vector<std::string>(
-                  {"INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone,"
-                   " Email, Ada, Exempt, ThreatLevel) VALUES (1, 13, '''', '', 'O''Neill', '', '',"
-                   " 'a\"b%d', 0, 0, 0)"}));
+    EXPECT_THAT(
+        panel_.Journal(),
+        ElementsAre("INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, CellPhone,"
+                    " Email, Ada, Exempt, ThreatLevel) VALUES (1, 13, '''', '', 'O''Neill', '', '',"
+                    " 'a\"b%d', 0, 0, 0)"));
     EXPECT_EQ(panel_.Value("SELECT FirstName || LastName FROM User WHERE No=13"), "'O'Neill");
 }
 
-TEST_F(Journal, HoldsALongStatementWhole)
+TEST_F(Journal, RowHoldsLongStatementCompletely)
 {
     const std::string quotes(32, '\'');
     const std::string text(32, 't');
@@ -134,11 +130,11 @@ TEST_F(Journal, HoldsALongStatementWhole)
                                   quotes + "', LastName='" + quotes + "', Phone='" + quotes +
                                   "', CellPhone='" + text + "', Email='" + quotes +
                                   "', Ada=0, Exempt=0, ThreatLevel=0 WHERE No=1";
-    EXPECT_EQ(panel_.Journal(), std::vector<std::string>({statement}));
+    EXPECT_THAT(panel_.Journal(), ElementsAre(statement));
     EXPECT_EQ(panel_.Value("SELECT LastName FROM User WHERE No=1"), std::string(16, '\''));
 }
 
-TEST_F(Journal, RepeatsEveryChangeWhenItIsRunAgain)
+TEST_F(Journal, StatementsRepeatEveryChange)
 {
     const std::string main = panel_.Paths().MainDatabase;
     const std::string copy = main + ".copy";
@@ -161,45 +157,20 @@ TEST_F(Journal, RepeatsEveryChangeWhenItIsRunAgain)
     EXPECT_EQ(TestPanel::Dump(copy), TestPanel::Dump(main));
 }
 
-TEST_F(Journal, NumbersTheChangesOfManySessionsWithoutAGapOrADouble)
-{
-    constexpr int kSessions = 8;
-    constexpr int kChanges = 10;
-    std::vector<ManagementClient *> clients(kSessions);
-    for (ManagementClient *&client : clients)
-        client = &LogIn();
-    for (int i = 0; i < kSessions; ++i) {
-        std::string lines;
-        for (int j = 0; j < kChanges; ++j)
-            lines +=
-                "AddUserInfo?LastName=User" + std::to_string(i) + "x" + std::to_string(j) + "\n";
-        clients[static_cast<std::size_t>(i)]->Send(lines);
-    }
-    for (ManagementClient *client : clients)
-        for (int j = 0; j < kChanges; ++j)
-            EXPECT_EQ(client->ReadLine(seconds(60)), "AddUserInfoResponse?Result=0");
-    EXPECT_EQ(panel_.Rows("SELECT COUNT(*), COUNT(DISTINCT Idseq), MIN(Idseq), MAX(Idseq),"
-                          " COUNT(DISTINCT QueryData) FROM DBQueryInfo"),
-              std::vector<Row>({{"80", "80", "1", "80", "80"}}));
-    EXPECT_EQ(panel_.Rows("SELECT COUNT(*), COUNT(DISTINCT LastName), MAX(No) FROM User"
-                          " WHERE LastName LIKE 'User%'"),
-              std::vector<Row>({{"80", "80", "92"}}));
-}
-
 // A journal that fails
 
-TEST_F(Journal, DoesNotHinderAChangeWhenItsTableIsMissing)
+TEST_F(Journal, ChangeSucceedsWithoutJournalTable)
 {
     panel_.Run("DROP TABLE DBQueryInfo");
     const std::size_t calls = panel_.Calls().size();
     EXPECT_EQ(DeleteCard(2), kDone);
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card WHERE No=2"), "0");
-    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>({AuditCall(10402)}));
+    EXPECT_THAT(panel_.Calls(calls), ElementsAre(AuditCall(10402)));
     EXPECT_EQ(agent_.CountMessages(kSource, "AddDBQueryInfo", "sqlite3_exec fail"), 2U);
     EXPECT_EQ(agent_.CountInLog("fail"), 2U);
 }
 
-TEST_F(Journal, DoesNotHinderAChangeWhenARowIsRefused)
+TEST_F(Journal, ChangeSucceedsWhenJournalRowIsRefused)
 {
     panel_.Run("CREATE TRIGGER Full BEFORE INSERT ON DBQueryInfo WHEN NEW.Idseq = 1"
                " BEGIN SELECT RAISE(ABORT, 'full'); END");
@@ -210,19 +181,19 @@ TEST_F(Journal, DoesNotHinderAChangeWhenARowIsRefused)
     EXPECT_EQ(panel_.Journal(), Deletions(3));
 }
 
-TEST_F(Journal, HoldsWhatWasDoneBeforeAStatementFailed)
+TEST_F(Journal, RowsHoldStatementsBeforeFailedOne)
 {
     panel_.Run("ALTER TABLE Card RENAME TO Away");
     const std::size_t calls = panel_.Calls().size();
     EXPECT_EQ(DeleteCard(3), "DelCardInfoResponse?Result=1");
     EXPECT_TRUE(agent_.WaitForMessage("ClientWorker.cpp", "DelCardInfo", "DelCardInfo fail"));
     EXPECT_EQ(agent_.CountMessages(kSource, "DelCardInfo", "sqlite3_exec fail"), 1U);
-    EXPECT_EQ(panel_.Journal(), std::vector<std::string>({Deletions(3)[0]}));
+    EXPECT_THAT(panel_.Journal(), ElementsAre(Deletions(3)[0]));
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM CardAccessLevel WHERE CardNo=3"), "0");
-    EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
+    EXPECT_THAT(panel_.Calls(calls), IsEmpty());
 }
 
-TEST_F(Journal, HoldsNothingOfWhatIsRefusedOrOnlyRead)
+TEST_F(Journal, RefusedChangesAndReadsAreNotJournalled)
 {
     const std::vector<std::pair<std::string, int>> lines = {
         {"GetUserInfo?UserNo=1", 0},
@@ -242,44 +213,44 @@ TEST_F(Journal, HoldsNothingOfWhatIsRefusedOrOnlyRead)
     EXPECT_EQ(calls, 1U) << "the login";
     ManagementClient &viewer = LogIn(panel::kViewer);
     EXPECT_EQ(viewer.Ask("DelCardInfo?CardNo=1"), "DelCardInfoResponse?Result=9");
-    EXPECT_EQ(panel_.Calls().size(), calls + 1);
-    EXPECT_EQ(JournalRows(), std::vector<Row>());
+    EXPECT_THAT(panel_.Calls(), SizeIs(calls + 1));
+    EXPECT_THAT(JournalRows(), IsEmpty());
 }
 
-TEST_F(Journal, HoldsNoCommandsToThePanel)
+TEST_F(Journal, PanelCommandsAreNotJournalled)
 {
     for (const std::string word : {"SetThreatLevel", "SetAuxOutput", "SetDoorLock"})
         EXPECT_EQ(client_.Ask(word + "?ThreatLevel=2&Port=1&Control=1"),
                   word + "Response?Result=0");
     EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "2");
-    EXPECT_EQ(JournalRows(), std::vector<Row>());
+    EXPECT_THAT(JournalRows(), IsEmpty());
 }
 
 // The audit entry
 
-TEST_F(Journal, IsFollowedByOneAuditEntryOfTheSessionsUser)
+TEST_F(Journal, ChangeIsAuditedOnceUnderSessionUser)
 {
     ManagementClient &operatorClient = LogIn(panel::kOperator);
     const std::size_t calls = panel_.Calls().size();
     EXPECT_EQ(operatorClient.Ask("DelCardInfo?CardNo=2"), kDone);
     EXPECT_EQ(DeleteCard(3), kDone);
-    EXPECT_EQ(panel_.Calls(calls),
-              std::vector<panel::Call>({AuditCall(10402, "operator"), AuditCall(10402, "admin")}));
+    EXPECT_THAT(panel_.Calls(calls),
+                ElementsAre(AuditCall(10402, "operator"), AuditCall(10402, "admin")));
 }
 
-TEST_F(Journal, IsCompleteWhenTheAuditEntryIsWritten)
+TEST_F(Journal, JournalIsCompleteBeforeAudit)
 {
-    ReplaceTool("cp /tmp/NimbraDB/Nimbra.db /tmp/at-audit.db\n");
+    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /tmp/at-audit.db\n");
     EXPECT_EQ(DeleteCard(3), kDone);
     const std::vector<Row> journal =
         TestPanel::Rows("/tmp/at-audit.db", "SELECT QueryData FROM DBQueryInfo ORDER BY Idseq");
-    EXPECT_EQ(journal, (std::vector<Row>{{Deletions(3)[0]}, {Deletions(3)[1]}}));
+    EXPECT_THAT(journal, ElementsAre(Row{Deletions(3)[0]}, Row{Deletions(3)[1]}));
     EXPECT_TRUE(TestPanel::Rows("/tmp/at-audit.db", "SELECT No FROM Card WHERE No=3").empty());
 }
 
-TEST_F(Journal, AnswersOnlyAfterTheAuditEntryIsWritten)
+TEST_F(Journal, AnswerFollowsAudit)
 {
-    ReplaceTool("sleep 2\necho \"$@\" >> /tmp/audit\n");
+    ReplaceProgram(panel_.Paths().CommandTool, "sleep 2\necho \"$@\" >> /tmp/audit\n");
     const Stopwatch watch;
     EXPECT_EQ(DeleteCard(3), kDone);
     EXPECT_EQ(ReadFile("/tmp/audit"), "log 1 127.0.0.1 0 10402 0 0 admin 0 0\n");
@@ -289,12 +260,12 @@ TEST_F(Journal, AnswersOnlyAfterTheAuditEntryIsWritten)
                                       "log 1 127.0.0.1 0 15107 0 0 operator 0 0\n");
 }
 
-TEST_F(Journal, AnswersAlikeWhenTheAuditEntryCannotBeWritten)
+TEST_F(Journal, FailedAuditDoesNotChangeAnswer)
 {
     int card = 1;
     for (const char *script :
          {"exit 1\n", "kill -9 $$\n", "kill -SEGV $$\n", "echo; exec false\n"}) {
-        ReplaceTool(script);
+        ReplaceProgram(panel_.Paths().CommandTool, script);
         EXPECT_EQ(DeleteCard(++card), kDone) << script;
         EXPECT_EQ(Connect().Login("admin", "admin1234"), "LoginResponse?Result=0") << script;
     }
@@ -303,8 +274,8 @@ TEST_F(Journal, AnswersAlikeWhenTheAuditEntryCannotBeWritten)
     fs::remove(panel_.Paths().CommandTool);
     EXPECT_EQ(DeleteCard(++card), kDone);
     EXPECT_EQ(Connect().Login("admin", "admin1234"), "LoginResponse?Result=0");
-    EXPECT_EQ(panel_.Journal().size(), static_cast<std::size_t>(card - 1) * 2);
-    EXPECT_EQ(agent_.CountInLog("DEBUG: "), 0U) << "nothing of it is logged by the agent";
+    EXPECT_THAT(panel_.Journal(), SizeIs(static_cast<std::size_t>(card - 1) * 2));
+    EXPECT_EQ(agent_.CountInLog("DEBUG: "), 0U) << "the agent does not log it";
 }
 
 } // namespace

@@ -1,13 +1,17 @@
-// The listener: how clients are accepted, counted and let go, alone and in crowds, and how the
-// agent gets by when a port, descriptors or threads cannot be had.
+// The listener: accepting, counting and ending one and many clients, and shortages of ports,
+// descriptors and threads.
 
 #include "support/Agent.h"
 #include "support/AgentTest.h"
 #include "support/Files.h"
 #include "support/Limits.h"
 #include "support/ManagementClient.h"
+#include "support/Matchers.h"
+#include "support/Program.h"
 #include "support/TestPanel.h"
+#include "support/TestSocket.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,9 +32,7 @@
 #include <utility>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,6 +42,10 @@ namespace nimbra::test {
 namespace fs = std::filesystem;
 
 namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Optional;
+using ::testing::StartsWith;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;
@@ -51,61 +57,13 @@ constexpr bool kIsSanitized = false;
 
 constexpr int kPort = 9000;
 
-sockaddr_in SocketAddress(const char *address, int port)
-{
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(static_cast<std::uint16_t>(port));
-    inet_pton(AF_INET, address, &result.sin_addr);
-    return result;
-}
-
-/// A socket of the test's own.
-class TestSocket
-{
-public:
-    explicit TestSocket(int flags = 0)
-        : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0))
-    {}
-
-    [[nodiscard]] bool Bind(const char *address, int port) const
-    {
-        const sockaddr_in own = SocketAddress(address, port);
-        return bind(socket_.Get(), reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
-    }
-    /// Whether the connection stands at once.
-    [[nodiscard]] bool Connect(const char *address = "127.0.0.1") const
-    {
-        const sockaddr_in agent = SocketAddress(address, kPort);
-        return connect(socket_.Get(), reinterpret_cast<const sockaddr *>(&agent), sizeof agent) ==
-               0;
-    }
-    /// Whether a connection that was under way stands by now.
-    [[nodiscard]] bool IsConnected() const
-    {
-        sockaddr_in peer = {};
-        socklen_t size = sizeof peer;
-        return getpeername(socket_.Get(), reinterpret_cast<sockaddr *>(&peer), &size) == 0;
-    }
-    [[nodiscard]] int Get() const { return socket_.Get(); }
-    [[nodiscard]] Descriptor Release() { return std::move(socket_); }
-
-private:
-    Descriptor socket_;
-};
-
-bool IsGreeting(const std::string &answer)
-{
-    return answer.rfind("HelloResponse?Result=0&Key=", 0) == 0;
-}
-
-/// The numbers of the lines that tell how many sessions there are, in their order.
+/// The client counts in the log, in order.
 std::vector<int> Counts(Agent &agent)
 {
     static constexpr std::string_view kLead = "Client Count: ";
     std::vector<int> counts;
     for (const std::string &line : agent.Log())
-        if (line.rfind(kLead, 0) == 0)
+        if (line.starts_with(kLead))
             counts.push_back(std::stoi(line.substr(kLead.size())));
     return counts;
 }
@@ -115,7 +73,7 @@ fs::path ProcessFile(const Agent &agent, const std::string &name)
     return "/proc/" + std::to_string(agent.Pid()) + "/" + name;
 }
 
-/// What an open descriptor of a process stands for; empty when it is closed.
+/// The target of an open descriptor of a process; empty if it is closed.
 std::string TargetOf(const fs::path &descriptor)
 {
     std::error_code closed;
@@ -147,14 +105,14 @@ std::optional<std::string> SocketInLog(Agent &agent, const std::string &rest)
     static constexpr std::string_view kLead = "Socket: ";
     for (const std::string &line : agent.Log()) {
         const std::size_t end = line.find_first_not_of("0123456789", kLead.size());
-        if (line.rfind(kLead, 0) == 0 && end > kLead.size() && end != std::string::npos &&
+        if (line.starts_with(kLead) && end > kLead.size() && end != std::string::npos &&
             line.substr(end) == rest)
             return line.substr(kLead.size(), end - kLead.size());
     }
     return std::nullopt;
 }
 
-/// What such a line tells of a client.
+/// The rest of such a line for a client.
 std::string Peer(const std::string &address, int port)
 {
     return ", Addr: " + address + ", Port: " + std::to_string(port);
@@ -187,14 +145,15 @@ private:
     std::vector<std::pair<std::uint64_t, std::uint64_t>> regions_;
 };
 
-/// The stack pointers of the agent's threads but for the first, read while each waits.
+/// The stack pointers of all threads of the agent except the first, read while each waits.
 std::vector<std::uint64_t> StackPointers(const Agent &agent)
 {
     std::vector<std::uint64_t> pointers;
     for (const auto &task : fs::directory_iterator(ProcessFile(agent, "task"))) {
         if (task.path().filename() == std::to_string(agent.Pid()))
             continue;
-        // Of a thread that waits in the kernel: the call, its arguments, stack pointer and place.
+        // For a thread that waits in the kernel: the call, its arguments, stack and program
+        // counter.
         std::vector<std::string> fields;
         EXPECT_TRUE(WaitUntil([&] {
             std::istringstream call(ReadFile(task.path() / "syscall"));
@@ -207,13 +166,13 @@ std::vector<std::uint64_t> StackPointers(const Agent &agent)
     return pointers;
 }
 
-/// Connects and disconnects so many times, as fast as the listener takes the connections. On the
-/// loopback a connection stands at once, or not at all while the queue is full.
+/// Connects and disconnects `count` times, as fast as the listener accepts. On the loopback a
+/// connection is established at once, or not at all while the queue is full.
 void ConnectAndDisconnect(std::size_t count)
 {
     const Stopwatch watch;
     while (count > 0 && watch.Seconds() < 60) {
-        const TestSocket client(SOCK_NONBLOCK);
+        const TestSocket client(SOCK_STREAM | SOCK_NONBLOCK);
         if (client.Connect() || client.IsConnected())
             --count;
         else
@@ -222,15 +181,15 @@ void ConnectAndDisconnect(std::size_t count)
     ASSERT_EQ(count, 0U);
 }
 
-/// A client that never waits: connects, asks and reads whenever it can. When no answer comes for
-/// `patience` seconds it connects anew: a connection that the full queue has not let in looks open
-/// at this end, and TCP tries again at ever longer intervals.
+/// A client that never blocks: connects, asks and reads whenever it can. After `patience` seconds
+/// without an answer it connects again: a connection that the full queue has not accepted looks
+/// open at this end, and TCP retries at increasing intervals.
 class EagerClient
 {
 public:
     explicit EagerClient(double patience) : patience_(patience) { Connect(); }
 
-    /// Takes what steps it can; to be called often.
+    /// Continues as far as possible without blocking. Call it often.
     void Proceed()
     {
         if (!IsServed() && sinceConnect_.Seconds() > patience_)
@@ -243,12 +202,12 @@ public:
             return;
         while (client_->ReadLine(milliseconds(0)))
             ++answers_;
-        // Sessions that are silent for long end.
+        // The agent ends silent sessions.
         if (answers_ == questions_ && sinceQuestion_.Seconds() > 3)
             Ask();
     }
     [[nodiscard]] bool IsServed() const { return answers_ > 0; }
-    /// The present connection, which has come about.
+    /// The current, established connection.
     [[nodiscard]] ManagementClient &Client() const { return *client_; }
 
 private:
@@ -256,7 +215,7 @@ private:
     {
         client_.reset();
         questions_ = 0;
-        socket_ = std::make_unique<TestSocket>(SOCK_NONBLOCK);
+        socket_ = std::make_unique<TestSocket>(SOCK_STREAM | SOCK_NONBLOCK);
         sinceConnect_ = Stopwatch();
         static_cast<void>(socket_->Connect());
     }
@@ -276,9 +235,8 @@ private:
     int answers_ = 0;
 };
 
-/// Tests with hundreds of sessions, each of which looks for bytes every millisecond. The agent is
-/// started with a large timer slack, so that the kernel wakes many of its sleepers together and
-/// other tests get on meanwhile.
+/// Tests with hundreds of sessions. The agent starts with a large timer slack, so that the kernel
+/// wakes many of its threads together and other tests get processor time.
 class Crowd : public ::testing::Test
 {
 protected:
@@ -303,24 +261,24 @@ protected:
     explicit Listener(const panel::PanelSize &size) : AgentTest(size) {}
 };
 
-class ListenerOfLongLog : public Listener
+class ListenerWithLongLog : public Listener
 {
 protected:
-    ListenerOfLongLog() : Listener({.Events = 100000}) {}
+    ListenerWithLongLog() : Listener({.Events = 100000}) {}
 };
 
 } // namespace
 
-TEST_F(Listener, TellsItsSocketAndPort)
+TEST_F(Listener, LogsSocketAndPort)
 {
     const auto socket = SocketInLog(agent_, ", Port: 9000");
     ASSERT_TRUE(socket);
-    EXPECT_EQ(TargetOf(ProcessFile(agent_, "fd/" + *socket)).rfind("socket:", 0), 0U);
+    EXPECT_THAT(TargetOf(ProcessFile(agent_, "fd/" + *socket)), StartsWith("socket:"));
 }
 
-TEST_F(Listener, TellsSocketAddressPortAndCountOfEachClient)
+TEST_F(Listener, LogsSocketAddressPortAndCountOfEachClient)
 {
-    // Every address of the panel is listened at, and clients may come from any.
+    // The agent listens on every address of the panel, for clients of any address.
     for (const auto &[own, agents] :
          {std::pair("127.0.0.1", "127.0.0.1"), std::pair("127.0.0.2", "127.0.0.3"),
           std::pair("127.255.255.254", "127.100.100.100")}) {
@@ -328,17 +286,17 @@ TEST_F(Listener, TellsSocketAddressPortAndCountOfEachClient)
         ASSERT_TRUE(socket.Bind(own, 0));
         ASSERT_TRUE(socket.Connect(agents));
         ManagementClient client(socket.Release());
-        ASSERT_TRUE(IsGreeting(client.Ask("Hello?")));
+        ASSERT_THAT(client.Ask("Hello?"), IsGreeting());
         const auto number = SocketInLog(agent_, Peer(own, client.LocalPort()));
         ASSERT_TRUE(number) << own;
-        EXPECT_EQ(TargetOf(ProcessFile(agent_, "fd/" + *number)).rfind("socket:", 0), 0U);
-        // The next client comes while this session goes on without its client.
+        EXPECT_THAT(TargetOf(ProcessFile(agent_, "fd/" + *number)), StartsWith("socket:"));
+        // This session still runs without its client when the next client connects.
     }
     EXPECT_TRUE(agent_.WaitForLog("Client Count: 3"));
-    EXPECT_EQ(Counts(agent_), (std::vector<int>{1, 2, 3}));
+    EXPECT_THAT(Counts(agent_), ElementsAre(1, 2, 3));
 }
 
-TEST_F(Listener, AcceptsWithinASecond)
+TEST_F(Listener, AcceptsClientWithin4Seconds)
 {
     for (int i = 0; i < 5; ++i) {
         const Stopwatch watch;
@@ -349,19 +307,19 @@ TEST_F(Listener, AcceptsWithinASecond)
     }
 }
 
-TEST_F(Listener, LetsElevenClientsQueueWhileItIsBusy)
+TEST_F(Listener, QueuesElevenClientsWhileBusy)
 {
     agent_.Signal(SIGSTOP);
     std::vector<TestSocket> sockets;
     for (int i = 0; i < 15; ++i) {
-        sockets.emplace_back(SOCK_NONBLOCK);
+        sockets.emplace_back(SOCK_STREAM | SOCK_NONBLOCK);
         EXPECT_TRUE(sockets.back().Connect() || errno == EINPROGRESS);
     }
     const auto connected = [&] {
         return std::count_if(sockets.begin(), sockets.end(),
                              [](const TestSocket &socket) { return socket.IsConnected(); });
     };
-    // A queue of ten lets one more in; the others are not refused, TCP tries again.
+    // A queue of ten accepts one more. The others are not refused: TCP retries.
     EXPECT_TRUE(WaitUntil([&] { return connected() >= 11; }));
     EXPECT_FALSE(WaitUntil([&] { return connected() > 11; }, milliseconds(1500)));
     agent_.Signal(SIGCONT);
@@ -369,14 +327,14 @@ TEST_F(Listener, LetsElevenClientsQueueWhileItIsBusy)
     EXPECT_TRUE(agent_.WaitForLog("Client Count: 15"));
 }
 
-TEST_F(Listener, CountsUpTo20AndBackWithItsClients)
+TEST_F(Listener, ClientCountFollows20ClientsUpAndDown)
 {
     const std::set<int> descriptors = DescriptorsAtRest(agent_);
     const std::size_t threads = agent_.Threads();
     std::vector<ManagementClient> clients;
     for (int i = 0; i < 20; ++i) {
         clients.emplace_back();
-        // None shall end for its silence while the others still come.
+        // No client must be silent while the others connect.
         for (const ManagementClient &client : clients)
             client.SendLine("Hello?");
     }
@@ -396,7 +354,7 @@ TEST_F(Listener, CountsUpTo20AndBackWithItsClients)
     EXPECT_TRUE(WaitUntil([&] { return agent_.Threads() <= threads; }));
 }
 
-TEST_F(Crowd, Of200ClientsAtOnceIsServedInTheEnd)
+TEST_F(Crowd, Serves200SimultaneousClients)
 {
     std::vector<EagerClient> clients;
     for (int i = 0; i < 200; ++i)
@@ -410,20 +368,20 @@ TEST_F(Crowd, Of200ClientsAtOnceIsServedInTheEnd)
                                [](const EagerClient &client) { return client.IsServed(); });
         },
         seconds(120)));
-    // All of them are open at once: none was given up for another.
+    // All of them are open at the same time.
     for (const EagerClient &client : clients)
         client.Client().SendLine("Hello?");
     for (const EagerClient &client : clients)
-        EXPECT_TRUE(IsGreeting(client.Client().ReadLine().value_or("(no answer)")));
+        EXPECT_THAT(client.Client().ReadLine(), Optional(IsGreeting()));
     EXPECT_GE(agent_.CountInLog(", Addr: "), 200U);
 }
 
-TEST_F(Crowd, Of1000ThatComeAndGoLeavesNothingBehind)
+TEST_F(Crowd, LeavesNothingBehindAfter1000Connections)
 {
     const std::set<int> descriptors = DescriptorsAtRest(agent_);
     const std::size_t threads = agent_.Threads();
     std::array<std::size_t, 2> resident = {};
-    // The first half makes the C library take what it keeps for the next.
+    // After the first half, the C library holds the memory that it keeps for reuse.
     for (std::size_t &after : resident) {
         const std::size_t before = agent_.CountInLog(", Addr: ");
         ConnectAndDisconnect(500);
@@ -433,12 +391,12 @@ TEST_F(Crowd, Of1000ThatComeAndGoLeavesNothingBehind)
         EXPECT_EQ(OpenDescriptors(ProcessFile(agent_, "")), descriptors);
         after = agent_.ResidentKiB();
     }
-    // Sanitizers keep what has been freed.
+    // Sanitizers keep freed memory.
     EXPECT_LE(resident[1], resident[0] + (kIsSanitized ? 65536 : 1024));
-    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
 }
 
-TEST(TakenPort, LeavesTheAgentWithoutAListener)
+TEST(TakenPort, LeavesAgentWithoutListener)
 {
     const TestPanel panel;
     Agent::Options options;
@@ -446,7 +404,7 @@ TEST(TakenPort, LeavesTheAgentWithoutAListener)
     {
         const TestSocket holder;
         ASSERT_TRUE(holder.Bind("0.0.0.0", kPort));
-        ASSERT_EQ(listen(holder.Get(), 1), 0);
+        ASSERT_TRUE(holder.Listen(1));
         Agent agent(options);
         ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Process", "OpenSocket fail"));
         EXPECT_EQ(agent.CountMessages("ClientManager.cpp", "OpenSocket", "bind fail"), 1U);
@@ -454,46 +412,46 @@ TEST(TakenPort, LeavesTheAgentWithoutAListener)
     }
     // A new agent finds the port free.
     Agent agent;
-    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
 }
 
-TEST(TakenPort, IsNotTriedAgain)
+TEST(TakenPort, IsNotRetried)
 {
     const TestPanel panel;
     auto holder = std::make_unique<TestSocket>();
     ASSERT_TRUE(holder->Bind("0.0.0.0", kPort));
-    ASSERT_EQ(listen(holder->Get(), 1), 0);
+    ASSERT_TRUE(holder->Listen(1));
     Agent::Options options;
     options.WaitUntilServing = false;
     Agent agent(options);
     ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Process", "OpenSocket fail"));
     holder.reset();
-    // Longer than a start is tried again after.
+    // Longer than the interval after which a start is retried.
     EXPECT_FALSE(WaitUntil([] { return TestSocket().Connect(); }, seconds(7)));
     EXPECT_EQ(agent.CountInLog("bind fail"), 1U);
-    // The start has succeeded all the same.
+    // The start has succeeded nevertheless.
     EXPECT_EQ(agent.CountInLog("CloudEnable="), 1U);
     EXPECT_TRUE(agent.IsRunning());
     EXPECT_EQ(agent.End(), 0);
 }
 
-TEST(FreedPort, CanBeHadAgainAtOnce)
+TEST(FreedPort, CanBeBoundAgainAtOnce)
 {
     const TestPanel panel;
     std::vector<ManagementClient> clients;
     {
         Agent agent;
         clients.emplace_back();
-        ASSERT_TRUE(IsGreeting(clients[0].Ask("Hello?")));
-        // The agent closes first, so the old connection lingers at its end.
+        ASSERT_THAT(clients[0].Ask("Hello?"), IsGreeting());
+        // The agent closes first, so the old connection stays in TIME_WAIT at its end.
         EXPECT_EQ(agent.End(), 0);
         EXPECT_TRUE(clients[0].IsClosedByPeer());
     }
     Agent agent;
-    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
 }
 
-TEST_F(Listener, WaitsForDescriptorsAndServesWhomItHas)
+TEST_F(Listener, WaitsForDescriptorsAndServesOpenSessions)
 {
     std::vector<ManagementClient> clients;
     for (int i = 0; i < 3; ++i) {
@@ -506,7 +464,7 @@ TEST_F(Listener, WaitsForDescriptorsAndServesWhomItHas)
     while (open.count(static_cast<int>(limit)) != 0)
         ++limit;
     {
-        // Below the first free number none is free.
+        // No number below the first free one is free.
         const SoftLimit noMore(agent_, "nofile", limit);
         ManagementClient late;
         late.SendLine("Hello?");
@@ -517,7 +475,7 @@ TEST_F(Listener, WaitsForDescriptorsAndServesWhomItHas)
         EXPECT_EQ(clients[0].Ask("GetDoorInfo?DoorNo=1"), "GetDoorInfoResponse?Result=1");
         EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "GetDoorInfo", "sqlite3_open fail"), 1U);
 
-        // A session that ends makes room for the one that waits.
+        // A session that ends frees a descriptor for the waiting client.
         clients.pop_back();
         EXPECT_TRUE(WaitUntil(
             [&] {
@@ -529,10 +487,10 @@ TEST_F(Listener, WaitsForDescriptorsAndServesWhomItHas)
             seconds(60)));
         EXPECT_EQ(OpenDescriptors(ProcessFile(agent_, "")), open);
     }
-    EXPECT_EQ(LoggedIn().Ask("GetDoorInfo?DoorNo=1").rfind("GetDoorInfoResponse?Result=0", 0), 0U);
+    EXPECT_THAT(LoggedIn().Ask("GetDoorInfo?DoorNo=1"), StartsWith("GetDoorInfoResponse?Result=0"));
 }
 
-TEST(Shortage, OfThreadsTurnsNewClientsAwayAndServesTheOthers)
+TEST(ThreadShortage, ClosesNewConnectionsAndServesOpenSessions)
 {
     const TestPanel panel;
     Agent agent(AsBoundUser());
@@ -541,25 +499,25 @@ TEST(Shortage, OfThreadsTurnsNewClientsAwayAndServesTheOthers)
     {
         const SoftLimit limit(agent, "nproc", 1);
         for (std::size_t i = 1; i <= 3; ++i) {
-            ManagementClient turnedAway;
-            EXPECT_TRUE(turnedAway.IsClosedByPeer());
+            ManagementClient refused;
+            EXPECT_TRUE(refused.IsClosedByPeer());
             EXPECT_TRUE(
                 agent.WaitForMessage("ClientWorker.cpp", "Start", "pthread_create fail", i));
             EXPECT_EQ(served.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
         }
         EXPECT_TRUE(WaitUntil([&] { return Counts(agent).size() == 7; }));
         std::vector<int> counts = Counts(agent);
-        // The reaper may be done before the accept thread tells of the client.
+        // The reaper may log before the accept thread logs the client.
         std::sort(counts.begin(), counts.end());
-        EXPECT_EQ(counts, (std::vector<int>{1, 1, 1, 1, 2, 2, 2}));
+        EXPECT_THAT(counts, ElementsAre(1, 1, 1, 1, 2, 2, 2));
         EXPECT_EQ(OpenDescriptors(ProcessFile(agent, "")), open);
     }
-    EXPECT_TRUE(IsGreeting(ManagementClient().Ask("Hello?")));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
     EXPECT_EQ(served.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
     EXPECT_EQ(agent.End(), 0);
 }
 
-TEST_F(ListenerOfLongLog, SurvivesClientsThatResetTheConnectionInTheMiddleOfAnAnswer)
+TEST_F(ListenerWithLongLog, SurvivesResetDuringAnswer)
 {
     ManagementClient &other = LogIn();
     for (int i = 0; i < 3; ++i) {
@@ -578,27 +536,25 @@ TEST_F(ListenerOfLongLog, SurvivesClientsThatResetTheConnectionInTheMiddleOfAnAn
             return Counts(agent_).back() == 1;
         },
         seconds(60)));
-    EXPECT_EQ(other.Ask("GetDoorInfo?DoorNo=1").rfind("GetDoorInfoResponse?Result=0", 0), 0U);
+    EXPECT_THAT(other.Ask("GetDoorInfo?DoorNo=1"), StartsWith("GetDoorInfoResponse?Result=0"));
     EXPECT_TRUE(agent_.IsRunning());
 }
 
-TEST_F(Listener, LetsChildrenInheritTheStandardDescriptorsOnly)
+TEST_F(Listener, ChildrenInheritStandardDescriptorsOnly)
 {
-    // A command tool that shows its process to the test, and waits to be looked at.
+    // A command tool that writes its process id for the test and waits to be inspected.
     const fs::path tool = panel_.Paths().CommandTool;
     ManagementClient &client = LogIn();
     Connect();
     ASSERT_TRUE(agent_.WaitForLog("Client Count: 2"));
-    fs::remove(tool);
-    WriteFile(tool, "#!/bin/sh\necho $$ >/nimbra/var/pid.new\nmv /nimbra/var/pid.new "
-                    "/nimbra/var/pid\nwhile [ ! -e /nimbra/var/go ]; do sleep 0.05; done\n");
-    fs::permissions(tool, fs::perms(0755));
+    ReplaceProgram(tool, "echo $$ >/nimbra/var/pid.new\nmv /nimbra/var/pid.new "
+                         "/nimbra/var/pid\nwhile [ ! -e /nimbra/var/go ]; do sleep 0.05; done\n");
     client.SendLine("SetAuxOutput?Port=1&Control=1");
     ASSERT_TRUE(WaitUntil([] { return fs::exists("/nimbra/var/pid"); }));
     const fs::path child = "/proc/" + std::to_string(std::stoi(ReadFile("/nimbra/var/pid")));
     std::set<int> inherited;
     for (const int number : OpenDescriptors(child)) {
-        // The shell holds the script that it reads.
+        // The shell has its script open.
         if (TargetOf(child / "fd" / std::to_string(number)) != tool)
             inherited.insert(number);
     }
@@ -607,11 +563,11 @@ TEST_F(Listener, LetsChildrenInheritTheStandardDescriptorsOnly)
     EXPECT_EQ(client.ReadLine(), "SetAuxOutputResponse?Result=0");
 }
 
-TEST_F(ListenerOfLongLog, ClosesEveryDescriptorOnExec)
+TEST_F(ListenerWithLongLog, EveryDescriptorClosesOnExec)
 {
     ManagementClient &client = LogIn();
     std::atomic<bool> isDone = false;
-    // Searches the whole log in vain, so that the databases are open most of the time.
+    // Searches the whole log without a match, so that the databases are open most of the time.
     std::thread reader([&] {
         while (!isDone)
             EXPECT_EQ(client.Ask("GetEventLogEx?UserName=nobody of that name"),
@@ -625,7 +581,7 @@ TEST_F(ListenerOfLongLog, ClosesEveryDescriptorOnExec)
             const std::string target = TargetOf(ProcessFile(agent_, "fd/" + name));
             const std::string info = ReadFile(ProcessFile(agent_, "fdinfo/" + name));
             const std::size_t flags = info.find("flags:");
-            // The standard descriptors are meant for children; others may be closed by now.
+            // Children inherit the standard descriptors; others may be closed by now.
             if (number <= STDERR_FILENO || target.empty() || flags == std::string::npos)
                 continue;
             seen.insert(target.substr(0, target.find('[')));
@@ -640,16 +596,16 @@ TEST_F(ListenerOfLongLog, ClosesEveryDescriptorOnExec)
     EXPECT_EQ(inheritable, std::set<std::string>());
 }
 
-TEST_F(Listener, GivesEachSessionAStackOf256KiB)
+TEST_F(Listener, EachSessionHasStackOf256KiB)
 {
     for (int i = 0; i < 5; ++i)
-        ASSERT_TRUE(IsGreeting(Connect().Ask("Hello?")));
+        ASSERT_THAT(Connect().Ask("Hello?"), IsGreeting());
     const std::vector<std::uint64_t> pointers = StackPointers(agent_);
     EXPECT_GE(pointers.size(), 5U);
     const MemoryMap memory(agent_);
     for (const std::uint64_t pointer : pointers) {
         EXPECT_GE(memory.SizeAt(pointer), 256U * 1024);
-        // Sanitizers make stacks larger for their own needs.
+        // Sanitizers need larger stacks.
         EXPECT_TRUE(kIsSanitized || memory.SizeAt(pointer) == 256U * 1024)
             << memory.SizeAt(pointer);
     }

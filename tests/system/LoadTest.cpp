@@ -1,7 +1,8 @@
-// Many sessions that change one panel at once.
+// Many sessions that change the panel concurrently.
 
 #include "support/CommandTest.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -13,15 +14,19 @@
 namespace nimbra::test {
 namespace {
 
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
 constexpr int kSessions = 16;
 constexpr int kChangesEach = 100;
 constexpr int kFewChanges = 6;
 constexpr char kNothingSeen[] = "(nothing)";
 
-class Load : public CommandTest
+class ConcurrentChanges : public CommandTest
 {
 protected:
-    /// Runs `session(number)` on a thread for each session, from 1 on, and waits for all.
+    /// Runs `session(number)` on one thread for each session, numbered from 1, and waits for all.
     template <class Session>
     static void RunSessions(Session session)
     {
@@ -32,7 +37,7 @@ protected:
             thread.join();
     }
 
-    /// The numbers of a column, one a row.
+    /// The first column of the rows.
     [[nodiscard]] std::vector<std::string> Numbers(const std::string &sql) const
     {
         std::vector<std::string> numbers;
@@ -42,14 +47,14 @@ protected:
     }
 };
 
-/// A name that no other change of the test has.
+/// A unique name for a change.
 std::string NameOf(int session, int change)
 {
     return "S" + std::to_string(session) + "C" + std::to_string(change);
 }
 
-/// What one session asks for: it adds users and cards and changes those of the sample panel. The
-/// statement of each request holds the name in quotes, and no other one does.
+/// A request of a session: adds a user or a card, or changes one of the sample panel. Only its own
+/// statement holds its name in quotes.
 std::string RequestOf(int session, int change)
 {
     const std::string name = NameOf(session, change);
@@ -66,7 +71,7 @@ std::string RequestOf(int session, int change)
     }
 }
 
-TEST_F(Load, OfManySessionsLosesNoChangeAndGivesNoNumberTwice)
+TEST_F(ConcurrentChanges, NoChangeIsLostAndNumbersAreUnique)
 {
     const std::size_t calls = panel_.Calls().size();
     RunSessions([](int session) {
@@ -80,21 +85,22 @@ TEST_F(Load, OfManySessionsLosesNoChangeAndGivesNoNumberTwice)
 
     // Users 13 and up, and cards 17 and up, were added without a gap.
     constexpr int kAdded = kSessions * kChangesEach / 4;
-    EXPECT_EQ(panel_.Rows("SELECT COUNT(*), MIN(No), MAX(No) FROM User"),
-              std::vector<Row>({{std::to_string(12 + kAdded), "1", std::to_string(12 + kAdded)}}));
-    EXPECT_EQ(panel_.Rows("SELECT COUNT(*), MIN(No), MAX(No) FROM Card"),
-              std::vector<Row>({{std::to_string(16 + kAdded), "1", std::to_string(16 + kAdded)}}));
+    EXPECT_THAT(panel_.Rows("SELECT COUNT(*), MIN(No), MAX(No) FROM User"),
+                ElementsAre(Row{std::to_string(12 + kAdded), "1", std::to_string(12 + kAdded)}));
+    EXPECT_THAT(panel_.Rows("SELECT COUNT(*), MIN(No), MAX(No) FROM Card"),
+                ElementsAre(Row{std::to_string(16 + kAdded), "1", std::to_string(16 + kAdded)}));
     EXPECT_EQ(panel_.Value("SELECT COUNT(DISTINCT LastName) FROM User WHERE No > 12"),
               std::to_string(kAdded));
     EXPECT_EQ(panel_.Value("SELECT COUNT(DISTINCT CardNo) FROM Card WHERE No > 16"),
               std::to_string(kAdded));
 
-    // Each statement stands in the journal once, under a number of its own.
+    // The journal holds each statement once, with its own number.
     constexpr int kChanges = kSessions * kChangesEach;
-    EXPECT_EQ(panel_.Rows("SELECT COUNT(*), COUNT(DISTINCT Idseq), MIN(Idseq), MAX(Idseq),"
-                          " COUNT(DISTINCT QueryData), MIN(DbKind), MAX(DbKind) FROM DBQueryInfo"),
-              std::vector<Row>({{std::to_string(kChanges), std::to_string(kChanges), "1",
-                                 std::to_string(kChanges), std::to_string(kChanges), "1", "1"}}));
+    EXPECT_THAT(
+        panel_.Rows("SELECT COUNT(*), COUNT(DISTINCT Idseq), MIN(Idseq), MAX(Idseq),"
+                    " COUNT(DISTINCT QueryData), MIN(DbKind), MAX(DbKind) FROM DBQueryInfo"),
+        ElementsAre(Row{std::to_string(kChanges), std::to_string(kChanges), "1",
+                        std::to_string(kChanges), std::to_string(kChanges), "1", "1"}));
     std::map<std::string, int> seen;
     for (const std::string &statement : panel_.Journal()) {
         const std::size_t begin = statement.find("'S");
@@ -105,10 +111,10 @@ TEST_F(Load, OfManySessionsLosesNoChangeAndGivesNoNumberTwice)
         for (int change = 0; change < kChangesEach; ++change)
             EXPECT_EQ(seen[NameOf(session, change)], 1) << NameOf(session, change);
 
-    EXPECT_EQ(panel_.Calls(calls).size(), std::size_t{kSessions} + kChanges); // logins too
+    EXPECT_THAT(panel_.Calls(calls), SizeIs(std::size_t{kSessions} + kChanges)); // logins too
 }
 
-TEST_F(Load, JournalTellsTheChangesInTheirOrder)
+TEST_F(ConcurrentChanges, JournalKeepsOrderOfChanges)
 {
     RunSessions([](int session) {
         ManagementClient client = LoggedIn(panel::kOperator);
@@ -117,12 +123,13 @@ TEST_F(Load, JournalTellsTheChangesInTheirOrder)
                 client.Ask("SetUserInfo?UserNo=1&LastName=" + NameOf(session, change), seconds(60)),
                 "SetUserInfoResponse?Result=0");
     });
-    // What was journalled last is what the row holds, and each session's changes follow each other.
+    // The row holds the value of the last journal entry, and the changes of each session are in
+    // order.
     const std::vector<std::string> journal = panel_.Journal();
     ASSERT_EQ(journal.size(), std::size_t{kSessions} * kFewChanges);
-    EXPECT_NE(journal.back().find("LastName='" +
-                                  panel_.Value("SELECT LastName FROM User WHERE No=1") + "'"),
-              std::string::npos);
+    EXPECT_THAT(
+        journal.back(),
+        HasSubstr("LastName='" + panel_.Value("SELECT LastName FROM User WHERE No=1") + "'"));
     std::map<std::string, int> next;
     for (const std::string &statement : journal) {
         const std::size_t begin = statement.find("LastName='S") + 10;
@@ -132,7 +139,7 @@ TEST_F(Load, JournalTellsTheChangesInTheirOrder)
     }
 }
 
-TEST_F(Load, ListsOfAccessLevelsAreReplacedWhole)
+TEST_F(ConcurrentChanges, AccessLevelListsAreReplacedCompletely)
 {
     RunSessions([](int session) {
         ManagementClient client = LoggedIn(panel::kOperator);
@@ -145,7 +152,7 @@ TEST_F(Load, ListsOfAccessLevelsAreReplacedWhole)
     });
     const std::vector<std::string> levels =
         Numbers("SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=1");
-    ASSERT_EQ(levels.size(), 3U);
+    ASSERT_THAT(levels, SizeIs(3));
     EXPECT_EQ(std::set<std::string>(levels.begin(), levels.end()).size(), 1U);
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM DBQueryInfo"),
               std::to_string(kSessions * kFewChanges * 5));
@@ -153,9 +160,9 @@ TEST_F(Load, ListsOfAccessLevelsAreReplacedWhole)
               std::to_string(kSessions * kFewChanges * 5));
 }
 
-TEST_F(Load, ReadersSeeWholeRowsWhileOthersWrite)
+TEST_F(ConcurrentChanges, ReadersSeeCompleteRowsDuringWrites)
 {
-    // Every change gives user 1 the same text in six places.
+    // Every change sets six columns of user 1 to the same text.
     ASSERT_EQ(Ask("SetUserInfo?UserNo=1&FirstName=A&MiddleName=A&LastName=A&PhoneNumber=A"
                   "&CellPhone=A&Email=A"),
               "SetUserInfoResponse?Result=0");
