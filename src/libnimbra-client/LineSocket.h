@@ -67,7 +67,7 @@ public:
     [[nodiscard]] IoResult Send(std::string_view *bytes, Deadline deadline,
                                 OnReceive onReceive = OnReceive::SendOn) const;
     /// The same; false when not all bytes were sent.
-    bool Send(std::string_view bytes, Deadline deadline = Deadline::max()) const;
+    [[nodiscard]] bool Send(std::string_view bytes, Deadline deadline = Deadline::max()) const;
 
     /// Receives what has come, at least one byte, and appends it to Received().
     [[nodiscard]] IoResult Receive(Deadline deadline);

@@ -83,7 +83,7 @@ void FakePanel::Run()
 
 void FakePanel::Serve(LineSocket client)
 {
-    client.Send(greeting_);
+    static_cast<void>(client.Send(greeting_));
     while (WaitFor(client.Get(), stop_.ReadEnd) && client.Receive(SocketClock::now()).IsDone())
         while (const std::optional<std::string> line = client.TakeLine())
             if (!AnswerLine(client, *line))
@@ -101,8 +101,7 @@ bool FakePanel::AnswerLine(const LineSocket &client, const std::string &line)
         return false;
     if (text->empty())
         text = GoodManners(line);
-    client.Send(*text);
-    return true;
+    return client.Send(*text);
 }
 
 } // namespace nimbra::test

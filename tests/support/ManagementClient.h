@@ -22,8 +22,8 @@ public:
     /// Takes over a connected socket.
     explicit ManagementClient(Descriptor socket) : socket_(std::move(socket)) {}
 
-    /// Sends bytes as they are.
-    void Send(std::string_view bytes) const { socket_.Send(bytes); }
+    /// Sends bytes as they are; a closed connection is seen by what reads from it.
+    void Send(std::string_view bytes) const { static_cast<void>(socket_.Send(bytes)); }
     /// Sends a line and its line feed.
     void SendLine(const std::string &line) const { Send(line + "\n"); }
     /// The next line received, without its line feed; nothing when none comes in time.

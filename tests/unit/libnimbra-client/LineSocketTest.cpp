@@ -98,8 +98,8 @@ TEST_F(LineSocketTest, InterruptsSendingWhenBytesAreReceived)
 TEST_F(LineSocketTest, SendsAndReceivesAtTheSameTime)
 {
     const std::string line(3'000'000, 'a');
-    std::thread sender([this, &line] { near_.Send(line + "\n"); });
-    std::thread echo([this] { far_.Send(*far_.ReadLine() + "\n"); });
+    std::thread sender([this, &line] { EXPECT_TRUE(near_.Send(line + "\n")); });
+    std::thread echo([this] { EXPECT_TRUE(far_.Send(far_.ReadLine().value_or("") + "\n")); });
     EXPECT_THAT(near_.ReadLine(), Optional(line));
     sender.join();
     echo.join();

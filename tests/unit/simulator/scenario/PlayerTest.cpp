@@ -47,8 +47,8 @@ private:
     {
         while (const std::optional<std::string> line = player.ReadLine()) {
             const auto reply = replies_.find(*line);
-            if (reply != replies_.end())
-                player.Send(reply->second);
+            if (reply != replies_.end() && !player.Send(reply->second))
+                return;
         }
     }
 
