@@ -62,7 +62,7 @@ bool DataManager::GetAccessLevelEx(std::int32_t selectType, Paging *page,
         }
     }
     page->Count = rows->Count();
-    return page->Count != 0;
+    return page->Count != 0 && !panel.IsLocked();
 }
 
 bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
