@@ -21,20 +21,21 @@ unsigned Below(std::minstd_rand &random, unsigned limit)
     return static_cast<unsigned>(random() >> 4U) % limit;
 }
 
-/// One client's scenario: each answer is timed and looked at.
+/// One client's session: each response is timed and checked.
 class Scenario
 {
 public:
-    /// Connects and is greeted, as the protocol has it done: a burst fills the queue of ten, whose
-    /// SYN cookies reset a connection that sends on before it is accepted, and TCP tries again ever
-    /// later. So who has no answer in some seconds connects anew.
+    /// Connects and sends Hello. A burst of clients fills the listener's queue of ten. With SYN
+    /// cookies the kernel then resets a connection that sends before it is accepted, and TCP
+    /// retries at growing intervals. So a client without a response within some seconds connects
+    /// again.
     Scenario(Run &run, unsigned number) : run_(run), number_(number)
     {
         const test::Stopwatch watch;
         for (client_.emplace(); client_->Ask("Hello?", seconds(4)) == kNoAnswer;
              client_.emplace()) {
             if (watch.Seconds() > 60) {
-                run_.Check(false, "nobody lets in");
+                run_.Check(false, "no response to Hello?");
                 return;
             }
             run_.Count("connections tried again");
@@ -56,7 +57,7 @@ public:
         run_.CheckEqual(Ask(request), expected, request);
     }
 
-    /// A request whose answer is only its success.
+    /// Sends a request whose response is only Result=0.
     void ExpectDone(const std::string &request)
     {
         Expect(request, request.substr(0, request.find('?')) + "Response?Result=0");
@@ -70,7 +71,7 @@ public:
 
     void LogIn() { ExpectDone("Login?Username=admin&Password=admin1234"); }
 
-    /// A request for what nothing changes.
+    /// Sends a request whose response never changes.
     void ExpectKnown(unsigned choice)
     {
         const auto known =
@@ -81,7 +82,7 @@ public:
         run_.Check(answer == known->second, known->first + " -> " + answer[0]);
     }
 
-    /// Changes the client's own user, and reads it back.
+    /// Changes the client's own user and reads it.
     void ChangeUser(unsigned round)
     {
         const std::string user = std::to_string(OwnUser(number_));
@@ -92,7 +93,7 @@ public:
                    name + "&PhoneNumber=&CellPhone=&Email=&Ada=0&Exempt=0&ThreatLevel=0");
     }
 
-    /// Adds a user, finds and deletes it.
+    /// Adds a user, searches for it and deletes it.
     void AddUser(unsigned round)
     {
         const std::string name = "C" + std::to_string(number_) + "R" + std::to_string(round) + "E";
@@ -104,8 +105,8 @@ public:
             ExpectDone("DelUserInfo?" + found[1].substr(0, found[1].find('&')));
     }
 
-    /// Puts up a picture of random size and takes it down again.
-    void ExchangePicture(std::minstd_rand &random)
+    /// Uploads a user image of random size and downloads it.
+    void ExchangeImage(std::minstd_rand &random)
     {
         const std::string user = std::to_string(OwnUser(number_));
         const std::string name = "soak" + user + ".jpg";
@@ -119,7 +120,7 @@ public:
                         "SetUserImage?");
         Expect("GetUserImage?UserNo=" + user, "GetUserImageResponse?Result=0&FileName=" + name +
                                                   "&Size=" + std::to_string(bytes.size()));
-        run_.Check(client_->ReadBytes(bytes.size()) == bytes, name + " has come back changed");
+        run_.Check(client_->ReadBytes(bytes.size()) == bytes, name + " differs after the download");
     }
 
 private:
@@ -128,7 +129,7 @@ private:
     std::optional<ManagementClient> client_;
 };
 
-/// Logs in, and asks for and changes whatever there is, for some time.
+/// Logs in, then reads and changes all kinds of data for some time.
 void Good(Run &run, unsigned number)
 {
     std::minstd_rand random(number + 1);
@@ -145,7 +146,7 @@ void Good(Run &run, unsigned number)
                 scenario.AddUser(round);
                 break;
             case 2:
-                scenario.ExchangePicture(random);
+                scenario.ExchangeImage(random);
                 break;
             case 3:
                 scenario.ExpectDone("SetAuxOutput?Port=" + std::to_string(1 + number % 4) +
@@ -163,13 +164,13 @@ void Good(Run &run, unsigned number)
     }
 }
 
-/// Sends its lines in pieces and takes the answers in pieces, with pauses.
+/// Sends lines and receives responses in pieces, with pauses.
 void Slow(Run &run, unsigned number)
 {
     Scenario scenario(run, number);
     scenario.LogIn();
     while (!run.IsOver()) {
-        // A line has 4 seconds at least from the one before.
+        // A line has at least 4 seconds after the one before it.
         scenario.ExpectDone("Heartbeat?");
         for (const char *piece : {"GetThr", "eatLe", "vel", "?\n"}) {
             scenario.Client().Send(piece);
@@ -187,7 +188,7 @@ void Slow(Run &run, unsigned number)
     }
 }
 
-/// Leaves a line half, loses the half, and goes on.
+/// Sends half a line, which times out, and goes on.
 void HalfLine(Run &run, unsigned number)
 {
     Scenario scenario(run, number);
@@ -198,13 +199,13 @@ void HalfLine(Run &run, unsigned number)
         if (run.IsOver())
             return;
         scenario.Client().SendLine("Level?");
-        // Were the half still there, the first answer would be that to the whole line.
+        // If the agent had kept the half, the first response would be that to the whole line.
         scenario.ExpectDone("Heartbeat?");
         run.Count("halves of lines lost");
     }
 }
 
-/// Asks for a list and resets the connection in place of reading it.
+/// Requests a list and resets the connection instead of reading it.
 void Resetting(Run &run, unsigned number)
 {
     while (!run.IsOver()) {
@@ -217,7 +218,7 @@ void Resetting(Run &run, unsigned number)
     }
 }
 
-/// Sends what no client should, and looks whether it is still answered.
+/// Sends invalid input and checks that valid requests are still answered.
 void Hostile(Run &run, unsigned number)
 {
     std::minstd_rand random(number + 1000);
@@ -227,7 +228,7 @@ void Hostile(Run &run, unsigned number)
             std::string junk(Below(random, 3000), '\0');
             for (char &byte : junk)
                 byte = static_cast<char>(random() >> 8U);
-            // No line of it may be a greeting or a login by chance.
+            // The input must not hold a command by chance.
             for (char &byte : junk)
                 byte = byte == '?' ? '!' : byte;
             scenario.Client().Send(junk + "\n");
@@ -240,7 +241,7 @@ void Hostile(Run &run, unsigned number)
     }
 }
 
-/// Connects and keeps silent, until it is turned away.
+/// Connects and stays silent until the agent closes the connection.
 void Idle(Run &run, unsigned number)
 {
     while (!run.IsOver()) {
@@ -251,14 +252,15 @@ void Idle(Run &run, unsigned number)
             continue;
         if (run.IsOver())
             return;
-        // In whole seconds of the clock, from the session's begin, up to a second after this one.
+        // The limit is in whole seconds of the clock, from the start of the session, which may be
+        // up to a second later than this client's.
         run.Check(watch.Seconds() > 9 && watch.Seconds() < 60,
                   "a silent session ended after " + std::to_string(watch.Seconds()) + " s");
         run.Count("silent sessions ended");
     }
 }
 
-/// Comes through the cloud server while there is one; what it is answered must be right.
+/// Connects through the cloud server while it runs. Its responses must be correct.
 void Remote(Run &run, unsigned /*number*/)
 {
     while (!run.IsOver()) {

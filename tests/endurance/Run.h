@@ -19,43 +19,42 @@ namespace nimbra::endurance {
 
 using std::chrono::milliseconds;
 
-/// What the threads of a run share: when its load is over, and the count of what they have seen.
-/// Any thread.
+/// The shared state of a run: the end of its load and the figures of all threads. Any thread.
 class Run
 {
 public:
-    /// Takes down the answers to requests for rows that nothing of the run changes.
+    /// Records the responses to requests for rows that the run does not change.
     explicit Run(const test::TestPanel &panel);
 
     [[nodiscard]] const test::TestPanel &Panel() const { return panel_; }
-    /// Requests whose answers never change, and those answers with all their rows.
+    /// The requests whose responses never change, with these responses and all their rows.
     [[nodiscard]] const std::map<std::string, std::vector<std::string>> &Known() const
     {
         return known_;
     }
-    /// Takes the known answers down, from an agent that nobody else uses.
+    /// Records the known responses of an agent without other clients.
     void Learn();
 
     void Begin() { isOver_ = false; }
     void End() { isOver_ = true; }
     [[nodiscard]] bool IsOver() const { return isOver_; }
-    /// Sleeps, but not beyond the end of the load.
+    /// Sleeps until the end of the load at most.
     void Pause(milliseconds duration) const;
 
-    /// Counts an answer that was looked at; one that is not as it must be is kept for the report.
+    /// Counts a checked response. Keeps a wrong one for the report.
     void Check(bool isRight, const std::string &what);
     void CheckEqual(const std::string &answer, const std::string &expected,
                     const std::string &request);
-    /// Counts something that happened, by its name.
+    /// Adds to the count of an event, named by `what`.
     void Count(const std::string &what, std::uint64_t number = 1);
-    /// Takes down how long an answer took.
+    /// Records the time of a response.
     void Took(const std::string &request, double seconds);
 
     struct Figures
     {
         std::uint64_t Checked = 0;
         std::uint64_t Wrong = 0;
-        std::vector<std::string> Samples; ///< the first of the wrong ones
+        std::vector<std::string> Samples; ///< of wrong responses, the first ones
         std::map<std::string, std::uint64_t> Counts;
         double MeanSeconds = 0;
         double LongestSeconds = 0;
@@ -74,7 +73,7 @@ private:
     std::uint64_t timed_ = 0;
 };
 
-/// How one of the run's threads behaves, until the load is over. `number` is its own, from 0 on.
+/// The behaviour of a thread until the end of the load. `number` counts the threads from 0.
 using Behaviour = void (*)(Run &run, unsigned number);
 
 struct Role
@@ -86,10 +85,10 @@ struct Role
 
 /// The 50 clients.
 [[nodiscard]] const std::vector<Role> &Clients();
-/// The surroundings: the cloud server that comes and goes, discovery, the panel's own software.
-[[nodiscard]] const std::vector<Role> &Surroundings();
+/// The environment: a cloud server that stops and starts, discovery, the panel's own software.
+[[nodiscard]] const std::vector<Role> &Environment();
 
-/// The user that the client of this number has for itself.
+/// The user that only the client with this number uses.
 [[nodiscard]] int OwnUser(unsigned number);
 
 } // namespace nimbra::endurance

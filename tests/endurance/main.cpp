@@ -1,5 +1,5 @@
-// The endurance run: the real agent under everything that clients, the cloud server, discovery and
-// the panel do, in rounds, and a look after each at what the agent holds when all have gone.
+// The endurance test: the real agent under the load of clients, the cloud server, discovery and the
+// panel, in rounds. After each round, without load, the agent's resources are measured.
 
 #include "endurance/Run.h"
 #include "support/Agent.h"
@@ -28,20 +28,20 @@ namespace {
 using test::Agent;
 using test::Stopwatch;
 
-/// A sanitizer keeps memory for purposes of its own.
+/// A sanitizer uses memory of its own.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = false;
 #endif
 
-/// What memory may be more by at the end than after the first round: the C library's allocator
-/// takes and gives back in steps.
+/// The allowed growth of memory between the first and the last round: the allocator of the C
+/// library takes and returns memory in steps.
 constexpr std::size_t kSlackKiB = 4096;
-/// The same for a run of one round, whose measure is an agent that has not served anyone.
+/// The same for a run of one round, compared with an agent that has not served a client yet.
 constexpr std::size_t kFirstSlackKiB = 16384;
 
-/// What the agent holds at one moment.
+/// The agent's resources at one moment.
 struct Holding
 {
     std::size_t Descriptors = 0;
@@ -62,20 +62,20 @@ struct Result
     double Seconds = 0;
     double CpuSeconds = 0;
     std::size_t LogLines = 0;
-    /// How late this program itself was woken at worst: answers as late as that are the machine's.
+    /// The longest delay of this program itself: the machine delays responses as much.
     double LongestStall = 0;
     Run::Figures Figures;
     bool HasEndedWell = false;
 };
 
-/// Has every role's threads at work for one round.
+/// Runs the threads of every role for one round.
 class Load
 {
 public:
     explicit Load(Run &run) : run_(run)
     {
         run_.Begin();
-        for (const std::vector<Role> &roles : {Clients(), Surroundings()})
+        for (const std::vector<Role> &roles : {Clients(), Environment()})
             for (const Role &role : roles)
                 for (unsigned i = 0; i < role.Number; ++i) {
                     ++atWork_;
@@ -107,8 +107,8 @@ private:
     std::vector<std::thread> threads_;
 };
 
-/// Lets time go by for as long as it is said to, keeping the agent's log read: an agent whose log
-/// nobody reads stands still.
+/// Waits while `isToGoOn` returns true and reads the agent's log, since an agent whose log is not
+/// read blocks.
 void Sustain(const std::function<bool()> &isToGoOn, Agent &agent, Result &result)
 {
     while (isToGoOn()) {
@@ -123,10 +123,11 @@ void Sustain(const std::function<bool()> &isToGoOn, Agent &agent, Result &result
     }
 }
 
-/// Waits until the agent holds no more than at the start, and takes down what it holds.
+/// Waits until the agent has as few threads and descriptors as at the start, and records its
+/// resources.
 void LetGo(Agent &agent, Result &result)
 {
-    // The descriptors of a heartbeat under way come and go.
+    // A heartbeat opens a descriptor for a moment.
     static_cast<void>(test::WaitUntil(
         [&] {
             result.LogLines += agent.ForgetLog();
@@ -151,7 +152,7 @@ Result Soak(double seconds, double roundSeconds)
     Run run(panel);
     const Stopwatch watch;
     Agent agent;
-    // Main, accept, reaper, cloud link and discovery; no exchange with the cloud server.
+    // Threads: main, listener, reaper, cloud link and discovery. No connection to the cloud server.
     static_cast<void>(test::WaitUntil(
         [&] { return agent.Threads() == 5 && agent.Descriptors() == Agent::kDescriptorsAtRest; }));
     result.AtStart = Look(agent);
@@ -174,8 +175,8 @@ Result Soak(double seconds, double roundSeconds)
     return result;
 }
 
-/// What has never happened, of all that must in any run: a load that is not there shows nothing.
-/// (A silent session need not end in a short one.)
+/// The events that never happened although every run must have them: without its load a run proves
+/// nothing. (A silent session need not end in a short run.)
 std::vector<std::string> Missing(const Result &result)
 {
     std::vector<std::string> missing;
@@ -190,7 +191,7 @@ std::vector<std::string> Missing(const Result &result)
     return missing;
 }
 
-/// Whether the agent held in the end what it held at the start.
+/// Whether the agent had as many threads and descriptors after each round as at the start.
 bool HasLetGo(const Result &result)
 {
     return std::all_of(result.AfterRounds.begin(), result.AfterRounds.end(),
@@ -229,7 +230,7 @@ void PrintText(const Result &result, bool isGood)
     print("after the 1st round", result.AfterRounds.front());
     print("at the end", result.AfterRounds.back());
     if (kIsSanitized)
-        std::puts("resident memory is a sanitizer's, and not judged");
+        std::puts("resident memory includes the sanitizer's and is not checked");
     for (const std::string &sample : result.Figures.Samples)
         std::printf("WRONG: %s\n", sample.c_str());
     for (const std::string &what : Missing(result))
@@ -275,19 +276,20 @@ void PrintJson(const Result &result, bool isGood)
 int main(int argc, char **argv)
 {
     CLI::App app(
-        "Puts the agent under the load of 50 clients of every kind, a cloud server that\n"
-        "comes and goes, storms of probes and a panel that writes its databases. Runs in\n"
-        "a sandbox: nimbra-sandbox -- nimbra-endurance. The status is 0 when every answer was\n"
-        "right and the agent held no more in the end than at the start.");
+        "Tests the agent under the load of 50 clients of every kind, a cloud server that stops\n"
+        "and starts, bursts of probes and a panel that writes its databases. Runs in a\n"
+        "sandbox: nimbra-sandbox -- nimbra-endurance. The status is 0 if every response was\n"
+        "correct and the agent held no more resources at the end than at the start.");
     double seconds = 60;
     double roundSeconds = 60;
     bool isJson = false;
-    app.add_option("--seconds", seconds, "How long, in seconds")->check(CLI::Range(5, 864000));
-    app.add_option("--round", roundSeconds, "Length of a round's load, in seconds")
+    app.add_option("--seconds", seconds, "Length of the run in seconds")
+        ->check(CLI::Range(5, 864000));
+    app.add_option("--round", roundSeconds, "Length of a round's load in seconds")
         ->check(CLI::Range(5, 3600));
     app.add_flag("--json", isJson, "Print the figures as JSON");
     CLI11_PARSE(app, argc, argv);
-    // The agent's keeper tells what is wrong with it as a test does.
+    // The class Agent reports errors as test failures.
     int testArguments = 1;
     ::testing::InitGoogleTest(&testArguments, argv);
     std::signal(SIGPIPE, SIG_IGN);

@@ -26,7 +26,7 @@ namespace {
 
 constexpr char kAgentPath[] = NIMBRA_AGENT_PATH;
 
-/// What a sanitizer's report holds.
+/// Texts of sanitizer reports.
 constexpr std::array<std::string_view, 4> kReports = {
     "Sanitizer:", "runtime error:", "SUMMARY: ", "terminate called"};
 
@@ -89,7 +89,7 @@ Agent::Agent(Options options)
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(output.WriteEnd.Get(), STDOUT_FILENO);
         dup2(output.WriteEnd.Get(), STDERR_FILENO);
-        // Whatever else the test's own caller has left open is no business of the agent's.
+        // Other descriptors that the caller of the test has left open are not for the agent.
         close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
         for (const auto &[name, value] : options.Environment)
             setenv(name.c_str(), value.c_str(), 1);
@@ -99,7 +99,7 @@ Agent::Agent(Options options)
     output_ = std::move(output.ReadEnd);
     output.WriteEnd.Close();
     fcntl(output_.Get(), F_SETFL, fcntl(output_.Get(), F_GETFL) | O_NONBLOCK);
-    // The pipe takes the output of many lines while the test does other things.
+    // The pipe is large enough for the output while the test does something else.
     fcntl(output_.Get(), F_SETPIPE_SZ, 1024 * 1024);
     if (options.WaitUntilServing && !WaitForLog(", Port: 9000"))
         ADD_FAILURE() << "the agent did not open its listener";
@@ -211,7 +211,7 @@ std::size_t Agent::ResidentKiB() const
 
 double Agent::CpuSeconds() const
 {
-    // The fields behind the program's name, of which user and system time are the 12th and 13th.
+    // Of the fields after the program's name, user and system time are the 12th and 13th.
     std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
     std::istringstream fields(stat.substr(stat.rfind(')') + 1));
     std::string skipped;

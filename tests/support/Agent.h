@@ -14,20 +14,20 @@
 
 namespace nimbra::test {
 
-/// The real nimbra-agent, started as a child with its output taken down line by line. It is ended
-/// with the object, which fails the test when the agent crashed or a sanitizer complained. One
-/// thread.
+/// The real nimbra-agent as a child process, with its output recorded line by line. The destructor
+/// stops it and fails the test if the agent crashed or a sanitizer reported an error. One thread.
 class Agent
 {
 public:
-    /// What an agent at rest has open: the standard three, the listener and discovery's two.
+    /// The open descriptors of an idle agent: the three standard ones, the listener and two of
+    /// discovery.
     static constexpr std::size_t kDescriptorsAtRest = 6;
 
     struct Options
     {
-        /// Environment variables besides the test's own.
+        /// Environment variables in addition to those of the test.
         std::vector<std::pair<std::string, std::string>> Environment;
-        /// A wrapper and its arguments that the agent is run by, such as prlimit.
+        /// A program and its arguments that run the agent, such as prlimit.
         std::vector<std::string> Wrapper;
         /// Whether to wait until the listener is open.
         bool WaitUntilServing = true;
@@ -39,18 +39,18 @@ public:
     Agent(const Agent &) = delete;
     Agent &operator=(const Agent &) = delete;
 
-    /// Every line of output so far.
+    /// All lines of output so far.
     [[nodiscard]] const std::vector<std::string> &Log();
-    /// Drops the lines taken down so far, but for what a sanitizer has reported: for an agent that
-    /// runs for long. Returns how many they were.
+    /// Drops the lines recorded so far, except sanitizer reports, so that a long run does not fill
+    /// the memory. Returns their number.
     std::size_t ForgetLog();
-    /// How many lines hold `text`.
+    /// The number of lines that contain `text`.
     [[nodiscard]] std::size_t CountInLog(std::string_view text);
-    /// Waits until `count` lines hold `text`.
+    /// Waits until `count` lines contain `text`.
     [[nodiscard]] bool WaitForLog(std::string_view text, milliseconds limit = kSoon,
                                   std::size_t count = 1);
-    /// How many lines are a message of `source` and `method`: "DEBUG: <time>:ClientWorker.cpp:
-    /// <line>:Login(): CheckPassword fail".
+    /// The number of lines with this message of `source` and `method`, such as "DEBUG:
+    /// <time>:ClientWorker.cpp:<line>:Login(): CheckPassword fail".
     [[nodiscard]] std::size_t CountMessages(std::string_view source, std::string_view method,
                                             std::string_view message);
     [[nodiscard]] bool WaitForMessage(std::string_view source, std::string_view method,
@@ -58,19 +58,19 @@ public:
                                       milliseconds limit = kSoon);
 
     void Signal(int signal) const;
-    /// The exit status, or minus the number of the signal that ended the agent; nothing when it
-    /// runs on.
+    /// The exit status, or the negative number of the signal that ended the agent; nothing if it
+    /// still runs.
     [[nodiscard]] std::optional<int> WaitForExit(milliseconds limit = kSoon);
-    /// SIGTERM, and then as WaitForExit.
+    /// Sends SIGTERM and then does the same as WaitForExit.
     [[nodiscard]] std::optional<int> End(milliseconds limit = kSoon);
     [[nodiscard]] bool IsRunning();
 
     [[nodiscard]] pid_t Pid() const { return pid_; }
     [[nodiscard]] std::size_t Descriptors() const;
-    /// Those of the agent itself: without the one that ThreadSanitizer adds.
+    /// The agent's own threads, without the one that ThreadSanitizer adds.
     [[nodiscard]] std::size_t Threads() const;
     [[nodiscard]] std::size_t ResidentKiB() const;
-    /// Processor time used so far, user and system.
+    /// The user and system processor time used so far.
     [[nodiscard]] double CpuSeconds() const;
 
 private:

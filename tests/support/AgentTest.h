@@ -11,8 +11,8 @@
 
 namespace nimbra::test {
 
-/// Base of tests with sessions of any kind and number: a sample panel, the agent on it, and the
-/// clients that a test makes.
+/// Base of tests with any number of sessions: a sample panel, its agent, and the clients that a
+/// test creates.
 class AgentTest : public ::testing::Test
 {
 protected:
@@ -21,9 +21,9 @@ protected:
     /// silence.
     ~AgentTest() override;
 
-    /// A new client, which stays until the test's end.
+    /// Creates a client, which exists until the end of the test.
     ManagementClient &Connect();
-    /// One that has logged in; the test fails when it cannot.
+    /// Creates a client that has logged in. Fails the test if it cannot log in.
     ManagementClient &LogIn(const panel::SampleLogin &login = panel::kController);
 
     TestPanel panel_;

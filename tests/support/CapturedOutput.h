@@ -18,7 +18,7 @@ struct LogLine
     std::string Message;
 };
 
-/// Takes down what the process prints on standard output while the object lives; one at a time.
+/// Captures the standard output of the process during its lifetime. One object at a time.
 class CapturedOutput
 {
 public:
@@ -27,11 +27,11 @@ public:
     CapturedOutput(const CapturedOutput &) = delete;
     CapturedOutput &operator=(const CapturedOutput &) = delete;
 
-    /// Everything so far.
+    /// The output so far.
     [[nodiscard]] std::string Text() const;
-    /// Everything so far as lines of the log; fails the test when one is not of their form.
+    /// The output so far as log lines. Fails the test if a line is not in their format.
     [[nodiscard]] std::vector<LogLine> Log() const;
-    /// The messages alone.
+    /// Only the messages of the log lines.
     [[nodiscard]] std::vector<std::string> Messages() const;
 
 private:

@@ -12,7 +12,7 @@ namespace {
 constexpr char kHandlers[] = "ClientWorker.cpp";
 constexpr char kDataMethods[] = "DataManager.cpp";
 
-/// Where the databases are while they cannot be opened.
+/// The place of the databases while they cannot be opened.
 constexpr char kAway[] = "/tmp/DatabasesAway";
 
 Agent::Options InTimeZone(const std::string &timeZone)

@@ -13,13 +13,13 @@
 
 namespace nimbra::test {
 
-/// Base of the tests of a family of commands: a sample panel, the agent on it, and a client that
-/// has logged in as the controller. A request is a line without its line feed.
+/// Base of the tests of a command family: a sample panel, its agent, and a client that has logged
+/// in as the controller. A request is a line without its line feed.
 class CommandTest : public ::testing::Test
 {
 protected:
     explicit CommandTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
-    /// Asks the agent to end and scenarios on meanwhile, so that it need not wait for the client.
+    /// Stops the agent first, so that it does not wait for the client.
     ~CommandTest() override;
 
     [[nodiscard]] std::string Ask(const std::string &request, milliseconds limit = kSoon)
@@ -30,46 +30,45 @@ protected:
     {
         return client_->AskList(request);
     }
-    /// The first column of a query's rows.
+    /// Returns the first column of a query's rows.
     [[nodiscard]] std::vector<std::string> Lines(const std::string &sql) const;
 
-    /// Shows that a request is answered with a result code alone, that the command's handler logs
+    /// Checks that the response to a request is only a result code, that the handler logs
     /// `message`, and that nothing is changed, journalled or audited.
     void ExpectRefused(const std::string &request, int result, const std::string &message);
-    /// The same for Result=1 and the command's fail message.
+    /// The same for Result=1 and the failure message of the command.
     void ExpectFails(const std::string &request);
-    /// Shows that a request is answered with Result=0 alone, and that by the time of the answer
-    /// exactly these statements have been journalled and this one event has been audited.
+    /// Checks that the response to a request is only Result=0, and that before the response exactly
+    /// these statements were journalled and only this event was audited.
     void ExpectChanges(const std::string &request, const std::vector<std::string> &statements,
                        int eventCode);
-    /// Shows that a change fails after these statements have been journalled, the method logs the
-    /// statement that failed, and nothing is audited.
+    /// Checks that a change fails after these statements were journalled, that the method logs the
+    /// failed statement, and that nothing is audited.
     void ExpectBreaksOff(const std::string &request, const std::vector<std::string> &statements);
 
     /// Shows that the request fails while the databases cannot be opened, and that the data
     /// method logs it.
     void ExpectNeedsDatabase(const std::string &request);
-    /// Shows that the request is refused as incomplete without a look at the databases: while they
-    /// are away, too.
+    /// Checks that the request is refused as incomplete without access to the databases, also while
+    /// they do not exist.
     void ExpectIncomplete(const std::string &request);
-    /// Shows that the answer to a request is that to its keys in upper case, and to the request
-    /// with an unknown key in front, which is logged.
+    /// Checks that a request gets the same response with its keys in upper case, and with an
+    /// unknown first key, which is logged.
     void ExpectReadsKeys(const std::string &request);
 
     TestPanel panel_;
     Agent agent_;
-    /// Always there; a new one is made where another connection is needed.
+    /// The client. Replaced if a test needs another connection.
     std::optional<ManagementClient> client_;
 };
 
-/// The word of a request, without its question mark.
+/// The command word of a request, without its question mark.
 [[nodiscard]] std::string CommandOf(const std::string &request);
 
-/// The request with its keys in upper case and its values as they are.
+/// The request with its keys in upper case.
 [[nodiscard]] std::string WithUpperCaseKeys(const std::string &request);
 
-/// What a list command answers for these rows: the header, then the rows; the bare failure when
-/// there are none.
+/// The expected response of a list command: the header and these rows, or a failure without rows.
 [[nodiscard]] std::vector<std::string> ListAnswer(const std::string &command, std::size_t total,
                                                   int offset, const std::vector<std::string> &rows);
 

@@ -59,7 +59,7 @@ std::string NotALine(const std::string &line)
     return "not a line of such an example: " + line + "\n";
 }
 
-/// `text` as one word for the shell.
+/// `text` as one word of a shell command.
 std::string InSingleQuotes(const std::string &text)
 {
     std::string word = "'";
@@ -113,14 +113,14 @@ std::string OwnAddress(int socket)
     return text.data();
 }
 
-/// Gives this machine an address more, or takes it away again, as `ip` has it.
+/// Adds an address to this machine or deletes it; `verb` is that of the command ip.
 ProgramResult ChangeAddress(const std::string &verb, const std::string &address)
 {
     return RunProgram({"env", "PATH=/usr/sbin:/sbin:/usr/bin:/bin", "ip", "address", verb,
                        address + "/32", "dev", "lo"});
 }
 
-/// The value of a key in a line; empty when it is not there.
+/// The value of a key in a line; empty if the line lacks it.
 std::string ValueOf(const std::string &line, const std::string &key)
 {
     const std::size_t place = line.find(key + "=");
@@ -198,8 +198,8 @@ std::string PlayPython(const Example &program, const Example &output)
 
 std::string PlayConsole(const Example &example)
 {
-    // Each command is shown before it runs, as a terminal would, and finds the status of the one
-    // before it.
+    // Each command is printed before it runs, like in a terminal, and gets the status of the one
+    // before it in $?.
     std::string script = "cd /tmp\nexec 2>&1\n";
     for (const std::string &line : example.Lines)
         if (BeginsWith(line, "$ "))
@@ -265,7 +265,7 @@ std::string CloudPlayer::PlayConnection(const std::vector<std::string> &lines)
 
 std::string CloudPlayer::PlayLines(ManagementClient &panel, const std::vector<std::string> &lines)
 {
-    std::string unsent; // lines that follow each other go out together
+    std::string unsent; // consecutive lines are sent together
     for (const std::string &line : lines) {
         if (BeginsWith(line, "< ")) {
             unsent += line.substr(2) + "\n";

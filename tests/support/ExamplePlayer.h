@@ -11,44 +11,44 @@
 
 namespace nimbra::test {
 
-// Each of these plays an example against the running agent. They return an empty text when all of
-// it went as written, and otherwise what went wrong. The agent and its panel are the caller's.
+// These functions play an example with the running agent of the caller. They return an empty text
+// if everything went as written, and otherwise a description of the difference.
 
-/// A client's conversation: lines of a scenario (see scenario/Scenario.h), without words for a
-/// reader and commands for a shell. Begins with a login as the controller, unless its Info is
-/// marked "anonymous". Files are taken from `folder`. The client, newly connected, stays so.
+/// Plays a client's conversation: lines of a scenario (see simulator/scenario/Scenario.h) without
+/// titles, remarks and shell commands. It starts with a login as the controller, unless its Info is
+/// "conversation anonymous". Files are read from `folder`. The client must have just connected.
 [[nodiscard]] std::string PlayConversation(const Example &example, const ManagementClient &client,
                                            const std::string &folder);
 
-/// Datagrams: "> " is sent to the panel, "< " must be broadcast by it, "silence 2" is two seconds
-/// without an answer.
+/// Plays datagrams: "> " is sent to the panel, "< " must be broadcast by it, "silence 2" is two
+/// seconds without an answer.
 [[nodiscard]] std::string PlayDiscovery(const Example &example, const DiscoveryProbe &probe);
 
-/// A Python program, and the lines that it must print.
+/// Runs a Python program, which must print the lines of `output`.
 [[nodiscard]] std::string PlayPython(const Example &program, const Example &output);
 
-/// A terminal's window: "$ " is a command for the shell, in which nimbractl is the project's own
-/// and the panel and the user are named in the environment; the other lines are what must be
-/// printed, to standard output or error.
+/// Plays a terminal session: "$ " is a shell command. The shell finds the project's own nimbractl,
+/// and its environment names the panel and the user. The other lines are the expected output,
+/// standard error included.
 [[nodiscard]] std::string PlayConsole(const Example &example);
 
-/// The cloud server's side of a conversation, and that of the relay which it orders the panel to
-/// call. Listens from its making on. One thread.
+/// Plays the cloud server in a conversation, and the relay to which it sends the panel. Listens
+/// from its construction on. One thread.
 class CloudPlayer
 {
 public:
-    /// Throws std::system_error when the server's port cannot be had.
+    /// Throws std::system_error if the server's port is not free.
     CloudPlayer();
     ~CloudPlayer();
     CloudPlayer(const CloudPlayer &) = delete;
     CloudPlayer &operator=(const CloudPlayer &) = delete;
 
-    /// "> " must come from the agent, "< " is sent to it, an empty line begins a new connection.
-    /// An example that does not begin with the registration finds the panel registered.
+    /// "> " must come from the agent, "< " is sent to it, an empty line starts a new connection. If
+    /// the example does not start with a registration, the panel is registered first.
     [[nodiscard]] std::string Play(const Example &example);
 
 private:
-    /// Where the panel was told to open a session, and the listener there.
+    /// The address where the panel must open a session, and the listener on it.
     struct Relay
     {
         std::string Address;
@@ -58,12 +58,12 @@ private:
     [[nodiscard]] std::string PlayConnection(const std::vector<std::string> &lines);
     [[nodiscard]] std::string PlayLines(ManagementClient &panel,
                                         const std::vector<std::string> &lines);
-    /// Listens where a heartbeat's answer sends the panel, if it sends it anywhere.
+    /// Listens at the relay's address if a heartbeat response names one.
     void Obey(const std::string &answer);
 
     Descriptor server_;
     Relay relay_;
-    std::set<std::string> addresses_; ///< that this machine was given
+    std::set<std::string> addresses_; ///< added to this machine
 };
 
 } // namespace nimbra::test

@@ -20,10 +20,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned kUser = 64123;                         ///< nobody else's
-constexpr char kOwnAgent[] = "/nimbra/sbin/nimbra-agent"; ///< copy that the user can reach
+constexpr unsigned kUser = 64123;                         ///< not in use by others
+constexpr char kOwnAgent[] = "/nimbra/sbin/nimbra-agent"; ///< copy that the user can run
 
-/// Whether the caller can become the ordinary user: root of a user namespace often knows no other.
+/// Whether the caller can become the ordinary user. Root of a user namespace often cannot.
 bool HasUser()
 {
     std::istringstream map(ReadFile("/proc/self/uid_map"));
@@ -58,7 +58,7 @@ Agent::Options AsBoundUser()
         return options;
     for (const char *directory : {"/tmp/NimbraDB", "/nimbra"})
         OpenToEveryone(directory);
-    // The build directory may lie where only its owner can go.
+    // The build directory may be accessible only to its owner.
     std::string script = std::string("cp \"$0\" ") + kOwnAgent + " && exec";
     for (const std::string &word : RunByUser(kUser))
         script += " " + word;
@@ -91,7 +91,7 @@ void SoftLimit::Set(const std::string &value) const
     struct stat owner
     {};
     stat(("/proc/" + process).c_str(), &owner);
-    // As the agent's own user: root may lack the right to limit another's process.
+    // Runs as the agent's user: root may not be allowed to limit a process of another user.
     std::vector<std::string> command;
     if (owner.st_uid != 0)
         command = RunByUser(owner.st_uid);

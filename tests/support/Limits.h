@@ -6,17 +6,17 @@
 
 namespace nimbra::test {
 
-/// Options for an agent that a limit on processes and threads binds, as none binds root: it is run
-/// by an ordinary user, whom the sample panel's files are opened to. A caller that is root only in
-/// a user namespace is bound as it is.
+/// Options for an agent to which limits on processes and threads apply. They do not apply to root,
+/// so an ordinary user runs the agent and gets access to the files of the sample panel. They do
+/// apply to a caller that is root only in a user namespace, who runs the agent itself.
 [[nodiscard]] Agent::Options AsBoundUser();
 
-/// A soft resource limit of the running agent, while the object lives. One thread.
+/// Sets a soft resource limit of the running agent during its lifetime. One thread.
 class SoftLimit
 {
 public:
-    /// `resource` is prlimit's word for it: "nofile" or "nproc". Throws std::runtime_error when
-    /// the limit cannot be set.
+    /// `resource` is the limit's name for prlimit: "nofile" or "nproc". Throws std::runtime_error
+    /// if the limit cannot be set.
     SoftLimit(const Agent &agent, std::string resource, std::size_t value);
     ~SoftLimit();
     SoftLimit(const SoftLimit &) = delete;

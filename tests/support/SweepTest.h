@@ -13,22 +13,22 @@
 
 namespace nimbra::test {
 
-/// Base of the tests that send one request again and again, each time with another of its calls
-/// failing: an agent that follows the orders of `faults_`, a client that has logged in, and a main
-/// database that can be put back. The agent must hold no more descriptors in the end.
+/// Base of tests that repeat one request, each time with another failing call: an agent that
+/// follows the rules of `faults_`, a client that has logged in, and a main database that can be
+/// restored. At the end the agent must have no more open descriptors than before.
 class SweepTest : public ::testing::Test
 {
 protected:
-    /// Sends the request once, so that what is made once only is made.
+    /// Sends the request once, so that later requests find everything that is created only once.
     explicit SweepTest(const char *request);
-    /// Asks the agent to end and scenarios on meanwhile, so that it need not wait for the client.
+    /// Stops the agent first, so that it does not wait for the client.
     ~SweepTest() override;
 
-    /// Sends the request; its answer, rows included.
+    /// Sends the request and returns its response with all rows.
     std::vector<std::string> Ask() { return client_.AskList(request_); }
-    /// Puts the database back as it was before any request.
+    /// Restores the database as it was before the first request.
     void Restore() const;
-    /// The tables without the journal.
+    /// The content of all tables except the journal.
     [[nodiscard]] std::vector<std::string> Tables() const;
 
     Faults faults_;

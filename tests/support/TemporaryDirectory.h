@@ -4,8 +4,7 @@
 
 namespace nimbra::test {
 
-/// A fresh directory below the system's temporary one, removed with all that is in it when the
-/// object goes.
+/// A new directory in the system's temporary directory. The destructor removes it with its content.
 class TemporaryDirectory
 {
 public:
@@ -14,7 +13,7 @@ public:
     TemporaryDirectory(const TemporaryDirectory &) = delete;
     TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
 
-    /// The path of the directory, or of a file in it.
+    /// The path of the directory or of a file in it.
     [[nodiscard]] const std::string &Path() const { return path_; }
     [[nodiscard]] std::string Path(const std::string &file) const { return path_ + "/" + file; }
 

@@ -12,7 +12,7 @@
 
 namespace nimbra::test {
 
-/// A row of a table as texts; NULL reads as an empty text.
+/// A row of a table as texts. NULL is an empty text.
 using Row = std::vector<std::string>;
 
 /// The sample panel at the paths of a real one, and what a test reads from it. Works on the main
@@ -29,7 +29,7 @@ public:
 
     explicit TestPanel(const panel::PanelSize &size = {}, Cloud cloud = Cloud::Disabled);
 
-    /// Runs statements that give no rows.
+    /// Runs statements that return no rows.
     void Run(const std::string &sql) const { Run(paths_.MainDatabase, sql); }
     static void Run(const std::string &file, const std::string &sql);
     [[nodiscard]] std::vector<Row> Rows(const std::string &sql) const
@@ -37,22 +37,22 @@ public:
         return Rows(paths_.MainDatabase, sql);
     }
     [[nodiscard]] static std::vector<Row> Rows(const std::string &file, const std::string &sql);
-    /// The first column of the first row; "(no row)" when there is none.
+    /// The first column of the first row; "(no row)" if there is no row.
     [[nodiscard]] std::string Value(const std::string &sql) const;
 
-    /// Empties a table and takes its keys and indexes away: its rows are then kept in the order in
-    /// which they are added.
+    /// Empties a table and removes its keys and indexes, so that it keeps its rows in the order of
+    /// their insertion.
     void DropKeys(const std::string &table) const;
 
     /// The statements of the journal, in the order of their sequence numbers.
     [[nodiscard]] std::vector<std::string> Journal() const;
-    /// Every call of the command tool so far, or those from the given one on.
+    /// All calls of the command tool so far, or those from the given one on.
     [[nodiscard]] std::vector<panel::Call> Calls(std::size_t from = 0) const;
     /// Each table of a database with all its rows, as texts that show every value and its type.
     [[nodiscard]] static std::vector<std::string> Dump(const std::string &file);
 
-    /// The files below /nimbra, but for the command tool and its call log, and those in /tmp whose
-    /// names begin with "owned": with their content, or "(special)" for what is no plain file.
+    /// The files in /nimbra, except the command tool and its call log, and those in /tmp whose
+    /// names start with "owned": with their content, or "(special)" if it is not a regular file.
     [[nodiscard]] std::map<std::string, std::string> Files() const;
 
     [[nodiscard]] const panel::PanelPaths &Paths() const { return paths_; }
@@ -61,10 +61,10 @@ private:
     panel::PanelPaths paths_{"/"};
 };
 
-/// The call of the command tool that notes an event which a client at 127.0.0.1 has caused.
+/// The call of the command tool that records an event of a client at 127.0.0.1.
 [[nodiscard]] panel::Call AuditCall(int eventCode, const std::string &userName = "admin");
 
-/// A client that has logged in; the test fails when it cannot.
+/// Creates a client that has logged in. Fails the test if it cannot log in.
 [[nodiscard]] ManagementClient LoggedIn(const panel::SampleLogin &login = panel::kController);
 
 } // namespace nimbra::test

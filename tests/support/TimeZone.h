@@ -7,8 +7,8 @@
 
 namespace nimbra::test {
 
-/// Puts the process into a time zone, named as TZ names it, while the object lives. The zones of
-/// the tests are spelt out, so that they need no time zone database.
+/// Sets the time zone of the process, as in TZ, during its lifetime. Tests use complete rules, so
+/// that they need no time zone database.
 class TimeZone
 {
 public:
@@ -34,7 +34,7 @@ private:
     std::optional<std::string> before_;
 };
 
-/// Central Europe and the east of North America, by their rules of today.
+/// Central Europe and the east of North America, with their current rules.
 inline constexpr char kEasternZone[] = "CET-1CEST,M3.5.0,M10.5.0/3";
 inline constexpr char kWesternZone[] = "EST5EDT,M3.2.0,M11.1.0";
 

@@ -8,10 +8,10 @@ namespace nimbra::test {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-/// How long a test waits for what must happen soon; generous, so that a busy machine fails none.
+/// The time that a test waits for something that must happen soon: long enough for a busy machine.
 inline constexpr milliseconds kSoon = seconds(20);
 
-/// Measures wall-clock time from its making.
+/// Measures the time since its creation.
 class Stopwatch
 {
 public:
@@ -24,7 +24,7 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-/// Polls until `condition` holds; false when it does not within `limit`.
+/// Polls until `condition` holds; false if it does not within `limit`.
 [[nodiscard]] bool WaitUntil(const std::function<bool()> &condition, milliseconds limit = kSoon);
 
 } // namespace nimbra::test

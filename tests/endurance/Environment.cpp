@@ -14,7 +14,7 @@ using simulator::CloudServer;
 using simulator::Reply;
 using std::chrono::seconds;
 
-/// A cloud server that is good for a while, then silent, rude or refusing, and then gone.
+/// A cloud server that first works, then does not answer, answers badly or refuses, and then stops.
 void FlappingCloud(Run &run, unsigned /*number*/)
 {
     const CloudServer::Answer manners[] = {
@@ -34,20 +34,20 @@ void FlappingCloud(Run &run, unsigned /*number*/)
             run.Count("heartbeats", server.Count("HeartBeat?"));
             run.Count("registrations", server.Count("SetDeviceInfo?"));
         }
-        run.Count("times that the cloud server went");
+        run.Count("stops of the cloud server");
         run.Pause(seconds(3));
     }
 }
 
-/// Storms of probes, good ones and others, of which each good one is answered.
-void DiscoveryStorms(Run &run, unsigned /*number*/)
+/// Bursts of valid and invalid probes. Each valid one must be answered.
+void ProbeBursts(Run &run, unsigned /*number*/)
 {
     constexpr int kProbes = 40;
     const test::DiscoveryProbe probe;
-    for (int storm = 1; !run.IsOver(); ++storm) {
+    for (int burst = 1; !run.IsOver(); ++burst) {
         std::set<std::string> missing;
         for (int i = 1; i <= kProbes; ++i) {
-            const std::string key = std::to_string(storm % 10000 * 100 + i);
+            const std::string key = std::to_string(burst % 10000 * 100 + i);
             missing.insert(key);
             probe.Send("Scan?Key=" + key + "\n");
             probe.Send("Scan?Key=no\n");
@@ -66,7 +66,7 @@ void DiscoveryStorms(Run &run, unsigned /*number*/)
     }
 }
 
-/// The panel's own software: writes both databases, and takes the journal in.
+/// The panel's own software: writes both databases and empties the journal.
 void PanelSoftware(Run &run, unsigned /*number*/)
 {
     panel::SqliteFile main(run.Panel().Paths().MainDatabase);
@@ -90,12 +90,11 @@ void PanelSoftware(Run &run, unsigned /*number*/)
 
 } // namespace
 
-const std::vector<Role> &Surroundings()
+const std::vector<Role> &Environment()
 {
-    static const std::vector<Role> surroundings = {{"cloud", FlappingCloud, 1},
-                                                   {"discovery", DiscoveryStorms, 1},
-                                                   {"panel", PanelSoftware, 1}};
-    return surroundings;
+    static const std::vector<Role> environment = {
+        {"cloud", FlappingCloud, 1}, {"discovery", ProbeBursts, 1}, {"panel", PanelSoftware, 1}};
+    return environment;
 }
 
 } // namespace nimbra::endurance
