@@ -1,6 +1,7 @@
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -16,15 +17,15 @@ using client::Record;
 using client::Request;
 
 constexpr std::array<FieldOption, 9> kCardFields{{
-    {"--user-no", {"UserNo", FieldKind::Number}, "Number of the user that owns the card"},
+    {"--user-no", {"UserNo", FieldKind::Number}, "Number of the card's user"},
     {"--format", {"FormatNo", FieldKind::Number}, "Number of the card's format; see formats"},
-    {"--card-number", {"CardNumber", FieldKind::Text}, "What is encoded in the card"},
+    {"--card-number", {"CardNumber", FieldKind::Text}, "The number encoded in the card"},
     {"--key-number", {"KeyNumber", FieldKind::Number}, "Key number"},
-    {"--status", {"CardStatus", FieldKind::Number}, "Status of the card, as the panel numbers it"},
-    {"--type", {"CardType", FieldKind::Number}, "Type of the card, as the panel numbers it"},
+    {"--status", {"CardStatus", FieldKind::Number}, "Status of the card, a number of the panel"},
+    {"--type", {"CardType", FieldKind::Number}, "Type of the card, a number of the panel"},
     {"--never-expire",
      {"NeverExpire", FieldKind::Number},
-     "1 for a card that does not expire, else 0"},
+     "1 for a card that never expires, else 0"},
     {"--valid-from", {"ActDate", FieldKind::Date}, "First day on which the card is valid"},
     {"--expires", {"ExpDate", FieldKind::Date}, "Day on which the card expires"},
 }};
@@ -32,6 +33,7 @@ constexpr std::array<FieldOption, 9> kCardFields{{
 struct CardFilter
 {
     int UserNo = 0;
+    std::string CardNumber;
     client::ListOptions Paging;
 };
 
@@ -65,7 +67,7 @@ Request GetLevels(int number)
     return Request("GetCardAccessLevel").Number("CardNo", number);
 }
 
-/// Dates are days of the panel's calendar, where they are kept as local midnight.
+/// Dates are days of the panel's calendar, which stores them as local midnight.
 void UsePanelDays(Context &context, Record &card)
 {
     for (const char *key : {"ActDate", "ExpDate"})
@@ -85,8 +87,13 @@ void ListCards(Context &context, const CardFilter &filter)
     if (filter.UserNo != 0)
         request.Number("UserNo", filter.UserNo);
     static_cast<void>(context.Panel.ClockOffset());
-    WriteList(context, request, filter.Paging, {},
-              [&context](Record &card) { UsePanelDays(context, card); });
+    RowRules rules;
+    rules.Edit = [&context](Record &card) { UsePanelDays(context, card); };
+    if (!filter.CardNumber.empty())
+        rules.IsShown = [&filter](const Record &card) {
+            return card.Text("CardNumber") == filter.CardNumber;
+        };
+    WriteList(context, request, filter.Paging, {}, rules);
 }
 
 void ShowCard(Context &context, const CardChange &card)
@@ -94,7 +101,7 @@ void ShowCard(Context &context, const CardChange &card)
     WriteRecord(context.Options.Output, ReadCard(context, card.Number));
 }
 
-/// The panel does not tell a new card's number, but a card number is unique within its format.
+/// The panel does not report a new card's number, but a card number is unique within its format.
 std::optional<Record> FindNewCard(Context &context, const GivenFields &given)
 {
     std::optional<Record> found;
@@ -121,17 +128,52 @@ void RequireCardKeys(const GivenFields &given)
     }
 }
 
+/// The panel stores cards of users and formats that do not exist. A login without the right to read
+/// them may still add cards.
+void RequireExisting(Context &context, const char *word, const char *key, const GivenFields &given,
+                     const std::string &name)
+{
+    const std::string &number = given.at(key);
+    const int result =
+        context.Panel.Get().Execute(Request(word).Number(key, std::stoi(number))).Result;
+    if (result != 0 && result != 9)
+        throw Refused("There is no " + name + " " + number +
+                      ", or the panel cannot read its database; nothing is sent. (" + word +
+                      ": Result=" + std::to_string(result) + ")");
+}
+
+/// Reports the values that are stored for dates that are not given.
+void NoteMissingDates(const GivenFields &given)
+{
+    const auto neverExpires = given.find("NeverExpire");
+    if (neverExpires != given.end() && neverExpires->second != "0")
+        return;
+    const bool hasFrom = given.contains("ActDate");
+    const bool hasTo = given.contains("ExpDate");
+    if (hasFrom && hasTo)
+        return;
+    WriteNote(std::string("The card is stored without a ") +
+              (hasFrom ? "day on which it expires"
+               : hasTo ? "first day"
+                       : "first day and without a day on which it expires") +
+              " (1970-01-01), and not as one that never expires. --valid-from, --expires and "
+              "--never-expire 1 set this.");
+}
+
 void AddCard(Context &context, const CardChange &card)
 {
     RequireCardKeys(card.Given);
     Request request("AddCardInfo");
     AddGiven(request, kCardFields, card.Given);
+    RequireExisting(context, "GetUserInfo", "UserNo", card.Given, "user");
+    RequireExisting(context, "GetCardFormat", "FormatNo", card.Given, "card format");
+    NoteMissingDates(card.Given);
     context.Panel.Execute(request);
     if (std::optional<Record> added = FindNewCard(context, card.Given)) {
         UsePanelDays(context, *added);
         WriteRecord(context.Options.Output, *added);
     } else {
-        std::fprintf(stderr, "nimbractl: The card is added; its number could not be found out.\n");
+        WriteNote("The card is added; its number cannot be found.");
     }
 }
 
@@ -145,10 +187,10 @@ void SetCard(Context &context, const CardChange &card)
     request.Number("CardNo", card.Number);
     AddGivenOrKept(request, kCardFields, card.Given, ReadCard(context, card.Number), card.MayCut);
     context.Panel.Execute(request);
-    // A card whose format is not there cannot be read, but has been changed.
+    // A card whose format does not exist cannot be read, but is changed.
     client::Response after = context.Panel.Get().Execute(GetCard(card.Number));
     if (after.Result != 0) {
-        std::fprintf(stderr, "nimbractl: The card is changed; the panel does not show it.\n");
+        WriteNote("The card is changed; the panel does not show it.");
         return;
     }
     UsePanelDays(context, after.Header);
@@ -158,8 +200,8 @@ void SetCard(Context &context, const CardChange &card)
 void DeleteCards(Context &context, const Cards &cards)
 {
     for (const int number : cards.Numbers) {
-        // The panel says yes to every number. A card whose format is gone is found by its levels
-        // only, and who may not look may still delete.
+        // The panel reports success for every number. A card whose format is gone is found only by
+        // its levels, and a login without the right to read cards may still delete them.
         const int result = context.Panel.Get().Execute(GetLevels(number)).Result;
         if (result != 0 && result != 9)
             throw Refused("GetCardAccessLevel", result);
@@ -181,14 +223,37 @@ void ShowLevels(Context &context, const LevelChange &card)
     WriteRecord(context.Options.Output, record);
 }
 
+/// The panel stores numbers of access levels that do not exist. A login without the right to read
+/// access levels may still set them.
+void RequireLevels(Context &context, int kind, const std::vector<int> &levels)
+{
+    if (levels.empty())
+        return;
+    const client::Response response =
+        context.Panel.Get().Execute(Request("GetAccessLevelEx").Number("SelectType", kind));
+    if (response.Result == 9)
+        return;
+    for (const int level : levels) {
+        const bool exists =
+            std::any_of(response.Rows.begin(), response.Rows.end(),
+                        [level](const Record &row) { return row.Number("LevelNo") == level; });
+        if (!exists)
+            throw Refused("There is no " +
+                          std::string(kind == 2 ? "group of access levels " : "access level ") +
+                          std::to_string(level) + "; nothing is changed.");
+    }
+}
+
 void SetLevels(Context &context, const LevelChange &card)
 {
     if (card.Levels.empty() != card.None)
-        throw WrongUsage("Name the access levels, or give --none for none of them.");
+        throw WrongUsage("Name the access levels, or give --none to remove all.");
     const Record before = context.Panel.Execute(GetLevels(card.Number)).Header;
     Request request("SetCardAccessLevel");
     request.Number("CardNo", card.Number);
-    request.Number("SelectType", card.Kind != 0 ? card.Kind : before.Number("SelectType"));
+    const int kind = card.Kind != 0 ? card.Kind : before.Number("SelectType");
+    RequireLevels(context, kind, card.Levels);
+    request.Number("SelectType", kind);
     std::string levels;
     for (const int level : card.Levels)
         levels += (levels.empty() ? "" : " ") + std::to_string(level);
@@ -200,45 +265,44 @@ void SetLevels(Context &context, const LevelChange &card)
 void AddLevelCommands(CLI::App &cards, Context &context)
 {
     CLI::App &levels = AddGroup(cards, "levels", "Access levels of cards");
-    const auto get = AddCommand<LevelChange>(
+    const auto get = AddReadCommand<LevelChange>(
         levels, "get",
-        "Show the access levels of a card. SelectType 1 are plain levels, 2 are groups of them",
+        "Show the access levels of a card. SelectType 1 are access levels, 2 are groups of access "
+        "levels",
         context, ShowLevels);
-    const auto set = AddCommand<LevelChange>(
-        levels, "set", "Replace all access levels of a card. Nothing checks that the levels exist",
-        context, SetLevels);
+    const auto set = AddCommand<LevelChange>(levels, "set", "Replace all access levels of a card",
+                                             context, SetLevels);
     for (const auto &command : {get, set})
         AddNumber(*command.App, "number", command.Into->Number, "The card's record number")
             ->required();
     set.App->add_option("levels", set.Into->Levels, "Numbers of the levels or groups")
         ->transform(IsNumber())
         ->option_text("LEVEL...");
-    set.App->add_flag("--none", set.Into->None, "Take all levels away");
+    set.App->add_flag("--none", set.Into->None, "Remove all access levels");
     AddChoice(*set.App, "--kind", set.Into->Kind, LevelKinds(),
-              "What the numbers mean: levels or groups; without it, what the card has now")
-        ->option_text("KIND");
+              "The kind of the numbers; without it, the kind that the card has now");
 }
 
 void AddChangeCommands(CLI::App &cards, Context &context)
 {
-    const auto show = AddCommand<CardChange>(cards, "show", "Show a card", context, ShowCard);
+    const auto show = AddReadCommand<CardChange>(cards, "show", "Show a card", context, ShowCard);
     const auto add = AddCommand<CardChange>(
         cards, "add",
-        "Add a card, and show the new record with its number. It begins without access levels",
+        "Add a card and show the new record with its number. A new card has no access levels",
         context, AddCard);
     AddFields(*add.App, kCardFields, add.Into->Given);
     for (const char *option : {"--user-no", "--format", "--card-number"})
         add.App->get_option(option)->required();
     const auto set = AddCommand<CardChange>(
         cards, "set",
-        "Change a card. The panel overwrites the whole record, so it is read first, and only what "
-        "is named is changed; access levels stay. What somebody else changes in the same moment is "
-        "lost",
+        "Change a card. The panel overwrites the whole record, so the record is read first and "
+        "only "
+        "the given fields are changed; access levels stay. A change that another client makes at "
+        "the same time is lost",
         context, SetCard);
     AddFields(*set.App, kCardFields, set.Into->Given);
     set.App->add_flag("--accept-cut", set.Into->MayCut,
-                      "Also when the card number may be longer than the 32 bytes that the panel "
-                      "tells; it is then cut");
+                      "Cut a card number that is not given to the 32 bytes that the panel reports");
     for (const auto &command : {show, set})
         AddNumber(*command.App, "number", command.Into->Number, "The card's record number")
             ->required();
@@ -251,13 +315,16 @@ void AddCardCommands(CLI::App &app, Context &context)
     CLI::App &cards = AddGroup(
         app, "cards",
         "Cards and their access levels. CardNo is a card's record number on the panel, CardNumber "
-        "what is encoded in it. Dates are days of the panel's calendar; 1970-01-01 stands for "
-        "none");
-    const auto list = AddCommand<CardFilter>(cards, "list", "List cards", context, ListCards);
-    AddNumber(*list.App, "--user-no", list.Into->UserNo, "Those of the user with this number");
+        "the number encoded in it. Dates are days of the panel's calendar; 1970-01-01 is no date");
+    const auto list = AddReadCommand<CardFilter>(cards, "list", "List cards", context, ListCards);
+    AddNumber(*list.App, "--user-no", list.Into->UserNo, "Only cards of the user with this number");
+    list.App
+        ->add_option("--card-number", list.Into->CardNumber,
+                     "Only cards with this number encoded in them")
+        ->option_text("TEXT");
     AddPaging(*list.App, list.Into->Paging);
     AddChangeCommands(cards, context);
-    const auto remove = AddCommand<Cards>(cards, "delete", "Delete cards, with their access levels",
+    const auto remove = AddCommand<Cards>(cards, "delete", "Delete cards and their access levels",
                                           context, DeleteCards);
     remove.App->add_option("numbers", remove.Into->Numbers, "The cards' record numbers")
         ->transform(IsNumber(1))

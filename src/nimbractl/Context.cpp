@@ -2,16 +2,72 @@
 
 #include "nimbractl/Fields.h"
 #include "nimbractl/HelpFormatter.h"
+#include "nimbractl/TextWidth.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <map>
+#include <numeric>
 
 #include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/ResultMessage.h>
 
 namespace nimbra::ctl {
+
+namespace {
+
+/// Returns the least number of characters to insert, remove or replace to turn `a` into `b`.
+std::size_t EditDistance(const std::string &a, const std::string &b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+/// Returns the sentence for a word that is not a command: the group that lacks it, and the nearest
+/// command of the group.
+std::string UnknownCommand(const CLI::App &app, const std::string &word)
+{
+    const CLI::App *group = &app;
+    std::string name;
+    for (auto parsed = group->get_subcommands(); !parsed.empty();
+         parsed = group->get_subcommands()) {
+        group = parsed.back();
+        name += (name.empty() ? "" : " ") + group->get_name();
+    }
+    std::string nearest;
+    for (const CLI::App *command : group->get_subcommands([](const CLI::App *) { return true; }))
+        if (nearest.empty() ||
+            EditDistance(word, command->get_name()) < EditDistance(word, nearest))
+            nearest = command->get_name();
+    return "There is no command \"" + word + "\"" + (name.empty() ? "" : " in \"" + name + "\"") +
+           "; the nearest is \"" + nearest + "\". --help lists all.";
+}
+
+std::string UnexpectedWords(const std::vector<std::string> &words)
+{
+    std::string sentence = words.size() == 1 ? "Unexpected word:" : "Unexpected words:";
+    for (const std::string &word : words)
+        sentence += " " + word;
+    return sentence + ". --help lists what the command takes.";
+}
+
+int Fail(const Context &context, Status status, const std::string &sentence)
+{
+    WriteError(context, sentence);
+    return status;
+}
+
+} // namespace
 
 Refused::Refused(const std::string &word, int result)
     : std::runtime_error(client::ResultMessage(word, result) + " (" + word +
@@ -45,49 +101,92 @@ CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const 
 
 void AddPaging(CLI::App &app, client::ListOptions &options)
 {
-    app.add_option("--limit", options.Limit, "At most so many rows; without it all of them")
+    app.add_option("--limit", options.Limit, "Show at most this many rows; all by default")
         ->transform(IsNumber(1))
         ->option_text("NUMBER");
-    app.add_option("--offset", options.Offset, "Leave out so many rows at the beginning")
+    app.add_option("--offset", options.Offset, "Skip this many rows at the beginning")
         ->transform(IsNumber(0))
         ->option_text("NUMBER");
 }
 
-void WriteList(Context &context, const client::Request &request, const client::ListOptions &options,
-               const ListStyle &style, const std::function<void(client::Record &)> &edit)
+void AddViewOptions(CLI::App &app, Settings &settings)
 {
-    const auto writer = MakeListWriter(context.Options.Output, style);
+    app.add_option_function<std::string>(
+           "--fields",
+           [&settings](const std::string &names) {
+               settings.Output.Fields = CLI::detail::split(names, ',');
+           },
+           "Show only these fields, in this order, such as UserNo,LastName")
+        ->option_text("FIELD,...");
+    app.add_flag("--wide", settings.Output.IsWide,
+                 "Do not cut the columns of a table to the width of the terminal");
+}
+
+bool WriteList(Context &context, const client::Request &request, const client::ListOptions &options,
+               const ListStyle &style, const RowRules &rules)
+{
+    const client::CommandSchema *schema = client::FindCommandSchema(request.Word());
+    const auto writer = MakeListWriter(context.Options.Output, schema->Row, style);
+    // The panel cannot count the rows that are shown.
+    client::ListOptions requested = options;
+    int skipped = 0;
+    if (rules.IsShown)
+        requested.Limit = requested.Offset = 0;
+    int written = 0;
+    const auto write = [&](const client::Record &row) {
+        if (rules.IsShown && (!rules.IsShown(row) || ++skipped <= options.Offset))
+            return true;
+        client::Record record = row;
+        if (rules.Edit)
+            rules.Edit(record);
+        writer->Row(record);
+        return ++written != options.Limit;
+    };
     int result = 0;
     try {
-        result = context.Panel.Get().List(
-            request,
-            [&writer, &edit](const client::Record &row) {
-                client::Record record = row;
-                if (edit)
-                    edit(record);
-                writer->Row(record);
-                return true;
-            },
-            options);
+        result = context.Panel.Get().List(request, write, requested);
     } catch (...) {
-        writer->End();
+        if (written > 0)
+            writer->End();
         throw;
     }
-    writer->End();
+    // Result 1 is also that of an empty list.
+    if (written > 0 || result <= 1)
+        writer->End();
     if (result != 0)
         throw Refused(request.Word(), result);
+    if (written == 0)
+        throw Refused(request.Word(), 1);
+    return written != options.Limit;
+}
+
+void WriteDone(Context &context, const std::string &sentence, const client::Record &record)
+{
+    if (context.Options.Output.Format == Format::Table)
+        std::printf("%s\n", Printable(sentence).c_str());
+    else
+        WriteRecord(context.Options.Output, record);
 }
 
 void WriteDone(Context &context, const std::string &sentence, const char *key, int number)
 {
-    if (context.Options.Output == Format::Table) {
-        std::printf("%s\n", sentence.c_str());
-        return;
-    }
     const std::array<client::Field, 2> fields{
         {{"Result", client::FieldKind::Number}, {key, client::FieldKind::Number}}};
-    WriteRecord(context.Options.Output, client::Record(fields, "Result=0&" + std::string(key) +
-                                                                   "=" + std::to_string(number)));
+    client::Record record(fields, "Result=0");
+    record.Set(key, std::to_string(number));
+    WriteDone(context, sentence, record);
+}
+
+void WriteNote(const std::string &sentence)
+{
+    std::fprintf(stderr, "nimbractl: %s\n", Printable(sentence).c_str());
+}
+
+void WriteError(const Context &context, const std::string &sentence)
+{
+    std::fflush(stdout);
+    WriteNote((context.ScriptLine > 0 ? "Line " + std::to_string(context.ScriptLine) + ": " : "") +
+              sentence);
 }
 
 void AddAllCommands(CLI::App &app, Context &context)
@@ -106,58 +205,49 @@ void AddAllCommands(CLI::App &app, Context &context)
 
 void AddOutputOption(CLI::App &app, Settings &settings)
 {
-    static const std::map<std::string, Format> kFormats = {
-        {"table", Format::Table}, {"json", Format::Json}, {"csv", Format::Csv}};
-    AddChoice(app, "-o,--output", settings.Output, kFormats,
-              "Form of the output: table, json or csv")
-        ->option_text("FORM");
+    static const std::map<std::string, Format> kFormats = {{"table", Format::Table},
+                                                           {"json", Format::Json},
+                                                           {"jsonl", Format::JsonLines},
+                                                           {"csv", Format::Csv}};
+    AddChoice(app, "-o,--output", settings.Output.Format, kFormats,
+              "Form of the output; a table by default. jsonl is one JSON object a line");
 }
-
-namespace {
-
-int Complain(Status status, const std::string &sentence)
-{
-    std::fflush(stdout);
-    std::fprintf(stderr, "nimbractl: %s\n", Printable(sentence).c_str());
-    return status;
-}
-
-} // namespace
 
 int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> words)
 {
     context.Action = nullptr;
     try {
-        std::reverse(words.begin(), words.end()); // as the parser wants them
+        std::reverse(words.begin(), words.end()); // the parser takes them in this order
         app.parse(std::move(words));
         context.Action();
         if (std::fflush(stdout) != 0)
             throw LocalFailure("Cannot write the output.");
         return kDone;
     } catch (const CLI::RequiredError &error) {
-        // The parser asks for a command before it looks at words that are none.
-        const std::vector<std::string> strange = app.remaining(true);
-        if (strange.empty())
-            return Complain(kWrongUsage, error.what() + std::string(". --help tells more."));
-        return Complain(kWrongUsage, "There is no command \"" + strange[0] +
-                                         "\". --help tells those that there are.");
+        // The parser reports a missing command before unexpected words.
+        const std::vector<std::string> unknown = app.remaining(true);
+        return Fail(context, kWrongUsage,
+                    unknown.empty() ? error.what() + std::string(". --help shows more.")
+                                    : UnknownCommand(app, unknown[0]));
+    } catch (const CLI::ExtrasError &) {
+        return Fail(context, kWrongUsage, UnexpectedWords(app.remaining(true)));
     } catch (const CLI::Success &help) {
         return app.exit(help) == 0 ? kDone : kWrongUsage;
     } catch (const CLI::ParseError &error) {
-        return Complain(kWrongUsage, error.what() + std::string(". --help tells more."));
+        return Fail(context, kWrongUsage, error.what() + std::string(". --help shows more."));
     } catch (const Refused &error) {
-        return Complain(kRefused, error.what());
+        return Fail(context, kRefused, error.what());
     } catch (const WrongUsage &error) {
-        return Complain(kWrongUsage, error.what());
+        return Fail(context, kWrongUsage, error.what());
     } catch (const client::RequestError &error) {
-        return Complain(kWrongUsage, error.what());
+        return Fail(context, kWrongUsage, error.what());
     } catch (const client::ConnectionError &error) {
-        return Complain(kUnreachable, error.what());
+        return Fail(context, kUnreachable, error.what());
     } catch (const client::CancelledError &) {
-        return Complain(kInterrupted, "Interrupted.");
+        return Fail(context, kInterrupted, "Interrupted.");
     } catch (const std::exception &error) {
-        // Something of this machine: memory has run out, for one.
-        return Complain(kWrongUsage, error.what());
+        // A failure of this machine, such as no memory.
+        return Fail(context, kWrongUsage, error.what());
     }
 }
 

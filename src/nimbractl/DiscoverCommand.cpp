@@ -25,7 +25,7 @@ constexpr std::array<client::Field, 5> kFields{{
 
 void Discover(Context &context, const DiscoverChoice &choice)
 {
-    const auto writer = MakeListWriter(context.Options.Output, {});
+    const auto writer = MakeListWriter(context.Options.Output, kFields);
     client::DiscoveryOptions options;
     options.Targets = choice.Targets;
     options.Duration = std::chrono::milliseconds(static_cast<int>(choice.Seconds * 1000));
@@ -49,7 +49,7 @@ void Discover(Context &context, const DiscoverChoice &choice)
 
 void AddDiscoverCommand(CLI::App &app, Context &context)
 {
-    const auto command = AddCommand<DiscoverChoice>(
+    const auto command = AddReadCommand<DiscoverChoice>(
         app, "discover",
         "Look for panels by UDP broadcast on the networks of this machine. Needs no login. Address "
         "and Port are those that the panel reports, Sender is the address that its response came "
@@ -59,7 +59,7 @@ void AddDiscoverCommand(CLI::App &app, Context &context)
         ->add_option("--target", command.Into->Targets,
                      "Probe this address instead of all panels of the networks; may be repeated")
         ->option_text("HOST");
-    command.App->add_option("--wait", command.Into->Seconds, "How many seconds to listen")
+    command.App->add_option("--wait", command.Into->Seconds, "Seconds to wait for responses")
         ->check(CLI::Range(0.1, 3600.0))
         ->option_text("SECONDS [5]");
 }

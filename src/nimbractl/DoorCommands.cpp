@@ -1,4 +1,4 @@
-// Doors, and the auxiliary outputs, which are switched in the same way.
+// Doors, and auxiliary outputs, which are switched in the same way.
 
 #include "nimbractl/Context.h"
 
@@ -19,12 +19,12 @@ struct DoorFilter
     client::ListOptions Paging;
 };
 
-struct Place
+struct NumberArgument
 {
     int Number = 0;
 };
 
-/// What the panel calls the two kinds of things that it switches.
+/// The commands and the names of the two kinds of relays.
 struct Switched
 {
     const char *GetWord;
@@ -51,8 +51,8 @@ void ShowStatus(Context &context, const Switched &what, int number)
     WriteRecord(context.Options.Output, record, what.Words);
 }
 
-/// The panel says yes to every number: whether there is such a door is asked before, and what
-/// became of it behind.
+/// The panel reports success for every number: a request before shows whether there is such a door,
+/// and a request after shows its new state.
 void Switch(Context &context, const Switched &what, int number, int control)
 {
     context.Panel.Execute(Request(what.GetWord).Number("Port", number));
@@ -61,16 +61,18 @@ void Switch(Context &context, const Switched &what, int number, int control)
 }
 
 template <const Switched &what, int control>
-void SwitchTo(Context &context, const Place &place)
+void SwitchTo(Context &context, const NumberArgument &argument)
 {
-    Switch(context, what, place.Number, control);
+    Switch(context, what, argument.Number, control);
 }
 
-void AddPlaceCommand(CLI::App &parent, const char *name, const char *help, const char *placeHelp,
-                     Context &context, void (*run)(Context &, const Place &))
+CLI::App &AddNumberCommand(CLI::App &parent, const char *name, const char *help,
+                           const char *numberHelp, Context &context,
+                           void (*run)(Context &, const NumberArgument &))
 {
-    const auto command = AddCommand<Place>(parent, name, help, context, run);
-    AddNumber(*command.App, "number", command.Into->Number, placeHelp)->required();
+    const auto command = AddCommand<NumberArgument>(parent, name, help, context, run);
+    AddNumber(*command.App, "number", command.Into->Number, numberHelp)->required();
+    return *command.App;
 }
 
 void ListDoors(Context &context, const DoorFilter &filter)
@@ -79,10 +81,10 @@ void ListDoors(Context &context, const DoorFilter &filter)
               {kLockWords});
 }
 
-void ShowDoor(Context &context, const Place &place)
+void ShowDoor(Context &context, const NumberArgument &argument)
 {
     const auto response =
-        context.Panel.Execute(Request("GetDoorInfo").Number("DoorNo", place.Number));
+        context.Panel.Execute(Request("GetDoorInfo").Number("DoorNo", argument.Number));
     WriteRecord(context.Options.Output, response.Header, kLockWords);
 }
 
@@ -91,37 +93,42 @@ void ShowDoor(Context &context, const Place &place)
 void AddDoorCommands(CLI::App &app, Context &context)
 {
     CLI::App &doors = AddGroup(app, "doors", "Doors and their locks");
-    const auto list = AddCommand<DoorFilter>(
+    const auto list = AddReadCommand<DoorFilter>(
         doors, "list", "List the enabled doors; Status is 1 for unlocked, 0 for locked", context,
         ListDoors);
     list.App
         ->add_option("--name", list.Into->Name,
-                     "Those with this text in their names; % stands for any text, _ for any letter")
+                     "Only doors with this text in their name; % is any text, _ any letter")
         ->option_text("TEXT");
     AddPaging(*list.App, list.Into->Paging);
     const char *const kDoorHelp = "The door's number";
-    AddPlaceCommand(doors, "show", "Show a door", kDoorHelp, context, ShowDoor);
-    AddPlaceCommand(doors, "lock", "Lock a door, and show what became of it", kDoorHelp, context,
-                    SwitchTo<kLocks, 0>);
-    AddPlaceCommand(doors, "unlock", "Unlock a door until it is locked again", kDoorHelp, context,
-                    SwitchTo<kLocks, 1>);
-    AddPlaceCommand(doors, "hold",
-                    "Hold a door unlocked for a moment, to let somebody in; the panel locks it "
-                    "again by itself",
-                    kDoorHelp, context, SwitchTo<kLocks, 2>);
+    AddViewOptions(AddNumberCommand(doors, "show", "Show a door", kDoorHelp, context, ShowDoor),
+                   context.Options);
+    AddNumberCommand(doors, "lock", "Lock a door and show its state", kDoorHelp, context,
+                     SwitchTo<kLocks, 0>);
+    AddNumberCommand(doors, "unlock", "Unlock a door until it is locked again", kDoorHelp, context,
+                     SwitchTo<kLocks, 1>);
+    AddNumberCommand(doors, "hold",
+                     "Unlock a door for a moment, to let a person in; the panel locks it "
+                     "again by itself",
+                     kDoorHelp, context, SwitchTo<kLocks, 2>);
+    AddWatchCommand(doors, context);
 }
 
 void AddOutputCommands(CLI::App &app, Context &context)
 {
     CLI::App &outputs = AddGroup(app, "outputs", "Auxiliary outputs");
     const char *const kOutputHelp = "The output's number";
-    AddPlaceCommand(
-        outputs, "get", "Show whether an output is on (1) or off (0)", kOutputHelp, context,
-        [](Context &its, const Place &place) { ShowStatus(its, kOutputs, place.Number); });
-    AddPlaceCommand(outputs, "on", "Switch an output on", kOutputHelp, context,
-                    SwitchTo<kOutputs, 1>);
-    AddPlaceCommand(outputs, "off", "Switch an output off", kOutputHelp, context,
-                    SwitchTo<kOutputs, 0>);
+    CLI::App &get =
+        AddNumberCommand(outputs, "get", "Show whether an output is on (1) or off (0)", kOutputHelp,
+                         context, [](Context &its, const NumberArgument &argument) {
+                             ShowStatus(its, kOutputs, argument.Number);
+                         });
+    AddViewOptions(get, context.Options);
+    AddNumberCommand(outputs, "on", "Switch an output on", kOutputHelp, context,
+                     SwitchTo<kOutputs, 1>);
+    AddNumberCommand(outputs, "off", "Switch an output off", kOutputHelp, context,
+                     SwitchTo<kOutputs, 0>);
 }
 
 } // namespace nimbra::ctl

@@ -5,12 +5,12 @@
 
 namespace nimbra::ctl {
 
-/// What the program ends with.
+/// The exit status of the program.
 enum Status : int
 {
     kDone = 0,
     kRefused = 1,      ///< refused or failed by the panel
-    kWrongUsage = 2,   ///< nothing was asked of the panel, or no more than reading
+    kWrongUsage = 2,   ///< nothing was changed on the panel
     kUnreachable = 3,  ///< the panel cannot be reached, or stopped responding
     kInterrupted = 130 ///< Ctrl-C in the shell
 };
@@ -23,7 +23,7 @@ public:
     explicit Refused(const std::string &sentence) : std::runtime_error(sentence) {}
 };
 
-/// The command line asks for something that cannot be done. The message is a sentence.
+/// The command line cannot be executed. The message is a sentence.
 class WrongUsage : public std::runtime_error
 {
 public:

@@ -1,5 +1,7 @@
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
+#include "nimbractl/Terminal.h"
+#include "nimbractl/TimeArgument.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +9,10 @@
 #include <thread>
 #include <vector>
 
+#include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/PanelClock.h>
 #include <nimbra-client/Request.h>
+#include <unistd.h>
 
 namespace nimbra::ctl {
 
@@ -18,23 +22,29 @@ using client::FieldKind;
 using client::Record;
 using client::Request;
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int kPageSize = 200;
 
-/// New events are few, and stand on the first page.
+/// New events are few: they are on the first page.
 constexpr int kNewPageSize = 25;
 
 constexpr std::array<FieldOption, 8> kFilters{{
-    {"--code", {"EventCode", FieldKind::Number}, "Of this event code; see event-codes"},
-    {"--user-no", {"UserNo", FieldKind::Number}, "Of the user with this number"},
-    {"--user-name", {"UserName", FieldKind::Text}, "With this text in the user's or login's name"},
-    {"--card", {"CardNo", FieldKind::Number}, "Of the card with this record number"},
-    {"--device", {"DeviceName", FieldKind::Text}, "With this text in the device's name"},
+    {"--code", {"EventCode", FieldKind::Number}, "Only this event code; see event-codes"},
+    {"--user-no", {"UserNo", FieldKind::Number}, "Only events of the user with this number"},
+    {"--user-name",
+     {"UserName", FieldKind::Text},
+     "Only events with this text in the user's or login's name"},
+    {"--card", {"CardNo", FieldKind::Number}, "Only events of the card with this record number"},
+    {"--device",
+     {"DeviceName", FieldKind::Text},
+     "Only events with this text in the device's name"},
     {"--text",
      {"EventDesc", FieldKind::Text},
-     "With this text in the description",
+     "Only events with this text in the description",
      client::kDescriptionBytes},
-    {"--device-type", {"DeviceType", FieldKind::Number}, "Of devices of this kind"},
-    {"--video-tag", {"VideoTag", FieldKind::Number}, "Of this camera channel"},
+    {"--device-type", {"DeviceType", FieldKind::Number}, "Only events of devices of this kind"},
+    {"--video-tag", {"VideoTag", FieldKind::Number}, "Only events of this camera channel"},
 }};
 
 struct EventFilter
@@ -43,7 +53,11 @@ struct EventFilter
     std::string Door;
     std::string From;
     std::string To;
+    bool NoLogins = false;
+    bool IsLocal = false; ///< times are those of this machine's time zone
     client::ListOptions Paging;
+
+    [[nodiscard]] TimeZone Zone() const { return IsLocal ? TimeZone::Local : TimeZone::Utc; }
 };
 
 struct FollowChoice
@@ -51,6 +65,14 @@ struct FollowChoice
     EventFilter Filter;
     double Interval = 2;
     int Last = 0;
+    int After = -1; ///< -1: not given
+    int Count = 0;
+};
+
+struct WatchChoice
+{
+    double Interval = 2;
+    int Events = 10;
     int Count = 0;
 };
 
@@ -59,30 +81,29 @@ struct OneEvent
     int Number = 0;
 };
 
-CLI::Validator IsTime()
-{
-    return {[](std::string &text) {
-                return client::ParseTime(text)
-                           ? std::string()
-                           : "\"" + text + "\" is no time such as \"2026-01-31 17:05:00\"";
-            },
-            ""};
-}
+/// The code of the event of a login through the protocol.
+constexpr int kLoginCode = 15107;
 
-/// Adds a time of the command line, UTC, as the panel reads it, in its own zone.
-void AddTime(Context &context, Request &request, const char *key, const std::string &text,
-             int atEndOfDay)
+/// Adds a time in the panel's time zone.
+void AddTime(Context &context, Request &request, const char *key, std::int64_t seconds)
 {
-    if (text.empty())
-        return;
-    std::int64_t seconds = client::ParseTime(text).value_or(0);
-    if (text.find(':') == std::string::npos)
-        seconds += atEndOfDay;
     const std::chrono::seconds offset = context.Panel.ClockOffset();
     request.RawText(key, client::FormatTime(seconds + offset.count()), client::kNameBytes);
 }
 
-/// Adds a door's present name to a filter, where it can be had and sent.
+void AddTimes(Context &context, Request &request, const EventFilter &filter)
+{
+    const auto from = ParseTimeArgument(filter.From, filter.Zone(), DayPart::Begin);
+    const auto to = ParseTimeArgument(filter.To, filter.Zone(), DayPart::End);
+    if (from && to && *from > *to)
+        throw WrongUsage("--from is later than --to.");
+    if (from)
+        AddTime(context, request, "FromTime", *from);
+    if (to)
+        AddTime(context, request, "ToTime", *to);
+}
+
+/// Adds a door's present name to a filter, if it can be read and sent.
 void AddNameOf(Context &context, Request &request, int door)
 {
     const client::Response response =
@@ -91,7 +112,7 @@ void AddNameOf(Context &context, Request &request, int door)
         if (response.Result == 0)
             request.Text("DeviceName", response.Header.Text("Name"));
     } catch (const client::RequestError &) {
-        // A name that no request can carry: the port alone has to do.
+        // No request can carry the name: only the port is a filter.
     }
 }
 
@@ -117,14 +138,38 @@ Request MakeRequest(Context &context, const EventFilter &filter)
     AddGiven(request, kFilters, filter.Given);
     if (!filter.Door.empty())
         AddDoor(context, request, filter.Door, filter.Given);
-    AddTime(context, request, "FromTime", filter.From, 0);
-    AddTime(context, request, "ToTime", filter.To, 86399);
+    AddTimes(context, request, filter);
     return request;
+}
+
+bool IsShown(const EventFilter &filter, const Record &event)
+{
+    return !filter.NoLogins || event.Number("EventCode") != kLoginCode;
+}
+
+void ConvertTime(const EventFilter &filter, Record &event)
+{
+    if (filter.IsLocal)
+        event.Set("EventTime", ToLocalTime(event.Text("EventTime")));
 }
 
 void ListEvents(Context &context, const EventFilter &filter)
 {
-    WriteList(context, MakeRequest(context, filter), filter.Paging);
+    RowRules rules;
+    if (filter.NoLogins)
+        rules.IsShown = [&filter](const Record &event) { return IsShown(filter, event); };
+    rules.Edit = [&filter](Record &event) { ConvertTime(filter, event); };
+    client::ListOptions paging = filter.Paging;
+    const bool isPage =
+        paging.Limit == 0 && IsOutputTerminal() && context.Options.Output.Format == Format::Table;
+    if (isPage) // a line for the heading, one for the note, one for the next prompt
+        paging.Limit = static_cast<int>(std::max<std::size_t>(GetTerminalSize().Rows, 8) - 3);
+    const bool isComplete = WriteList(context, MakeRequest(context, filter), paging, {}, rules);
+    if (isPage && !isComplete)
+        std::fprintf(stderr,
+                     "The newest %d events; --limit NUMBER shows more, --offset %d the "
+                     "next page.\n",
+                     paging.Limit, paging.Offset + paging.Limit);
 }
 
 void ShowEvent(Context &context, const OneEvent &event)
@@ -134,7 +179,7 @@ void ShowEvent(Context &context, const OneEvent &event)
     WriteRecord(context.Options.Output, response.Header);
 }
 
-/// The events that match, newest first: the newest `limit` ones, or those behind `known`.
+/// Returns the events that match, newest first: the newest `limit`, or all after `known`.
 std::vector<Record> NewestEvents(Context &context, const Request &request, int limit, int known)
 {
     std::vector<Record> events;
@@ -156,55 +201,148 @@ std::vector<Record> NewestEvents(Context &context, const Request &request, int l
     return events;
 }
 
-/// Waits between two looks at the log, without letting the session end.
-void Pause(Context &context, double duration)
+void CheckCancelled(Context &context)
 {
-    using Clock = std::chrono::steady_clock;
+    if (context.Panel.IsCancelled && context.Panel.IsCancelled())
+        throw client::CancelledError();
+}
+
+/// Waits between two requests and keeps the session alive. A lost connection is left to the next
+/// request.
+void Pause(Context &context, std::chrono::milliseconds duration)
+{
     constexpr std::chrono::seconds kKeepAlive(4);
-    const auto end = Clock::now() + std::chrono::milliseconds(static_cast<int>(duration * 1000));
+    const auto end = Clock::now() + duration;
     auto nextHeartbeat = Clock::now() + kKeepAlive;
     while (Clock::now() < end) {
-        if (context.Panel.IsCancelled && context.Panel.IsCancelled())
-            throw client::CancelledError();
+        CheckCancelled(context);
         if (Clock::now() >= nextHeartbeat) {
-            context.Panel.Get().KeepAlive();
             nextHeartbeat += kKeepAlive;
+            try {
+                context.Panel.Get().KeepAlive();
+            } catch (const client::ConnectionError &) {
+                nextHeartbeat = end;
+            }
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 }
 
+std::chrono::milliseconds Milliseconds(double seconds)
+{
+    return std::chrono::milliseconds(static_cast<int>(seconds * 1000));
+}
+
+/// Runs `step` again after a lost connection, with longer and longer pauses. Reports the loss and
+/// the return of the panel.
+void RunUntilConnected(Context &context, const std::function<void()> &step)
+{
+    std::chrono::seconds pause(1);
+    for (bool isLost = false;;) {
+        try {
+            step();
+            if (isLost)
+                WriteNote("The panel responds again.");
+            return;
+        } catch (const client::ConnectionError &error) {
+            if (!isLost)
+                WriteNote(std::string(error.what()) + " Trying again.");
+            isLost = true;
+        }
+        const auto end = Clock::now() + pause;
+        while (Clock::now() < end) {
+            CheckCancelled(context);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        pause = std::min(pause * 2, std::chrono::seconds(30));
+    }
+}
+
+/// Returns the number of the newest event; 0 when there is none.
+int NewestNumber(Context &context)
+{
+    const std::vector<Record> newest = NewestEvents(context, Request("GetEventLogEx"), 1, 0);
+    return newest.empty() ? 0 : newest[0].Number("EventNo");
+}
+
 void FollowEvents(Context &context, const FollowChoice &choice)
 {
-    const auto writer = MakeListWriter(context.Options.Output, {{"0", "1"}, true});
+    const auto writer = MakeListWriter(
+        context.Options.Output, client::FindCommandSchema("GetEventLogEx")->Row, {.IsLive = true});
     const Request request = MakeRequest(context, choice.Filter);
-    int known = 0;
-    for (const Record &newest : NewestEvents(context, Request("GetEventLogEx"), 1, 0))
-        known = newest.Number("EventNo");
+    int known = choice.After >= 0 ? choice.After : NewestNumber(context);
     std::vector<Record> events;
-    if (choice.Last > 0)
+    if (choice.After >= 0)
+        events = NewestEvents(context, request, 0, known);
+    else if (choice.Last > 0)
         events = NewestEvents(context, request, choice.Last, 0);
     for (int written = 0;;) {
         for (auto event = events.rbegin(); event != events.rend(); ++event) {
-            writer->Row(*event);
             known = std::max(known, event->Number("EventNo"));
+            if (!IsShown(choice.Filter, *event))
+                continue;
+            ConvertTime(choice.Filter, *event);
+            writer->Row(*event);
             if (++written == choice.Count)
                 return;
         }
-        Pause(context, choice.Interval);
-        events = NewestEvents(context, request, 0, known);
+        Pause(context, Milliseconds(choice.Interval));
+        RunUntilConnected(context, [&] { events = NewestEvents(context, request, 0, known); });
+    }
+}
+
+/// Writes a list as a table from the beginning of the screen on.
+void WriteRows(Context &context, const Request &request, int limit, const ListStyle &style)
+{
+    client::ListOptions options;
+    options.Limit = limit;
+    const auto writer = MakeListWriter(context.Options.Output,
+                                       client::FindCommandSchema(request.Word())->Row, style);
+    static_cast<void>(context.Panel.Get().List(
+        request,
+        [&writer](const Record &row) {
+            writer->Row(row);
+            return true;
+        },
+        options));
+    writer->End();
+}
+
+void WatchDoors(Context &context, const WatchChoice &choice)
+{
+    if (context.Options.Output.Format != Format::Table)
+        throw WrongUsage(
+            "doors watch shows tables; events follow and doors list have other forms.");
+    for (int shown = 0;;) {
+        RunUntilConnected(context, [&] {
+            if (CanMoveCursor(STDOUT_FILENO))
+                std::printf("\033[H\033[2J");
+            WriteRows(context, Request("GetDoorInfoEx"), 0, {.Status = kLockWords});
+            std::printf("\n");
+            WriteRows(context, Request("GetEventLogEx"), choice.Events, {});
+            std::fflush(stdout);
+        });
+        if (++shown == choice.Count)
+            return;
+        Pause(context, Milliseconds(choice.Interval));
+        if (!CanMoveCursor(STDOUT_FILENO))
+            std::printf("\n");
     }
 }
 
 void AddFilterOptions(CLI::App &app, EventFilter &filter)
 {
     app.add_option("--door", filter.Door,
-                   "Of this door; by number, those that have its present name")
+                   "Only events of this door; by number, those with its present name")
         ->option_text("NUMBER|NAME");
     AddFields(app, kFilters, filter.Given);
-    AddFooter(app, "A text is found anywhere, without regard to the case of ASCII letters; % in it "
-                   "stands for any\ntext and _ for any letter. Several filters must all match. "
-                   "Times are UTC, as in the output.\n--user is no filter: it names the login.");
+    app.add_flag("--no-logins", filter.NoLogins, "Leave out the events of logins");
+    app.add_flag("--local", filter.IsLocal,
+                 "Times are those of this machine's time zone, in input and output");
+    AddFooter(app,
+              "A text is found anywhere, in upper and lower case of ASCII letters; % in it is "
+              "any text, _ any letter. All filters must match. Times are UTC unless --local is "
+              "given. --user is not a filter: it is the name to log in with.");
 }
 
 } // namespace
@@ -212,33 +350,60 @@ void AddFilterOptions(CLI::App &app, EventFilter &filter)
 void AddEventCommands(CLI::App &app, Context &context)
 {
     CLI::App &events = AddGroup(app, "events", "The event log");
-    const auto list =
-        AddCommand<EventFilter>(events, "list", "List events, newest first", context, ListEvents);
+    const auto list = AddReadCommand<EventFilter>(events, "list", "List events, newest first",
+                                                  context, ListEvents);
     list.App
         ->add_option("--from", list.Into->From,
-                     "At this time or later: \"2026-01-31 17:05:00\", or a day")
+                     "Only events at this time or later: \"2026-01-31 17:05:00\", "
+                     "2026-01-31T17:05:00Z, 2026-01-31, today, yesterday, -90m, -2h, -7d")
         ->check(IsTime())
         ->option_text("TIME");
-    list.App->add_option("--to", list.Into->To, "At this time or earlier; of a day, its end")
+    list.App
+        ->add_option("--to", list.Into->To,
+                     "Only events at this time or earlier; a day means its end")
         ->check(IsTime())
         ->option_text("TIME");
     AddFilterOptions(*list.App, *list.Into);
     AddPaging(*list.App, list.Into->Paging);
-    const auto show = AddCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
+    const auto show = AddReadCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
     AddNumber(*show.App, "number", show.Into->Number, "The event's number")->required();
-    const auto follow = AddCommand<FollowChoice>(
+    const auto follow = AddReadCommand<FollowChoice>(
         events, "follow",
-        "Print new events as they come, oldest first, until Ctrl-C. JSON is one object a line",
+        "Print new events as they arrive, oldest first, until Ctrl-C. A panel that cannot be "
+        "reached is tried again. JSON is one object a line",
         context, FollowEvents);
     AddFilterOptions(*follow.App, follow.Into->Filter);
-    follow.App->add_option("--last", follow.Into->Last, "Begin with so many events of the past")
+    follow.App->add_option("--last", follow.Into->Last, "Begin with this many past events")
         ->transform(IsNumber(1, 100000))
         ->option_text("NUMBER");
-    follow.App->add_option("--count", follow.Into->Count, "End after so many events")
+    follow.App
+        ->add_option("--after", follow.Into->After,
+                     "Begin after the event with this number, oldest first")
+        ->transform(IsNumber(0))
+        ->option_text("NUMBER")
+        ->excludes("--last");
+    follow.App->add_option("--count", follow.Into->Count, "End after this many events")
         ->transform(IsNumber(1))
         ->option_text("NUMBER");
     follow.App
-        ->add_option("--interval", follow.Into->Interval, "Seconds between two looks at the log")
+        ->add_option("--interval", follow.Into->Interval,
+                     "Seconds between two requests for new events")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->option_text("SECONDS [2]");
+}
+
+void AddWatchCommand(CLI::App &doors, Context &context)
+{
+    const auto watch = AddReadCommand<WatchChoice>(
+        doors, "watch", "Show the doors and the latest events again and again, until Ctrl-C",
+        context, WatchDoors);
+    watch.App->add_option("--events", watch.Into->Events, "Show this many events")
+        ->transform(IsNumber(1, 1000))
+        ->option_text("NUMBER [10]");
+    watch.App->add_option("--count", watch.Into->Count, "End after showing this many times")
+        ->transform(IsNumber(1))
+        ->option_text("NUMBER");
+    watch.App->add_option("--interval", watch.Into->Interval, "Seconds between two requests")
         ->check(CLI::Range(0.1, 3600.0))
         ->option_text("SECONDS [2]");
 }

@@ -10,7 +10,7 @@ namespace {
 
 using client::FieldKind;
 
-/// What the panel stores for a date that is not given.
+/// The date that the panel stores when none is given.
 constexpr char kNoDate[] = "1970-01-01";
 
 CLI::Validator IsDate()
@@ -78,8 +78,8 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
         if (option.Field.Kind == FieldKind::Text && kept.size() >= option.Limit && !mayCut)
             throw WrongUsage(std::string("The panel may hold more of ") + option.Field.Name +
                              " than the " + std::to_string(option.Limit) +
-                             " bytes it tells, and the rest would be lost: give " + option.Option +
-                             ", or --accept-cut.");
+                             " bytes it reports, and the rest would be lost: give " +
+                             option.Option + ", or --accept-cut.");
         AddValue(request, option, kept);
     }
 }
@@ -102,7 +102,7 @@ CLI::Validator IsNumber(std::int32_t least, std::int32_t most)
 void RequireGiven(const GivenFields &given)
 {
     if (given.empty())
-        throw WrongUsage("Name at least one thing to change.");
+        throw WrongUsage("Name at least one field to change.");
 }
 
 } // namespace nimbra::ctl

@@ -18,11 +18,11 @@ struct FieldOption
     const char *Option;
     client::Field Field;
     const char *Help;
-    /// What the panel keeps of a text.
+    /// The bytes that the panel stores of a text.
     std::size_t Limit = client::kNameBytes;
 };
 
-/// The values given on the command line, by their keys.
+/// The values given on the command line by key.
 using GivenFields = std::map<std::string, std::string>;
 
 /// Adds the options; numbers and dates are checked while the command line is parsed.
@@ -33,13 +33,13 @@ void AddGiven(client::Request &request, std::span<const FieldOption> options,
               const GivenFields &given);
 
 /// Adds the values of all options to a request: those given, and those of `record` for the others.
-/// Throws WrongUsage for a text of the record that the panel may hold more of than it tells,
+/// Throws WrongUsage for a text of the record that the panel may hold more of than it reports,
 /// unless `mayCut`, and RequestError for one that cannot be sent back.
 void AddGivenOrKept(client::Request &request, std::span<const FieldOption> options,
                     const GivenFields &given, const client::Record &record, bool mayCut);
 
-/// For Option::transform: checks a whole decimal number within bounds, and nothing behind it. What
-/// it leaves has no leading zeros, which the parser would take for the sign of an octal number.
+/// For Option::transform: checks a whole decimal number within bounds. Removes leading zeros, which
+/// the parser would take for the sign of an octal number.
 [[nodiscard]] CLI::Validator IsNumber(std::int32_t least = INT32_MIN,
                                       std::int32_t most = INT32_MAX);
 

@@ -1,16 +1,28 @@
 #include "nimbractl/HelpFormatter.h"
 
+#include "nimbractl/Terminal.h"
+
+#include <algorithm>
+#include <cstdlib>
 #include <sstream>
 
 namespace nimbra::ctl {
 
 namespace {
 
-constexpr std::size_t kPageWidth = 100;
-constexpr std::size_t kFirstColumn = 30;
+constexpr std::size_t kMostColumns = 100;
+constexpr std::size_t kLeastColumns = 40;
+constexpr std::size_t kNameColumns = 30;
 
-/// Breaks a text into lines at its blanks.
-std::string Wrapped(const std::string &text, std::size_t width)
+std::size_t PageWidth()
+{
+    if (!IsOutputTerminal() && std::getenv("COLUMNS") == nullptr)
+        return kMostColumns;
+    return std::clamp(GetTerminalSize().Columns, kLeastColumns, kMostColumns);
+}
+
+/// Breaks a text into lines at its blanks; the lines after the first begin with `indent` blanks.
+std::string Wrapped(const std::string &text, std::size_t width, std::size_t indent = 0)
 {
     std::istringstream words(text);
     std::string result;
@@ -18,8 +30,8 @@ std::string Wrapped(const std::string &text, std::size_t width)
     for (std::string word; words >> word; lineLength += word.size()) {
         if (!result.empty()) {
             const bool fits = lineLength + 1 + word.size() <= width;
-            result += fits ? ' ' : '\n';
-            lineLength = fits ? lineLength + 1 : 0;
+            result += fits ? " " : "\n" + std::string(indent, ' ');
+            lineLength = fits ? lineLength + 1 : indent;
         }
         result += word;
     }
@@ -28,14 +40,26 @@ std::string Wrapped(const std::string &text, std::size_t width)
 
 } // namespace
 
-HelpFormatter::HelpFormatter()
+HelpFormatter::HelpFormatter() : width_(PageWidth())
 {
-    column_width(kFirstColumn);
+    column_width(std::min(kNameColumns, width_ / 2));
 }
 
 std::string HelpFormatter::make_description(const CLI::App *app) const
 {
-    return Wrapped(app->get_description(), kPageWidth) + ".\n\n";
+    return Wrapped(app->get_description(), width_) + ".\n\n";
+}
+
+std::string HelpFormatter::make_footer(const CLI::App *app) const
+{
+    std::istringstream lines(app->get_footer());
+    std::string text;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t indent = std::min(line.find_first_not_of(' '), line.size());
+        text += line.substr(0, indent) +
+                Wrapped(line, width_ - indent, indent == 0 ? 0 : indent + 3) + "\n";
+    }
+    return text;
 }
 
 std::string HelpFormatter::make_subcommand(const CLI::App *sub) const
@@ -43,8 +67,8 @@ std::string HelpFormatter::make_subcommand(const CLI::App *sub) const
     const std::string all = sub->get_description();
     std::ostringstream out;
     CLI::detail::format_help(out, sub->get_name(),
-                             Wrapped(all.substr(0, all.find(". ")), kPageWidth - kFirstColumn),
-                             kFirstColumn);
+                             Wrapped(all.substr(0, all.find(". ")), width_ - get_column_width()),
+                             get_column_width());
     return out.str();
 }
 
@@ -63,9 +87,17 @@ std::string HelpFormatter::make_expanded(const CLI::App *sub) const
     return name + CLI::Formatter::make_expanded(sub).substr(sub->get_name().size());
 }
 
+std::string HelpFormatter::make_option_opts(const CLI::Option *option) const
+{
+    std::string text = CLI::Formatter::make_option_opts(option);
+    if (!option->get_envname().empty())
+        text += " (Env:" + option->get_envname() + ")";
+    return text + (option->get_required() ? " (required)" : "");
+}
+
 std::string HelpFormatter::make_option_desc(const CLI::Option *option) const
 {
-    return Wrapped(option->get_description(), kPageWidth - kFirstColumn);
+    return Wrapped(option->get_description(), width_ - get_column_width());
 }
 
 } // namespace nimbra::ctl

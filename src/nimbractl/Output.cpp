@@ -1,6 +1,8 @@
 #include "nimbractl/Output.h"
 
 #include "nimbractl/Errors.h"
+#include "nimbractl/Terminal.h"
+#include "nimbractl/TextWidth.h"
 
 #include <nlohmann/json.hpp>
 
@@ -9,8 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include <unistd.h>
 
@@ -23,13 +25,21 @@ using client::FieldKind;
 using client::Record;
 using Json = nlohmann::ordered_json;
 
-/// A table's columns are as wide as these first rows need.
+/// The widths of a table's columns are those of its first rows.
 constexpr std::size_t kRowsForWidths = 200;
 
-/// What a column gets when its rows cannot be seen beforehand.
+/// A column is not cut to less than this on a terminal.
+constexpr std::size_t kLeastColumnWidth = 4;
+
+constexpr std::string_view kColumnGap = "  ";
+
+/// The date that the panel stores for none.
+constexpr std::string_view kNoDate = "1970-01-01";
+
+/// The width of a column whose rows cannot be measured beforehand.
 std::size_t LiveWidth(const Field &field)
 {
-    const std::size_t name = std::string(field.Name).size();
+    const std::size_t name = std::strlen(field.Name);
     switch (field.Kind) {
     case FieldKind::Number:
         return name;
@@ -44,35 +54,12 @@ std::size_t LiveWidth(const Field &field)
     return std::max<std::size_t>(name, 20);
 }
 
-bool IsContinuation(char c)
-{
-    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
-}
-
-/// Characters of a UTF-8 text.
-std::size_t Width(const std::string &text)
-{
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return !IsContinuation(c); }));
-}
-
-std::string Padded(const std::string &text, std::size_t width)
-{
-    const std::size_t own = Width(text);
-    return text + std::string(width > own ? width - own : 0, ' ');
-}
-
-bool HasColour()
-{
-    const char *none = std::getenv("NO_COLOR");
-    const char *terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0') &&
-           terminal != nullptr && std::string(terminal) != "dumb";
-}
-
 std::string Heading(const std::string &text)
 {
-    return HasColour() ? "\033[1m" + text + "\033[0m" : text;
+    const char *noColour = std::getenv("NO_COLOR");
+    const bool hasColour =
+        CanMoveCursor(STDOUT_FILENO) && (noColour == nullptr || *noColour == '\0');
+    return hasColour ? "\033[1m" + text + "\033[0m" : text;
 }
 
 void Put(const std::string &text)
@@ -81,11 +68,45 @@ void Put(const std::string &text)
         throw LocalFailure(std::string("Cannot write the output: ") + std::strerror(errno) + ".");
 }
 
-std::string TableCell(const Record &record, std::size_t place, StatusWords status)
+/// The fields to show, as indexes of the record's fields.
+using Selection = std::vector<std::size_t>;
+
+Selection SelectFields(const OutputOptions &options, std::span<const Field> fields)
 {
-    if (std::string(record.Fields()[place].Name) == "Status")
+    Selection selection;
+    for (const std::string &name : options.Fields) {
+        const auto found = std::find_if(fields.begin(), fields.end(),
+                                        [&name](const Field &field) { return field.Name == name; });
+        if (found == fields.end()) {
+            std::string names;
+            for (const Field &field : fields)
+                names += (names.empty() ? "" : ", ") + std::string(field.Name);
+            throw WrongUsage("There is no field \"" + name + "\" here; the fields are " + names +
+                             ".");
+        }
+        selection.push_back(static_cast<std::size_t>(found - fields.begin()));
+    }
+    for (std::size_t i = 0; options.Fields.empty() && i < fields.size(); ++i)
+        selection.push_back(i);
+    return selection;
+}
+
+/// The text of a value in a table: words in place of the numbers that stand for them.
+std::string TableText(const Record &record, std::size_t index, StatusWords status)
+{
+    const std::string_view name = record.Fields()[index].Name;
+    const std::string &value = record.At(index);
+    if (name == "Status")
         return record.Number("Status") != 0 ? status.One : status.Zero;
-    return Printable(record.At(place));
+    if (name == "SelectType" && (value == "1" || value == "2"))
+        return value == "1" ? "levels" : "groups";
+    if (name == "NeverExpire" && (value == "0" || value == "1"))
+        return value == "1" ? "yes" : "no";
+    if (name == "ExpDate" && record.Number("NeverExpire") != 0)
+        return "never";
+    if (record.Fields()[index].Kind == FieldKind::Date && value == kNoDate)
+        return "none";
+    return Printable(value);
 }
 
 Json ToJson(const std::string &value, FieldKind kind)
@@ -105,11 +126,11 @@ Json ToJson(const std::string &value, FieldKind kind)
     return value;
 }
 
-/// Bytes that are no UTF-8 (the panel cuts texts anywhere) become replacement characters.
-std::string JsonText(const Record &record, int indent)
+/// Bytes that are not UTF-8 (the panel cuts texts at any byte) become replacement characters.
+std::string JsonText(const Record &record, const Selection &selection, int indent)
 {
     Json object = Json::object();
-    for (std::size_t i = 0; i < record.Fields().size(); ++i)
+    for (const std::size_t i : selection)
         object[record.Fields()[i].Name] = ToJson(record.At(i), record.Fields()[i].Kind);
     return object.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
@@ -127,58 +148,76 @@ std::string CsvCell(const std::string &value)
 class TableWriter : public ListWriter
 {
 public:
-    explicit TableWriter(const ListStyle &style) : style_(style) {}
+    TableWriter(const OutputOptions &options, std::span<const Field> fields, const ListStyle &style)
+        : style_(style), selection_(SelectFields(options, fields)),
+          mayCut_(!options.IsWide && IsOutputTerminal())
+    {
+        for (const std::size_t i : selection_) {
+            headings_.emplace_back(fields[i].Name);
+            widths_.push_back(style.IsLive ? LiveWidth(fields[i]) : headings_.back().size());
+        }
+    }
 
     void Row(const Record &record) override
     {
         std::vector<std::string> cells;
-        for (std::size_t i = 0; i < record.Fields().size(); ++i)
-            cells.push_back(TableCell(record, i, style_.Status));
-        if (rows_.empty() && widths_.empty())
-            Begin(record);
+        for (const std::size_t i : selection_)
+            cells.push_back(TableText(record, i, style_.Status));
         if (!style_.IsLive && isMeasuring_) {
-            Measure(cells);
+            for (std::size_t i = 0; i < cells.size(); ++i)
+                widths_[i] = std::max(widths_[i], DisplayWidth(cells[i]));
             rows_.push_back(std::move(cells));
             if (rows_.size() == kRowsForWidths)
-                End();
+                Begin();
             return;
         }
-        if (isMeasuring_)
-            End();
+        Begin();
         PutRow(cells, false);
     }
 
     void End() override
     {
-        if (!isMeasuring_ || headings_.empty())
+        if (!rows_.empty())
+            Begin();
+    }
+
+private:
+    /// Writes the heading and the rows that were measured.
+    void Begin()
+    {
+        if (!isMeasuring_)
             return;
         isMeasuring_ = false;
+        if (mayCut_)
+            FitTerminal();
         PutRow(headings_, true);
         for (const std::vector<std::string> &row : rows_)
             PutRow(row, false);
         rows_.clear();
     }
 
-private:
-    void Begin(const Record &record)
+    /// Makes the widest columns narrower until a row fits.
+    void FitTerminal()
     {
-        for (const Field &field : record.Fields()) {
-            headings_.emplace_back(field.Name);
-            widths_.push_back(style_.IsLive ? LiveWidth(field) : headings_.back().size());
+        const std::size_t limit = GetTerminalSize().Columns;
+        std::size_t total = kColumnGap.size() * (widths_.size() - 1);
+        for (const std::size_t width : widths_)
+            total += width;
+        for (; total > limit; --total) {
+            const auto widest = std::max_element(widths_.begin(), widths_.end());
+            if (*widest <= kLeastColumnWidth)
+                return;
+            --*widest;
         }
-    }
-
-    void Measure(const std::vector<std::string> &cells)
-    {
-        for (std::size_t i = 0; i < cells.size(); ++i)
-            widths_[i] = std::max(widths_[i], Width(cells[i]));
     }
 
     void PutRow(const std::vector<std::string> &cells, bool isHeading) const
     {
         std::string line;
-        for (std::size_t i = 0; i < cells.size(); ++i)
-            line += (i == 0 ? "" : "  ") + Padded(cells[i], widths_[i]);
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            line += i == 0 ? "" : kColumnGap;
+            line += Padded(mayCut_ ? Shortened(cells[i], widths_[i]) : cells[i], widths_[i]);
+        }
         line.erase(line.find_last_not_of(' ') + 1);
         Put((isHeading ? Heading(line) : line) + "\n");
         if (style_.IsLive)
@@ -186,113 +225,131 @@ private:
     }
 
     const ListStyle style_;
+    const Selection selection_;
+    const bool mayCut_;
     std::vector<std::string> headings_;
     std::vector<std::size_t> widths_;
     std::vector<std::vector<std::string>> rows_;
     bool isMeasuring_ = true;
 };
 
-class JsonWriter : public ListWriter
+/// Writes one object a line.
+class JsonLinesWriter : public ListWriter
 {
 public:
-    explicit JsonWriter(bool isLive) : isLive_(isLive) {}
+    JsonLinesWriter(Selection selection, const ListStyle &style)
+        : selection_(std::move(selection)), isLive_(style.IsLive)
+    {}
 
     void Row(const Record &record) override
     {
-        const std::string text = JsonText(record, -1);
-        if (isLive_)
-            Put(text + "\n");
-        else
-            Put((hasRows_ ? ",\n  " : "[\n  ") + text);
-        hasRows_ = true;
+        Put(JsonText(record, selection_, -1) + "\n");
         if (isLive_)
             std::fflush(stdout);
     }
-
-    void End() override
-    {
-        if (hasRows_ && !isLive_)
-            Put("\n]\n");
-    }
+    void End() override {}
 
 private:
+    const Selection selection_;
     const bool isLive_;
+};
+
+/// Writes an array of objects.
+class JsonWriter : public ListWriter
+{
+public:
+    explicit JsonWriter(Selection selection) : selection_(std::move(selection)) {}
+
+    void Row(const Record &record) override
+    {
+        Put((hasRows_ ? ",\n  " : "[\n  ") + JsonText(record, selection_, -1));
+        hasRows_ = true;
+    }
+    void End() override { Put(hasRows_ ? "\n]\n" : "[]\n"); }
+
+private:
+    const Selection selection_;
     bool hasRows_ = false;
 };
 
 class CsvWriter : public ListWriter
 {
 public:
-    explicit CsvWriter(bool isLive) : isLive_(isLive) {}
+    CsvWriter(Selection selection, std::span<const Field> fields, const ListStyle &style)
+        : selection_(std::move(selection)), isLive_(style.IsLive)
+    {
+        for (const std::size_t i : selection_)
+            header_ += (header_.empty() ? "" : ",") + CsvCell(fields[i].Name);
+    }
 
     void Row(const Record &record) override
     {
-        std::string names;
         std::string values;
-        for (std::size_t i = 0; i < record.Fields().size(); ++i) {
-            names += (i == 0 ? "" : ",") + CsvCell(record.Fields()[i].Name);
-            values += (i == 0 ? "" : ",") + CsvCell(record.At(i));
-        }
-        Put((hasRows_ ? "" : names + "\n") + values + "\n");
-        hasRows_ = true;
+        for (std::size_t i = 0; i < selection_.size(); ++i)
+            values += (i == 0 ? "" : ",") + CsvCell(record.At(selection_[i]));
+        PutHeader();
+        Put(values + "\n");
         if (isLive_)
             std::fflush(stdout);
     }
+    void End() override { PutHeader(); }
 
 private:
+    void PutHeader()
+    {
+        if (!hasHeader_)
+            Put(header_ + "\n");
+        hasHeader_ = true;
+    }
+
+    const Selection selection_;
     const bool isLive_;
-    bool hasRows_ = false;
+    std::string header_;
+    bool hasHeader_ = false;
 };
 
 } // namespace
 
-std::unique_ptr<ListWriter> MakeListWriter(Format format, const ListStyle &style)
+std::unique_ptr<ListWriter> MakeListWriter(const OutputOptions &options,
+                                           std::span<const Field> fields, const ListStyle &style)
 {
-    switch (format) {
+    switch (options.Format) {
     case Format::Json:
-        return std::make_unique<JsonWriter>(style.IsLive);
+        if (!style.IsLive)
+            return std::make_unique<JsonWriter>(SelectFields(options, fields));
+        [[fallthrough]];
+    case Format::JsonLines:
+        return std::make_unique<JsonLinesWriter>(SelectFields(options, fields), style);
     case Format::Csv:
-        return std::make_unique<CsvWriter>(style.IsLive);
+        return std::make_unique<CsvWriter>(SelectFields(options, fields), fields, style);
     case Format::Table:
         break;
     }
-    return std::make_unique<TableWriter>(style);
+    return std::make_unique<TableWriter>(options, fields, style);
 }
 
-void WriteRecord(Format format, const Record &record, StatusWords status)
+void WriteRecord(const OutputOptions &options, const Record &record, StatusWords status)
 {
-    if (format == Format::Json) {
-        Put(JsonText(record, 2) + "\n");
+    const Selection selection = SelectFields(options, record.Fields());
+    if (options.Format == Format::Json) {
+        Put(JsonText(record, selection, 2) + "\n");
         return;
     }
-    if (format == Format::Csv) {
-        CsvWriter(false).Row(record);
+    if (options.Format != Format::Table) {
+        const auto writer = MakeListWriter(options, record.Fields());
+        writer->Row(record);
+        writer->End();
         return;
     }
     std::size_t width = 0;
-    for (const Field &field : record.Fields())
-        width = std::max(width, std::string(field.Name).size());
-    for (std::size_t i = 0; i < record.Fields().size(); ++i) {
-        const std::string value = TableCell(record, i, status);
+    for (const std::size_t i : selection)
+        width = std::max(width, std::strlen(record.Fields()[i].Name));
+    for (const std::size_t i : selection) {
+        const std::string value = TableText(record, i, status);
         const std::string name = record.Fields()[i].Name;
-        Put(value.empty()
-                ? Heading(name) + "\n"
-                : Heading(name) + std::string(width - name.size() + 2, ' ') + value + "\n");
+        Put(Heading(name) +
+            (value.empty() ? "" : std::string(width - name.size(), ' ') + "  " + value) + "\n");
     }
-}
-
-std::string Printable(const std::string &text)
-{
-    std::string result = text;
-    unsigned char before = 0;
-    for (char &c : result) {
-        const auto byte = static_cast<unsigned char>(c);
-        // C2 begins the control characters beyond ASCII, 80 to 9F.
-        if (byte < 0x20 || byte == 0x7F || (before == 0xC2 && byte >= 0x80 && byte < 0xA0))
-            c = '?';
-        before = byte;
-    }
-    return result;
 }
 
 } // namespace nimbra::ctl

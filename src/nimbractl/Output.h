@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <nimbra-client/Record.h>
 
@@ -11,10 +13,11 @@ enum class Format
 {
     Table,
     Json,
+    JsonLines, ///< one object a line
     Csv
 };
 
-/// What the field "Status" reads as in a table.
+/// The words for the values of the field "Status" in a table.
 struct StatusWords
 {
     const char *Zero;
@@ -24,14 +27,12 @@ struct StatusWords
 inline constexpr StatusWords kLockWords{"locked", "unlocked"};
 inline constexpr StatusWords kSwitchWords{"off", "on"};
 
-/// Writes records to standard output as they come. Nothing is written before the first one.
-class ListWriter
+/// The form of the output.
+struct OutputOptions
 {
-public:
-    virtual ~ListWriter() = default;
-    virtual void Row(const client::Record &record) = 0;
-    /// Must be called behind the last row.
-    virtual void End() {}
+    ctl::Format Format = Format::Table;
+    std::vector<std::string> Fields; ///< the fields to show, in this order; empty: all
+    bool IsWide = false;             ///< a table is not cut to the width of the terminal
 };
 
 struct ListStyle
@@ -41,12 +42,26 @@ struct ListStyle
     bool IsLive = false;
 };
 
-[[nodiscard]] std::unique_ptr<ListWriter> MakeListWriter(Format format, const ListStyle &style);
+/// Writes records to standard output as they arrive. One thread.
+class ListWriter
+{
+public:
+    virtual ~ListWriter() = default;
+    virtual void Row(const client::Record &record) = 0;
+    /// Must be called after the last row. Writes an empty list when there was no row: "[]" in JSON,
+    /// the header in CSV, nothing in a table.
+    virtual void End() = 0;
+};
 
-/// Writes one record: a line for each field, a JSON object, or CSV with one row.
-void WriteRecord(Format format, const client::Record &record, StatusWords status = {"0", "1"});
+/// `fields` are those of every record. Throws WrongUsage when the options name a field that is not
+/// among them.
+[[nodiscard]] std::unique_ptr<ListWriter> MakeListWriter(const OutputOptions &options,
+                                                         std::span<const client::Field> fields,
+                                                         const ListStyle &style = {});
 
-/// The text with everything that could move a terminal's cursor replaced.
-[[nodiscard]] std::string Printable(const std::string &text);
+/// Writes one record: a line for each field, a JSON object, or CSV with one row. Throws WrongUsage
+/// when the options name a field that is not in the record.
+void WriteRecord(const OutputOptions &options, const client::Record &record,
+                 StatusWords status = {"0", "1"});
 
 } // namespace nimbra::ctl

@@ -1,4 +1,4 @@
-// What the panel is set up with: event codes, card formats, access levels, threat levels.
+// The configuration of the panel: event codes, card formats, access levels, threat levels.
 
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
@@ -85,10 +85,10 @@ void ShowThreat(Context &context, const Number &)
 
 void SetThreat(Context &context, const Number &number)
 {
-    // The panel takes any number. Who may not look at the list may still set one.
-    const Request look = Request("GetThreatInfo").Number("Level", number.Value);
+    // The panel accepts any number. A login without the right to read the list may still set one.
+    const Request check = Request("GetThreatInfo").Number("Level", number.Value);
     if (!number.IsForced) {
-        const int result = context.Panel.Get().Execute(look).Result;
+        const int result = context.Panel.Get().Execute(check).Result;
         if (result != 0 && result != 9)
             throw Refused("GetThreatInfo", result);
     }
@@ -102,14 +102,14 @@ void SetThreat(Context &context, const Number &number)
 void AddThreatCommands(CLI::App &app, Context &context)
 {
     CLI::App &threat = AddGroup(app, "threat", "Threat levels");
-    const auto list = AddCommand<Number>(threat, "list", "List the threat levels, or show one",
-                                         context, ListThreats);
+    const auto list = AddReadCommand<Number>(threat, "list", "List the threat levels, or show one",
+                                             context, ListThreats);
     AddNumber(*list.App, "level", list.Into->Value, "Only this level");
-    AddCommand<Number>(threat, "get", "Show the threat level in force", context, ShowThreat);
+    AddReadCommand<Number>(threat, "get", "Show the threat level in force", context, ShowThreat);
     const auto set =
-        AddCommand<Number>(threat, "set", "Put a threat level into force", context, SetThreat);
+        AddCommand<Number>(threat, "set", "Set the threat level in force", context, SetThreat);
     AddNumber(*set.App, "level", set.Into->Value, "The level")->required();
-    set.App->add_flag("--force", set.Into->IsForced, "Also one that is not in the list");
+    set.App->add_flag("--force", set.Into->IsForced, "Accept a level that is not in the list");
 }
 
 } // namespace
@@ -122,28 +122,26 @@ const std::map<std::string, int> &LevelKinds()
 
 void AddPanelCommands(CLI::App &app, Context &context)
 {
-    const auto codes = AddCommand<CodeFilter>(
-        app, "event-codes", "List the event codes and what they mean, or show one", context,
+    const auto codes = AddReadCommand<CodeFilter>(
+        app, "event-codes", "List the event codes and their meanings, or show one", context,
         ShowCodes);
     codes.App->add_option("code", codes.Into->Code, "Only this code")
         ->transform(IsNumber(0))
         ->option_text("CODE");
-    codes.App->add_option("--text", codes.Into->Text, "Those with this text in their meaning")
+    codes.App->add_option("--text", codes.Into->Text, "Only codes with this text in their meaning")
         ->option_text("TEXT");
     AddPaging(*codes.App, codes.Into->Paging);
 
-    const auto formats = AddCommand<Number>(app, "formats", "List the card formats, or show one",
-                                            context, ShowFormats);
+    const auto formats = AddReadCommand<Number>(
+        app, "formats", "List the card formats, or show one", context, ShowFormats);
     AddNumber(*formats.App, "number", formats.Into->Value, "Only this format");
 
-    const auto levels = AddCommand<LevelFilter>(
-        app, "levels",
-        "List the access levels (SelectType 1) and the groups of them (SelectType 2). Each kind "
-        "counts its numbers by itself",
-        context, ShowAccessLevels);
-    AddChoice(*levels.App, "--kind", levels.Into->Kind, LevelKinds(),
-              "Only one kind: levels or groups")
-        ->option_text("KIND");
+    const auto levels = AddReadCommand<LevelFilter>(app, "levels",
+                                                    "List the access levels (SelectType 1) and the "
+                                                    "groups of access levels (SelectType 2). Each "
+                                                    "kind has its own numbers",
+                                                    context, ShowAccessLevels);
+    AddChoice(*levels.App, "--kind", levels.Into->Kind, LevelKinds(), "Only this kind");
     AddNumber(*levels.App, "--group", levels.Into->Group, "Only the group of this number");
     AddThreatCommands(app, context);
 }

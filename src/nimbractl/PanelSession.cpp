@@ -50,8 +50,8 @@ std::chrono::minutes PanelSession::ClockOffset()
     if (!clockOffset_)
         clockOffset_ = client::MeasureClockOffset(Get());
     if (!clockOffset_) {
-        std::fprintf(stderr, "nimbractl: The panel's clock offset cannot be found out; taking it "
-                             "for UTC. --clock-offset tells it.\n");
+        std::fprintf(stderr, "nimbractl: The panel's clock offset cannot be measured; UTC is "
+                             "assumed. --clock-offset sets it.\n");
         clockOffset_ = std::chrono::minutes(0);
     }
     return *clockOffset_;

@@ -11,7 +11,7 @@
 
 namespace nimbra::ctl {
 
-/// What the options of the program say about the panel and the output.
+/// The options that all commands have: the panel and the output.
 struct Settings
 {
     std::string Host;
@@ -20,25 +20,24 @@ struct Settings
     std::string PasswordFile;
     int TimeoutSeconds = 15;
     std::string ClockOffset; ///< "+02:00"; empty: measured when it is needed
-    Format Output = Format::Table;
+    OutputOptions Output;
 };
 
-/// The session with the panel, opened when it is first needed. One thread.
+/// The session with the panel, opened on first use. One thread.
 class PanelSession
 {
 public:
     explicit PanelSession(const Settings &settings) : settings_(settings) {}
 
-    /// The session, logged in. Throws WrongUsage when the settings do not tell enough, and Refused
-    /// when the panel does not accept the login.
+    /// Returns the session, logged in. Throws WrongUsage when the settings lack the host or the
+    /// user, and Refused when the panel does not accept the login.
     [[nodiscard]] client::Session &Get();
-    [[nodiscard]] bool IsOpen() const { return session_.has_value(); }
     /// Sends a request and returns its response. Throws Refused unless Result is 0.
     client::Response Execute(const client::Request &request);
-    /// How far the panel's clock is ahead of UTC.
+    /// Returns how far the panel's clock is ahead of UTC.
     [[nodiscard]] std::chrono::minutes ClockOffset();
 
-    /// Asked several times a second while something is waited for; true gives it up.
+    /// Called several times a second during a wait; true ends it.
     std::function<bool()> IsCancelled;
 
 private:
@@ -47,7 +46,7 @@ private:
     std::optional<std::chrono::minutes> clockOffset_;
 };
 
-/// Reads "+02:00", "-5" or "Z". Nothing for anything else.
+/// Reads "+02:00", "-5" or "Z". Returns nothing for any other text.
 [[nodiscard]] std::optional<std::chrono::minutes> ParseClockOffset(const std::string &text);
 
 } // namespace nimbra::ctl

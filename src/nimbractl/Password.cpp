@@ -14,13 +14,13 @@ namespace nimbra::ctl {
 
 namespace {
 
-/// Reads a line byte by byte: what stands behind it is left for others to read.
+/// Reads a line byte by byte: the bytes after it are left to later readers.
 std::string ReadLine(int file)
 {
     std::string line;
     for (char c = '\0'; read(file, &c, 1) == 1 && c != '\n';)
         line += c;
-    // Of a file that was written elsewhere, a carriage return is no part of the password.
+    // A carriage return at the end is that of another system's text file.
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
     return line;
@@ -82,7 +82,7 @@ std::string AskFor(const SilentTerminal &terminal, const std::string &prompt)
             terminal.EchoOn();
             terminal.Print("\n");
             signals.PassOn(signal);
-            // Only a stop leads back here, once the program is continued.
+            // The program continues here only after a stop.
             terminal.EchoOff();
             terminal.Print(prompt);
             line.clear();

@@ -1,7 +1,8 @@
 #include "nimbractl/ProgressBar.h"
 
+#include "nimbractl/Terminal.h"
+
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include <unistd.h>
@@ -12,15 +13,10 @@ namespace {
 
 constexpr std::size_t kWidth = 30;
 
-bool CanMoveCursor()
-{
-    const char *terminal = std::getenv("TERM");
-    return isatty(STDERR_FILENO) != 0 && terminal != nullptr && std::string(terminal) != "dumb";
-}
-
 } // namespace
 
-ProgressBar::ProgressBar(std::string title) : title_(std::move(title)), isVisible_(CanMoveCursor())
+ProgressBar::ProgressBar(std::string title)
+    : title_(std::move(title)), isVisible_(CanMoveCursor(STDERR_FILENO))
 {}
 
 ProgressBar::~ProgressBar()

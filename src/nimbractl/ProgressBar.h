@@ -5,7 +5,7 @@
 
 namespace nimbra::ctl {
 
-/// Shows on standard error how far a transfer is, if that is a terminal. One thread.
+/// Shows the progress of a transfer on standard error, if that is a terminal. One thread.
 class ProgressBar
 {
 public:

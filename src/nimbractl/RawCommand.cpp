@@ -1,4 +1,5 @@
 #include "nimbractl/Context.h"
+#include "nimbractl/TextWidth.h"
 
 #include <cstdio>
 
@@ -36,7 +37,7 @@ void AddRawCommand(CLI::App &app, Context &context)
         app, "raw",
         "Send a line of the protocol without a change and print the lines of the response as "
         "received. "
-        "Nothing is checked, doubled or left out. The bytes of a photograph are dropped",
+        "Nothing is checked, doubled or left out. The bytes of a photo are dropped",
         context, SendRaw);
     command.App->add_option("line", command.Into->Line, "The line, such as 'GetDoorInfo?DoorNo=1'")
         ->required()

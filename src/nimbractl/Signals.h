@@ -6,8 +6,8 @@
 
 namespace nimbra::ctl {
 
-/// Takes signals down instead of being ended by them, while the object lives: they are let in only
-/// within Wait, so that none is missed. One object at a time, in the main thread.
+/// Records signals while the object lives, instead of their default actions. They are delivered
+/// only within Wait, so that none is missed. One object at a time, in the main thread.
 class SignalCatcher
 {
 public:
@@ -16,17 +16,17 @@ public:
     SignalCatcher(const SignalCatcher &) = delete;
     SignalCatcher &operator=(const SignalCatcher &) = delete;
 
-    /// Waits until `descriptor` can be read, a signal came, or the time is over (-1: never is).
+    /// Waits until `descriptor` can be read, a signal arrives, or the time is over (-1: no limit).
     /// Returns whether it can be read.
     [[nodiscard]] bool Wait(int descriptor, int milliseconds) const;
 
-    /// The signal that came since the last call; 0 if none.
+    /// Returns the signal that arrived since the last call; 0 if none.
     [[nodiscard]] static int Take();
 
-    /// Does with a signal what would have been done without this object; most end the program.
+    /// Runs the action that a signal has without this object; most end the program.
     void PassOn(int signal) const;
 
-    /// Lets the signals in at any time, or only within Wait again.
+    /// Delivers signals at any time, or only within Wait again.
     void Open() const;
     void Close() const;
 

@@ -20,7 +20,7 @@ constexpr std::array<FieldOption, 9> kUserFields{{
     {"--middle-name", {"MiddleName", FieldKind::Text}, "Middle name"},
     {"--last-name", {"LastName", FieldKind::Text}, "Last name"},
     {"--phone", {"PhoneNumber", FieldKind::Text}, "Telephone number"},
-    {"--cell-phone", {"CellPhone", FieldKind::Text}, "Number of the mobile telephone"},
+    {"--cell-phone", {"CellPhone", FieldKind::Text}, "Mobile telephone number"},
     {"--email", {"Email", FieldKind::Text}, "E-mail address"},
     {"--ada", {"Ada", FieldKind::Number}, "ADA setting, 0 or 1"},
     {"--exempt", {"Exempt", FieldKind::Number}, "Exemption from threat levels, 0 or 1"},
@@ -28,14 +28,20 @@ constexpr std::array<FieldOption, 9> kUserFields{{
 }};
 
 constexpr std::array<FieldOption, 8> kUserFilters{{
-    {"--first-name", {"FirstName", FieldKind::Text}, "With this text in the first name"},
-    {"--middle-name", {"MiddleName", FieldKind::Text}, "With this text in the middle name"},
-    {"--last-name", {"LastName", FieldKind::Text}, "With this text in the last name"},
-    {"--cell-phone", {"CellPhone", FieldKind::Text}, "With this text in the mobile number"},
-    {"--email", {"Email", FieldKind::Text}, "With this text in the e-mail address"},
-    {"--ada", {"Ada", FieldKind::Number}, "With this value; 0 filters nothing"},
-    {"--exempt", {"Exempt", FieldKind::Number}, "With this value; 0 filters nothing"},
-    {"--threat-level", {"ThreatLevel", FieldKind::Number}, "With this value; 0 filters nothing"},
+    {"--first-name", {"FirstName", FieldKind::Text}, "Only users with this text in the first name"},
+    {"--middle-name",
+     {"MiddleName", FieldKind::Text},
+     "Only users with this text in the middle name"},
+    {"--last-name", {"LastName", FieldKind::Text}, "Only users with this text in the last name"},
+    {"--cell-phone",
+     {"CellPhone", FieldKind::Text},
+     "Only users with this text in the mobile number"},
+    {"--email", {"Email", FieldKind::Text}, "Only users with this text in the e-mail address"},
+    {"--ada", {"Ada", FieldKind::Number}, "Only users with this value; 0 is no filter"},
+    {"--exempt", {"Exempt", FieldKind::Number}, "Only users with this value; 0 is no filter"},
+    {"--threat-level",
+     {"ThreatLevel", FieldKind::Number},
+     "Only users with this value; 0 is no filter"},
 }};
 
 struct UserFilter
@@ -73,7 +79,7 @@ void ShowUser(Context &context, const UserChange &user)
     WriteRecord(context.Options.Output, context.Panel.Execute(GetUser(user.Number)).Header);
 }
 
-/// The panel does not tell a new user's number: of those with the same names, the largest.
+/// The panel does not report a new user's number: it is the largest of those with the same names.
 std::optional<Record> FindNewUser(Context &context, const GivenFields &given)
 {
     Request request("GetUserInfoEx");
@@ -104,7 +110,7 @@ void AddUser(Context &context, const UserChange &user)
     if (const std::optional<Record> added = FindNewUser(context, user.Given))
         WriteRecord(context.Options.Output, *added);
     else
-        std::fprintf(stderr, "nimbractl: The user is added; its number could not be found out.\n");
+        WriteNote("The user is added; its number cannot be found.");
 }
 
 void SetUser(Context &context, const UserChange &user)
@@ -126,7 +132,8 @@ void SetUser(Context &context, const UserChange &user)
 void DeleteUsers(Context &context, const Users &users)
 {
     for (const int number : users.Numbers) {
-        // The panel says yes to every number. Who may not look may still delete.
+        // The panel reports success for every number. A login without the right to read users may
+        // still delete them.
         const int result = context.Panel.Get().Execute(GetUser(number)).Result;
         if (result != 0 && result != 9)
             throw Refused("GetUserInfo", result);
@@ -139,39 +146,38 @@ void DeleteUsers(Context &context, const Users &users)
 
 void AddUserCommands(CLI::App &app, Context &context)
 {
-    CLI::App &users = AddGroup(app, "users", "Users and their photographs");
-    const auto list = AddCommand<UserFilter>(users, "list", "List users", context, ListUsers);
+    CLI::App &users = AddGroup(app, "users", "Users and their photos");
+    const auto list = AddReadCommand<UserFilter>(users, "list", "List users", context, ListUsers);
     AddFields(*list.App, kUserFilters, list.Into->Given);
     AddPaging(*list.App, list.Into->Paging);
     AddFooter(*list.App,
-              "A text is found anywhere, without regard to the case of ASCII letters; % in "
-              "it stands for any\ntext and _ for any letter. Several filters must all "
-              "match.");
+              "A text is found anywhere, in upper and lower case of ASCII letters; % in it is any "
+              "text, _ any letter. All filters must match.");
 
-    const auto show = AddCommand<UserChange>(users, "show", "Show a user", context, ShowUser);
+    const auto show = AddReadCommand<UserChange>(users, "show", "Show a user", context, ShowUser);
     const auto add = AddCommand<UserChange>(
-        users, "add", "Add a user, and show the new record with its number", context, AddUser);
+        users, "add", "Add a user and show the new record with its number", context, AddUser);
     AddFields(*add.App, kUserFields, add.Into->Given);
     add.App->get_option("--last-name")->required();
 
     const auto set = AddCommand<UserChange>(
         users, "set",
-        "Change a user. The panel overwrites the whole record, so it is read first, and only what "
-        "is named is changed; an empty value clears. What somebody else changes in the same moment "
-        "is lost",
+        "Change a user. The panel overwrites the whole record, so the record is read first and "
+        "only "
+        "the given fields are changed; an empty value clears a field. A change that another client "
+        "makes at the same time is lost",
         context, SetUser);
     AddFields(*set.App, kUserFields, set.Into->Given);
     set.App->add_flag("--accept-cut", set.Into->MayCut,
-                      "Also when texts that are not named may be longer than the 32 bytes that the "
-                      "panel tells; they are then cut");
+                      "Cut texts that are not given to the 32 bytes that the panel reports");
     for (const auto &command : {show, set})
         AddNumber(*command.App, "number", command.Into->Number, "The user's number")->required();
 
-    const auto remove = AddCommand<Users>(
-        users, "delete", "Delete users, with their cards. Photographs stay on the panel", context,
-        DeleteUsers);
+    const auto remove =
+        AddCommand<Users>(users, "delete", "Delete users and their cards. Photos stay on the panel",
+                          context, DeleteUsers);
     remove.App->add_option("numbers", remove.Into->Numbers, "The users' numbers")
-        ->transform(IsNumber(1)) // the cards that are nobody's have 0 for their user
+        ->transform(IsNumber(1)) // cards without a user have user 0
         ->required()
         ->option_text("NUMBER...");
     AddPhotoCommands(users, context);

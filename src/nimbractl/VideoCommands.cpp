@@ -1,4 +1,6 @@
 #include "nimbractl/Context.h"
+#include "nimbractl/TextWidth.h"
+#include "nimbractl/TimeArgument.h"
 
 #include <cstdio>
 
@@ -50,9 +52,11 @@ void ShowRecording(Context &context, const VideoChoice &choice)
     const std::chrono::seconds offset = context.Panel.ClockOffset();
     Request request("GetPlayVideoInfo");
     request.Number("VideoTag", tag);
-    request.RawText("EventTime",
-                    client::FormatTime(client::ParseTime(time).value_or(0) + offset.count()),
-                    client::kNameBytes);
+    request.RawText(
+        "EventTime",
+        client::FormatTime(ParseTimeArgument(time, TimeZone::Utc, DayPart::Begin).value_or(0) +
+                           offset.count()),
+        client::kNameBytes);
     Show(context, request, choice.OnlyUrl);
 }
 
@@ -61,25 +65,21 @@ void ShowRecording(Context &context, const VideoChoice &choice)
 void AddVideoCommands(CLI::App &app, Context &context)
 {
     CLI::App &video = AddGroup(app, "video",
-                               "Where to fetch pictures: the recorder, its login in clear, and the "
-                               "RTSP address");
-    const auto live = AddCommand<VideoChoice>(video, "live", "Show the camera that watches a door",
-                                              context, ShowLive);
+                               "Cameras and recordings: the recorder, its login in clear text and "
+                               "the RTSP address");
+    const auto live =
+        AddReadCommand<VideoChoice>(video, "live", "Show the camera of a door", context, ShowLive);
     AddNumber(*live.App, "door", live.Into->Number, "The door's number")->required();
-    const auto play = AddCommand<VideoChoice>(video, "play", "Show the recording of an event",
-                                              context, ShowRecording);
+    const auto play = AddReadCommand<VideoChoice>(video, "play", "Show the recording of an event",
+                                                  context, ShowRecording);
     AddNumber(*play.App, "event", play.Into->Number, "The event's number");
     AddNumber(*play.App, "--tag", play.Into->Tag, "A channel instead of an event: its VideoTag");
-    play.App->add_option("--time", play.Into->Time, "When the recording begins, UTC")
-        ->check([](const std::string &text) {
-            return client::ParseTime(text)
-                       ? std::string()
-                       : "\"" + text + "\" is no time such as \"2026-01-31 17:05:00\"";
-        })
+    play.App->add_option("--time", play.Into->Time, "The beginning of the recording, UTC")
+        ->check(IsTime())
         ->option_text("TIME");
     for (const auto &command : {live, play})
         command.App->add_flag("--url", command.Into->OnlyUrl,
-                              "Print nothing but the address, for a player");
+                              "Print only the address, for a player");
 }
 
 } // namespace nimbra::ctl

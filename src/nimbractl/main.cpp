@@ -1,10 +1,14 @@
-// nimbractl: finds panels and talks to one.
+// nimbractl: finds panels and manages one of them.
 
+#include "nimbractl/Completion.h"
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
+#include "nimbractl/ManualPage.h"
 #include "nimbractl/Shell.h"
 
+#include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
@@ -14,24 +18,24 @@ namespace nimbra::ctl {
 namespace {
 
 constexpr char kCommandFooter[] =
-    "nimbractl --help tells the options that all commands have: --host, --user, --output, ...";
+    "nimbractl --help shows the options that all commands have: --host, --user, --output, ...";
 
 constexpr char kFooter[] =
-    "The password is read from the file of --password-file, else from the environment variable\n"
-    "NIMBRA_PASSWORD, else asked for on the terminal. It goes over the network in clear.\n"
+    "The password is read from the file of --password-file, else from the environment variable "
+    "NIMBRA_PASSWORD, else from the terminal. It is sent over the network in clear text.\n"
     "\n"
-    "Output: tables are for people; json and csv have the protocol's names of the fields. Lists\n"
-    "are fetched page by page and written as they come. Times are UTC, in and out. NO_COLOR and\n"
-    "outputs that are no terminal are respected.\n"
+    "Output: tables are for people; json, jsonl and csv have the protocol's field names and plain "
+    "numbers. Lists are requested page by page and written as they arrive. Times are UTC, in input "
+    "and output. A table has colours and cut columns on a terminal only; NO_COLOR is respected.\n"
     "\n"
     "Exit status:\n"
-    "  0  done\n"
-    "  1  refused or failed by the panel, or nothing was found (the protocol does not tell apart)\n"
-    "  2  wrong usage; a value that the protocol cannot carry; a file that cannot be used\n"
-    "  3  the panel cannot be reached, or stopped responding\n"
+    "  0  success\n"
+    "  1  the panel refused or failed, or found nothing (the protocol has one code for these)\n"
+    "  2  wrong usage, a value that the protocol cannot carry, or a file that cannot be used\n"
+    "  3  the panel cannot be reached or stopped responding\n"
     "\n"
-    "Environment: NIMBRA_HOST, NIMBRA_PORT, NIMBRA_USER, NIMBRA_PASSWORD, NIMBRA_CLOCK_OFFSET,\n"
-    "NO_COLOR.\n"
+    "Environment: NIMBRA_HOST, NIMBRA_PORT, NIMBRA_USER, NIMBRA_PASSWORD, NIMBRA_CLOCK_OFFSET, "
+    "NO_COLOR, COLUMNS.\n"
     "\n"
     "Examples:\n"
     "  nimbractl discover\n"
@@ -43,14 +47,14 @@ void AddConnectionOptions(CLI::App &app, Settings &settings)
 {
     app.add_option("--host", settings.Host, "The panel's address or name")
         ->envname("NIMBRA_HOST")
-        ->option_text("HOST (Env:NIMBRA_HOST)");
+        ->option_text("HOST");
     app.add_option("--port", settings.Port, "The panel's port")
         ->envname("NIMBRA_PORT")
         ->transform(IsNumber(1, 65535))
-        ->option_text("PORT (Env:NIMBRA_PORT) [9000]");
+        ->option_text("PORT [9000]");
     app.add_option("--user", settings.User, "The name to log in with")
         ->envname("NIMBRA_USER")
-        ->option_text("NAME (Env:NIMBRA_USER)");
+        ->option_text("NAME");
     app.add_option("--password-file", settings.PasswordFile,
                    "File whose first line is the password, - for standard input")
         ->option_text("FILE");
@@ -59,37 +63,46 @@ void AddConnectionOptions(CLI::App &app, Settings &settings)
         ->transform(IsNumber(1, 3600))
         ->option_text("SECONDS [15]");
     app.add_option("--clock-offset", settings.ClockOffset,
-                   "How far the panel's standard time is ahead of UTC, such as +02:00; found out "
-                   "from the event log where it matters")
+                   "How far the panel's standard time is ahead of UTC, such as +02:00; measured "
+                   "with the event log where it matters")
         ->envname("NIMBRA_CLOCK_OFFSET")
         ->check([](const std::string &text) {
             return ParseClockOffset(text) ? std::string()
                                           : "\"" + text + "\" is no offset such as +02:00";
         })
-        ->option_text("OFFSET (Env:NIMBRA_CLOCK_OFFSET)");
+        ->option_text("OFFSET");
     AddOutputOption(app, settings);
 }
 
-int Run(int argc, char **argv)
+int Run(const std::vector<std::string> &words)
 {
     Context context;
-    CLI::App app("Finds Nimbra panels, and talks to one: doors, events, users, cards and more",
+    CLI::App app("Finds Nimbra panels and manages one: doors, events, users, cards and more",
                  "nimbractl");
     PrepareApp(app, kCommandFooter);
-    app.set_version_flag("--version", "nimbractl " NIMBRA_VERSION);
+    app.set_version_flag("--version", "nimbractl " NIMBRA_VERSION, "Print the version and exit");
     AddConnectionOptions(app, context.Options);
     AddAllCommands(app, context);
     int shellStatus = kDone;
     app.add_subcommand("shell",
-                       "Ask for commands and do them, with history and completion, in one session "
-                       "that is kept alive. Commands are those of nimbractl, without its name")
+                       "Read commands and run them in one session, which is kept alive, with "
+                       "history and completion. Commands are those of nimbractl, without its name")
         ->callback([&context, &shellStatus] {
             context.Action = [&context, &shellStatus] { shellStatus = RunShell(context); };
         });
-    app.footer(kFooter); // late: a command takes over what is there when it is added
+    app.footer(kFooter); // late: a command takes the footer that exists when it is added
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
-    const int status =
-        RunCommandLine(app, context, std::vector<std::string>(argv + 1, argv + argc));
+    // These two are for the completion functions of shells and for the manual page; the help does
+    // not list them.
+    if (!words.empty() && words[0] == "complete") {
+        PrintCompletion(app, {words.begin() + 1, words.end()});
+        return kDone;
+    }
+    if (words == std::vector<std::string>{"manual-page"}) {
+        PrintManualPage(app);
+        return kDone;
+    }
+    const int status = RunCommandLine(app, context, words);
     return status != kDone ? status : shellStatus;
 }
 
@@ -99,8 +112,11 @@ int Run(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    // Texts of panels are UTF-8, also where the locale says nothing of it.
+    if (std::setlocale(LC_CTYPE, "") == nullptr || MB_CUR_MAX == 1)
+        std::setlocale(LC_CTYPE, "C.UTF-8");
     try {
-        return nimbra::ctl::Run(argc, argv);
+        return nimbra::ctl::Run(std::vector<std::string>(argv + 1, argv + argc));
     } catch (const std::exception &error) {
         std::fprintf(stderr, "nimbractl: %s\n", error.what());
         return nimbra::ctl::kWrongUsage;

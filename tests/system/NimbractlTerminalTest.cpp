@@ -4,10 +4,13 @@
 #include "support/NimbractlTest.h"
 #include "support/Terminal.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,6 +18,8 @@
 namespace nimbra::test {
 
 namespace {
+
+using ::testing::HasSubstr;
 
 using NimbractlTerminal = NimbractlTest;
 
@@ -113,13 +118,65 @@ TEST_F(NimbractlTerminal, ATransferShowsItsProgressOnATerminalOnly)
     Terminal put(CtlCommand({"users", "photo", "put", "7", "/tmp/face.png"}, WithPassword()));
     EXPECT_EQ(put.WaitForExit(), 0);
     EXPECT_TRUE(put.WaitFor("\rSending [")) << put.Output();
-    EXPECT_TRUE(put.WaitFor("##] 100%\r\nUser 7 has the photograph")) << put.Output();
+    EXPECT_TRUE(put.WaitFor("##] 100%\r\nUser 7 has the photo")) << put.Output();
     Terminal get(CtlCommand({"users", "photo", "get", "7", "/tmp/back.png"}, WithPassword()));
     EXPECT_EQ(get.WaitForExit(), 0);
     EXPECT_TRUE(get.WaitFor("\rReceiving [")) << get.Output();
     EXPECT_TRUE(get.WaitFor("##] 100%")) << get.Output();
     EXPECT_EQ(RunCtl({"users", "photo", "put", "7", "/tmp/face.png"}).Output,
-              "User 7 has the photograph user0007.png of 400000 bytes.\n");
+              "User 7 has the photo user0007.png of 400000 bytes.\n");
+}
+
+/// Runs nimbractl on a terminal of this width and returns its output.
+std::string OutputAtWidth(int columns, const std::vector<std::string> &words)
+{
+    std::vector<std::string> environment = WithPassword();
+    environment.insert(environment.end(),
+                       {"COLUMNS=" + std::to_string(columns), "NO_COLOR=1", "LC_ALL=C.UTF-8"});
+    Terminal terminal(CtlCommand(words, environment));
+    EXPECT_EQ(terminal.WaitForExit(), 0);
+    return terminal.Output();
+}
+
+TEST_F(NimbractlTerminal, TableFitsTheTerminal)
+{
+    panel_.Run("UPDATE Door SET Name='A door with a name of many letters' WHERE No=1");
+    EXPECT_THAT(OutputAtWidth(30, {"doors", "list", "--limit", "2"}),
+                HasSubstr("DoorNo  Name          Status\r\n"
+                          "1       A door with…  locked\r\n"
+                          "2       Lobby         unlocked\r\n"));
+    for (const std::vector<std::string> &words :
+         {std::vector<std::string>{"doors", "list", "--limit", "2", "--wide"},
+          {"doors", "list", "--limit", "2", "-o", "csv"}})
+        EXPECT_THAT(OutputAtWidth(30, words), HasSubstr("A door with a name of many letters"));
+    EXPECT_THAT(RunCtl({"doors", "list", "--limit", "2"}).Output,
+                HasSubstr("A door with a name of many letters  locked\n"));
+}
+
+TEST_F(NimbractlTerminal, WideCharactersKeepTheColumnsInLine)
+{
+    panel_.Run("UPDATE Door SET Name='東口' WHERE No=1");
+    panel_.Run("UPDATE Door SET Name='Küche 🚪' WHERE No=2");
+    EXPECT_THAT(OutputAtWidth(80, {"doors", "list", "--limit", "2"}),
+                HasSubstr("DoorNo  Name      Status\r\n"
+                          "1       東口      locked\r\n"
+                          "2       Küche 🚪  unlocked\r\n"));
+    EXPECT_THAT(OutputAtWidth(21, {"doors", "list", "--limit", "2"}), HasSubstr("東… "));
+}
+
+TEST_F(NimbractlTerminal, HelpFitsTheTerminal)
+{
+    for (const int columns : {50, 80}) {
+        std::istringstream help(OutputAtWidth(columns, {"--help"}));
+        std::size_t longest = 0;
+        for (std::string line; std::getline(help, line);)
+            longest = std::max(longest, line.size() - 1); // without the carriage return
+        EXPECT_LE(longest, static_cast<std::size_t>(columns));
+        EXPECT_GT(longest, static_cast<std::size_t>(columns - 10));
+    }
+    EXPECT_THAT(RunCtl({"users", "add", "--help"}).Output,
+                HasSubstr("--last-name TEXT (required)"));
+    EXPECT_THAT(RunCtl({"--help"}).Output, HasSubstr("--port PORT [9000] (Env:NIMBRA_PORT)"));
 }
 
 TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
@@ -200,6 +257,49 @@ TEST_F(NimbractlShell, ControlCGivesUpALineOrACommandAndNothingElse)
     terminal_.Type(kControlD);
     EXPECT_EQ(terminal_.WaitForExit(), 0);
     EXPECT_TRUE(terminal_.IsAsBefore());
+}
+
+TEST_F(NimbractlShell, ControlCKeepsThePromptWhole)
+{
+    terminal_.Type("users li");
+    EXPECT_TRUE(terminal_.WaitFor("users li"));
+    terminal_.Type(kControlC);
+    EXPECT_TRUE(terminal_.WaitFor("^C\r\n")) << terminal_.Output();
+    EXPECT_TRUE(terminal_.WaitFor(kPrompt)) << terminal_.Output();
+    // The line that was given up does not return, and the next one is read from its beginning.
+    Do("threat get", "ThreatLevel  1");
+    for (int i = 0; i < 3; ++i) {
+        terminal_.Type(kControlC);
+        EXPECT_TRUE(terminal_.WaitFor("^C\r\n"));
+        EXPECT_TRUE(terminal_.WaitFor(kPrompt));
+    }
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 0);
+}
+
+TEST_F(NimbractlShell, CompletesValuesAndQuotedFileNames)
+{
+    Do("levels --kind gr\t", "groups");
+    std::filesystem::create_directory("/tmp/two words");
+    WriteFile("/tmp/two words/it's.jpg", "12345");
+    Do("users photo put 7 /tmp/two\tit\t", "user0007.jpg of 5 bytes");
+    Do("users photo put 7 '/tmp/two wo\tit", "closing '");
+    Do("help doors un\t", "Unlock a door");
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 2);
+}
+
+TEST_F(NimbractlShell, ContinuesAfterAStop)
+{
+    terminal_.Type("threat ge");
+    EXPECT_TRUE(terminal_.WaitFor("threat ge"));
+    terminal_.Signal(SIGTSTP);
+    EXPECT_TRUE(WaitUntil([this] { return terminal_.IsAsBefore(); }));
+    terminal_.Signal(SIGCONT);
+    EXPECT_TRUE(WaitUntil([this] { return !terminal_.IsAsBefore(); }));
+    Do("t", "ThreatLevel");
+    terminal_.Type(kControlD);
+    EXPECT_EQ(terminal_.WaitForExit(), 0);
 }
 
 TEST_F(NimbractlShell, LeavesTheTerminalAsItWasWhenItIsEnded)

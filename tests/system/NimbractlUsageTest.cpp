@@ -88,16 +88,23 @@ TEST(NimbractlHelp, EveryCommandHasIts)
 
 TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
 {
-    ExpectCtlFails({}, 2, "nimbractl: A subcommand is required. --help tells more.\n");
+    ExpectCtlFails({}, 2, "nimbractl: A subcommand is required. --help shows more.\n");
     ExpectCtlFails({"doors"}, 2, "subcommand is required");
     ExpectCtlFails({"windows"}, 2, "no command \"windows\"");
-    ExpectCtlFails({"doors", "open"}, 2, "no command \"open\"");
+    ExpectCtlFails({"windows"}, 2, "; the nearest is \"");
+    ExpectCtlFails({"doors", "unlok"}, 2,
+                   "nimbractl: There is no command \"unlok\" in \"doors\"; the nearest is "
+                   "\"unlock\". --help lists all.\n");
+    ExpectCtlFails({"users", "photo", "gte"}, 2,
+                   "no command \"gte\" in \"users photo\"; the nearest is \"get\"");
+    ExpectCtlFails({"doors", "list", "one", "two", "three"}, 2,
+                   "nimbractl: Unexpected words: one two three. ");
     ExpectCtlFails({"doors", "list", "--colour"}, 2, "--colour");
     ExpectCtlFails({"doors", "show"}, 2, "number is required");
     ExpectCtlFails({"doors", "show", "one"}, 2, "\"one\" is no whole number");
     ExpectCtlFails({"doors", "show", "99999999999"}, 2, "is no whole number of 32 bits");
     ExpectCtlFails({"doors", "list", "--limit", "0"}, 2, "--limit");
-    ExpectCtlFails({"doors", "list", "-o", "xml"}, 2, "\"xml\" is none of csv, json, table");
+    ExpectCtlFails({"doors", "list", "-o", "xml"}, 2, "\"xml\" is none of csv, json, jsonl, table");
     ExpectCtlFails({"events", "list", "--from", "2026-02-30"}, 2, "is no time");
     ExpectCtlFails({"cards", "add", "--user-no", "1"}, 2, "required");
     ExpectCtlFails({"cards", "set", "1", "--expires", "tomorrow"}, 2, "is no date");
@@ -252,7 +259,7 @@ TEST(NimbractlFailures, WhatAPanelTellsCannotSteerTheTerminal)
               std::string::npos);
 }
 
-TEST(NimbractlFailures, APhotographIsNotStoredInAHiddenFileUnlessAskedTo)
+TEST(NimbractlFailures, APhotoIsNotStoredInAHiddenFileUnlessAskedTo)
 {
     FakePanel panel([](const std::string &line) {
         return line.compare(0, 13, "GetUserImage?") == 0
@@ -268,7 +275,18 @@ TEST(NimbractlFailures, APhotographIsNotStoredInAHiddenFileUnlessAskedTo)
     EXPECT_EQ(ReadFile("/tmp/.profile"), "abc");
 }
 
-TEST(NimbractlFailures, APhotographNeverLeavesTheCurrentDirectory)
+TEST(NimbractlFailures, AnExistingFileIsRefusedBeforeTheDownload)
+{
+    FakePanel panel([](const std::string &) { return ""; });
+    WriteFile("/tmp/here.png", "old");
+    ExpectCtlFails(
+        {"--port", std::to_string(panel.Port()), "users", "photo", "get", "1", "/tmp/here.png"}, 2,
+        "There is a file /tmp/here.png already; --force replaces it.");
+    EXPECT_EQ(panel.Lines(), std::vector<std::string>{});
+    EXPECT_EQ(ReadFile("/tmp/here.png"), "old");
+}
+
+TEST(NimbractlFailures, APhotoNeverLeavesTheCurrentDirectory)
 {
     FakePanel panel([](const std::string &line) {
         return line.compare(0, 13, "GetUserImage?") == 0
@@ -303,8 +321,9 @@ TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
                                             "NIMBRA_PASSWORD=admin1234"};
     const ProgramResult result = RunWith(admin, {"shell"}, "/tmp/script");
     EXPECT_EQ(result.Status, 2);
-    for (const char *text : {"Name    Lobby\n", ",O'Neill,", "no command \"bad\"",
-                             "{\n  \"ThreatLevel\": 1\n}\n", "Show a door.", "closing '"})
+    for (const char *text :
+         {"Name    Lobby\n", ",O'Neill,", "Line 5: There is no command \"bad\"",
+          "{\n  \"ThreatLevel\": 1\n}\n", "Show a door.", "Line 8: The line lacks the closing '"})
         EXPECT_NE(result.Output.find(text), std::string::npos) << text << "\n" << result.Output;
     EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "1");
     EXPECT_EQ(panel_.Calls().size(), 1U); // one login

@@ -1,0 +1,219 @@
+// nimbractl and events as they arrive: following across a lost connection, times, watching doors.
+
+#include "support/Agent.h"
+#include "support/Files.h"
+#include "support/NimbractlTest.h"
+#include "support/Terminal.h"
+#include "support/TestPanel.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <ctime>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace nimbra::test {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// Adds events of a code to the log, which is the panel's own.
+void AddEvents(int first, int last)
+{
+    for (int number = first; number <= last; ++number)
+        TestPanel::Run(panel::PanelPaths("/").LogDatabase,
+                       "INSERT INTO Log (No, Date, Type, Port, DeviceName, EventCode) VALUES (" +
+                           std::to_string(number) + ", " + std::to_string(std::time(nullptr)) +
+                           ", 2, 1, 'Front Entrance', 10001)");
+}
+
+/// The numbers of the events in lines of JSON.
+std::vector<int> Numbers(const std::string &lines)
+{
+    std::vector<int> numbers;
+    std::istringstream input(lines);
+    for (std::string line; std::getline(input, line);)
+        numbers.push_back(nlohmann::json::parse(line).value("EventNo", 0));
+    return numbers;
+}
+
+/// nimbractl with its output in /tmp/followed and its errors in /tmp/errors, in a thread.
+class Follower
+{
+public:
+    explicit Follower(const std::vector<std::string> &arguments)
+    {
+        std::vector<std::string> command = {"sh", "-c",
+                                            "exec \"$@\" > /tmp/followed 2> /tmp/errors", "sh"};
+        const std::vector<std::string> ctl = CtlCommand(arguments);
+        command.insert(command.end(), ctl.begin(), ctl.end());
+        thread_ = std::thread([this, command] { status_ = RunProgram(command).Status; });
+    }
+    ~Follower() { static_cast<void>(WaitForExit()); }
+    Follower(const Follower &) = delete;
+    Follower &operator=(const Follower &) = delete;
+
+    [[nodiscard]] int WaitForExit()
+    {
+        if (thread_.joinable())
+            thread_.join();
+        return status_;
+    }
+
+private:
+    std::thread thread_;
+    int status_ = -1;
+};
+
+TEST(NimbractlFollow, NeitherMissesNorRepeatsEventsAcrossALostConnection)
+{
+    const TestPanel panel;
+    std::optional<Agent> agent(std::in_place);
+    AddEvents(1001, 1005);
+    Follower follower({"events", "follow", "--after", "1000", "--no-logins", "--count", "60",
+                       "--interval", "0.1", "-o", "jsonl"});
+    EXPECT_TRUE(
+        WaitUntil([] { return ReadFile("/tmp/followed").find("1005") != std::string::npos; }));
+    std::thread producer([] {
+        for (int number = 1101; number <= 1120; ++number) {
+            AddEvents(number, number);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    agent->Signal(SIGKILL);
+    EXPECT_EQ(agent->WaitForExit(), -SIGKILL);
+    agent.reset();
+    producer.join();
+    EXPECT_TRUE(WaitUntil(
+        [] { return ReadFile("/tmp/errors").find("Trying again.") != std::string::npos; }));
+    AddEvents(1201, 1220);
+    agent.emplace();
+    EXPECT_TRUE(WaitUntil([] {
+        return ReadFile("/tmp/errors").find("The panel responds again.") != std::string::npos;
+    }));
+    AddEvents(1301, 1315);
+    EXPECT_EQ(follower.WaitForExit(), 0);
+    std::vector<int> expected;
+    for (const auto &[first, last] :
+         {std::pair{1001, 1005}, {1101, 1120}, {1201, 1220}, {1301, 1315}})
+        for (int number = first; number <= last; ++number)
+            expected.push_back(number);
+    // Logins of the follower have numbers between these.
+    EXPECT_EQ(Numbers(ReadFile("/tmp/followed")), expected);
+}
+
+using NimbractlEvents = NimbractlTest;
+
+TEST_F(NimbractlEvents, FollowBeginsAfterAKnownEventOldestFirst)
+{
+    const ProgramResult result =
+        RunCtl({"events", "follow", "--after", "55", "--count", "4", "-o", "jsonl"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(Numbers(result.Output), (std::vector<int>{56, 57, 58, 59}));
+    ExpectCtlFails({"events", "follow", "--after", "55", "--last", "4"}, 2, "--last");
+}
+
+TEST_F(NimbractlEvents, LoginsAreLeftOutAndTheLimitCountsWhatIsShown)
+{
+    const nlohmann::json some =
+        CtlJson({"events", "list", "--no-logins", "--limit", "5", "--offset", "1"});
+    ASSERT_EQ(some.size(), 5U);
+    const std::vector<Row> expected =
+        TestPanel::Rows(panel::PanelPaths("/").LogDatabase,
+                        "SELECT No FROM Log WHERE EventCode<>15107 ORDER BY No DESC LIMIT 5 "
+                        "OFFSET 1");
+    EXPECT_EQ(RowsOf(some, {"EventNo"}), expected);
+    ExpectCtlFails({"events", "list", "--no-logins", "--code", "15107"}, 1, "no such events");
+}
+
+TEST_F(NimbractlEvents, TimesAreReadInSeveralForms)
+{
+    const auto numbers = [](std::vector<std::string> range) {
+        range.insert(range.begin(),
+                     {"events", "list", "--no-logins", "--fields", "EventNo", "-o", "csv"});
+        return RunCtl(range).Output;
+    };
+    AddEvents(2001, 2001);
+    const std::string iso =
+        numbers({"--from", "2026-01-01T01:30:00Z", "--to", "2026-01-01T01:36Z"});
+    EXPECT_EQ(iso, "EventNo\n59\n58\n57\n56\n");
+    EXPECT_EQ(iso, numbers({"--from", "2026-01-01 01:30", "--to", "2026-01-01 01:36:00"}));
+    for (const char *from : {"today", "-1h", "-5m", "-1d", "yesterday"})
+        EXPECT_EQ(numbers({"--from", from}), "EventNo\n2001\n") << from;
+    ExpectCtlFails({"events", "list", "--from", "2026-02-01", "--to", "2026-01-31"}, 2,
+                   "--from is later than --to.");
+    for (const char *bad : {"-1x", "-h", "tomorrow", "2026-01-01Z", "--1h"})
+        ExpectCtlFails({"events", "list", "--from=" + std::string(bad)}, 2, "is no time");
+}
+
+TEST_F(NimbractlEvents, LocalTimesAreThoseOfThisMachine)
+{
+    const std::vector<std::string> environment = {"TZ=XYZ-5:30", "NIMBRA_HOST=127.0.0.1",
+                                                  "NIMBRA_USER=admin", "NIMBRA_PASSWORD=admin1234"};
+    const ProgramResult result =
+        RunProgram(CtlCommand({"events", "list", "--local", "--from", "2026-01-01 07:00", "--to",
+                               "2026-01-01 07:06", "--fields", "EventNo,EventTime", "-o", "csv"},
+                              environment));
+    const std::vector<Row> rows =
+        TestPanel::Rows(panel::PanelPaths("/").LogDatabase,
+                        "SELECT No || ',' || datetime(Date + 19800, 'unixepoch') FROM Log WHERE "
+                        "No BETWEEN 56 AND 59 ORDER BY No DESC");
+    std::string expected = "EventNo,EventTime\n";
+    for (const Row &row : rows)
+        expected += row[0] + "\n";
+    EXPECT_EQ(result.Output, expected);
+}
+
+TEST_F(NimbractlEvents, CardsAreFoundByTheirCardNumber)
+{
+    const std::string number = panel_.Value("SELECT CardNo FROM Card WHERE No=2");
+    const nlohmann::json cards = CtlJson({"cards", "list", "--card-number", number});
+    EXPECT_EQ(RowsOf(cards, {"CardNo"}),
+              panel_.Rows("SELECT No FROM Card WHERE CardNo='" + number + "' ORDER BY No"));
+    ExpectCtlFails({"cards", "list", "--card-number", "no-such"}, 1, "no such cards");
+}
+
+TEST_F(NimbractlEvents, WatchShowsDoorsAndEventsAgainAndChangesNothing)
+{
+    const std::vector<std::string> before = TestPanel::Dump(panel_.Paths().MainDatabase);
+    const ProgramResult result =
+        RunCtl({"doors", "watch", "--count", "2", "--interval", "0.2", "--events", "3"});
+    EXPECT_EQ(result.Status, 0);
+    std::size_t doors = 0;
+    for (std::size_t at = 0; (at = result.Output.find("Server Room", at)) != std::string::npos;
+         ++at)
+        ++doors;
+    EXPECT_GE(doors, 2U) << result.Output;
+    EXPECT_THAT(result.Output, HasSubstr("Remote login"));
+    EXPECT_THAT(result.Output, Not(HasSubstr("\033")));
+    EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), before);
+
+    Terminal terminal(CtlCommand({"doors", "watch", "--interval", "0.2"}));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(terminal.WaitFor("\033[H\033[2J")) << terminal.Output();
+    terminal.Type("\x03");
+    EXPECT_EQ(terminal.WaitForExit(), -SIGINT);
+    EXPECT_TRUE(terminal.IsAsBefore());
+}
+
+TEST_F(NimbractlEvents, TerminalShowsTheNewestPage)
+{
+    Terminal terminal(CtlCommand({"events", "list"}));
+    EXPECT_EQ(terminal.WaitForExit(), 0);
+    const std::string &page = terminal.Output();
+    EXPECT_THAT(page, HasSubstr("The newest 21 events; --limit NUMBER shows more"));
+    EXPECT_EQ(std::count(page.begin(), page.end(), '\n'), 23);
+    const std::string all = RunCtl({"events", "list"}).Output;
+    EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 60);
+}
+
+} // namespace
+
+} // namespace nimbra::test
