@@ -34,7 +34,7 @@ std::size_t EditDistance(const std::string &a, const std::string &b)
 }
 
 /// Returns the sentence for a word that is not a command: the group that lacks it, and the nearest
-/// command of the group.
+/// command of the group. Empty when the words before are a command, not a group.
 std::string UnknownCommand(const CLI::App &app, const std::string &word)
 {
     const CLI::App *group = &app;
@@ -49,6 +49,8 @@ std::string UnknownCommand(const CLI::App &app, const std::string &word)
         if (nearest.empty() ||
             EditDistance(word, command->get_name()) < EditDistance(word, nearest))
             nearest = command->get_name();
+    if (nearest.empty())
+        return "";
     return "There is no command \"" + word + "\"" + (name.empty() ? "" : " in \"" + name + "\"") +
            "; the nearest is \"" + nearest + "\". --help lists all.";
 }
@@ -226,9 +228,10 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
     } catch (const CLI::RequiredError &error) {
         // The parser reports a missing command before unexpected words.
         const std::vector<std::string> unknown = app.remaining(true);
+        const std::string sentence = unknown.empty() ? "" : UnknownCommand(app, unknown[0]);
         return Fail(context, kWrongUsage,
-                    unknown.empty() ? error.what() + std::string(". --help shows more.")
-                                    : UnknownCommand(app, unknown[0]));
+                    sentence.empty() ? error.what() + std::string(". --help shows more.")
+                                     : sentence);
     } catch (const CLI::ExtrasError &) {
         return Fail(context, kWrongUsage, UnexpectedWords(app.remaining(true)));
     } catch (const CLI::Success &help) {

@@ -136,6 +136,8 @@ LineEditor::Outcome LineEditor::ReadLine(std::string *line)
     isGivenUp_ = false;
     keyState_ = {};
     el_resize(editor_);
+    // Else a key that is typed right after the prompt reaches the terminal in its line mode.
+    el_set(editor_, EL_PREP_TERM, 1);
     int count = 0;
     const char *text = el_gets(editor_, &count);
     if (isGivenUp_)
@@ -159,8 +161,10 @@ void LineEditor::Resume()
     el_set(editor_, EL_REFRESH);
 }
 
-void LineEditor::Remember(const std::string &line)
+void LineEditor::Remember(const std::string &typed)
 {
+    // The completion leaves a blank at the end.
+    const std::string line = typed.substr(0, typed.find_last_not_of(' ') + 1);
     if (line.empty() || line[0] == ' ' || strcasestr(line.c_str(), "password") != nullptr ||
         (!lines_.empty() && line == lines_.back()))
         return;

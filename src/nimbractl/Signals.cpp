@@ -38,6 +38,11 @@ SignalCatcher::~SignalCatcher()
 
 bool SignalCatcher::Wait(int descriptor, int milliseconds) const
 {
+    // ppoll delivers no signal while the descriptor can be read.
+    Open();
+    Close();
+    if (lastSignal != 0)
+        return false;
     pollfd wait = {descriptor, POLLIN, 0};
     const timespec limit = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
     return ppoll(&wait, 1, milliseconds < 0 ? nullptr : &limit, &before_) > 0;

@@ -434,10 +434,11 @@ TEST_F(NimbractlCommands, AccessLevelsThatDoNotExistAreRefused)
 TEST_F(NimbractlCommands, EmptyListIsAnEmptyArrayOrAHeader)
 {
     const auto list = [](const std::string &form) {
-        const ProgramResult result =
-            RunProgram({"sh", "-c", "exec \"$@\" 2> /tmp/error", "sh", "env",
-                        "NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin", "NIMBRA_PASSWORD=admin1234",
-                        NIMBRACTL_PATH, "doors", "list", "--name", "nowhere", "-o", form});
+        std::vector<std::string> command = {"sh", "-c", "exec \"$@\" 2> /tmp/error", "sh"};
+        for (const std::string &word :
+             CtlCommand({"doors", "list", "--name", "nowhere", "-o", form}))
+            command.push_back(word);
+        const ProgramResult result = RunProgram(command);
         EXPECT_EQ(result.Status, 1);
         EXPECT_THAT(ReadFile("/tmp/error"), HasSubstr("no such doors"));
         return result.Output;
@@ -621,7 +622,7 @@ TEST_F(NimbractlCommands, ValuesThatTheProtocolCannotCarryAreRefusedBeforeAnythi
     refused({"users", "list", "--last-name", "a&b"}, "\"&\"");
     refused({"cards", "add", "--user-no", "1", "--format", "1", "--card-number", "1&2"}, "\"&\"");
     refused({"events", "list", "--text", std::string(65, 'x')}, "65 bytes");
-    refused({"users", "set", "1"}, "at least one thing");
+    refused({"users", "set", "1"}, "at least one field");
     refused({"cards", "set", "1", "--format", "0"}, "cannot be empty or 0");
 }
 
