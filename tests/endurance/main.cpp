@@ -138,7 +138,7 @@ void LetGo(Agent &agent, Result &result)
     result.AfterRounds.push_back(Look(agent));
 }
 
-Result Soak(double seconds, double roundSeconds)
+Result RunRounds(double seconds, double roundSeconds)
 {
     test::NameHost("127.0.0.1", "cloud.nimbra.example");
     const test::TestPanel panel({}, test::TestPanel::Cloud::Enabled);
@@ -295,7 +295,7 @@ int main(int argc, char **argv)
     std::signal(SIGPIPE, SIG_IGN);
     using namespace nimbra::endurance;
     try {
-        const Result result = Soak(seconds, roundSeconds);
+        const Result result = RunRounds(seconds, roundSeconds);
         const bool isGood = result.HasEndedWell && result.Figures.Wrong == 0 &&
                             Missing(result).empty() && HasLetGo(result) &&
                             HasMemoryStayed(result) &&

@@ -1,5 +1,5 @@
-// The main program of the system tests: runs them in a sandbox, in which the panel's paths and ports
-// are free. Listing the tests needs no sandbox.
+// The main program of the system tests: runs them in a sandbox, in which the panel's paths and
+// ports are free. Listing the tests needs no sandbox.
 
 #include <gtest/gtest.h>
 
@@ -43,6 +43,7 @@ int main(int argc, char **argv)
     if (::testing::GTEST_FLAG(list_tests) ||
         ::testing::UnitTest::GetInstance()->test_to_run_count() > 0)
         return status;
-    std::fprintf(stderr, "There is no such test. Build again, so that the tests are listed again.\n");
+    std::fprintf(stderr,
+                 "There is no such test. Build again, so that the tests are listed again.\n");
     return EXIT_FAILURE;
 }

@@ -127,7 +127,7 @@ void ServerManager::Process()
 bool ServerManager::Register(SecondTimer *sinceAttempt, CallPlace place)
 {
     while (!quit_.IsSet()) {
-        WaitForNextSecond();
+        PauseSeconds(1);
         if (sinceAttempt->Elapsed() < kRegistrationSeconds)
             continue;
         *sinceAttempt = SecondTimer();
@@ -162,7 +162,7 @@ bool ServerManager::KeepLinked(CallPlace place)
                     return true;
             }
         }
-        WaitForNextSecond();
+        PauseSeconds(1);
     } while (!quit_.IsSet());
     return false;
 }

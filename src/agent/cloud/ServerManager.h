@@ -82,8 +82,8 @@ private:
     [[nodiscard]] Descriptor OpenSocket(const FixedText<32> &host, std::int32_t port);
     /// The dotted address of a host name; any other text as it stands.
     [[nodiscard]] static FixedText<32> ResolveAddress(const FixedText<32> &host);
-    /// Sends a request, receives the reply and reads its keys, of which one is `result`. False, and logged as the calling method, unless the reply is `name` with a
-    /// Result of 0.
+    /// Sends a request, receives the reply and reads its keys, of which one is `result`. False, and
+    /// logged as the calling method, unless the reply is `name` with a Result of 0.
     [[nodiscard]] static bool Ask(const Descriptor &socket, const Line &request, const char *name,
                                   std::span<const RequestKey> keys, const std::int32_t &result,
                                   CallPlace place = CallPlace::Here());

@@ -18,7 +18,8 @@ constexpr char kProgram[] = "nimbra-agent";
 /// Null in every other program, and in the agent before its constructors run.
 constinit std::atomic<SharedState *> sharedState = nullptr;
 
-/// Maps the shared state, and removes the variables that the programs run by the agent would inherit.
+/// Maps the shared state, and removes the variables that the programs run by the agent would
+/// inherit.
 [[gnu::constructor]] void MapSharedState()
 {
     const char *file = std::getenv(kStateVariable);

@@ -8,8 +8,8 @@
 /// map. The test writes the fault rules, the library counts the calls.
 namespace nimbra::faults {
 
-/// The groups of calls that can be made to fail. A call belongs to at most one point, and only calls
-/// of the agent itself count: the programs that it runs are not affected.
+/// The groups of calls that can be made to fail. A call belongs to at most one point, and only
+/// calls of the agent itself count: the programs that it runs are not affected.
 enum class Point : unsigned
 {
     Allocate, ///< malloc, calloc and realloc
