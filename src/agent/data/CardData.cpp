@@ -56,7 +56,7 @@ bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
             return false;
     }
     page->Count = rows->Count();
-    return page->Count != 0;
+    return page->Count != 0 && !panel.IsLocked();
 }
 
 bool DataManager::GetCardInfo(CardInfo *card)
@@ -90,7 +90,7 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0;
+    return filter->Page.Count != 0 && !panel.IsLocked();
 }
 
 bool DataManager::SetCardInfo(const CardInfo &card)

@@ -35,7 +35,7 @@ bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo>
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0;
+    return filter->Page.Count != 0 && !panel.IsLocked();
 }
 
 } // namespace nimbra

@@ -45,7 +45,8 @@ bool LockTime::Wait(int attempt)
     const Clock::time_point begin = Clock::now();
     std::this_thread::sleep_for(std::min(step, Left()));
     SpendSince(begin);
-    return true;
+    // A statement must not succeed with nothing left: the rest of its request would fail at once.
+    return !IsSpent();
 }
 
 } // namespace nimbra

@@ -23,8 +23,8 @@ public:
     [[nodiscard]] static bool IsSpent() { return Left() == Clock::duration::zero(); }
     /// Counts the time since `begin` as spent.
     static void SpendSince(Clock::time_point begin);
-    /// Waits a little for a lock that was met for the `attempt`th time, from 0 on. False, without
-    /// waiting, when the time is spent.
+    /// Waits a little for a lock that was met for the `attempt`th time, from 0 on. False when the
+    /// time is spent, before the wait or by it.
     [[nodiscard]] static bool Wait(int attempt);
 
 private:

@@ -34,7 +34,7 @@ bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
             return false;
     }
     page->Count = rows->Count();
-    return page->Count != 0;
+    return page->Count != 0 && !panel.IsLocked();
 }
 
 bool DataManager::GetThreatLevel(std::int32_t *level)

@@ -69,7 +69,7 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0;
+    return filter->Page.Count != 0 && !panel.IsLocked();
 }
 
 bool DataManager::SetUserInfo(const UserInfo &user)

@@ -58,6 +58,14 @@ TEST(LockTime, WaitsNoMoreWhenItIsSpent)
     EXPECT_LT(watch.Seconds(), 1.0);
 }
 
+TEST(LockTime, WaitThatSpendsTheRestFails)
+{
+    const LockTime time;
+    LockTime::SpendSince(LockTime::Clock::now() - milliseconds(2995));
+    EXPECT_FALSE(LockTime::Wait(1000));
+    EXPECT_TRUE(LockTime::IsSpent());
+}
+
 TEST(LockTime, WaitsShortStepsFirst)
 {
     const LockTime time;
