@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <utility>
 
 namespace nimbra::panel {
 
@@ -15,7 +16,7 @@ namespace {
 class CommandTool
 {
 public:
-    explicit CommandTool(const PanelPaths &paths) : paths_(paths) {}
+    explicit CommandTool(PanelPaths paths) : paths_(std::move(paths)) {}
 
     bool Execute(const Call &call)
     {
@@ -95,7 +96,7 @@ private:
 static std::filesystem::path OwnRoot()
 {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    const std::filesystem::path root = self.parent_path().parent_path().parent_path();
+    std::filesystem::path root = self.parent_path().parent_path().parent_path();
     if (PanelPaths(root).CommandTool != self)
         throw std::runtime_error("is not part of a panel; create one with nimbra-sample-panel");
     return root;

@@ -27,7 +27,7 @@ static fs::path FindProgram(const std::string &name)
     const char *path = std::getenv("PATH");
     std::istringstream directories(path == nullptr ? "/usr/bin:/bin" : path);
     for (std::string directory; std::getline(directories, directory, ':');) {
-        const fs::path candidate = fs::absolute(directory) / name;
+        fs::path candidate = fs::absolute(directory) / name;
         if (access(candidate.c_str(), X_OK) == 0 && !fs::is_directory(candidate))
             return candidate;
     }
