@@ -114,7 +114,7 @@ bool ConfigManager::ReadServerInfo()
     const bool isFound = row.Step();
     if (isFound) {
         std::int32_t isEnabled = 0;
-        FixedText<31> serverAddr;
+        FixedText<32> serverAddr;
         std::int32_t serverPort = 0;
         row.Read(&isEnabled, &serverAddr, &serverPort, &PrivatePort);
         CloudEnable = isEnabled != 0;

@@ -30,10 +30,11 @@ bool RowSender::Add(std::string_view line)
 bool RowSender::Flush()
 {
     std::size_t done = 0; // bytes that are sent or lost
+    std::size_t end = Size();
     SecondTimer sinceLine;
     SocketWait wait(socket_, WaitForOutput);
     for (std::size_t line = 0; line < lines_;) {
-        const ssize_t result = send(socket_, bytes_.get() + done, Size() - done, MSG_DONTWAIT);
+        const ssize_t result = send(socket_, bytes_.get() + done, end - done, MSG_DONTWAIT);
         if (result > 0) {
             done += static_cast<std::size_t>(result);
             sinceTaken_ = SecondTimer();
@@ -49,8 +50,13 @@ bool RowSender::Flush()
         while (line < lines_ && ends_[line] <= done)
             ++line;
         sinceLine = SecondTimer();
-        if (stop_.IsSet())
-            return false;
+        if (stop_.IsSet()) {
+            const std::size_t begin = line == 0 ? 0 : ends_[line - 1];
+            if (done == begin)
+                return false;
+            // A part of this line is sent: it is the one on its way.
+            end = ends_[line];
+        }
     }
     lines_ = 0;
     return true;

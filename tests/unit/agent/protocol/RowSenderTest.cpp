@@ -3,6 +3,7 @@
 #include "base/Descriptor.h"
 #include "support/Waiting.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -201,22 +202,23 @@ TEST(RowSender, EndsAfterTheRowOnItsWayWhenStopped)
     const std::size_t filled = connection.FillSocket();
     RowSender sender(connection.Session(), stop);
     std::string received;
+    std::atomic<bool> isDone = false;
     std::thread client([&] {
         std::this_thread::sleep_for(test::milliseconds(200));
         stop.Set();
-        EXPECT_TRUE(test::WaitUntil([&] {
+        for (; !isDone; std::this_thread::sleep_for(test::milliseconds(1)))
             received += connection.Receive();
-            return received.find('\n') != std::string::npos;
-        }));
     });
     const Stopwatch watch;
     EXPECT_FALSE(AddRows(&sender, 0, 100000));
     EXPECT_LT(watch.Seconds(), 4.0);
+    isDone = true;
     client.join();
     received += connection.Receive();
     // Rows that were handed over together with the first are on their way too.
     const std::string rows = received.substr(filled);
     EXPECT_EQ(rows, Rows(0, 1000).substr(0, rows.size()));
+    EXPECT_THAT(rows, testing::EndsWith("\n"));
     EXPECT_LT(rows.size(), 32U * 1024);
     EXPECT_FALSE(sender.IsGivenUp());
 }
