@@ -15,14 +15,14 @@ bool IsOpenInProcess(int descriptor)
     return fcntl(descriptor, F_GETFD) != -1;
 }
 
-int OpenSomething()
+int OpenNullDevice()
 {
     return open("/dev/null", O_RDWR | O_CLOEXEC);
 }
 
-TEST(Descriptor, ClosesWhatItOwnsWhenItGoes)
+TEST(Descriptor, ClosesOnDestruction)
 {
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     {
         const Descriptor owner(number);
         EXPECT_TRUE(owner.IsOpen());
@@ -32,7 +32,7 @@ TEST(Descriptor, ClosesWhatItOwnsWhenItGoes)
     EXPECT_FALSE(IsOpenInProcess(number));
 }
 
-TEST(Descriptor, OwnsNothingWhenMadeOfNothing)
+TEST(Descriptor, OwnsNothingWhenNumberIsZeroOrNegative)
 {
     EXPECT_FALSE(Descriptor().IsOpen());
     EXPECT_FALSE(Descriptor(-1).IsOpen());
@@ -52,11 +52,11 @@ TEST(Descriptor, NeverClosesStandardInput)
         close(spare);
 }
 
-TEST(Descriptor, GivesAnotherNumberToOneOpenedInPlaceOfStandardInput)
+TEST(Descriptor, MovesDescriptorOpenedAsStandardInputToAnotherNumber)
 {
     const int saved = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
     close(STDIN_FILENO);
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     {
         const Descriptor owner = Descriptor::AboveStandardInput(number);
         EXPECT_EQ(number, STDIN_FILENO);
@@ -69,10 +69,10 @@ TEST(Descriptor, GivesAnotherNumberToOneOpenedInPlaceOfStandardInput)
     close(saved);
 }
 
-TEST(Descriptor, KeepsTheNumberOfOneOpenedBesideStandardInput)
+TEST(Descriptor, KeepsNumberWhenStandardInputIsOpen)
 {
     const int spare = IsOpenInProcess(STDIN_FILENO) ? -1 : open("/dev/null", O_RDONLY);
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     EXPECT_EQ(Descriptor::AboveStandardInput(number).Get(), number);
     EXPECT_FALSE(Descriptor::AboveStandardInput(-1).IsOpen());
     if (spare != -1)
@@ -81,21 +81,21 @@ TEST(Descriptor, KeepsTheNumberOfOneOpenedBesideStandardInput)
 
 TEST(Descriptor, ClosesOnlyOnce)
 {
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     Descriptor owner(number);
     owner.Close();
     EXPECT_FALSE(owner.IsOpen());
     EXPECT_FALSE(IsOpenInProcess(number));
-    const int again = OpenSomething();
+    const int again = OpenNullDevice();
     ASSERT_EQ(again, number);
     owner.Close();
     EXPECT_TRUE(IsOpenInProcess(again));
     close(again);
 }
 
-TEST(Descriptor, HandsOnWhatItOwned)
+TEST(Descriptor, StaysOpenAfterRelease)
 {
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     {
         Descriptor owner(number);
         EXPECT_EQ(owner.Release(), number);
@@ -105,9 +105,9 @@ TEST(Descriptor, HandsOnWhatItOwned)
     close(number);
 }
 
-TEST(Descriptor, MovesItsOwnership)
+TEST(Descriptor, TransfersOwnershipOnMove)
 {
-    const int number = OpenSomething();
+    const int number = OpenNullDevice();
     Descriptor first(number);
     {
         const Descriptor second(std::move(first));
@@ -116,10 +116,10 @@ TEST(Descriptor, MovesItsOwnership)
     EXPECT_FALSE(IsOpenInProcess(number));
 }
 
-TEST(Descriptor, ClosesTheOldOneWhenItTakesOverANewOne)
+TEST(Descriptor, ClosesOldDescriptorOnMoveAssignment)
 {
-    const int oldNumber = OpenSomething();
-    const int newNumber = OpenSomething();
+    const int oldNumber = OpenNullDevice();
+    const int newNumber = OpenNullDevice();
     Descriptor owner(oldNumber);
     owner = Descriptor(newNumber);
     EXPECT_EQ(owner.Get(), newNumber);

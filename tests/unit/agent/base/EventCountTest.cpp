@@ -15,7 +15,7 @@ namespace {
 using test::milliseconds;
 using test::Stopwatch;
 
-TEST(EventCount, WaitEndsAtOnceAfterAnEventThatWasNotSeen)
+TEST(EventCount, WaitReturnsAtOnceWhenEventWasMissed)
 {
     EventCount events;
     const int seen = events.Get();
@@ -23,7 +23,7 @@ TEST(EventCount, WaitEndsAtOnceAfterAnEventThatWasNotSeen)
     EXPECT_NE(events.WaitPast(seen), seen);
 }
 
-TEST(EventCount, WaitEndsWithTheNextEvent)
+TEST(EventCount, WaitReturnsAtNextEvent)
 {
     // A busy machine may delay one measurement.
     double least = 100;
@@ -44,7 +44,7 @@ TEST(EventCount, WaitEndsWithTheNextEvent)
     EXPECT_LT(least, 0.1);
 }
 
-TEST(EventCount, WaitTakesNoProcessorTime)
+TEST(EventCount, WaitUsesNoProcessorTime)
 {
     EventCount events;
     std::thread other([&] {
@@ -80,7 +80,7 @@ TEST(EventCount, WakesEveryWaiterWithoutMissingAnEvent)
     EXPECT_EQ(events.Get(), first + kEvents);
 }
 
-TEST(EventCount, ShowsWhatWasDoneBeforeTheEvent)
+TEST(EventCount, PublishesWritesMadeBeforeEvent)
 {
     EventCount events;
     std::vector<int> done;

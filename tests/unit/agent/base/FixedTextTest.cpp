@@ -9,14 +9,14 @@
 namespace nimbra {
 namespace {
 
-/// A text with zero bytes in it.
+/// A text that contains zero bytes.
 template <std::size_t N>
 std::string_view Bytes(const char (&text)[N])
 {
     return {text, N - 1};
 }
 
-TEST(FixedText, IsEmptyWhenMade)
+TEST(FixedText, IsEmptyByDefault)
 {
     const FixedText<8> text;
     EXPECT_TRUE(text.IsEmpty());
@@ -24,36 +24,36 @@ TEST(FixedText, IsEmptyWhenMade)
     EXPECT_EQ(text.View(), "");
 }
 
-TEST(FixedText, KeepsOneByteLessThanItsBound)
+TEST(FixedText, KeepsTextOneByteBelowCapacity)
 {
     const FixedText<8> text("1234567");
     EXPECT_STREQ(text.Get(), "1234567");
     EXPECT_FALSE(text.IsEmpty());
 }
 
-TEST(FixedText, KeepsAsManyBytesAsItsBound)
+TEST(FixedText, KeepsTextOfExactlyItsCapacity)
 {
     EXPECT_STREQ(FixedText<8>("12345678").Get(), "12345678");
     EXPECT_EQ(FixedText<8>("12345678").View().size(), 8U);
 }
 
-TEST(FixedText, CutsOneByteMoreThanItsBound)
+TEST(FixedText, CutsTextOneByteOverCapacity)
 {
     EXPECT_STREQ(FixedText<8>("123456789").Get(), "12345678");
 }
 
-TEST(FixedText, CutsFarMoreThanItsBound)
+TEST(FixedText, CutsTextFarOverCapacity)
 {
     EXPECT_EQ(FixedText<32>(std::string(100000, 'x')).View(), std::string(32, 'x'));
 }
 
-TEST(FixedText, OfOneByteKeepsOne)
+TEST(FixedText, KeepsOneByteWhenCapacityIsOne)
 {
     EXPECT_STREQ(FixedText<1>("").Get(), "");
     EXPECT_STREQ(FixedText<1>("ab").Get(), "a");
 }
 
-TEST(FixedText, EndsAtAZeroByte)
+TEST(FixedText, EndsAtFirstZeroByte)
 {
     EXPECT_EQ(FixedText<8>(Bytes("ab\0cd")).View(), "ab");
     EXPECT_EQ(FixedText<8>(Bytes("\0abcd")).View(), "");
@@ -61,7 +61,7 @@ TEST(FixedText, EndsAtAZeroByte)
     EXPECT_EQ(FixedText<4>(Bytes("1234\0005")).View(), "1234");
 }
 
-TEST(FixedText, KeepsEveryOtherByteAsItIs)
+TEST(FixedText, KeepsEveryNonzeroByte)
 {
     std::string bytes;
     for (int byte = 1; byte < 256; ++byte)
@@ -69,7 +69,7 @@ TEST(FixedText, KeepsEveryOtherByteAsItIs)
     EXPECT_EQ(FixedText<255>(bytes).View(), bytes);
 }
 
-TEST(FixedText, LeavesNothingOfALongerValueBehind)
+TEST(FixedText, AssignClearsRestOfLongerValue)
 {
     FixedText<8> text("12345678");
     text.Assign("ab");
@@ -86,7 +86,7 @@ TEST(FixedText, IsEmptyAfterClear)
         EXPECT_EQ(text.Get()[i], '\0') << i;
 }
 
-TEST(FixedText, FormatsUpToItsBound)
+TEST(FixedText, FormatsTextUpToCapacity)
 {
     FixedText<8> text;
     text.Format("%s", "1234567");
@@ -95,7 +95,7 @@ TEST(FixedText, FormatsUpToItsBound)
     EXPECT_STREQ(text.Get(), "12345678");
 }
 
-TEST(FixedText, CutsAFormattedTextAtItsBound)
+TEST(FixedText, CutsFormattedTextAtCapacity)
 {
     FixedText<8> text;
     text.Format("%s", "123456789");
@@ -104,7 +104,7 @@ TEST(FixedText, CutsAFormattedTextAtItsBound)
     EXPECT_STREQ(text.Get(), "-2147483");
 }
 
-TEST(FixedText, FormatReplacesALongerValue)
+TEST(FixedText, FormatReplacesLongerValue)
 {
     FixedText<8> text("12345678");
     text.Format("%s", "a");
@@ -113,7 +113,7 @@ TEST(FixedText, FormatReplacesALongerValue)
     EXPECT_TRUE(text.IsEmpty());
 }
 
-TEST(FixedText, ComparesByItsText)
+TEST(FixedText, ComparesByText)
 {
     FixedText<8> formatted("12345678");
     formatted.Format("%s", "ab");
@@ -123,7 +123,7 @@ TEST(FixedText, ComparesByItsText)
     EXPECT_TRUE(FixedText<2>("abc") == FixedText<2>("abd"));
 }
 
-TEST(FixedText, TakesSingleCharactersUpToItsSize)
+TEST(FixedText, SetsSingleCharactersUpToCapacity)
 {
     FixedText<2> text;
     text.Set(0, 'a');
@@ -132,7 +132,7 @@ TEST(FixedText, TakesSingleCharactersUpToItsSize)
     EXPECT_STREQ(text.Get(), "ab");
 }
 
-TEST(FixedText, CopiesAsAValue)
+TEST(FixedText, CopyIsIndependent)
 {
     FixedText<8> first("first");
     const FixedText<8> second = first;

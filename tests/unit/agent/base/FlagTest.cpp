@@ -7,7 +7,7 @@
 namespace nimbra {
 namespace {
 
-TEST(Flag, IsAsItWasMadeUntilItIsChanged)
+TEST(Flag, KeepsInitialStateUntilChanged)
 {
     Flag set(true);
     Flag clear(false);
@@ -19,7 +19,7 @@ TEST(Flag, IsAsItWasMadeUntilItIsChanged)
     EXPECT_TRUE(clear.IsSet());
 }
 
-TEST(Flag, MayBeSetTwiceAndClearedTwice)
+TEST(Flag, CanBeSetTwiceAndClearedTwice)
 {
     Flag flag(false);
     flag.Set();
@@ -35,7 +35,7 @@ TEST(Flag, IsOneByte)
     EXPECT_EQ(sizeof(Flag), 1U);
 }
 
-TEST(Flag, ShowsWhatWasDoneBeforeItWasChanged)
+TEST(Flag, PublishesWritesMadeBeforeSet)
 {
     for (int round = 0; round < 200; ++round) {
         Flag done(false);

@@ -8,7 +8,7 @@
 namespace nimbra {
 namespace {
 
-TEST(Hex, WritesTwoUpperCaseDigitsForEachByte)
+TEST(Hex, WritesTwoUpperCaseDigitsPerByte)
 {
     const std::array<unsigned char, 6> bytes = {0x00, 0x09, 0x0A, 0x7F, 0xAB, 0xFF};
     EXPECT_STREQ(ToHex(bytes).Get(), "00090A7FABFF");
@@ -24,7 +24,7 @@ TEST(Hex, WritesEveryByteAsPrintfDoes)
     }
 }
 
-TEST(Hex, FillsAWholeDigest)
+TEST(Hex, ConvertsWholeDigest)
 {
     std::array<unsigned char, 32> digest;
     digest.fill(0xC5);

@@ -3,6 +3,7 @@
 #include "base/Wait.h"
 #include "support/CapturedOutput.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -17,7 +18,7 @@ namespace {
 using test::CapturedOutput;
 using test::LogLine;
 
-/// A class as those of the agent that log.
+/// A class that logs in the same way as the classes of the agent.
 class Service
 {
 public:
@@ -37,7 +38,7 @@ private:
     static constexpr char kLogSource[] = "Service.cpp";
 };
 
-TEST(Log, PrintsOneLineOfTheCommonForm)
+TEST(Log, PrintsOneLineInCommonFormat)
 {
     const CapturedOutput output;
     const std::time_t before = ClockSecond();
@@ -51,18 +52,17 @@ TEST(Log, PrintsOneLineOfTheCommonForm)
     EXPECT_TRUE(isFound) << text;
 }
 
-TEST(Log, FormatsItsMessage)
+TEST(Log, FormatsMessage)
 {
     const CapturedOutput output;
     Log({"A.cpp", 1, "B"}, "Invalid Token: %s", "x=%d\r");
     Log({"A.cpp", 1, "B"}, "connect fail %s:%s:%d", "host", "127.0.0.1", 9500);
     Log({"A.cpp", 1, "B"}, "%s", "");
-    EXPECT_EQ(output.Messages(),
-              (std::vector<std::string>{"Invalid Token: x=%d\r", "connect fail host:127.0.0.1:9500",
-                                        ""}));
+    EXPECT_THAT(output.Messages(), ::testing::ElementsAre("Invalid Token: x=%d\r",
+                                                          "connect fail host:127.0.0.1:9500", ""));
 }
 
-TEST(Log, NamesTheSourceTheLineAndTheMethodOfTheCall)
+TEST(Log, ReportsSourceLineAndMethodOfCall)
 {
     const CapturedOutput output;
     const int expectedLine = Service::Fail();
@@ -74,7 +74,7 @@ TEST(Log, NamesTheSourceTheLineAndTheMethodOfTheCall)
     EXPECT_EQ(lines[0].Message, "socket fail[-7]");
 }
 
-TEST(Log, NamesTheCallerOfAHelper)
+TEST(Log, ReportsCallerOfHelper)
 {
     const CapturedOutput output;
     const int expectedLine = Service::AskForHelp();
@@ -85,7 +85,7 @@ TEST(Log, NamesTheCallerOfAHelper)
     EXPECT_EQ(lines[0].Method, "AskForHelp");
 }
 
-TEST(Log, KeepsTheLinesOfSeveralThreadsWhole)
+TEST(Log, NeverMixesLinesOfSeveralThreads)
 {
     constexpr int kThreads = 8;
     constexpr int kLines = 250;

@@ -12,14 +12,14 @@
 namespace nimbra {
 namespace {
 
-/// What the generator gives first after it was seeded; the test must be its only user.
+/// The first number after seeding. The test must be the only user of the generator.
 int FirstDraw(unsigned seed)
 {
     std::srand(seed);
     return std::rand();
 }
 
-TEST(Random, GivesTheFirstNumberOfTheSeed)
+TEST(Random, ReturnsFirstNumberOfSeed)
 {
     for (const unsigned seed : {0U, 1U, 2U, 12345U, 2147483647U, 2147483648U, UINT_MAX}) {
         const int expected = FirstDraw(seed);
@@ -40,7 +40,7 @@ TEST(Random, IsNeitherNegativeNorConstant)
     EXPECT_GT(drawn.size(), 900U);
 }
 
-TEST(Random, DrawGoesOnFromTheSeed)
+TEST(Random, DrawContinuesSequenceOfSeed)
 {
     std::srand(42);
     const int first = std::rand();
@@ -51,7 +51,7 @@ TEST(Random, DrawGoesOnFromTheSeed)
     EXPECT_EQ(Draw(), third);
 }
 
-TEST(Random, SeedsAndDrawsInOneStepAmongThreads)
+TEST(Random, SeedAndDrawIsOneStepAcrossThreads)
 {
     constexpr unsigned kThreads = 4;
     constexpr int kRounds = 30000;
@@ -59,25 +59,25 @@ TEST(Random, SeedsAndDrawsInOneStepAmongThreads)
     expected.reserve(kThreads);
     for (unsigned seed = 0; seed < kThreads; ++seed)
         expected.push_back(FirstDraw(seed + 100));
-    std::atomic<int> strays = 0;
+    std::atomic<int> mismatches = 0;
     std::atomic<unsigned> ready = 0;
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (unsigned thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back([&strays, &ready, &expected, thread] {
+        threads.emplace_back([&mismatches, &ready, &expected, thread] {
             ++ready;
             while (ready < kThreads)
                 std::this_thread::yield();
             for (int round = 0; round < kRounds; ++round) {
                 if (SeedAndDraw(thread + 100) != expected[thread])
-                    ++strays;
+                    ++mismatches;
                 if (Draw() < 0)
-                    ++strays;
+                    ++mismatches;
             }
         });
     for (std::thread &thread : threads)
         thread.join();
-    EXPECT_EQ(strays, 0);
+    EXPECT_EQ(mismatches, 0);
 }
 
 } // namespace

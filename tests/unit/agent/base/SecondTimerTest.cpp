@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::time_t kNow = 1795254344;
 
-TEST(SecondTimer, CountsTheSecondsSinceItWasMade)
+TEST(SecondTimer, CountsSecondsSinceConstruction)
 {
     SecondTimer timer(kNow);
     EXPECT_EQ(timer.Elapsed(kNow), 0);
@@ -15,7 +15,7 @@ TEST(SecondTimer, CountsTheSecondsSinceItWasMade)
     EXPECT_EQ(timer.Elapsed(kNow + 3600), 3600);
 }
 
-TEST(SecondTimer, BeginsAnewWhenTheClockIsSetBackBeforeItsStart)
+TEST(SecondTimer, RestartsWhenClockIsSetBackBeforeItsStart)
 {
     SecondTimer timer(kNow);
     EXPECT_EQ(timer.Elapsed(kNow + 4), 4);
@@ -23,21 +23,21 @@ TEST(SecondTimer, BeginsAnewWhenTheClockIsSetBackBeforeItsStart)
     EXPECT_EQ(timer.Elapsed(kNow - 3600 + 5), 5);
 }
 
-TEST(SecondTimer, GoesOnWhenTheClockIsSetBackToAfterItsStart)
+TEST(SecondTimer, ContinuesWhenClockIsSetBackToAfterItsStart)
 {
     SecondTimer timer(kNow);
     EXPECT_EQ(timer.Elapsed(kNow + 9), 9);
     EXPECT_EQ(timer.Elapsed(kNow + 2), 2);
 }
 
-TEST(SecondTimer, CanBeMadeExpiredAtAnyTimeOfTheClock)
+TEST(SecondTimer, IsExpiredAtAnyClockTimeWhenMadeExpired)
 {
     SecondTimer timer = SecondTimer::Expired();
     EXPECT_GT(timer.Elapsed(0), 3600);
     EXPECT_GT(timer.Elapsed(kNow), 3600);
 }
 
-TEST(SecondTimer, ReadsTheClockOfTheSystem)
+TEST(SecondTimer, UsesSystemClockByDefault)
 {
     SecondTimer timer;
     EXPECT_LT(timer.Elapsed(), 60);

@@ -16,10 +16,10 @@ namespace {
 
 using test::WaitUntil;
 
-/// Notes how the thread that it runs on was made.
-struct Witness
+/// Records the attributes of the thread on which it runs.
+struct ThreadRecorder
 {
-    void Look()
+    void Record()
     {
         pthread_attr_t attributes;
         pthread_getattr_np(pthread_self(), &attributes);
@@ -36,19 +36,19 @@ struct Witness
     Flag Done{false};
 };
 
-TEST(Thread, RunsAMethodOnADetachedThreadWithASmallStack)
+TEST(Thread, RunsMethodOnDetachedThreadWithSmallStack)
 {
-    Witness witness;
-    ASSERT_TRUE(StartThread<&Witness::Look>(&witness));
-    ASSERT_TRUE(WaitUntil([&] { return witness.Done.IsSet(); }));
-    EXPECT_NE(witness.Id, gettid());
-    EXPECT_EQ(witness.DetachState, PTHREAD_CREATE_DETACHED);
-    EXPECT_GE(witness.StackSize, kThreadStack);
-    // A sanitizer adds to it; the usual stack has 8 MiB.
-    EXPECT_LT(witness.StackSize, std::size_t{2} * 1024 * 1024);
+    ThreadRecorder recorder;
+    ASSERT_TRUE(StartThread<&ThreadRecorder::Record>(&recorder));
+    ASSERT_TRUE(WaitUntil([&] { return recorder.Done.IsSet(); }));
+    EXPECT_NE(recorder.Id, gettid());
+    EXPECT_EQ(recorder.DetachState, PTHREAD_CREATE_DETACHED);
+    EXPECT_GE(recorder.StackSize, kThreadStack);
+    // A sanitizer makes the stack larger; the default stack has 8 MiB.
+    EXPECT_LT(recorder.StackSize, std::size_t{2} * 1024 * 1024);
 }
 
-TEST(Thread, HandsTheArgumentToItsBody)
+TEST(Thread, PassesArgumentToItsFunction)
 {
     static Flag done(false);
     static void *given = nullptr;
@@ -64,21 +64,21 @@ TEST(Thread, HandsTheArgumentToItsBody)
     EXPECT_EQ(given, &value);
 }
 
-/// Ends the process with 0 if a thread is refused where no more processes are allowed.
-[[noreturn]] void StartWhereNoThreadCanBe()
+/// Forbids further threads and tries to start one. Exits with 0 if that fails as it must.
+[[noreturn]] void StartThreadBeyondLimit()
 {
     constexpr uid_t kNobody = 65534;
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_NPROC, &none);
-    // Root is above the limit.
+    // The limit does not apply to root.
     if (geteuid() == 0 && setuid(kNobody) != 0)
         _exit(2);
     _exit(StartDetached([](void *argument) { return argument; }, nullptr) ? 1 : 0);
 }
 
-TEST(ThreadDeathTest, ReportsAThreadThatCannotBeMade)
+TEST(ThreadDeathTest, ReportsThreadThatCannotBeStarted)
 {
-    EXPECT_EXIT(StartWhereNoThreadCanBe(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(StartThreadBeyondLimit(), ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -29,7 +29,7 @@ struct SocketPair
         Own = Descriptor(ends[0]);
         Peer = Descriptor(ends[1]);
     }
-    /// Sends until the socket takes no more.
+    /// Fills the send buffer of the socket.
     void Fill() const
     {
         const std::string bytes(4096, 'x');
@@ -47,7 +47,7 @@ struct SocketPair
     Descriptor Peer;
 };
 
-/// How far the present second of the clock has run.
+/// The part of the current clock second that has passed, in seconds.
 double SecondsIntoSecond()
 {
     timespec now = {};
@@ -55,7 +55,7 @@ double SecondsIntoSecond()
     return static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-/// The least of several measurements, of which a busy machine may delay any.
+/// The least of several measurements, because a busy machine may delay some of them.
 double Least(const std::function<double()> &measure)
 {
     double least = measure();
@@ -64,7 +64,7 @@ double Least(const std::function<double()> &measure)
     return least;
 }
 
-/// How long after `event` a wait that begins 50 ms before it ends.
+/// Starts a wait 50 ms before `event`. Returns the time from the event to the end of the wait.
 double Delay(bool (*wait)(int socket), int socket, const std::function<void()> &event)
 {
     while (SecondsIntoSecond() > 0.5)
@@ -78,21 +78,21 @@ double Delay(bool (*wait)(int socket), int socket, const std::function<void()> &
     const bool isReady = wait(socket);
     const Stopwatch atEnd;
     other.join();
-    // On a very busy machine the second may have ended first.
+    // On a very busy machine the second may end before the event.
     return isReady ? sinceEvent.Seconds() - atEnd.Seconds() : 1;
 }
 
-TEST(ClockSecond, IsTheTimeOfTheSystem)
+TEST(ClockSecond, ReturnsSystemTime)
 {
     const std::time_t before = std::time(nullptr);
     const std::time_t now = ClockSecond();
     EXPECT_GE(now, before);
-    // time() lags behind by up to a tick of the kernel.
+    // time() is late by up to one tick of the kernel.
     std::this_thread::sleep_for(milliseconds(20));
     EXPECT_LE(now, std::time(nullptr));
 }
 
-TEST(WaitForNextSecond, EndsWhenASecondHasBegun)
+TEST(WaitForNextSecond, ReturnsWhenNextSecondBegins)
 {
     EXPECT_LT(Least([] {
                   const std::time_t before = ClockSecond();
@@ -103,7 +103,7 @@ TEST(WaitForNextSecond, EndsWhenASecondHasBegun)
               0.1);
 }
 
-TEST(WaitForInput, EndsAsBytesArrive)
+TEST(WaitForInput, ReturnsWhenBytesArrive)
 {
     EXPECT_LT(Least([] {
                   const SocketPair sockets;
@@ -113,21 +113,21 @@ TEST(WaitForInput, EndsAsBytesArrive)
               0.1);
 }
 
-TEST(WaitForInput, EndsAtOnceWhenBytesHaveArrived)
+TEST(WaitForInput, ReturnsAtOnceWhenBytesHaveArrived)
 {
     const SocketPair sockets;
     ASSERT_EQ(send(sockets.Peer.Get(), "x", 1, 0), 1);
     EXPECT_TRUE(WaitForInput(sockets.Own.Get()));
 }
 
-TEST(WaitForInput, EndsAtOnceWhenThePeerHasClosed)
+TEST(WaitForInput, ReturnsAtOnceWhenPeerHasClosed)
 {
     SocketPair sockets;
     sockets.Peer.Close();
     EXPECT_TRUE(WaitForInput(sockets.Own.Get()));
 }
 
-TEST(WaitForInput, EndsWithTheSecondWhenNothingArrives)
+TEST(WaitForInput, ReturnsAtNextSecondWhenNothingArrives)
 {
     const SocketPair sockets;
     EXPECT_LT(Least([&] {
@@ -139,13 +139,13 @@ TEST(WaitForInput, EndsWithTheSecondWhenNothingArrives)
               0.1);
 }
 
-TEST(WaitForOutput, EndsAtOnceWhenTheSocketTakesBytes)
+TEST(WaitForOutput, ReturnsAtOnceWhenSocketIsWritable)
 {
     const SocketPair sockets;
     EXPECT_TRUE(WaitForOutput(sockets.Own.Get()));
 }
 
-TEST(WaitForOutput, EndsAsAFullSocketTakesBytesAgain)
+TEST(WaitForOutput, ReturnsWhenFullSocketBecomesWritable)
 {
     EXPECT_LT(Least([] {
                   const SocketPair sockets;
@@ -155,7 +155,7 @@ TEST(WaitForOutput, EndsAsAFullSocketTakesBytesAgain)
               0.1);
 }
 
-TEST(WaitForOutput, EndsWithTheSecondWhileTheSocketIsFull)
+TEST(WaitForOutput, ReturnsAtNextSecondWhileSocketIsFull)
 {
     const SocketPair sockets;
     sockets.Fill();
@@ -164,7 +164,7 @@ TEST(WaitForOutput, EndsWithTheSecondWhileTheSocketIsFull)
     EXPECT_GT(ClockSecond(), before);
 }
 
-TEST(PauseSeconds, TakesWholeSeconds)
+TEST(PauseSeconds, LastsWholeSeconds)
 {
     const Stopwatch watch;
     PauseSeconds(1);
