@@ -21,7 +21,7 @@ constexpr std::int64_t kHour = 3600;
 constexpr std::int64_t kDay = 24 * kHour;
 
 /// Days from 1970-01-01 to a day of the Gregorian calendar, counted in eras of 400 years. The
-/// month may be any number: months beyond a year run on into the next.
+/// month may be any number: months beyond a year continue into the next.
 std::int64_t DaysFromCivil(std::int64_t year, std::int64_t month, std::int64_t day)
 {
     // A year that begins in March has its leap day at its end.
@@ -35,7 +35,7 @@ std::int64_t DaysFromCivil(std::int64_t year, std::int64_t month, std::int64_t d
     return era * 146097 + dayOfEra - 719468 + (day - 1);
 }
 
-/// Seconds from 1970 to a moment in UTC.
+/// Seconds from 1970 to a time in UTC.
 std::int64_t Utc(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour = 0,
                  std::int64_t minute = 0, std::int64_t second = 0)
 {
@@ -47,7 +47,7 @@ std::int32_t Low32(std::int64_t number)
     return static_cast<std::int32_t>(static_cast<std::uint64_t>(number));
 }
 
-/// Both ways in which a conversion gives its result.
+/// Expects that the conversion stores the same result that it returns.
 std::int32_t Time(const std::string &text)
 {
     std::int32_t seconds = 0x5EC0;
@@ -62,7 +62,7 @@ std::int32_t Date(const std::string &text)
     return seconds;
 }
 
-TEST(DateTime, CountsTheDaysOfKnownDates)
+TEST(DateTime, ReferenceCalendarMatchesKnownDates)
 {
     EXPECT_EQ(Utc(1970, 1, 1), 0);
     EXPECT_EQ(Utc(2001, 9, 9, 1, 46, 40), 1000000000);
@@ -70,7 +70,7 @@ TEST(DateTime, CountsTheDaysOfKnownDates)
     EXPECT_EQ(Utc(1901, 12, 13, 20, 45, 52), INT_MIN);
 }
 
-TEST(DateTime, ReadsADateTimeText)
+TEST(DateTime, ReadsDateAndTime)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("1970-01-01 00:00:00"), 0);
@@ -79,7 +79,7 @@ TEST(DateTime, ReadsADateTimeText)
     EXPECT_EQ(Time("2024-02-29 23:59:59"), Utc(2024, 2, 29, 23, 59, 59));
 }
 
-TEST(DateTime, ReadsADateTextAsMidnight)
+TEST(DateTime, ReadsDateAsMidnight)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Date("1970-01-01"), 0);
@@ -87,7 +87,7 @@ TEST(DateTime, ReadsADateTextAsMidnight)
     EXPECT_EQ(Date("2026-11-21 08:57:00"), Utc(2026, 11, 21));
 }
 
-TEST(DateTime, NeedsNoLeadingZeros)
+TEST(DateTime, DoesNotRequireLeadingZeros)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-1-2 3:4:5"), Utc(2026, 1, 2, 3, 4, 5));
@@ -96,10 +96,11 @@ TEST(DateTime, NeedsNoLeadingZeros)
     EXPECT_EQ(Date("02026-008-0010"), Utc(2026, 8, 10));
     EXPECT_EQ(Date("2026-8-9"), Utc(2026, 8, 9));
     EXPECT_EQ(Time("  2026-  1-  2    3:  4:  5"), Utc(2026, 1, 2, 3, 4, 5));
-    EXPECT_EQ(Time("2026-01-0203:04:05"), Utc(2026, 1, 203)) << "the day takes all its digits";
+    EXPECT_EQ(Time("2026-01-0203:04:05"), Utc(2026, 1, 203))
+        << "the day has as many digits as follow";
 }
 
-TEST(DateTime, IgnoresWhatFollows)
+TEST(DateTime, IgnoresTextAfterLastField)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-11-21 08:57:00\r"), Utc(2026, 11, 21, 8, 57, 0));
@@ -107,7 +108,7 @@ TEST(DateTime, IgnoresWhatFollows)
     EXPECT_EQ(Date("2026-11-21x"), Utc(2026, 11, 21));
 }
 
-TEST(DateTime, CountsMissingFieldsAsZero)
+TEST(DateTime, TakesMissingFieldsAsZero)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-11-21 08:57"), Utc(2026, 11, 21, 8, 57, 0));
@@ -120,7 +121,7 @@ TEST(DateTime, CountsMissingFieldsAsZero)
     EXPECT_EQ(Date("2024-03"), Utc(2024, 2, 29));
 }
 
-TEST(DateTime, StopsAtTheFirstFieldThatIsNoNumber)
+TEST(DateTime, StopsAtFirstFieldThatIsNotANumber)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-11-21T08:57:00"), Utc(2026, 11, 21));
@@ -129,7 +130,7 @@ TEST(DateTime, StopsAtTheFirstFieldThatIsNoNumber)
     EXPECT_EQ(Time("2026-x-21 08:57:00"), Utc(2025, 11, 30));
 }
 
-TEST(DateTime, TakesGarbageAsTheYearZero)
+TEST(DateTime, TakesInvalidTextAsYearZero)
 {
     const TimeZone zone(kUtc);
     const std::int32_t expected = Low32(Utc(0, 0, 0));
@@ -139,7 +140,7 @@ TEST(DateTime, TakesGarbageAsTheYearZero)
     }
 }
 
-TEST(DateTime, NormalisesFieldsBeyondTheirRange)
+TEST(DateTime, NormalizesFieldsBeyondTheirRange)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026-13-01 00:00:00"), Utc(2027, 1, 1));
@@ -150,7 +151,7 @@ TEST(DateTime, NormalisesFieldsBeyondTheirRange)
     EXPECT_EQ(Date("2026-12-365"), Utc(2026, 12, 365));
 }
 
-TEST(DateTime, TakesSignsOfFields)
+TEST(DateTime, AcceptsSignedFields)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2026--1-01 00:00:00"), Utc(2025, 11, 1));
@@ -167,7 +168,7 @@ TEST(DateTime, ReadsTimesBefore1970AsNegative)
     EXPECT_EQ(Time("1901-12-13 20:45:52"), INT_MIN);
 }
 
-TEST(DateTime, KeepsTheLow32BitsOfATimeAfter2038)
+TEST(DateTime, KeepsLow32BitsOfTimeBeyond32Bits)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Time("2038-01-19 03:14:07"), INT_MAX);
@@ -178,7 +179,7 @@ TEST(DateTime, KeepsTheLow32BitsOfATimeAfter2038)
     EXPECT_EQ(Date("0001-01-01"), Low32(Utc(1, 1, 1)));
 }
 
-TEST(DateTime, SurvivesTheLargestNumbersOf32Bits)
+TEST(DateTime, AcceptsLargestNumbersOf32Bits)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Date("2147483647-01-01"), Low32(Utc(INT_MAX, 1, 1)));
@@ -193,25 +194,25 @@ TEST(DateTime, SurvivesTheLargestNumbersOf32Bits)
         << "the first year of a calendar that counts 32 bits from 1900";
 }
 
-TEST(DateTime, KeepsTheLow32BitsOfTheYearLess1900)
+TEST(DateTime, KeepsLow32BitsOfYearMinus1900)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Date("-2147483648-1-1"), Low32(Utc(2147483648, 1, 1)));
     EXPECT_EQ(Date("4294969322-11-21"), Utc(2026, 11, 21));
 }
 
-TEST(DateTime, IsMinusOneWhereTheCalendarEnds)
+TEST(DateTime, ReturnsMinusOneBeyondLimitsOfCalendar)
 {
     const TimeZone zone(kUtc);
     EXPECT_EQ(Date("-2147481749-13-1"), -1) << "a month beyond the last year";
     EXPECT_EQ(Date("-2147481748-0-1"), -1) << "a month before the first year";
 }
 
-TEST(DateTime, TakesHugeNumbersAsTheNearestOf64Bits)
+TEST(DateTime, TakesNumbersBeyond64BitsAsNearestOf64Bits)
 {
     const TimeZone zone(kUtc);
     const std::string huge(40, '9');
-    // Of the largest number of 64 bits the low 32 are all set, of the smallest none is.
+    // The low 32 bits of the largest number of 64 bits are all set, those of the smallest are 0.
     EXPECT_EQ(Date(huge + "-1-1"), Low32(Utc(-1, 1, 1)));
     EXPECT_EQ(Date("-" + huge + "-1-1"), Low32(Utc(0, 1, 1)));
     EXPECT_EQ(Date("1970-" + huge + "-1"), Low32(Utc(1970, -1, 1)));
@@ -220,14 +221,14 @@ TEST(DateTime, TakesHugeNumbersAsTheNearestOf64Bits)
     EXPECT_EQ(Date(std::string(2000, '9')), Low32(Utc(-1, 0, 0)));
 }
 
-TEST(DateTime, ReadsLocalTimeOfAnEasternZone)
+TEST(DateTime, ReadsLocalTimeOfEasternZone)
 {
     const TimeZone zone(kEasternZone);
     EXPECT_EQ(Time("2026-01-15 12:00:00"), Utc(2026, 1, 15, 11));
     EXPECT_EQ(Date("2026-01-15"), Utc(2026, 1, 14, 23));
 }
 
-TEST(DateTime, ReadsLocalTimeOfAWesternZone)
+TEST(DateTime, ReadsLocalTimeOfWesternZone)
 {
     const TimeZone zone(kWesternZone);
     EXPECT_EQ(Time("2026-01-15 12:00:00"), Utc(2026, 1, 15, 17));
@@ -246,7 +247,7 @@ TEST(DateTime, ReadsSummerTimesWithoutDaylightSaving)
     EXPECT_EQ(Date("2026-07-15"), Utc(2026, 7, 15, 5));
 }
 
-TEST(DateTime, ReadsTheHourThatClocksSkipAsStandardTime)
+TEST(DateTime, ReadsSkippedHourAsStandardTime)
 {
     {
         const TimeZone zone(kEasternZone);
@@ -259,7 +260,7 @@ TEST(DateTime, ReadsTheHourThatClocksSkipAsStandardTime)
     EXPECT_EQ(Time("2026-03-08 02:30:00"), Utc(2026, 3, 8, 7, 30));
 }
 
-TEST(DateTime, ReadsTheHourThatClocksRepeatAsStandardTime)
+TEST(DateTime, ReadsRepeatedHourAsStandardTime)
 {
     {
         const TimeZone zone(kEasternZone);
@@ -271,7 +272,7 @@ TEST(DateTime, ReadsTheHourThatClocksRepeatAsStandardTime)
     EXPECT_EQ(Time("2026-11-01 01:30:00"), Utc(2026, 11, 1, 6, 30));
 }
 
-TEST(DateTime, StandsAtOneOffsetAllYearWhateverWasReadBefore)
+TEST(DateTime, UsesOneOffsetAllYearWhateverWasReadBefore)
 {
     struct Case
     {
@@ -310,7 +311,7 @@ TEST(DateTime, WritesLeadingZeros)
     EXPECT_STREQ(TimeToString(Low32(Utc(2024, 2, 9, 3, 4, 5))).Get(), "2024-02-09 03:04:05");
 }
 
-TEST(DateTime, WritesTheWholeRangeOf32Bits)
+TEST(DateTime, WritesWholeRangeOf32Bits)
 {
     EXPECT_STREQ(TimeToString(INT_MAX).Get(), "2038-01-19 03:14:07");
     EXPECT_STREQ(TimeToString(INT_MIN).Get(), "1901-12-13 20:45:52");
@@ -320,7 +321,7 @@ TEST(DateTime, WritesTheWholeRangeOf32Bits)
     EXPECT_STREQ(DateToString(-1).Get(), "1969-12-31");
 }
 
-TEST(DateTime, GivesTheSameTextBackOnAUtcSystem)
+TEST(DateTime, RoundTripKeepsTextOnUtcSystem)
 {
     const TimeZone zone(kUtc);
     for (const char *text : {"1999-12-31 23:59:59", "2000-01-01 00:00:00", "2024-02-29 12:34:56",
@@ -329,7 +330,7 @@ TEST(DateTime, GivesTheSameTextBackOnAUtcSystem)
     EXPECT_STREQ(DateToString(Date("1999-12-31")).Get(), "1999-12-31");
 }
 
-TEST(DateTime, MovesATextReadAndWrittenBackByTheOffset)
+TEST(DateTime, RoundTripShiftsTextByZoneOffset)
 {
     {
         const TimeZone zone(kEasternZone);

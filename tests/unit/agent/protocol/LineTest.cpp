@@ -10,7 +10,7 @@
 namespace nimbra {
 namespace {
 
-/// A row of `length` bytes, its line feed included, if it were not cut.
+/// A row that has `length` bytes with its line feed before it is cut.
 std::string RowOf(std::size_t length)
 {
     const std::string name(length - std::strlen("Name=\n"), 'n');
@@ -20,13 +20,13 @@ std::string RowOf(std::size_t length)
     return line.Get();
 }
 
-TEST(Line, IsALineFeedWithoutPairs)
+TEST(Line, IsLineFeedWithoutPairs)
 {
     EXPECT_STREQ(Line().Get(), "\n");
     EXPECT_EQ(Line().View(), "\n");
 }
 
-TEST(Line, SeparatesThePairsOfARow)
+TEST(Line, SeparatesPairsByAmpersand)
 {
     Line line;
     line.Pair("DoorNo", 3).Pair("Name", "Front 100%").Pair("Status", 0);
@@ -34,14 +34,14 @@ TEST(Line, SeparatesThePairsOfARow)
     EXPECT_EQ(line.View(), line.Get());
 }
 
-TEST(Line, BeginsARequestWithItsCommand)
+TEST(Line, RequestBeginsWithCommand)
 {
     EXPECT_STREQ(Line::Request("HeartBeat").Get(), "HeartBeat?\n");
     EXPECT_STREQ(Line::Request("HeartBeat").Pair("DeviceNo", 7).Pair("A", "b").Get(),
                  "HeartBeat?DeviceNo=7&A=b\n");
 }
 
-TEST(Line, BeginsAResponseWithItsResult)
+TEST(Line, ResponseBeginsWithCommandAndResult)
 {
     EXPECT_STREQ(Line::Response("DelCardInfo", 9).Get(), "DelCardInfoResponse?Result=9\n");
     EXPECT_STREQ(Line::Response("Hello", 0).Pair("Key", 5).Get(), "HelloResponse?Result=0&Key=5\n");
@@ -56,20 +56,20 @@ TEST(Line, WritesNumbersInBase10)
     }
 }
 
-TEST(Line, TakesTextsAsTheyAre)
+TEST(Line, WritesTextsUnchanged)
 {
     Line line;
     line.Pair("A", "").Pair("B", FixedText<4>("x&y=z")).QuotedPair("Url", "rtsp://a?b=c&d");
     EXPECT_STREQ(line.Get(), "A=&B=x&y=&Url=\"rtsp://a?b=c&d\"\n");
 }
 
-TEST(Line, KeepsALineThatFits)
+TEST(Line, KeepsLineThatFits)
 {
     EXPECT_EQ(RowOf(1022), "Name=" + std::string(1016, 'n') + "\n");
     EXPECT_EQ(RowOf(1023), "Name=" + std::string(1017, 'n') + "\n");
 }
 
-TEST(Line, EndsInItsLineFeedWhenCut)
+TEST(Line, EndsInLineFeedWhenCut)
 {
     const std::string cut = "Name=" + std::string(1017, 'n') + "\n";
     EXPECT_EQ(RowOf(1024), cut);
@@ -78,7 +78,7 @@ TEST(Line, EndsInItsLineFeedWhenCut)
     EXPECT_EQ(RowOf(1000000), cut);
 }
 
-TEST(Line, CutsWhicheverPieceDoesNotFit)
+TEST(Line, CutsFirstPieceThatDoesNotFit)
 {
     Line text;
     text.Pair("A", std::string(1010, 'a')).Pair("B", std::string(1010, 'b')).Pair("C", 1);
@@ -94,7 +94,7 @@ TEST(Line, CutsWhicheverPieceDoesNotFit)
     EXPECT_EQ(key.View(), "A=" + std::string(1015, 'a') + "&Long\n");
 }
 
-TEST(Line, GivesAllWordsThatFit)
+TEST(Line, WritesAllWordsThatFit)
 {
     Line line;
     line.WordsPair("List", "3 7 12");
@@ -104,9 +104,9 @@ TEST(Line, GivesAllWordsThatFit)
     EXPECT_STREQ(empty.Get(), "List=\n");
 }
 
-TEST(Line, GivesOnlyWholeWords)
+TEST(Line, WritesOnlyWholeWords)
 {
-    // "List=" leaves 1017 bytes: 203 words of four digits and a blank, and two more bytes.
+    // "List=" leaves 1017 bytes: 203 words of four digits with a blank each, and two more bytes.
     std::string words = "1000";
     for (int i = 1001; i < 1300; ++i)
         words += " " + std::to_string(i);
@@ -129,7 +129,7 @@ TEST(Line, GivesOnlyWholeWords)
     EXPECT_EQ(cut.View(), "List=" + std::string(1012, '1') + "\n");
 }
 
-TEST(Line, IsAValue)
+TEST(Line, CopyIsIndependent)
 {
     Line line = Line::Response("Hello", 0);
     const Line copy = line;

@@ -19,8 +19,8 @@ using Messages = std::vector<std::string>;
 
 constexpr LogSite kSite = {"ClientWorker.cpp", 77, "GetDoorInfoEx"};
 
-/// What a handler reads out of a line: two numbers and two texts, with values that no test gives
-/// where nothing was read.
+/// The values that a handler reads from a line: two numbers and two texts. No test sends their
+/// initial values, so a value that was not read is recognized.
 struct Request
 {
     explicit Request(std::string line)
@@ -46,7 +46,7 @@ struct Request
     std::vector<LogLine> Log;
 };
 
-/// Reads one pair of key Key.
+/// The value of Key after these pairs were read.
 std::string KeyIn(const std::string &pairs)
 {
     return Request("Command?" + pairs).Key.Get();
@@ -68,7 +68,7 @@ TEST(Request, ReadsEachPairIntoItsField)
     EXPECT_EQ(request.Invalid, Messages());
 }
 
-TEST(Request, LeavesTheDefaultsOfKeysThatAreNotGiven)
+TEST(Request, KeepsDefaultsOfMissingKeys)
 {
     for (const char *line : {"Command?", "Command", "Command?&", "Command?=", "Command?DoorNo",
                              "Command?DoorNo=", "Command?DoorNo=&", "Command?==="}) {
@@ -82,7 +82,7 @@ TEST(Request, LeavesTheDefaultsOfKeysThatAreNotGiven)
     }
 }
 
-TEST(Request, HasNoWordWhenALineHoldsNothingElse)
+TEST(Request, HasNoWordWhenLineHoldsOnlyQuestionMarks)
 {
     for (const char *line : {"", "?", "??", "????????"}) {
         const Request request(line);
@@ -92,7 +92,7 @@ TEST(Request, HasNoWordWhenALineHoldsNothingElse)
     }
 }
 
-TEST(Request, TakesTheTextBeforeTheFirstMarkAsTheWord)
+TEST(Request, TakesTextBeforeQuestionMarkAsWord)
 {
     EXPECT_EQ(Request("XYZGetDoorLock?DoorNo=1").Word, "XYZGetDoorLock");
     EXPECT_EQ(Request("A=1&B?DoorNo=1").Word, "A=1&B");
@@ -100,7 +100,7 @@ TEST(Request, TakesTheTextBeforeTheFirstMarkAsTheWord)
     EXPECT_EQ(Request("?DoorNo=1").Word, "DoorNo=1");
 }
 
-TEST(Request, KeepsFurtherMarksInTheFirstKey)
+TEST(Request, KeepsFurtherQuestionMarksInFirstKey)
 {
     const Request request("Command??DoorNo=1&Limit=2");
     EXPECT_EQ(request.DoorNo, -111);
@@ -108,20 +108,20 @@ TEST(Request, KeepsFurtherMarksInTheFirstKey)
     EXPECT_EQ(request.Invalid, Messages{"Invalid Token: ?DoorNo"});
 }
 
-TEST(Request, KeepsFurtherMarksInAValue)
+TEST(Request, KeepsFurtherQuestionMarksInValue)
 {
     EXPECT_EQ(KeyIn("Key=what?&Limit=2"), "what?");
     EXPECT_EQ(KeyIn("Key=Login?Username=x"), "Login?Username=x");
 }
 
-TEST(Request, ComparesKeysWithoutRegardToCase)
+TEST(Request, IgnoresCaseOfKeys)
 {
     EXPECT_EQ(Request("Command?doorno=5").DoorNo, 5);
     EXPECT_EQ(Request("Command?DOORNO=5").DoorNo, 5);
     EXPECT_EQ(Request("Command?dOoRnO=5").DoorNo, 5);
 }
 
-TEST(Request, TakesNoKeyThatIsOnlySimilar)
+TEST(Request, RefusesKeyThatIsOnlySimilar)
 {
     for (const char *key : {"DoorN", "DoorNoo", " DoorNo", "DoorNo ", "Door No", "\tDoorNo"}) {
         const Request request(std::string("Command?") + key + "=5");
@@ -130,14 +130,14 @@ TEST(Request, TakesNoKeyThatIsOnlySimilar)
     }
 }
 
-TEST(Request, KeepsTheLastValueOfAKeyGivenTwice)
+TEST(Request, KeepsLastValueOfRepeatedKey)
 {
     const Request request("Command?DoorNo=1&Name=first&doorno=2&Name=2nd");
     EXPECT_EQ(request.DoorNo, 2);
     EXPECT_STREQ(request.Name.Get(), "2nd");
 }
 
-TEST(Request, GivesAKeyKnownTwiceToTheFirstField)
+TEST(Request, StoresValueInFirstOfTwoFieldsWithSameKey)
 {
     std::int32_t first = 0;
     std::int32_t second = 0;
@@ -150,7 +150,7 @@ TEST(Request, GivesAKeyKnownTwiceToTheFirstField)
     EXPECT_EQ(second, 0);
 }
 
-TEST(Request, LogsAKeyThatItDoesNotKnowAndGoesOn)
+TEST(Request, LogsUnknownKeyAndContinues)
 {
     const Request request("Command?Password=x&DoorNo=1&DoorNoX=2&Limit=3&=&A=b");
     EXPECT_EQ(request.DoorNo, 1);
@@ -163,12 +163,12 @@ TEST(Request, LogsAKeyThatItDoesNotKnowAndGoesOn)
     EXPECT_EQ(request.Log[0].Method, kSite.Method);
 }
 
-TEST(Request, LogsAKeyWithFormatCharactersAsItIs)
+TEST(Request, LogsKeyWithFormatCharactersUnchanged)
 {
     EXPECT_EQ(Request("Command?%s%n%d=1").Invalid, Messages{"Invalid Token: %s%n%d"});
 }
 
-TEST(Request, LetsAnEmptyValueRunOnIntoTheNextPair)
+TEST(Request, TakesNextPairAsValueWhenValueIsEmpty)
 {
     const Request request("Command?Key=&Name=5&Limit=7");
     EXPECT_STREQ(request.Key.Get(), "Name=5");
@@ -178,7 +178,7 @@ TEST(Request, LetsAnEmptyValueRunOnIntoTheNextPair)
     EXPECT_EQ(KeyIn("Key=&&&Other=5"), "Other=5");
 }
 
-TEST(Request, StopsAtAKeyWithoutAValue)
+TEST(Request, StopsAtKeyWithoutValue)
 {
     const Request last("Command?DoorNo=1&Limit=");
     EXPECT_EQ(last.DoorNo, 1);
@@ -188,7 +188,7 @@ TEST(Request, StopsAtAKeyWithoutAValue)
     EXPECT_EQ(bare.Limit, -222);
 }
 
-TEST(Request, MakesAPairWithoutSignPartOfTheNextKey)
+TEST(Request, TakesPairWithoutEqualsSignAsPartOfNextKey)
 {
     const Request request("Command?DoorNo=1&Enable&Limit=2&Name=x");
     EXPECT_EQ(request.DoorNo, 1);
@@ -197,7 +197,7 @@ TEST(Request, MakesAPairWithoutSignPartOfTheNextKey)
     EXPECT_EQ(request.Invalid, Messages{"Invalid Token: Enable&Limit"});
 }
 
-TEST(Request, MakesADoubledSeparatorPartOfTheNextKey)
+TEST(Request, TakesDoubledSeparatorAsPartOfNextKey)
 {
     const Request request("Command?DoorNo=1&&Limit=2&Name=x");
     EXPECT_EQ(request.DoorNo, 1);
@@ -206,7 +206,7 @@ TEST(Request, MakesADoubledSeparatorPartOfTheNextKey)
     EXPECT_EQ(request.Invalid, Messages{"Invalid Token: &Limit"});
 }
 
-TEST(Request, EndsAKeyOnlyAtTheFirstSign)
+TEST(Request, EndsKeyAtFirstEqualsSign)
 {
     EXPECT_EQ(KeyIn("Key=a=b"), "a=b");
     EXPECT_EQ(KeyIn("Key==b"), "=b");
@@ -215,12 +215,12 @@ TEST(Request, EndsAKeyOnlyAtTheFirstSign)
     EXPECT_EQ(KeyIn("Key=YWJj==&Limit=1"), "YWJj==");
 }
 
-TEST(Request, SkipsSignsBeforeAKey)
+TEST(Request, SkipsEqualsSignsBeforeKey)
 {
     EXPECT_EQ(Request("Command?==DoorNo=4").DoorNo, 4);
 }
 
-TEST(Request, KeepsACarriageReturnInTheLastValue)
+TEST(Request, KeepsCarriageReturnInLastValue)
 {
     EXPECT_EQ(KeyIn("Key=x\r"), "x\r");
     EXPECT_EQ(Request("Command?DoorNo=7\r").DoorNo, 7);
@@ -230,14 +230,14 @@ TEST(Request, KeepsACarriageReturnInTheLastValue)
     EXPECT_EQ(KeyIn("Key=\r"), "\r");
 }
 
-TEST(Request, KeepsBlanksAndEveryOtherByteOfAValue)
+TEST(Request, KeepsBlanksAndSpecialBytesOfValue)
 {
     EXPECT_EQ(KeyIn("Key=  a  b  "), "  a  b  ");
     EXPECT_EQ(KeyIn("Key=+%20'\"\\;#"), "+%20'\"\\;#");
     EXPECT_EQ(KeyIn("Key=\x01\x7f\x80\xff"), "\x01\x7f\x80\xff");
 }
 
-TEST(Request, CutsATextAtTheBoundOfItsField)
+TEST(Request, CutsTextAtCapacityOfItsField)
 {
     EXPECT_STREQ(Request("Command?Name=1234567").Name.Get(), "1234567");
     EXPECT_STREQ(Request("Command?Name=12345678").Name.Get(), "12345678");
@@ -247,7 +247,7 @@ TEST(Request, CutsATextAtTheBoundOfItsField)
     EXPECT_EQ(request.DoorNo, 3);
 }
 
-TEST(Request, ReadsTheDigitsThatAValueBeginsWith)
+TEST(Request, ReadsLeadingDigitsOfValue)
 {
     EXPECT_EQ(NumberIn("12abc"), 12);
     EXPECT_EQ(NumberIn("12.9"), 12);
@@ -259,13 +259,13 @@ TEST(Request, ReadsTheDigitsThatAValueBeginsWith)
     EXPECT_EQ(NumberIn("1e3"), 1);
 }
 
-TEST(Request, ReadsZeroWhereAValueHasNoDigits)
+TEST(Request, ReadsZeroWhenValueHasNoLeadingDigits)
 {
     for (const char *value : {"abc", " ", "-", "+", "--1", "+-1", "- 1", "\r", ".5", "'1"})
         EXPECT_EQ(NumberIn(value), 0) << value;
 }
 
-TEST(Request, TakesLeadingBlanksAndASignOfANumber)
+TEST(Request, AcceptsLeadingBlanksAndSignOfNumber)
 {
     EXPECT_EQ(NumberIn("   42"), 42);
     EXPECT_EQ(NumberIn("\t\v\f\r 42"), 42);
@@ -275,13 +275,13 @@ TEST(Request, TakesLeadingBlanksAndASignOfANumber)
     EXPECT_EQ(NumberIn("-0"), 0);
 }
 
-TEST(Request, ReadsTheWholeRangeOf32Bits)
+TEST(Request, ReadsWholeRangeOf32Bits)
 {
     EXPECT_EQ(ToNumber("2147483647"), INT_MAX);
     EXPECT_EQ(ToNumber("-2147483648"), INT_MIN);
 }
 
-TEST(Request, KeepsTheLow32BitsOfALargerNumber)
+TEST(Request, KeepsLow32BitsOfLargerNumber)
 {
     EXPECT_EQ(ToNumber("2147483648"), INT_MIN);
     EXPECT_EQ(ToNumber("4294967295"), -1);
@@ -292,7 +292,7 @@ TEST(Request, KeepsTheLow32BitsOfALargerNumber)
     EXPECT_EQ(ToNumber("1311768467463790320"), static_cast<std::int32_t>(0x9ABCDEF0U));
 }
 
-TEST(Request, TakesANumberBeyond64BitsAsTheNearestOf64Bits)
+TEST(Request, TakesNumberBeyond64BitsAsNearestOf64Bits)
 {
     EXPECT_EQ(ToNumber("9223372036854775807"), -1);
     EXPECT_EQ(ToNumber("9223372036854775808"), -1);
@@ -303,7 +303,7 @@ TEST(Request, TakesANumberBeyond64BitsAsTheNearestOf64Bits)
     EXPECT_EQ(ToNumber((std::string(900, '0') + "8").c_str()), 8);
 }
 
-TEST(Request, ReadsDatesAndTimesIntoSeconds)
+TEST(Request, ConvertsDatesAndTimesToSeconds)
 {
     const test::TimeZone zone("UTC0");
     std::int32_t date = -1;
@@ -317,7 +317,7 @@ TEST(Request, ReadsDatesAndTimesIntoSeconds)
     EXPECT_EQ(time, 1000000000);
 }
 
-TEST(Request, NamesAKeyInAnyCase)
+TEST(Request, MatchesNameOfKeyInAnyCase)
 {
     std::int32_t number = 0;
     const RequestKey key("CardNo", &number);

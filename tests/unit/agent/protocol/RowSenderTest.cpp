@@ -19,7 +19,7 @@ namespace {
 
 using test::Stopwatch;
 
-/// A session's socket and its client's end.
+/// The socket of a session and the connected socket of its client.
 class Connection
 {
 public:
@@ -35,7 +35,7 @@ public:
 
     [[nodiscard]] int Session() const { return session_.Get(); }
 
-    /// What one call receives; nothing when nothing is there.
+    /// The bytes that one call receives; empty when none have arrived.
     [[nodiscard]] std::string ReceiveOnce() const
     {
         std::string bytes(1U << 20U, '\0');
@@ -43,7 +43,7 @@ public:
         bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
         return bytes;
     }
-    /// Everything that is there.
+    /// All bytes that have arrived.
     [[nodiscard]] std::string Receive() const
     {
         std::string all;
@@ -51,7 +51,7 @@ public:
             all += part;
         return all;
     }
-    /// Sends until the socket takes no more; how many bytes.
+    /// Fills the send buffer of the socket. Returns the number of bytes.
     [[nodiscard]] std::size_t FillSocket() const
     {
         std::size_t count = 0;
@@ -81,7 +81,7 @@ std::string Rows(int begin, int end, std::size_t size = 100)
     return rows;
 }
 
-/// Adds rows until the list ends; whether it went on to its end.
+/// Adds rows and flushes them. Returns false when the sender ended the list early.
 bool AddRows(RowSender *sender, int begin, int end, std::size_t size = 100)
 {
     for (int i = begin; i < end; ++i)
@@ -90,7 +90,7 @@ bool AddRows(RowSender *sender, int begin, int end, std::size_t size = 100)
     return sender->Flush();
 }
 
-TEST(RowSender, SendsNothingWhenThereIsNothing)
+TEST(RowSender, SendsNothingForEmptyList)
 {
     const Connection connection;
     const Flag stop(false);
@@ -100,20 +100,20 @@ TEST(RowSender, SendsNothingWhenThereIsNothing)
     EXPECT_EQ(connection.Receive(), "");
 }
 
-TEST(RowSender, SendsAShortListInOnePiece)
+TEST(RowSender, SendsShortListInOneCall)
 {
     const Connection connection(SOCK_SEQPACKET);
     const Flag stop(false);
     RowSender sender(connection.Session(), stop);
     for (int i = 0; i < 25; ++i)
         ASSERT_TRUE(sender.Add(Row(i, 60)));
-    EXPECT_EQ(connection.ReceiveOnce(), "") << "before the list is whole";
+    EXPECT_EQ(connection.ReceiveOnce(), "") << "before the list is complete";
     EXPECT_TRUE(sender.Flush());
     EXPECT_EQ(connection.ReceiveOnce(), Rows(0, 25, 60));
     EXPECT_FALSE(sender.IsGivenUp());
 }
 
-TEST(RowSender, SendsALongListWholeAndInOrder)
+TEST(RowSender, SendsLongListCompletelyAndInOrder)
 {
     for (const std::size_t size : {11U, 100U, 1023U}) {
         const Connection connection;
@@ -133,7 +133,7 @@ TEST(RowSender, SendsALongListWholeAndInOrder)
     }
 }
 
-TEST(RowSender, LosesARowThatIsNotTakenWithinItsLimit)
+TEST(RowSender, DropsRowThatPeerDoesNotReadWithinItsLimit)
 {
     const Connection connection;
     const Flag stop(false);
@@ -142,7 +142,7 @@ TEST(RowSender, LosesARowThatIsNotTakenWithinItsLimit)
     const Stopwatch watch;
     std::string received;
     std::thread client([&] {
-        // After the limit of the first row and before that of the second.
+        // After the limit of the first row and before the limit of the second.
         std::this_thread::sleep_for(test::milliseconds(7000));
         EXPECT_TRUE(test::WaitUntil([&] {
             received += connection.Receive();
@@ -155,7 +155,7 @@ TEST(RowSender, LosesARowThatIsNotTakenWithinItsLimit)
     EXPECT_EQ(received, std::string(filled, '#') + Rows(1, 3));
 }
 
-TEST(RowSender, LosesOnlyTheRestOfARowThatHasBegun)
+TEST(RowSender, DropsOnlyRestOfPartlySentRow)
 {
     constexpr std::size_t kSize = 1023;
     constexpr int kCount = 400;
@@ -172,17 +172,17 @@ TEST(RowSender, LosesOnlyTheRestOfARowThatHasBegun)
     });
     EXPECT_TRUE(AddRows(&sender, 0, kCount, kSize));
     client.join();
-    // The rows in order, but for the rest of one.
+    // All rows in order, except the rest of one row.
     const std::string whole = Rows(0, kCount, kSize);
     std::size_t same = 0;
     while (same < received.size() && received[same] == whole[same])
         ++same;
-    ASSERT_LT(same, received.size()) << "a row is lost";
-    const std::size_t lost = same / kSize;
-    EXPECT_EQ(received.substr(same), whole.substr((lost + 1) * kSize));
+    ASSERT_LT(same, received.size()) << "no row was dropped";
+    const std::size_t dropped = same / kSize;
+    EXPECT_EQ(received.substr(same), whole.substr((dropped + 1) * kSize));
 }
 
-TEST(RowSender, LosesEachRowAtOnceWhenTheSocketHasFailed)
+TEST(RowSender, DropsEachRowAtOnceWhenSocketHasFailed)
 {
     std::signal(SIGPIPE, SIG_IGN);
     Connection connection;
@@ -195,7 +195,7 @@ TEST(RowSender, LosesEachRowAtOnceWhenTheSocketHasFailed)
     EXPECT_FALSE(sender.IsGivenUp());
 }
 
-TEST(RowSender, EndsAfterTheRowOnItsWayWhenStopped)
+TEST(RowSender, EndsAfterCurrentRowWhenStopped)
 {
     const Connection connection;
     Flag stop(false);
@@ -215,7 +215,7 @@ TEST(RowSender, EndsAfterTheRowOnItsWayWhenStopped)
     isDone = true;
     client.join();
     received += connection.Receive();
-    // Rows that were handed over together with the first are on their way too.
+    // Rows that were passed to the socket together with the first one are sent too.
     const std::string rows = received.substr(filled);
     EXPECT_EQ(rows, Rows(0, 1000).substr(0, rows.size()));
     EXPECT_THAT(rows, testing::EndsWith("\n"));
@@ -223,7 +223,7 @@ TEST(RowSender, EndsAfterTheRowOnItsWayWhenStopped)
     EXPECT_FALSE(sender.IsGivenUp());
 }
 
-TEST(RowSender, EndsAfterTheLimitOfTheRowOnItsWayWhenStopped)
+TEST(RowSender, EndsAfterLimitOfCurrentRowWhenStoppedAndPeerDoesNotRead)
 {
     const Connection connection;
     Flag stop(true);

@@ -26,7 +26,7 @@
 namespace nimbra {
 namespace {
 
-/// A text with zero bytes in it.
+/// A text that contains zero bytes.
 template <std::size_t N>
 std::string_view Bytes(const char (&text)[N])
 {
@@ -52,7 +52,7 @@ Descriptor Listen(sockaddr_in *address)
     return listener;
 }
 
-/// A session's socket, blocking as it comes, and its client's end.
+/// The blocking socket of a session and the connected socket of its client.
 class Connection
 {
 public:
@@ -76,7 +76,8 @@ public:
 
     [[nodiscard]] int Session() const { return session_.Get(); }
 
-    /// What the client does.
+    // The actions of the client.
+
     void Send(std::string_view bytes) const
     {
         while (!bytes.empty()) {
@@ -100,7 +101,7 @@ public:
         setsockopt(client_.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
         Close();
     }
-    /// Everything that the session still sends until it closes.
+    /// Closes the session's socket. Returns all bytes that it sent and the client has not read.
     [[nodiscard]] std::string Drain()
     {
         session_.Close();
@@ -126,12 +127,12 @@ double ThreadSeconds()
     return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
-/// Measures a routine; made right before the same thread calls it.
+/// Measures a call. It is constructed right before the call, on the same thread.
 class Watch
 {
 public:
-    /// The limit, 5 seconds by a clock of whole seconds, ran to its end and no further. The thread
-    /// slept meanwhile, but for the transfer of some megabytes.
+    /// The call took the whole limit of 5 seconds, by a clock of whole seconds, and no longer. The
+    /// thread slept during the call, except to transfer some megabytes.
     void ExpectWholeLimit() const
     {
         EXPECT_LT(ThreadSeconds() - processorBegin_, 0.25);
@@ -139,7 +140,7 @@ public:
         EXPECT_GE(watch_.Seconds(), 3.9);
         EXPECT_LT(watch_.Seconds(), 8.0);
     }
-    /// The limit was not waited for.
+    /// The call did not wait for the limit.
     void ExpectAtOnce() const { EXPECT_LT(watch_.Seconds(), 3.0); }
 
 private:
@@ -148,8 +149,8 @@ private:
     test::Stopwatch watch_;
 };
 
-/// Sends a byte now and then, for longer than the limit: a transfer would last
-/// on, had each byte a limit of its own.
+/// Sends single bytes for longer than the limit. If each byte had a limit of its own, the transfer
+/// would not time out.
 void SendSlowly(const Connection &connection)
 {
     const test::Stopwatch sending;
@@ -159,7 +160,7 @@ void SendSlowly(const Connection &connection)
     }
 }
 
-/// A client that goes on reading, some bytes at a time, for longer than the limit.
+/// A client that reads slowly, for longer than the limit.
 class SlowReader
 {
 public:
@@ -170,7 +171,7 @@ public:
     SlowReader(const SlowReader &) = delete;
     SlowReader &operator=(const SlowReader &) = delete;
 
-    /// Ends the session's sending, which the client may be waiting for; what the client has read.
+    /// Ends the session's sending, so that the client stops waiting. Returns what the client read.
     [[nodiscard]] std::string Join()
     {
         shutdown(connection_.Session(), SHUT_WR);
@@ -184,7 +185,7 @@ private:
     {
         const test::Stopwatch reading;
         while (reading.Seconds() < 7) {
-            // As much as a full socket needs to take something again.
+            // Enough for a full socket to become writable again.
             bytes_ += connection_.Receive(std::size_t{64} * 1024);
             std::this_thread::sleep_for(test::milliseconds(100));
         }
@@ -198,7 +199,7 @@ private:
 /// The line that the session receives next; "(none)" when it fails.
 std::string ReceiveLine(const Connection &connection, std::size_t size = kLineSize)
 {
-    // Exactly as long as is said, so that a byte too many is noticed.
+    // A vector of exactly this size, so that a write beyond it is detected.
     std::vector<char> line(size);
     return RecvMessage(connection.Session(), line.data(), size) ? line.data() : "(none)";
 }
@@ -218,14 +219,14 @@ protected:
     static void SetUpTestSuite() { std::signal(SIGPIPE, SIG_IGN); }
 };
 
-TEST_P(SocketIo, ReceivesALineWithoutItsLineFeed)
+TEST_P(SocketIo, ReceivesLineWithoutItsLineFeed)
 {
     const Connection connection(GetParam());
     connection.Send("Hello?\n");
     EXPECT_EQ(ReceiveLine(connection), "Hello?");
 }
 
-TEST_P(SocketIo, ReceivesAnEmptyLine)
+TEST_P(SocketIo, ReceivesEmptyLine)
 {
     const Connection connection(GetParam());
     connection.Send("\n\nx\n");
@@ -234,7 +235,7 @@ TEST_P(SocketIo, ReceivesAnEmptyLine)
     EXPECT_EQ(ReceiveLine(connection), "x");
 }
 
-TEST_P(SocketIo, KeepsEveryByteButTheLineFeed)
+TEST_P(SocketIo, KeepsEveryByteExceptLineFeed)
 {
     const Connection connection(GetParam());
     connection.Send(Bytes("a\0b\r\xff\n"));
@@ -244,7 +245,7 @@ TEST_P(SocketIo, KeepsEveryByteButTheLineFeed)
     EXPECT_EQ(std::string_view(line, 7), Bytes("a\0b\r\xff\0x"));
 }
 
-TEST_P(SocketIo, TakesNoByteOfTheNextLine)
+TEST_P(SocketIo, ReadsNoByteOfNextLine)
 {
     const Connection connection(GetParam());
     connection.Send("Hello?\nLogin?Username=a&Password=b\nraw");
@@ -257,7 +258,7 @@ TEST_P(SocketIo, TakesNoByteOfTheNextLine)
     EXPECT_EQ(ReceiveLine(connection), "Login?Username=a&Password=b");
 }
 
-TEST_P(SocketIo, ReceivesALineThatComesByteByByte)
+TEST_P(SocketIo, ReceivesLineSentByteByByte)
 {
     const Connection connection(GetParam());
     std::thread client([&] {
@@ -270,7 +271,7 @@ TEST_P(SocketIo, ReceivesALineThatComesByteByByte)
     client.join();
 }
 
-TEST_P(SocketIo, AcceptsALineOf1023Bytes)
+TEST_P(SocketIo, AcceptsLineOf1023Bytes)
 {
     const Connection connection(GetParam());
     connection.Send(std::string(1023, 'x') + "\nnext\n");
@@ -278,7 +279,7 @@ TEST_P(SocketIo, AcceptsALineOf1023Bytes)
     EXPECT_EQ(ReceiveLine(connection), "next");
 }
 
-TEST_P(SocketIo, RefusesALineOf1024BytesAndReadsItsTailAsTheNext)
+TEST_P(SocketIo, RefusesLineOf1024BytesAndReadsItsRestAsNextLine)
 {
     const Connection connection(GetParam());
     const Watch watch;
@@ -289,7 +290,7 @@ TEST_P(SocketIo, RefusesALineOf1024BytesAndReadsItsTailAsTheNext)
     watch.ExpectAtOnce();
 }
 
-TEST_P(SocketIo, ReadsTheTailOfALongLineAsTheNext)
+TEST_P(SocketIo, ReadsRestOfLongLineAsNextLine)
 {
     const Connection connection(GetParam());
     connection.Send(std::string(1024, 'x') + std::string(1024, 'y') + "tail\nnext\n");
@@ -299,7 +300,7 @@ TEST_P(SocketIo, ReadsTheTailOfALongLineAsTheNext)
     EXPECT_EQ(ReceiveLine(connection), "next");
 }
 
-TEST_P(SocketIo, HoldsToTheSizeOfTheBuffer)
+TEST_P(SocketIo, AcceptsLineUpToSizeOfBuffer)
 {
     const Connection connection(GetParam());
     connection.Send("abc\nabcd\n\n");
@@ -309,7 +310,7 @@ TEST_P(SocketIo, HoldsToTheSizeOfTheBuffer)
     EXPECT_EQ(ReceiveLine(connection, 1), "");
 }
 
-TEST_P(SocketIo, ReceivesNothingIntoABufferWithoutRoom)
+TEST_P(SocketIo, ReadsNothingWhenBufferSizeIsZero)
 {
     const Connection connection(GetParam());
     connection.Send("a\n");
@@ -319,7 +320,7 @@ TEST_P(SocketIo, ReceivesNothingIntoABufferWithoutRoom)
     EXPECT_EQ(ReceiveLine(connection), "a");
 }
 
-TEST_P(SocketIo, ReceivesWhatWasSentBeforeThePeerClosed)
+TEST_P(SocketIo, ReceivesLinesSentBeforePeerClosed)
 {
     Connection connection(GetParam());
     connection.Send("first\nsecond\n");
@@ -328,7 +329,7 @@ TEST_P(SocketIo, ReceivesWhatWasSentBeforeThePeerClosed)
     EXPECT_EQ(ReceiveLine(connection), "second");
 }
 
-TEST_P(SocketIo, SendsAText)
+TEST_P(SocketIo, SendsText)
 {
     const Connection connection(GetParam());
     EXPECT_TRUE(SendMessage(connection.Session(), "HelloResponse?Result=0&Key=1\n"));
@@ -336,14 +337,14 @@ TEST_P(SocketIo, SendsAText)
     EXPECT_EQ(connection.Receive(30), "HelloResponse?Result=0&Key=1\n\n");
 }
 
-TEST_P(SocketIo, SendsATextUpToItsTerminator)
+TEST_P(SocketIo, SendsTextUpToItsTerminator)
 {
     Connection connection(GetParam());
     EXPECT_TRUE(SendMessage(connection.Session(), "ab\0cd"));
     EXPECT_EQ(connection.Drain(), "ab");
 }
 
-TEST_P(SocketIo, SendsMoreThanTheSocketHoldsToAReader)
+TEST_P(SocketIo, SendsTextLargerThanSocketBufferToReadingPeer)
 {
     const Connection connection(GetParam());
     const std::string text(std::size_t{8} << 20U, 't');
@@ -354,7 +355,7 @@ TEST_P(SocketIo, SendsMoreThanTheSocketHoldsToAReader)
     EXPECT_TRUE(isSent);
 }
 
-TEST_P(SocketIo, SaysWhetherTheSocketHasFailed)
+TEST_P(SocketIo, ReportsWhetherSocketHasFailed)
 {
     char line[4];
     bool hasFailed = false;
@@ -366,7 +367,7 @@ TEST_P(SocketIo, SaysWhetherTheSocketHasFailed)
     EXPECT_FALSE(hasFailed);
 }
 
-TEST_P(SocketIo, FailsAtOnceOnASocketThatIsNone)
+TEST_P(SocketIo, FailsAtOnceOnInvalidSocket)
 {
     char line[16];
     std::vector<char> bytes;
@@ -387,14 +388,14 @@ TEST_P(SocketIo, SendsRawBytes)
     EXPECT_EQ(connection.Drain(), bytes);
 }
 
-TEST_P(SocketIo, SendsNothingOfNoBytes)
+TEST_P(SocketIo, SendsNothingWhenSizeIsZero)
 {
     Connection connection(GetParam());
     EXPECT_EQ(SendBuffer(connection.Session(), "x", 0), 0U);
     EXPECT_EQ(connection.Drain(), "");
 }
 
-TEST_P(SocketIo, SendsAWholeFileToAReader)
+TEST_P(SocketIo, SendsWholeFileToReadingPeer)
 {
     const Connection connection(GetParam());
     const std::string bytes = RandomBytes(std::size_t{4} << 20U);
@@ -406,7 +407,7 @@ TEST_P(SocketIo, SendsAWholeFileToAReader)
     EXPECT_EQ(sent, bytes.size());
 }
 
-TEST_P(SocketIo, ReceivesExactlyTheBytesAskedFor)
+TEST_P(SocketIo, ReceivesExactlyTheRequestedBytes)
 {
     const Connection connection(GetParam());
     connection.Send("12345Hello?\n");
@@ -416,7 +417,7 @@ TEST_P(SocketIo, ReceivesExactlyTheBytesAskedFor)
     EXPECT_EQ(ReceiveLine(connection), "Hello?");
 }
 
-TEST_P(SocketIo, ReceivesAWholeFile)
+TEST_P(SocketIo, ReceivesWholeFile)
 {
     const Connection connection(GetParam());
     const std::string sent = RandomBytes((std::size_t{4} << 20U) + 7);
@@ -427,7 +428,7 @@ TEST_P(SocketIo, ReceivesAWholeFile)
     EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), sent.begin(), sent.end()));
 }
 
-TEST_P(SocketIo, ReceivesBytesThatComeInPieces)
+TEST_P(SocketIo, ReceivesBytesSentOneByOne)
 {
     const Connection connection(GetParam());
     const std::string sent = RandomBytes(100);
@@ -443,7 +444,7 @@ TEST_P(SocketIo, ReceivesBytesThatComeInPieces)
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), sent);
 }
 
-TEST_P(SocketIo, ReceivesNothingOfNoBytes)
+TEST_P(SocketIo, ReceivesNothingWhenSizeIsZero)
 {
     const Connection connection(GetParam());
     connection.Send("x\n");
@@ -453,9 +454,9 @@ TEST_P(SocketIo, ReceivesNothingOfNoBytes)
     EXPECT_EQ(ReceiveLine(connection), "x");
 }
 
-// Each of the tests below waits for a limit.
+// Each of the following tests waits for a limit.
 
-TEST_P(SocketIo, WaitsTheWholeLimitForALine)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenNoLineArrives)
 {
     const Connection connection(GetParam());
     const Watch watch;
@@ -463,13 +464,13 @@ TEST_P(SocketIo, WaitsTheWholeLimitForALine)
     watch.ExpectWholeLimit();
 }
 
-TEST_P(SocketIo, HoldsToALimitOfFiveSeconds)
+TEST_P(SocketIo, TimesOutWithoutDelayAtLimitOf5Seconds)
 {
     const Connection connection(GetParam());
-    // A busy machine may delay one measurement, and so there is a second one and a third.
+    // A busy machine may delay one measurement, so there are up to three.
     double shortest = 100;
     for (int attempt = 0; attempt < 3 && shortest >= 5.8; ++attempt) {
-        // At the beginning of a second of the clock the limit is all but whole.
+        // At the beginning of a clock second the limit is longest: almost 5 seconds.
         WaitForNextSecond();
         const test::Stopwatch watch;
         EXPECT_EQ(ReceiveLine(connection), "(none)");
@@ -478,7 +479,7 @@ TEST_P(SocketIo, HoldsToALimitOfFiveSeconds)
     EXPECT_LT(shortest, 5.8);
 }
 
-TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatHasClosed)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenPeerHasClosed)
 {
     Connection connection(GetParam());
     connection.Close();
@@ -487,7 +488,7 @@ TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatHasClosed)
     watch.ExpectWholeLimit();
 }
 
-TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatSendsNoMore)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenPeerHasEndedSending)
 {
     const Connection connection(GetParam());
     connection.Send("half a line");
@@ -499,7 +500,7 @@ TEST_P(SocketIo, WaitsTheWholeLimitForAPeerThatSendsNoMore)
     EXPECT_EQ(connection.Receive(1), "x");
 }
 
-TEST_P(SocketIo, ReceivesALineAtOnceAfterLongSilence)
+TEST_P(SocketIo, ReceivesLineAtOnceAfterPause)
 {
     const Connection connection(GetParam());
     double least = 100;
@@ -518,7 +519,7 @@ TEST_P(SocketIo, ReceivesALineAtOnceAfterLongSilence)
     EXPECT_LT(least, 0.1);
 }
 
-TEST_P(SocketIo, GoesOnSendingAsSoonAsTheSocketTakesBytes)
+TEST_P(SocketIo, ContinuesSendingAsSoonAsSocketIsWritable)
 {
     double least = 100;
     for (int attempt = 0; attempt < 5; ++attempt) {
@@ -538,7 +539,7 @@ TEST_P(SocketIo, GoesOnSendingAsSoonAsTheSocketTakesBytes)
     EXPECT_LT(least, 0.3);
 }
 
-TEST_P(SocketIo, LosesAHalfLineAtTheLimit)
+TEST_P(SocketIo, DropsIncompleteLineAtLimit)
 {
     const Connection connection(GetParam());
     connection.Send("GetDoorInfo?Doo");
@@ -550,7 +551,7 @@ TEST_P(SocketIo, LosesAHalfLineAtTheLimit)
     EXPECT_EQ(ReceiveLine(connection), "next");
 }
 
-TEST_P(SocketIo, GivesAWholeLineOneLimitHoweverItsBytesCome)
+TEST_P(SocketIo, AppliesOneLimitToWholeLineWhenBytesArriveSlowly)
 {
     const Connection connection(GetParam());
     const Watch watch;
@@ -560,7 +561,7 @@ TEST_P(SocketIo, GivesAWholeLineOneLimitHoweverItsBytesCome)
     client.join();
 }
 
-TEST_P(SocketIo, NeverSendsAnEmptyText)
+TEST_P(SocketIo, TimesOutSendingEmptyText)
 {
     Connection connection(GetParam());
     const Watch watch;
@@ -569,7 +570,7 @@ TEST_P(SocketIo, NeverSendsAnEmptyText)
     EXPECT_EQ(connection.Drain(), "");
 }
 
-TEST_P(SocketIo, GivesUpATextThatNobodyReads)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenPeerDoesNotReadText)
 {
     const Connection connection(GetParam());
     const std::string text(std::size_t{32} << 20U, 't');
@@ -578,7 +579,7 @@ TEST_P(SocketIo, GivesUpATextThatNobodyReads)
     watch.ExpectWholeLimit();
 }
 
-TEST_P(SocketIo, GivesUpATextThatIsReadTooSlowly)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenPeerReadsTextTooSlowly)
 {
     const Connection connection(GetParam());
     const std::string text(std::size_t{32} << 20U, 't');
@@ -588,7 +589,7 @@ TEST_P(SocketIo, GivesUpATextThatIsReadTooSlowly)
     watch.ExpectWholeLimit();
 }
 
-TEST_P(SocketIo, GivesUpATransferThatIsReadTooSlowly)
+TEST_P(SocketIo, TimesOutAfter5SecondsWhenPeerReadsBytesTooSlowly)
 {
     Connection connection(GetParam());
     const std::string bytes = RandomBytes(std::size_t{32} << 20U);
@@ -602,7 +603,7 @@ TEST_P(SocketIo, GivesUpATransferThatIsReadTooSlowly)
     EXPECT_TRUE(received + connection.Drain() == bytes.substr(0, sent));
 }
 
-TEST_P(SocketIo, CountsTheBytesThatItSentUntilTheLimit)
+TEST_P(SocketIo, ReturnsBytesSentUntilLimitWhenPeerDoesNotRead)
 {
     Connection connection(GetParam());
     const std::string bytes = RandomBytes(std::size_t{32} << 20U);
@@ -614,7 +615,7 @@ TEST_P(SocketIo, CountsTheBytesThatItSentUntilTheLimit)
     EXPECT_TRUE(connection.Drain() == bytes.substr(0, sent));
 }
 
-TEST_P(SocketIo, CountsTheBytesThatCameUntilTheLimit)
+TEST_P(SocketIo, ReturnsBytesReceivedUntilLimitWhenPeerStopsSending)
 {
     const Connection connection(GetParam());
     connection.Send("12345");
@@ -625,7 +626,7 @@ TEST_P(SocketIo, CountsTheBytesThatCameUntilTheLimit)
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
 }
 
-TEST_P(SocketIo, GivesAWholeTransferOneLimitHoweverItsBytesCome)
+TEST_P(SocketIo, AppliesOneLimitToWholeTransferWhenBytesArriveSlowly)
 {
     const Connection connection(GetParam());
     const Watch watch;
@@ -639,7 +640,7 @@ TEST_P(SocketIo, GivesAWholeTransferOneLimitHoweverItsBytesCome)
     client.join();
 }
 
-TEST_P(SocketIo, WaitsTheWholeLimitForBytesOfAPeerThatHasClosed)
+TEST_P(SocketIo, ReturnsBytesReceivedUntilLimitWhenPeerHasClosed)
 {
     Connection connection(GetParam());
     connection.Send("12345");
@@ -651,7 +652,7 @@ TEST_P(SocketIo, WaitsTheWholeLimitForBytesOfAPeerThatHasClosed)
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "12345");
 }
 
-TEST_P(SocketIo, TakesMemoryOnlyForBytesThatCome)
+TEST_P(SocketIo, AllocatesMemoryOnlyForReceivedBytes)
 {
     const Connection connection(GetParam());
     const std::string sent = RandomBytes(100000);
@@ -672,12 +673,12 @@ std::string NameOf(const ::testing::TestParamInfo<Kind> &kind)
 
 INSTANTIATE_TEST_SUITE_P(, SocketIo, ::testing::Values(Kind::Local, Kind::Tcp), NameOf);
 
-// What ends a transfer at once differs between the kinds of sockets.
+// The causes that end a transfer at once differ between the kinds of sockets.
 
 class SocketIoError : public SocketIo
 {};
 
-TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasClosed)
+TEST_F(SocketIoError, SendFailsAtOnceWhenPeerHasClosed)
 {
     Connection connection(Kind::Local);
     connection.Close();
@@ -687,7 +688,7 @@ TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasClosed)
     watch.ExpectAtOnce();
 }
 
-TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasReset)
+TEST_F(SocketIoError, SendFailsAtOnceWhenPeerHasReset)
 {
     Connection connection(Kind::Tcp);
     connection.Reset();
@@ -697,7 +698,7 @@ TEST_F(SocketIoError, SendFailsAtOnceWhenAPeerHasReset)
     watch.ExpectAtOnce();
 }
 
-TEST_F(SocketIoError, SendEndsWhenAPeerClosesInTheMiddle)
+TEST_F(SocketIoError, SendEndsAtOnceWhenPeerClosesDuringTransfer)
 {
     Connection connection(Kind::Tcp);
     const std::string bytes(std::size_t{32} << 20U, 'b');
@@ -713,7 +714,7 @@ TEST_F(SocketIoError, SendEndsWhenAPeerClosesInTheMiddle)
     EXPECT_LT(sent, bytes.size());
 }
 
-TEST_F(SocketIoError, ReceiveFailsAtOnceWhenAPeerHasReset)
+TEST_F(SocketIoError, ReceiveFailsAtOnceWhenPeerHasReset)
 {
     Connection connection(Kind::Tcp);
     connection.Reset();
@@ -722,7 +723,7 @@ TEST_F(SocketIoError, ReceiveFailsAtOnceWhenAPeerHasReset)
     watch.ExpectAtOnce();
 }
 
-TEST_F(SocketIoError, ReceiveCountsWhatCameBeforeAReset)
+TEST_F(SocketIoError, ReceiveReturnsBytesSentBeforeReset)
 {
     Connection connection(Kind::Local);
     connection.Send("12345");
