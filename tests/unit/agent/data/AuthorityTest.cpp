@@ -12,16 +12,16 @@ namespace {
 
 using Words = std::array<std::uint32_t, 9>;
 
-/// What a row of a role means, and to which word.
-struct Meaning
+/// The bits that a row of a role grants, and their word.
+struct RoleRow
 {
     int Form;
     int Authority;
     std::size_t Word;
     std::uint32_t Bits;
 };
-constexpr Meaning kMeanings[] = {
-    // Users 0, card formats 1, cards 2, access levels 3: view, add, change.
+constexpr RoleRow kRoleRows[] = {
+    // View, add and change: users 0, card formats 1, cards 2, access levels 3.
     {3, 0, 0, 1},
     {3, 1, 0, 2},
     {3, 2, 0, 4},
@@ -34,35 +34,35 @@ constexpr Meaning kMeanings[] = {
     {6, 0, 3, 1},
     {6, 1, 3, 2},
     {6, 2, 3, 4},
-    // Doors 4: view, change.
+    // View and change: doors 4.
     {41, 0, 4, 1},
     {41, 3, 4, 4},
-    // Door lock 5, outputs 6: everything.
+    // All bits: door lock 5, outputs 6.
     {1, 24, 5, 15},
     {1, 25, 6, 15},
-    // Threat definitions 7, threat level 8: view, change.
+    // View and change: threat definitions 7, threat level 8.
     {11, 0, 7, 1},
     {11, 2, 7, 4},
     {10, 0, 8, 1},
     {10, 3, 8, 4},
 };
 
-/// The words of a role that has this one row.
+/// The words of a role that has only this row.
 Words Expected(int form, int authority)
 {
     Words words = {};
-    for (const Meaning &meaning : kMeanings)
-        if (meaning.Form == form && meaning.Authority == authority)
-            words[meaning.Word] = meaning.Bits;
+    for (const RoleRow &row : kRoleRows)
+        if (row.Form == form && row.Authority == authority)
+            words[row.Word] = row.Bits;
     return words;
 }
 
-TEST(Authority, GrantsNothingAtFirst)
+TEST(Authority, GrantsNothingByDefault)
 {
     EXPECT_EQ(AuthorityRecord().Words, Words());
 }
 
-TEST(Authority, GrantsWhatEachRowOfARoleMeans)
+TEST(Authority, GrantsRightsOfEachRoleRow)
 {
     for (int form = 0; form <= 60; ++form)
         for (int authority = -1; authority <= 30; ++authority) {
@@ -72,7 +72,7 @@ TEST(Authority, GrantsWhatEachRowOfARoleMeans)
         }
 }
 
-TEST(Authority, GrantsNothingForNumbersOfNoForm)
+TEST(Authority, GrantsNothingForUnknownNumbers)
 {
     AuthorityRecord record;
     for (const int form : {INT_MIN, -41, -3, -1, 61, 259, 65536 + 3, INT_MAX})
@@ -84,7 +84,7 @@ TEST(Authority, GrantsNothingForNumbersOfNoForm)
     EXPECT_EQ(record.Words, Words());
 }
 
-TEST(Authority, AddsUpTheRowsOfARole)
+TEST(Authority, CombinesRowsOfRole)
 {
     AuthorityRecord record;
     record.GrantRoleRight(3, 0);
@@ -99,7 +99,7 @@ TEST(Authority, AddsUpTheRowsOfARole)
     EXPECT_EQ(record.Words[AuthUsers], 7U);
 }
 
-TEST(Authority, GrantsTheControllerEverything)
+TEST(Authority, GrantsControllerEverything)
 {
     AuthorityRecord record;
     record.GrantRoleRight(3, 0);
@@ -109,7 +109,7 @@ TEST(Authority, GrantsTheControllerEverything)
     EXPECT_EQ(record.Words, all);
 }
 
-TEST(Authority, AllowsWhatABitOfAWordGrants)
+TEST(Authority, AllowsOnlyRightsWhoseBitIsSet)
 {
     AuthorityRecord record;
     record.GrantRoleRight(4, 0);
@@ -123,7 +123,7 @@ TEST(Authority, AllowsWhatABitOfAWordGrants)
         EXPECT_TRUE(record.Allows({AuthAuxOutput, bit}));
 }
 
-TEST(Authority, AllowsWhatNamesNoAreaToEveryone)
+TEST(Authority, AllowsRightsWithoutAreaToEveryone)
 {
     EXPECT_TRUE(AuthorityRecord().Allows(kAnyone));
     EXPECT_TRUE(AuthorityRecord().Allows(kAnyLogin));
@@ -132,7 +132,7 @@ TEST(Authority, AllowsWhatNamesNoAreaToEveryone)
     EXPECT_TRUE((Right{AuthCards, kView}).NeedsLogin);
 }
 
-TEST(Authority, KeepsTheOrderOfItsWords)
+TEST(Authority, KeepsOrderOfItsWords)
 {
     const AuthorityArea areas[] = {AuthUsers,        AuthCardFormats, AuthCards,
                                    AuthAccessLevels, AuthDoors,       AuthDoorLock,

@@ -12,7 +12,7 @@ std::string Hash(const std::string &text)
     return DataManager::HashPassword(text.c_str()).Get();
 }
 
-TEST(DataManager, IsOneForTheProcess)
+TEST(DataManager, GetInstanceAlwaysReturnsSameObject)
 {
     ASSERT_NE(DataManager::GetInstance(), nullptr);
     EXPECT_EQ(DataManager::GetInstance(), DataManager::GetInstance());
@@ -28,7 +28,7 @@ TEST(DataManager, HashesPasswordsWithSha256InUpperCase)
               "CDC76E5C9914FB9281A1C7E284D73E67F1809A48A497200E046D39CCC7112CD0");
 }
 
-TEST(DataManager, HashesEveryByteOfAPassword)
+TEST(DataManager, HashesEveryByteOfPassword)
 {
     EXPECT_NE(Hash("secret"), Hash("secret\r"));
     EXPECT_NE(Hash("secret"), Hash("Secret"));

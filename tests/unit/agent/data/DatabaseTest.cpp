@@ -6,13 +6,13 @@
 #include "support/Waiting.h"
 
 #include <climits>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,7 +29,7 @@ using test::TemporaryDirectory;
 
 constexpr char kSource[] = "DataManager.cpp";
 
-/// The panel's own connection to a database file.
+/// The panel's connection to a database file.
 class Panel
 {
 public:
@@ -56,7 +56,7 @@ class DatabaseTest : public ::testing::Test
 protected:
     DatabaseTest() { panel_.Run("CREATE TABLE Door (No INTEGER, Name TEXT)"); }
 
-    /// The count of rows, read on a connection of its own.
+    /// The number of rows, read through a separate connection.
     [[nodiscard]] std::int32_t Rows() const
     {
         Database database(path_.c_str(), kSource);
@@ -68,7 +68,7 @@ protected:
     Panel panel_{path_};
 };
 
-TEST_F(DatabaseTest, OpensAFile)
+TEST_F(DatabaseTest, OpensFile)
 {
     const CapturedOutput output;
     const Database database(path_.c_str(), kSource);
@@ -76,7 +76,7 @@ TEST_F(DatabaseTest, OpensAFile)
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(DatabaseTest, LogsAsTheCallerWhenItCannotBeOpened)
+TEST_F(DatabaseTest, LogsCallerWhenFileCannotBeOpened)
 {
     const CapturedOutput output;
     const Database directory(directory_.Path().c_str(), kSource);
@@ -95,7 +95,7 @@ TEST_F(DatabaseTest, LogsAsTheCallerWhenItCannotBeOpened)
     EXPECT_EQ(log[1].Message, "sqlite3_open fail");
 }
 
-TEST_F(DatabaseTest, KeepsItsFileFromChildren)
+TEST_F(DatabaseTest, OpensFileCloseOnExec)
 {
     Database database(path_.c_str(), kSource);
     EXPECT_EQ(database.Execute(SqlText("INSERT INTO Door VALUES (1, 'a')")), SQLITE_OK);
@@ -111,7 +111,7 @@ TEST_F(DatabaseTest, KeepsItsFileFromChildren)
     EXPECT_GE(found, 2) << "the panel's connection and the agent's";
 }
 
-TEST_F(DatabaseTest, ClosesItsFileWhenItGoes)
+TEST_F(DatabaseTest, ClosesFileOnDestruction)
 {
     const auto count = [this] {
         int found = 0;
@@ -142,7 +142,7 @@ TEST_F(DatabaseTest, RunsStatements)
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT SUM(No) FROM Door")), 7);
 }
 
-TEST_F(DatabaseTest, GivesTheResultCodeOfAStatementThatFails)
+TEST_F(DatabaseTest, ReturnsResultCodeOfFailedStatement)
 {
     const CapturedOutput output;
     Database database(path_.c_str(), kSource);
@@ -154,7 +154,7 @@ TEST_F(DatabaseTest, GivesTheResultCodeOfAStatementThatFails)
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(DatabaseTest, NeverRunsARefusedText)
+TEST_F(DatabaseTest, NeverRunsRefusedStatement)
 {
     Database database(path_.c_str(), kSource);
     panel_.Run("INSERT INTO Door VALUES (1, 'a'), (2, 'b')");
@@ -169,7 +169,7 @@ TEST_F(DatabaseTest, NeverRunsARefusedText)
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT 7") + unsafe), 0);
 }
 
-TEST_F(DatabaseTest, GivesTheFirstNumberOfTheFirstRow)
+TEST_F(DatabaseTest, ReturnsFirstNumberOfFirstRow)
 {
     Database database(path_.c_str(), kSource);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT MAX(No) FROM Door")), 0) << "NULL";
@@ -184,7 +184,7 @@ TEST_F(DatabaseTest, GivesTheFirstNumberOfTheFirstRow)
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT %d", INT_MIN)), INT_MIN);
 }
 
-TEST_F(DatabaseTest, ReadsANumberAsSqliteDoes)
+TEST_F(DatabaseTest, ConvertsNumberAsSqliteDoes)
 {
     Database database(path_.c_str(), kSource);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT '12abc'")), 12);
@@ -196,7 +196,7 @@ TEST_F(DatabaseTest, ReadsANumberAsSqliteDoes)
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT 2147483648")), INT_MIN);
 }
 
-TEST_F(DatabaseTest, StepsThroughTheRowsOfAQuery)
+TEST_F(DatabaseTest, StepsThroughRowsOfQuery)
 {
     panel_.Run("INSERT INTO Door VALUES (1, 'Front'), (2, NULL), (NULL, '')");
     Database database(path_.c_str(), kSource);
@@ -218,7 +218,7 @@ TEST_F(DatabaseTest, StepsThroughTheRowsOfAQuery)
     EXPECT_FALSE(row.Step());
 }
 
-TEST_F(DatabaseTest, ReadsOnWhereTheLastReadEnded)
+TEST_F(DatabaseTest, ContinuesAtColumnAfterLastRead)
 {
     Database database(path_.c_str(), kSource);
     Statement row(database, SqlText("SELECT 1, 'two', 3, 'four' UNION ALL SELECT 5, 'six', 7, ''"));
@@ -237,7 +237,7 @@ TEST_F(DatabaseTest, ReadsOnWhereTheLastReadEnded)
     EXPECT_STREQ(second.Get(), "six");
 }
 
-TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsNumbers)
+TEST_F(DatabaseTest, ReadsColumnsOfEveryTypeAsNumbers)
 {
     Database database(path_.c_str(), kSource);
     Statement row(database, SqlText("SELECT 42, '7 doors', 2.5, NULL, 4294967301"));
@@ -245,14 +245,13 @@ TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsNumbers)
     std::int32_t numbers[5] = {};
     for (std::int32_t &number : numbers)
         row.Read(&number);
-    EXPECT_EQ(std::vector<std::int32_t>(std::begin(numbers), std::end(numbers)),
-              (std::vector<std::int32_t>{42, 7, 2, 0, 5}));
+    EXPECT_THAT(numbers, ::testing::ElementsAre(42, 7, 2, 0, 5));
     std::int32_t missing = -1;
     row.Read(&missing);
     EXPECT_EQ(missing, 0) << "no such column";
 }
 
-TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsTexts)
+TEST_F(DatabaseTest, ReadsColumnsOfEveryTypeAsTexts)
 {
     Database database(path_.c_str(), kSource);
     Statement row(database, SqlText("SELECT 42, 2.5, x'4142', NULL, 'O''Brien', 'a longer text',"
@@ -265,11 +264,11 @@ TEST_F(DatabaseTest, ReadsColumnsOfEveryKindAsTexts)
         row.Read(&text);
         texts.emplace_back(text.Get());
     }
-    EXPECT_EQ(texts, (std::vector<std::string>{"42", "2.5", "AB", "", "O'Brien", "a longer",
-                                               "\xc3\xa9\xff", ""}));
+    EXPECT_THAT(texts, ::testing::ElementsAre("42", "2.5", "AB", "", "O'Brien", "a longer",
+                                              "\xc3\xa9\xff", ""));
 }
 
-TEST_F(DatabaseTest, IsSilentAboutAQueryThatFails)
+TEST_F(DatabaseTest, LogsNothingWhenQueryFails)
 {
     const CapturedOutput output;
     Database database(path_.c_str(), kSource);
@@ -281,7 +280,7 @@ TEST_F(DatabaseTest, IsSilentAboutAQueryThatFails)
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(DatabaseTest, FailsOnAFileThatIsNoDatabase)
+TEST_F(DatabaseTest, FailsOnFileThatIsNotADatabase)
 {
     const std::string path = directory_.Path("text");
     std::FILE *file = std::fopen(path.c_str(), "we");
@@ -290,12 +289,12 @@ TEST_F(DatabaseTest, FailsOnAFileThatIsNoDatabase)
         std::fputs("This is no database.\n", file);
     std::fclose(file);
     Database database(path.c_str(), kSource);
-    ASSERT_TRUE(database.IsOpen()) << "the content is looked at later";
+    ASSERT_TRUE(database.IsOpen()) << "the content is read later";
     EXPECT_EQ(database.Execute(SqlText("CREATE TABLE A (B)")), SQLITE_NOTADB);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT 1 FROM sqlite_master")), 0);
 }
 
-TEST_F(DatabaseTest, WaitsUntilThePanelUnlocksTheDatabase)
+TEST_F(DatabaseTest, WaitsUntilPanelUnlocksDatabase)
 {
     panel_.Run("INSERT INTO Door VALUES (1, 'a')");
     Database database(path_.c_str(), kSource);
@@ -312,7 +311,7 @@ TEST_F(DatabaseTest, WaitsUntilThePanelUnlocksTheDatabase)
     panel.join();
 }
 
-TEST_F(DatabaseTest, GivesUpAChangeAfterThreeSecondsOfALock)
+TEST_F(DatabaseTest, ChangeFailsAfter3SecondsWhenDatabaseStaysLocked)
 {
     Database database(path_.c_str(), kSource);
     panel_.Run("BEGIN EXCLUSIVE");
@@ -325,10 +324,10 @@ TEST_F(DatabaseTest, GivesUpAChangeAfterThreeSecondsOfALock)
     EXPECT_EQ(Rows(), 0);
 }
 
-TEST_F(DatabaseTest, GivesUpAQueryAfterThreeSecondsOfALock)
+TEST_F(DatabaseTest, QueryFailsAfter3SecondsWhenDatabaseStaysLocked)
 {
     panel_.Run("INSERT INTO Door VALUES (1, 'a')");
-    // The schema is known already, so that only the step waits.
+    // The schema has been read, so only the step waits.
     Database database(path_.c_str(), kSource);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT COUNT(*) FROM Door")), 1);
     panel_.Run("BEGIN EXCLUSIVE");
@@ -340,7 +339,7 @@ TEST_F(DatabaseTest, GivesUpAQueryAfterThreeSecondsOfALock)
     panel_.Run("COMMIT");
 }
 
-TEST_F(DatabaseTest, DistinguishesALockedNumberFromAMissingOne)
+TEST_F(DatabaseTest, DistinguishesLockedDatabaseFromMissingRow)
 {
     {
         Database database(path_.c_str(), kSource);
@@ -356,7 +355,7 @@ TEST_F(DatabaseTest, DistinguishesALockedNumberFromAMissingOne)
     EXPECT_FALSE(database.IsLocked()) << "no row";
 }
 
-TEST_F(DatabaseTest, TakesNoOtherFailureForALock)
+TEST_F(DatabaseTest, ReportsNoLockOnOtherFailures)
 {
     Database database(path_.c_str(), kSource);
     EXPECT_FALSE(database.IsLocked());

@@ -28,14 +28,14 @@ using test::Stopwatch;
 
 constexpr char kSource[] = "DataManager.cpp";
 
-/// Waits for a lock until no time is left.
+/// Waits for a lock until the lock time is spent.
 void Spend()
 {
     for (int attempt = 0; LockTime::Wait(attempt); ++attempt)
         continue;
 }
 
-TEST(LockTime, IsThreeSeconds)
+TEST(LockTime, LastsThreeSeconds)
 {
     const LockTime time;
     EXPECT_EQ(LockTime::Left(), seconds(3));
@@ -48,7 +48,7 @@ TEST(LockTime, IsThreeSeconds)
     EXPECT_EQ(LockTime::Left(), seconds(0));
 }
 
-TEST(LockTime, WaitsNoMoreWhenItIsSpent)
+TEST(LockTime, DoesNotWaitWhenSpent)
 {
     const LockTime time;
     LockTime::SpendSince(LockTime::Clock::now() - seconds(10));
@@ -66,7 +66,7 @@ TEST(LockTime, WaitThatSpendsTheRestFails)
     EXPECT_TRUE(LockTime::IsSpent());
 }
 
-TEST(LockTime, WaitsShortStepsFirst)
+TEST(LockTime, BeginsWithShortWait)
 {
     const LockTime time;
     EXPECT_TRUE(LockTime::Wait(0));
@@ -74,7 +74,7 @@ TEST(LockTime, WaitsShortStepsFirst)
     EXPECT_LE(LockTime::Left(), seconds(3) - milliseconds(1));
 }
 
-TEST(LockTime, IsThatOfTheFirstObjectOfAThread)
+TEST(LockTime, BelongsToFirstObjectOfThread)
 {
     std::optional<LockTime> first(std::in_place);
     LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
@@ -94,16 +94,16 @@ TEST(LockTime, IsThatOfTheFirstObjectOfAThread)
     EXPECT_EQ(LockTime::Left(), seconds(3));
 }
 
-class LockTimeOfDatabases : public ::testing::Test
+class LockTimeOfRequest : public ::testing::Test
 {
 protected:
-    LockTimeOfDatabases()
+    LockTimeOfRequest()
     {
         EXPECT_EQ(sqlite3_open(path_.c_str(), &panel_), SQLITE_OK);
         Run("CREATE TABLE Door (No INTEGER)");
         Run("INSERT INTO Door VALUES (7)");
     }
-    ~LockTimeOfDatabases() override { sqlite3_close(panel_); }
+    ~LockTimeOfRequest() override { sqlite3_close(panel_); }
 
     void Run(const char *sql) const
     {
@@ -115,7 +115,7 @@ protected:
     sqlite3 *panel_ = nullptr;
 };
 
-TEST_F(LockTimeOfDatabases, IsOneForAllStatementsOfARequest)
+TEST_F(LockTimeOfRequest, IsSharedByAllStatements)
 {
     const LockTime request;
     Run("BEGIN EXCLUSIVE");
@@ -129,14 +129,14 @@ TEST_F(LockTimeOfDatabases, IsOneForAllStatementsOfARequest)
     EXPECT_TRUE(second.IsLocked());
     EXPECT_LT(watch.Seconds(), 4.5);
     Run("COMMIT");
-    // The request has failed: none of its later statements runs, although the lock has ended.
+    // The request has failed, so none of its later statements runs after the lock has ended.
     EXPECT_EQ(second.Execute(SqlText("DELETE FROM Door")), SQLITE_BUSY);
     EXPECT_EQ(first.FirstNumber(SqlText("SELECT No FROM Door")), 0);
     Statement row(first, SqlText("SELECT No FROM Door"));
     EXPECT_FALSE(row.Step());
 }
 
-TEST_F(LockTimeOfDatabases, IsNewForTheNextRequest)
+TEST_F(LockTimeOfRequest, IsNewForNextRequest)
 {
     {
         const LockTime request;
@@ -148,7 +148,7 @@ TEST_F(LockTimeOfDatabases, IsNewForTheNextRequest)
     EXPECT_FALSE(database.IsLocked());
 }
 
-TEST_F(LockTimeOfDatabases, ServesTheNextStatementWithWhatIsLeft)
+TEST_F(LockTimeOfRequest, IsLeftForNextStatementWhenNotSpent)
 {
     const LockTime request;
     Database database(path_.c_str(), kSource);
@@ -165,7 +165,7 @@ TEST_F(LockTimeOfDatabases, ServesTheNextStatementWithWhatIsLeft)
     EXPECT_FALSE(LockTime::IsSpent());
 }
 
-TEST(ChangeTurn, IsHeldByOneAtATime)
+TEST(ChangeTurn, IsHeldByOneThreadAtATime)
 {
     std::atomic<int> holders = 0;
     std::vector<std::thread> threads;
@@ -184,7 +184,7 @@ TEST(ChangeTurn, IsHeldByOneAtATime)
         thread.join();
 }
 
-/// Waits for a turn that is not given up, with a second left.
+/// Waits for a turn that another thread keeps, with one second of lock time left.
 void ChangeTooLate()
 {
     const LockTime request;
@@ -197,7 +197,7 @@ void ChangeTooLate()
     EXPECT_TRUE(LockTime::IsSpent());
 }
 
-TEST(ChangeTurn, IsWaitedForFromTheTimeOfTheRequest)
+TEST(ChangeTurn, FailsAndLogsWhenLockTimeOfRequestIsSpent)
 {
     const CapturedOutput output;
     std::optional<ChangeTurn> mine(std::in_place, kSource);

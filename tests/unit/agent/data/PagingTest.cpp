@@ -22,7 +22,7 @@ std::string PageOf(std::int32_t offset, std::int32_t limit)
     return sql.Get();
 }
 
-TEST(Paging, IsZeroAtFirst)
+TEST(Paging, IsZeroByDefault)
 {
     const Paging page;
     EXPECT_EQ(page.Offset, 0);
@@ -31,29 +31,29 @@ TEST(Paging, IsZeroAtFirst)
     EXPECT_EQ(page.Count, 0);
 }
 
-TEST(Paging, AppendsNothingForAWholeList)
+TEST(Paging, AppendsNothingForWholeList)
 {
     EXPECT_EQ(PageOf(0, 0), "SELECT No FROM Door");
 }
 
-TEST(Paging, AppendsTheLimitAndThenTheOffset)
+TEST(Paging, AppendsLimitAndThenOffset)
 {
     EXPECT_EQ(PageOf(0, 25), "SELECT No FROM Door LIMIT 25");
     EXPECT_EQ(PageOf(10, 5), "SELECT No FROM Door LIMIT 5 OFFSET 10");
 }
 
-TEST(Paging, AppendsAnOffsetWithoutALimit)
+TEST(Paging, AppendsOffsetWithoutLimit)
 {
     EXPECT_EQ(PageOf(10, 0), "SELECT No FROM Door OFFSET 10");
 }
 
-TEST(Paging, HandsNumbersOnAsTheyAre)
+TEST(Paging, AppendsNumbersUnchanged)
 {
     EXPECT_EQ(PageOf(-1, -1), "SELECT No FROM Door LIMIT -1 OFFSET -1");
     EXPECT_EQ(PageOf(INT_MIN, INT_MAX), "SELECT No FROM Door LIMIT 2147483647 OFFSET -2147483648");
 }
 
-TEST(Paging, HasADefaultLimitOnlyWhereNoneWasGiven)
+TEST(Paging, SetsDefaultLimitOnlyWhenNoneWasGiven)
 {
     Paging page;
     page.SetDefaultLimit();

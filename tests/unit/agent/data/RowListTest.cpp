@@ -37,7 +37,7 @@ void Fill(std::int32_t *number, int seed)
 template <std::size_t N>
 void Fill(FixedText<N> *text, int seed)
 {
-    // Also longer than the field, and empty.
+    // Some texts are longer than the field, some are empty.
     text->Assign(Letters(static_cast<std::size_t>(seed) * 7 % (N + 5), seed));
 }
 
@@ -50,7 +50,7 @@ Record Make(int seed)
     return record;
 }
 
-/// A door with a name of so many bytes.
+/// A door whose name has `nameSize` bytes.
 DoorInfo Door(std::int32_t number, std::size_t nameSize = 32)
 {
     DoorInfo door;
@@ -71,14 +71,14 @@ UserInfo User(std::int32_t number)
 }
 
 template <class Record>
-class RowListOf : public ::testing::Test
+class RowListOfRecords : public ::testing::Test
 {};
 
 using Records = ::testing::Types<AccessLevelInfo, CardFormatInfo, CardInfo, DoorInfo, EventCodeInfo,
                                  EventInfo, ThreatInfo, UserInfo>;
-TYPED_TEST_SUITE(RowListOf, Records);
+TYPED_TEST_SUITE(RowListOfRecords, Records);
 
-TYPED_TEST(RowListOf, RecordsGivesEachBackWhole)
+TYPED_TEST(RowListOfRecords, ReturnsEachRowUnchanged)
 {
     RowList<TypeParam> rows;
     for (int seed = 0; seed < 500; ++seed)
@@ -94,13 +94,13 @@ TYPED_TEST(RowListOf, RecordsGivesEachBackWhole)
     EXPECT_FALSE(rows.TakeFront(&row));
 }
 
-TYPED_TEST(RowListOf, RecordsKeepsEveryField)
+TYPED_TEST(RowListOfRecords, KeepsEveryField)
 {
     TypeParam record;
     std::size_t bytes = 0;
     std::apply([&bytes](auto &...fields) { ((bytes += sizeof fields), ...); },
                TypeParam::Fields(record));
-    // Nothing but padding between fields is left out.
+    // Only padding between fields is left out.
     EXPECT_LT(sizeof record - bytes, 4 * std::tuple_size_v<decltype(TypeParam::Fields(record))>);
     std::size_t padded = 0;
     std::apply(
@@ -114,7 +114,7 @@ TYPED_TEST(RowListOf, RecordsKeepsEveryField)
     EXPECT_EQ((padded + 3) / 4 * 4, sizeof record);
 }
 
-TEST(RowList, TakesRowsOffWhileOthersAreAdded)
+TEST(RowList, ReturnsRowsInOrderWhileOthersAreAdded)
 {
     RowList<DoorInfo> rows;
     DoorInfo door;
@@ -128,7 +128,7 @@ TEST(RowList, TakesRowsOffWhileOthersAreAdded)
     }
 }
 
-TEST(RowList, TakesNoMemoryWhenEmpty)
+TEST(RowList, UsesNoMemoryWhenEmpty)
 {
     ASSERT_EQ(RowBytes::Held(), 0U);
     RowList<DoorInfo> rows;
@@ -143,7 +143,7 @@ TEST(RowList, TakesNoMemoryWhenEmpty)
     EXPECT_EQ(RowBytes::Held(), 0U);
 }
 
-TEST(RowList, GivesMemoryBackAsItsRowsAreTaken)
+TEST(RowList, ReleasesMemoryAsRowsAreTaken)
 {
     RowList<DoorInfo> rows;
     for (std::int32_t i = 0; i < 100000; ++i)
@@ -156,7 +156,7 @@ TEST(RowList, GivesMemoryBackAsItsRowsAreTaken)
     EXPECT_GT(RowBytes::Held(), all * 4 / 10);
 }
 
-TEST(RowList, GivesMemoryBackWhenItGoes)
+TEST(RowList, ReleasesMemoryOnDestruction)
 {
     {
         RowList<DoorInfo> rows;
@@ -167,7 +167,7 @@ TEST(RowList, GivesMemoryBackWhenItGoes)
     EXPECT_EQ(RowBytes::Held(), 0U);
 }
 
-TEST(RowList, TakesLittleMoreThanTheUsedPartOfARow)
+TEST(RowList, UsesLittleMoreMemoryThanUsedPartOfRow)
 {
     EventInfo event;
     event.DeviceName.Assign("Front entrance");
@@ -180,7 +180,7 @@ TEST(RowList, TakesLittleMoreThanTheUsedPartOfARow)
     EXPECT_LT(RowBytes::Held(), kRows * 80);
 }
 
-TEST(RowList, HoldsAHundredThousandEventsOfTheLongestTexts)
+TEST(RowList, Holds100000EventsWithLongestTexts)
 {
     EventInfo event;
     event.DeviceName.Assign(Letters(32, 0));
@@ -192,7 +192,7 @@ TEST(RowList, HoldsAHundredThousandEventsOfTheLongestTexts)
     EXPECT_LT(RowBytes::Held(), 100000U * 170);
 }
 
-TEST(RowList, IsFullAtTheLimitOfAllLists)
+TEST(RowList, RefusesRowsAtLimitOfAllLists)
 {
     auto first = std::make_unique<RowList<UserInfo>>();
     RowList<UserInfo> second;
@@ -205,18 +205,18 @@ TEST(RowList, IsFullAtTheLimitOfAllLists)
     EXPECT_GT(RowBytes::Held(), RowBytes::kLimit - 2 * 128 * 1024);
     EXPECT_FALSE(first->Append(User(count)));
 
-    // The rows that are in are whole.
+    // The rows in the list are complete.
     UserInfo user;
     ASSERT_TRUE(first->TakeFront(&user));
     EXPECT_EQ(user.UserNo, 0);
 
-    // Another list gets the memory as soon as the first has given it back.
+    // Another list can use the memory as soon as the first has released it.
     first.reset();
     for (std::int32_t i = 0; i < count / 2; ++i)
         ASSERT_TRUE(second.Append(User(i)));
 }
 
-TEST(RowList, OfManyThreadsCountTogether)
+TEST(RowList, CountsMemoryOfAllThreads)
 {
     std::vector<std::thread> threads;
     threads.reserve(8);

@@ -26,7 +26,7 @@ struct PipeCloser
     void operator()(std::FILE *pipe) const { pclose(pipe); }
 };
 
-/// The words that a shell makes of the texts.
+/// The words that a shell reads from the quoted texts.
 Texts ThroughShell(const Texts &texts)
 {
     std::string line = R"(printf '%s\0')";
@@ -47,7 +47,7 @@ Texts ThroughShell(const Texts &texts)
     return words;
 }
 
-TEST(Shell, LeavesPlainWordsAsTheyAre)
+TEST(Shell, LeavesPlainWordsUnchanged)
 {
     for (const char *text :
          {"admin", "192.168.1.20", "user@host", "a_b", "a:b", "a+b", "a-b", "-n", "ABCxyz019", "."})
@@ -67,25 +67,25 @@ TEST(Shell, QuotesEveryOtherByte)
     }
 }
 
-TEST(Shell, QuotesAnEmptyText)
+TEST(Shell, QuotesEmptyText)
 {
     EXPECT_EQ(ShellWord(""), "''");
 }
 
-TEST(Shell, QuotesAQuote)
+TEST(Shell, EscapesSingleQuote)
 {
     EXPECT_EQ(ShellWord("'"), R"(''\''')");
     EXPECT_EQ(ShellWord("O'Brien"), R"('O'\''Brien')");
     EXPECT_EQ(ShellWord("''"), R"(''\'''\''')");
 }
 
-TEST(Shell, QuotesAWholeTextForOneOddByte)
+TEST(Shell, QuotesWholeTextForOneSpecialByte)
 {
     EXPECT_EQ(ShellWord("a b"), "'a b'");
     EXPECT_EQ(ShellWord("$(id)"), "'$(id)'");
 }
 
-TEST(Shell, HandsNastyTextsOnAsOneWordEach)
+TEST(Shell, PassesHostileTextsAsOneWordEach)
 {
     const TemporaryDirectory directory;
     const std::string mark = directory.Path("mark");
@@ -135,7 +135,7 @@ TEST(Shell, HandsNastyTextsOnAsOneWordEach)
     EXPECT_NE(access(mark.c_str(), F_OK), 0);
 }
 
-TEST(Shell, HandsEverySingleByteOn)
+TEST(Shell, PassesEverySingleByteUnchanged)
 {
     Texts texts;
     for (int byte = 1; byte < 256; ++byte)
@@ -143,24 +143,24 @@ TEST(Shell, HandsEverySingleByteOn)
     EXPECT_EQ(ThroughShell(texts), texts);
 }
 
-TEST(Shell, HandsAnyTextOn)
+TEST(Shell, PassesRandomTextsUnchanged)
 {
     std::mt19937 random(815);
-    constexpr std::string_view kNasty = "''''\\\"`$;&|<>(){}[]*?~#! \t\n\r=%-ab1";
+    constexpr std::string_view kSpecial = "''''\\\"`$;&|<>(){}[]*?~#! \t\n\r=%-ab1";
     for (int batch = 0; batch < 20; ++batch) {
         Texts texts;
         for (int i = 0; i < 50; ++i) {
             std::string text(random() % 40, '\0');
             for (char &c : text)
                 c = random() % 3 == 0 ? static_cast<char>(1 + random() % 255)
-                                      : kNasty[random() % kNasty.size()];
+                                      : kSpecial[random() % kSpecial.size()];
             texts.push_back(text);
         }
         ASSERT_EQ(ThroughShell(texts), texts);
     }
 }
 
-TEST(Shell, WaitsForTheCommand)
+TEST(Shell, WaitsForEndOfCommand)
 {
     const TemporaryDirectory directory;
     const std::string file = directory.Path("done");
@@ -168,7 +168,7 @@ TEST(Shell, WaitsForTheCommand)
     EXPECT_EQ(test::ReadFile(file), "done");
 }
 
-TEST(Shell, MindsNoFailureOfTheCommand)
+TEST(Shell, IgnoresFailureOfCommand)
 {
     const TemporaryDirectory directory;
     const std::string file = directory.Path("done");

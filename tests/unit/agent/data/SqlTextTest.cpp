@@ -20,23 +20,39 @@ namespace {
 
 using Columns = std::vector<std::string>;
 
-/// Every way in which quotes stand in a text.
+/// What a text does to a literal that contains it.
+enum class Effect
+{
+    Stays,
+    Ends,
+};
+using enum Effect;
+
+/// A text and its effect.
 struct Quoting
 {
     const char *Text;
-    bool Stays;
+    Effect OnLiteral;
+
+    [[nodiscard]] bool StaysInLiteral() const { return OnLiteral == Stays; }
 };
+
+/// Every placement of quotes in a text.
 constexpr Quoting kQuotings[] = {
-    {"", true},          {"abc", true},       {"'", false},           {"''", true},
-    {"'''", false},      {"''''", true},      {"'''''", false},       {"''''''", true},
-    {"'abc", false},     {"abc'", false},     {"ab'c", false},        {"''abc", true},
-    {"abc''", true},     {"ab''c", true},     {"'''abc", false},      {"abc'''", false},
-    {"ab'''c", false},   {"''''abc", true},   {"abc''''", true},      {"ab''''c", true},
-    {"a'b'c", false},    {"'a'", false},      {"''a''", true},        {"''a'", false},
-    {"'a''", false},     {"' '", false},      {"a''b'c", false},      {"a'b''c", false},
-    {"\\'", false},      {"\\''", true},      {"%'", false},          {"' OR 1=1 --", false},
-    {"x'; DROP", false}, {"x''; DROP", true}, {"\"", true},           {"`", true},
-    {"--", true},        {";", true},         {"\xe2\x80\x99", true}, {"\xff'", false},
+    {"", Stays},          {"abc", Stays},        {"'", Ends},
+    {"''", Stays},        {"'''", Ends},         {"''''", Stays},
+    {"'''''", Ends},      {"''''''", Stays},     {"'abc", Ends},
+    {"abc'", Ends},       {"ab'c", Ends},        {"''abc", Stays},
+    {"abc''", Stays},     {"ab''c", Stays},      {"'''abc", Ends},
+    {"abc'''", Ends},     {"ab'''c", Ends},      {"''''abc", Stays},
+    {"abc''''", Stays},   {"ab''''c", Stays},    {"a'b'c", Ends},
+    {"'a'", Ends},        {"''a''", Stays},      {"''a'", Ends},
+    {"'a''", Ends},       {"' '", Ends},         {"a''b'c", Ends},
+    {"a'b''c", Ends},     {"\\'", Ends},         {"\\''", Stays},
+    {"%'", Ends},         {"' OR 1=1 --", Ends}, {"x'; DROP", Ends},
+    {"x''; DROP", Stays}, {"\"", Stays},         {"`", Stays},
+    {"--", Stays},        {";", Stays},          {"\xe2\x80\x99", Stays},
+    {"\xff'", Ends},
 };
 
 class Sqlite
@@ -49,7 +65,7 @@ public:
         handle_.reset(handle);
     }
 
-    /// The columns of the one row of a query that is one whole statement; nothing if it is not.
+    /// The columns of the only row of a query; nothing unless it is one complete statement.
     [[nodiscard]] std::optional<Columns> RowOf(const char *sql) const
     {
         sqlite3_stmt *handle = nullptr;
@@ -79,7 +95,7 @@ private:
     std::unique_ptr<sqlite3, Closer> handle_;
 };
 
-/// A text as it is meant: of doubled quotes one.
+/// The text as SQLite reads it: a doubled quote is one quote.
 std::string Undoubled(std::string_view text)
 {
     std::string plain;
@@ -91,7 +107,7 @@ std::string Undoubled(std::string_view text)
     return plain;
 }
 
-/// Whether quotes stand in pairs only, counted run by run.
+/// Whether each run of quotes has an even length.
 bool HasPairsOnly(std::string_view text)
 {
     std::size_t run = 0;
@@ -130,7 +146,7 @@ std::string RandomText(std::mt19937 *random, std::size_t longest)
     return text;
 }
 
-TEST(SqlText, IsEmptyAtFirst)
+TEST(SqlText, IsEmptyByDefault)
 {
     const SqlText sql;
     EXPECT_STREQ(sql.Get(), "");
@@ -154,7 +170,7 @@ TEST(SqlText, FormatsTextsAndPercentSigns)
     EXPECT_STREQ(SqlText("%%%%%s%%", "%d%s").Get(), "%%%d%s%");
 }
 
-TEST(SqlText, AppendsBehindWhatIsThere)
+TEST(SqlText, AppendsToExistingText)
 {
     SqlText sql("SELECT No FROM Door");
     sql.Append(" LIMIT %d", 5);
@@ -163,7 +179,7 @@ TEST(SqlText, AppendsBehindWhatIsThere)
     EXPECT_FALSE(sql.IsRefused());
 }
 
-TEST(SqlText, PutsTwoTextsTogether)
+TEST(SqlText, SumConcatenatesTexts)
 {
     const SqlText first("SELECT ");
     const SqlText second("%d", 1);
@@ -175,7 +191,7 @@ TEST(SqlText, PutsTwoTextsTogether)
     EXPECT_STREQ((SqlText() + second).Get(), "1");
 }
 
-TEST(SqlText, KeepsAStatementOfOneByteLessThanFit)
+TEST(SqlText, KeepsStatementOneByteBelowCapacity)
 {
     const std::string text(1022, 'x');
     const SqlText sql("%s", text.c_str());
@@ -183,7 +199,7 @@ TEST(SqlText, KeepsAStatementOfOneByteLessThanFit)
     EXPECT_EQ(sql.Get(), text);
 }
 
-TEST(SqlText, KeepsAStatementThatJustFits)
+TEST(SqlText, KeepsStatementOfExactlyItsCapacity)
 {
     const std::string text(1023, 'x');
     const SqlText sql("%s", text.c_str());
@@ -191,14 +207,14 @@ TEST(SqlText, KeepsAStatementThatJustFits)
     EXPECT_EQ(sql.Get(), text);
 }
 
-TEST(SqlText, RefusesAStatementThatDoesNotFit)
+TEST(SqlText, RefusesStatementThatDoesNotFit)
 {
     EXPECT_TRUE(SqlText("%s", std::string(1024, 'x').c_str()).IsRefused());
     EXPECT_TRUE(SqlText("%s", std::string(1025, 'x').c_str()).IsRefused());
     EXPECT_TRUE(SqlText("%s", std::string(1000000, 'x').c_str()).IsRefused());
 }
 
-TEST(SqlText, RefusesWhateverPartOverflows)
+TEST(SqlText, RefusesStatementWhateverPartOverflows)
 {
     const std::string most(1020, 'x');
     EXPECT_FALSE(SqlText("%s%d", most.c_str(), 123).IsRefused());
@@ -220,7 +236,7 @@ TEST(SqlText, IsTerminatedWhenRefused)
     }
 }
 
-TEST(SqlText, RefusesAnAppendedPieceThatDoesNotFit)
+TEST(SqlText, RefusesAppendedTextThatDoesNotFit)
 {
     SqlText sql("%s", std::string(1000, 'x').c_str());
     sql.Append("%s", std::string(23, 'y').c_str());
@@ -229,7 +245,7 @@ TEST(SqlText, RefusesAnAppendedPieceThatDoesNotFit)
     EXPECT_TRUE(sql.IsRefused());
 }
 
-TEST(SqlText, RefusesASumThatDoesNotFit)
+TEST(SqlText, RefusesSumThatDoesNotFit)
 {
     const SqlText half("%s", std::string(512, 'x').c_str());
     const SqlText lesserHalf("%s", std::string(511, 'x').c_str());
@@ -238,7 +254,7 @@ TEST(SqlText, RefusesASumThatDoesNotFit)
     EXPECT_EQ((half + lesserHalf).Get(), std::string(1023, 'x'));
 }
 
-TEST(SqlText, StaysRefused)
+TEST(SqlText, StaysRefusedWhenTextIsAppended)
 {
     SqlText refused("'%s'", "'");
     refused.Append(" LIMIT %d", 1);
@@ -247,7 +263,7 @@ TEST(SqlText, StaysRefused)
     EXPECT_TRUE(refused.IsRefused());
 }
 
-TEST(SqlText, HandsARefusalOnToASum)
+TEST(SqlText, SumIsRefusedWhenOneTextIsRefused)
 {
     const SqlText good("SELECT 1");
     const SqlText unsafe("'%s'", "'");
@@ -261,35 +277,39 @@ TEST(SqlText, HandsARefusalOnToASum)
     EXPECT_FALSE((good + SqlText()).IsRefused());
 }
 
-TEST(SqlText, TellsWhetherATextStaysInItsLiteral)
+TEST(SqlText, DetectsWhetherTextStaysInItsLiteral)
 {
     for (const Quoting &quoting : kQuotings)
-        EXPECT_EQ(StaysInLiteral(quoting.Text), quoting.Stays) << quoting.Text;
+        EXPECT_EQ(StaysInLiteral(quoting.Text), quoting.StaysInLiteral()) << quoting.Text;
 }
 
-TEST(SqlText, RefusesATextThatWouldEndItsLiteral)
+TEST(SqlText, RefusesTextThatWouldEndItsLiteral)
 {
     for (const Quoting &quoting : kQuotings) {
-        EXPECT_EQ(SqlText("SELECT '%s'", quoting.Text).IsRefused(), !quoting.Stays) << quoting.Text;
+        EXPECT_EQ(SqlText("SELECT '%s'", quoting.Text).IsRefused(), !quoting.StaysInLiteral())
+            << quoting.Text;
         EXPECT_EQ(SqlText("WHERE A LIKE '%%%s%%' AND B=%d", quoting.Text, 1).IsRefused(),
-                  !quoting.Stays)
+                  !quoting.StaysInLiteral())
             << quoting.Text;
-        EXPECT_EQ(SqlText("'a', '%s', '%s'", "b", quoting.Text).IsRefused(), !quoting.Stays)
+        EXPECT_EQ(SqlText("'a', '%s', '%s'", "b", quoting.Text).IsRefused(),
+                  !quoting.StaysInLiteral())
             << quoting.Text;
-        EXPECT_EQ(SqlText("A='%s', B='%s'", quoting.Text, "b").IsRefused(), !quoting.Stays)
+        EXPECT_EQ(SqlText("A='%s', B='%s'", quoting.Text, "b").IsRefused(),
+                  !quoting.StaysInLiteral())
             << quoting.Text;
-        EXPECT_EQ(SqlText("'%d%s'", 1, quoting.Text).IsRefused(), !quoting.Stays) << quoting.Text;
+        EXPECT_EQ(SqlText("'%d%s'", 1, quoting.Text).IsRefused(), !quoting.StaysInLiteral())
+            << quoting.Text;
     }
 }
 
-TEST(SqlText, PutsATextInAsItStands)
+TEST(SqlText, InsertsTextUnchanged)
 {
     EXPECT_STREQ(SqlText("SELECT '%s'", "O''Brien").Get(), "SELECT 'O''Brien'");
     EXPECT_STREQ(SqlText("SELECT '%s'", "''").Get(), "SELECT ''''");
     EXPECT_STREQ(SqlText("SELECT '%s'", "a%_\\\"b").Get(), "SELECT 'a%_\\\"b'");
 }
 
-TEST(SqlText, GuardsNoTextOutsideALiteral)
+TEST(SqlText, AcceptsAnyTextOutsideLiteral)
 {
     for (const Quoting &quoting : kQuotings) {
         EXPECT_FALSE(SqlText("SELECT %s", quoting.Text).IsRefused()) << quoting.Text;
@@ -300,7 +320,7 @@ TEST(SqlText, GuardsNoTextOutsideALiteral)
                  "SELECT IFNULL(Name, '') FROM Door");
 }
 
-TEST(SqlText, RefusesADoubledQuoteThatAFieldHasCutInTwo)
+TEST(SqlText, RefusesDoubledQuoteThatFieldHasCut)
 {
     const std::string name = std::string(31, 'x') + "''";
     EXPECT_TRUE(StaysInLiteral(name.c_str()));
@@ -311,7 +331,7 @@ TEST(SqlText, RefusesADoubledQuoteThatAFieldHasCutInTwo)
                     .IsRefused());
 }
 
-TEST(SqlText, LinksConditionsByWhereAndThenAnd)
+TEST(SqlText, JoinsConditionsWithWhereAndThenAnd)
 {
     SqlText condition;
     EXPECT_STREQ(condition.Link(), "WHERE");
@@ -324,7 +344,7 @@ TEST(SqlText, LinksConditionsByWhereAndThenAnd)
                  " WHERE A.Type=2 AND A.Port=1 AND A.DeviceName LIKE '%Front%' AND Disable=0");
 }
 
-TEST(SqlText, LeadsWhicheverConditionIsFirstByWhere)
+TEST(SqlText, PutsWhereBeforeFirstUsedCondition)
 {
     SqlText like;
     like.AppendFilter("UserNo=", 0);
@@ -333,7 +353,7 @@ TEST(SqlText, LeadsWhicheverConditionIsFirstByWhere)
     EXPECT_STREQ(like.Get(), " WHERE LastName LIKE '%ab%' AND Ada=1");
 }
 
-TEST(SqlText, FiltersNothingByZeroOrAnEmptyText)
+TEST(SqlText, AddsNoConditionForZeroOrEmptyText)
 {
     SqlText condition;
     condition.AppendFilter("No=", 0);
@@ -343,7 +363,7 @@ TEST(SqlText, FiltersNothingByZeroOrAnEmptyText)
     EXPECT_FALSE(condition.IsRefused());
 }
 
-TEST(SqlText, FiltersByEveryOtherNumber)
+TEST(SqlText, AddsConditionForEveryOtherNumber)
 {
     for (const int number : {1, -1, INT_MAX, INT_MIN}) {
         SqlText condition;
@@ -352,19 +372,19 @@ TEST(SqlText, FiltersByEveryOtherNumber)
     }
 }
 
-TEST(SqlText, GuardsTheTextOfAFilter)
+TEST(SqlText, RefusesFilterTextThatWouldEndItsLiteral)
 {
     for (const Quoting &quoting : kQuotings) {
         SqlText condition;
         condition.AppendLike("Name", quoting.Text);
-        EXPECT_EQ(condition.IsRefused(), !quoting.Stays) << quoting.Text;
+        EXPECT_EQ(condition.IsRefused(), !quoting.StaysInLiteral()) << quoting.Text;
     }
     SqlText condition;
     condition.AppendLike("Name", "O''B%_");
     EXPECT_STREQ(condition.Get(), " WHERE Name LIKE '%O''B%_%'");
 }
 
-TEST(SqlText, RefusesAConditionThatDoesNotFit)
+TEST(SqlText, RefusesConditionThatDoesNotFit)
 {
     SqlText condition;
     for (int i = 0; i < 100; ++i)
@@ -372,12 +392,12 @@ TEST(SqlText, RefusesAConditionThatDoesNotFit)
     EXPECT_TRUE(condition.IsRefused());
 }
 
-TEST(SqlText, GivesSqliteExactlyTheLiteralsGiven)
+TEST(SqlText, SqliteReadsExactlyTheGivenLiterals)
 {
     const Sqlite sqlite;
     for (const Quoting &quoting : kQuotings) {
         const SqlText sql("SELECT '%s', %d, 'x%sy'", quoting.Text, 12, quoting.Text);
-        if (!quoting.Stays)
+        if (!quoting.StaysInLiteral())
             continue;
         const std::string plain = Undoubled(quoting.Text);
         EXPECT_EQ(sqlite.RowOf(sql.Get()), (Columns{plain, "12", "x" + plain + "y"}))
@@ -385,7 +405,7 @@ TEST(SqlText, GivesSqliteExactlyTheLiteralsGiven)
     }
 }
 
-TEST(SqlText, GivesSqliteExactlyTheLiteralsGivenWhateverTheirBytes)
+TEST(SqlText, SqliteReadsExactlyTheGivenRandomLiterals)
 {
     const Sqlite sqlite;
     std::mt19937 random(31337);
@@ -412,7 +432,7 @@ TEST(SqlText, GivesSqliteExactlyTheLiteralsGivenWhateverTheirBytes)
     EXPECT_GT(refused, 1000);
 }
 
-TEST(SqlText, LetsNoFieldThatWasCutEndItsLiteral)
+TEST(SqlText, RefusesCutFieldThatWouldEndItsLiteral)
 {
     const Sqlite sqlite;
     std::mt19937 random(42);
@@ -427,7 +447,7 @@ TEST(SqlText, LetsNoFieldThatWasCutEndItsLiteral)
     }
 }
 
-TEST(SqlText, FindsAnyTextByTheFilterThatNamesIt)
+TEST(SqlText, FilterFindsAnyText)
 {
     const Sqlite sqlite;
     std::mt19937 random(99);
