@@ -1,5 +1,6 @@
 #include "client/ClientWorker.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 namespace nimbra {
 namespace {
 
-/// The commands in the order in which a line is searched for them, written out once more.
+/// An independent copy of the commands, in the order in which a line is searched for them.
 const std::vector<std::string> kOrder = {
     "Hello",
     "Login",
@@ -79,7 +80,7 @@ const std::vector<Area> kAreas = {
     {8, {"GetThreatLevel"}, {}, {"SetThreatLevel"}},
 };
 
-/// The bit and the area that a command needs; bit 0 for a command of no area.
+/// The bit and the area that a command needs; bit 0 for a command without an area.
 Right ExpectedRight(const std::string &name)
 {
     for (const Area &area : kAreas) {
@@ -94,25 +95,25 @@ Right ExpectedRight(const std::string &name)
     return {AuthUsers, 0};
 }
 
-TEST(CommandTable, HasEveryCommandInItsOrder)
+TEST(CommandTable, ListsEveryCommandInSearchOrder)
 {
     std::vector<std::string> names;
     for (const ClientWorker::Command &command : ClientWorker::Commands())
         names.emplace_back(command.Name());
-    EXPECT_EQ(names, kOrder);
+    EXPECT_THAT(names, ::testing::ElementsAreArray(kOrder));
 }
 
-TEST(CommandTable, NamesEachCommandWithItsMark)
+TEST(CommandTable, EndsEachWordWithQuestionMark)
 {
     for (const ClientWorker::Command &command : ClientWorker::Commands()) {
         const std::string_view word = command.Word;
-        EXPECT_TRUE(word.ends_with('?')) << word;
+        EXPECT_THAT(word, ::testing::EndsWith("?"));
         EXPECT_EQ(std::count(word.begin(), word.end(), '?'), 1) << word;
         EXPECT_EQ(std::string(command.Name()) + "?", word);
     }
 }
 
-TEST(CommandTable, AsksForTheRightOfEachCommand)
+TEST(CommandTable, RequiresRightOfEachCommand)
 {
     for (const ClientWorker::Command &command : ClientWorker::Commands()) {
         const std::string name(command.Name());
@@ -124,16 +125,16 @@ TEST(CommandTable, AsksForTheRightOfEachCommand)
     }
 }
 
-TEST(CommandTable, ServesOnlyHelloAndLoginBeforeALogin)
+TEST(CommandTable, AllowsOnlyHelloAndLoginBeforeLogin)
 {
     std::vector<std::string> open;
     for (const ClientWorker::Command &command : ClientWorker::Commands())
         if (!command.Needs.NeedsLogin)
             open.emplace_back(command.Name());
-    EXPECT_EQ(open, (std::vector<std::string>{"Hello", "Login"}));
+    EXPECT_THAT(open, ::testing::ElementsAre("Hello", "Login"));
 }
 
-TEST(CommandTable, HasAHandlerOfItsOwnForEachCommand)
+TEST(CommandTable, HasSeparateHandlerForEachCommand)
 {
     const auto commands = ClientWorker::Commands();
     for (std::size_t i = 0; i < commands.size(); ++i) {

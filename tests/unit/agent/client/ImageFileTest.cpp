@@ -26,14 +26,14 @@ namespace fs = std::filesystem;
 
 using Names = std::set<std::string>;
 
-/// The panel's image directory, empty at first; the tests run in a sandbox that has one to give.
+/// The panel's image directory, empty at first. The tests run in a sandbox that provides it.
 class ImageFile : public ::testing::Test
 {
 protected:
-    ImageFile() { fs::create_directories(Directory); }
-    ~ImageFile() override { fs::remove_all(Directory.parent_path()); }
+    ImageFile() { fs::create_directories(directory_); }
+    ~ImageFile() override { fs::remove_all(directory_.parent_path()); }
 
-    [[nodiscard]] std::string PathOf(const std::string &name) const { return Directory / name; }
+    [[nodiscard]] std::string PathOf(const std::string &name) const { return directory_ / name; }
 
     void Put(const std::string &name, const std::string &content) const
     {
@@ -42,7 +42,7 @@ protected:
         ASSERT_TRUE(fs::exists(PathOf(name)));
     }
 
-    /// What is read of an image; "(none)" when it cannot be.
+    /// The content that is read from an image; "(none)" when it cannot be read.
     static std::string Read(const std::string &name)
     {
         std::vector<char> bytes;
@@ -54,26 +54,26 @@ protected:
         return WriteImageFile(name, {content.begin(), content.end()});
     }
 
-    /// Everything that the directory holds.
+    /// The names of all files in the directory.
     [[nodiscard]] Names Content() const
     {
         Names names;
-        for (const auto &entry : fs::directory_iterator(Directory))
+        for (const auto &entry : fs::directory_iterator(directory_))
             names.insert(entry.path().filename());
         return names;
     }
 
-    const fs::path Directory = kImageDirectory;
+    const fs::path directory_ = kImageDirectory;
 };
 
-TEST_F(ImageFile, IsReadWhole)
+TEST_F(ImageFile, IsReadCompletely)
 {
     const std::string content = std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
     Put("anna.png", content);
     EXPECT_EQ(Read("anna.png"), content);
 }
 
-TEST_F(ImageFile, IsReadWhateverItsSize)
+TEST_F(ImageFile, IsReadWhenLargeOrEmpty)
 {
     const std::string large(3000001, 'x');
     Put("large.jpg", large);
@@ -82,7 +82,7 @@ TEST_F(ImageFile, IsReadWhateverItsSize)
     EXPECT_EQ(Read("empty.jpg"), "");
 }
 
-TEST_F(ImageFile, ReplacesWhatTheBufferHeld)
+TEST_F(ImageFile, ReplacesContentOfBuffer)
 {
     Put("anna.png", "new");
     std::vector<char> bytes(1000, 'o');
@@ -90,20 +90,20 @@ TEST_F(ImageFile, ReplacesWhatTheBufferHeld)
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "new");
 }
 
-TEST_F(ImageFile, CannotBeReadWhenItIsMissing)
+TEST_F(ImageFile, CannotBeReadWhenMissing)
 {
     EXPECT_EQ(Read("nobody.png"), "(none)");
     EXPECT_EQ(Read(std::string(256, 'x')), "(none)");
     EXPECT_EQ(Read(std::string(1024, 'x')), "(none)");
 }
 
-TEST_F(ImageFile, CannotBeReadWhenItIsADirectory)
+TEST_F(ImageFile, CannotBeReadWhenItIsDirectory)
 {
     fs::create_directory(PathOf("folder.jpg"));
     EXPECT_EQ(Read("folder.jpg"), "(none)");
 }
 
-TEST_F(ImageFile, CannotBeReadWhenItsSizeCannotBeAnnounced)
+TEST_F(ImageFile, CannotBeReadWhenItsSizeExceeds31Bits)
 {
     Put("huge.jpg", "");
     fs::resize_file(PathOf("huge.jpg"), std::uintmax_t{1} << 31U);
@@ -112,7 +112,7 @@ TEST_F(ImageFile, CannotBeReadWhenItsSizeCannotBeAnnounced)
     EXPECT_EQ(Read("huge.jpg"), "(none)");
 }
 
-TEST_F(ImageFile, NeverHoldsAReaderThatFindsAPipe)
+TEST_F(ImageFile, NeverBlocksReaderWhenItIsPipe)
 {
     ASSERT_EQ(mkfifo(PathOf("pipe.jpg").c_str(), 0600), 0);
     const test::Stopwatch watch;
@@ -120,7 +120,7 @@ TEST_F(ImageFile, NeverHoldsAReaderThatFindsAPipe)
     EXPECT_LT(watch.Seconds(), 10.0);
 }
 
-TEST_F(ImageFile, CannotBeReadByANameWithPathParts)
+TEST_F(ImageFile, CannotBeReadByNameWithPathParts)
 {
     Put("anna.png", "anna");
     Put("folder/inside.png", "inside");
@@ -132,18 +132,18 @@ TEST_F(ImageFile, CannotBeReadByANameWithPathParts)
         EXPECT_EQ(Read(name), "(none)") << name;
 }
 
-TEST_F(ImageFile, MayHaveAnyOtherName)
+TEST_F(ImageFile, CanHaveAnyOtherName)
 {
     for (const std::string name :
          {"...", "..anna.png", "anna..png", ".hidden", "a b.png", "-n", "O'Brien.jpg", "$(id).jpg",
           "a\\b.png", "line\nfeed.png", "\xc3\xa9\xff.png", "%s%n.jpg", "*.jpg"}) {
-        EXPECT_TRUE(Write(name, "picture of " + name));
-        EXPECT_EQ(Read(name), "picture of " + name);
-        EXPECT_EQ(test::ReadFile(PathOf(name)), "picture of " + name);
+        EXPECT_TRUE(Write(name, "image of " + name));
+        EXPECT_EQ(Read(name), "image of " + name);
+        EXPECT_EQ(test::ReadFile(PathOf(name)), "image of " + name);
     }
 }
 
-TEST_F(ImageFile, MayHaveANameAsLongAsTheFileSystemAllows)
+TEST_F(ImageFile, CanHaveNameAsLongAsFileSystemAllows)
 {
     EXPECT_TRUE(Write(std::string(255, 'x'), "long"));
     EXPECT_EQ(Read(std::string(255, 'x')), "long");
@@ -152,7 +152,7 @@ TEST_F(ImageFile, MayHaveANameAsLongAsTheFileSystemAllows)
     EXPECT_EQ(Content(), Names{std::string(255, 'x')});
 }
 
-TEST_F(ImageFile, IsWrittenWhole)
+TEST_F(ImageFile, IsWrittenCompletely)
 {
     const std::string content = std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16);
     EXPECT_TRUE(Write("anna.png", content));
@@ -165,15 +165,15 @@ TEST_F(ImageFile, IsWrittenWhole)
     EXPECT_EQ(Content(), (Names{"anna.png", "empty.jpg", "large.jpg"}));
 }
 
-TEST_F(ImageFile, IsReplacedByAnotherOfItsName)
+TEST_F(ImageFile, IsReplacedByImageOfSameName)
 {
-    EXPECT_TRUE(Write("anna.png", "the old and longer picture"));
+    EXPECT_TRUE(Write("anna.png", "the old and longer image"));
     EXPECT_TRUE(Write("anna.png", "the new one"));
     EXPECT_EQ(Read("anna.png"), "the new one");
     EXPECT_EQ(Content(), Names{"anna.png"});
 }
 
-TEST_F(ImageFile, MayBeReadByOtherProgramsWhateverTheMask)
+TEST_F(ImageFile, IsReadableByOtherProgramsWhateverUmask)
 {
     const mode_t before = umask(077);
     EXPECT_TRUE(Write("anna.png", "x"));
@@ -183,7 +183,7 @@ TEST_F(ImageFile, MayBeReadByOtherProgramsWhateverTheMask)
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }
 
-TEST_F(ImageFile, CannotBeWrittenByANameWithPathParts)
+TEST_F(ImageFile, CannotBeWrittenByNameWithPathParts)
 {
     fs::create_directory(PathOf("folder"));
     Put("../outside.png", "outside");
@@ -197,7 +197,7 @@ TEST_F(ImageFile, CannotBeWrittenByANameWithPathParts)
     EXPECT_EQ(test::ReadFile(PathOf("../outside.png")), "outside");
 }
 
-TEST_F(ImageFile, CannotBeWrittenOverADirectory)
+TEST_F(ImageFile, CannotBeWrittenOverDirectory)
 {
     fs::create_directory(PathOf("folder.jpg"));
     EXPECT_FALSE(Write("folder.jpg", "x"));
@@ -206,12 +206,12 @@ TEST_F(ImageFile, CannotBeWrittenOverADirectory)
 
 TEST_F(ImageFile, CannotBeWrittenWithoutItsDirectory)
 {
-    fs::remove_all(Directory);
+    fs::remove_all(directory_);
     EXPECT_FALSE(Write("anna.png", "x"));
-    EXPECT_FALSE(fs::exists(Directory));
+    EXPECT_FALSE(fs::exists(directory_));
 }
 
-TEST_F(ImageFile, StaysAsItWasWhenTheNewOneDoesNotFit)
+TEST_F(ImageFile, StaysUnchangedWhenNewContentDoesNotFit)
 {
     EXPECT_TRUE(Write("anna.png", "old"));
     std::signal(SIGXFSZ, SIG_IGN);
@@ -229,7 +229,7 @@ TEST_F(ImageFile, StaysAsItWasWhenTheNewOneDoesNotFit)
     EXPECT_EQ(Content(), Names{"anna.png"});
 }
 
-TEST_F(ImageFile, IsTheOldOneOrTheNewOneAtAnyMoment)
+TEST_F(ImageFile, ReadsAsOldOrNewContentWhileReplaced)
 {
     const std::string first(200000, '1');
     const std::string second(70000, '2');
