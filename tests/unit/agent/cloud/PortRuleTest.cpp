@@ -8,69 +8,79 @@
 namespace nimbra {
 namespace {
 
-/// One reply of the server and what follows from it.
+/// Whether the port must be reported after a reply.
+enum class Outcome
+{
+    Silent,
+    Report,
+};
+using enum Outcome;
+
+/// The port in a reply of the server, and the expected outcome and port to report.
 struct Reply
 {
     std::int32_t LinkPort;
-    bool IsReported;
+    Outcome Expected;
     std::int32_t StunPort;
 };
 
-void Follow(const std::vector<Reply> &replies, std::int32_t stunPort = 0)
+void ExpectOutcomes(const std::vector<Reply> &replies, std::int32_t stunPort = 0)
 {
     PortRule rule;
     int number = 0;
     for (const Reply &reply : replies) {
         ++number;
-        EXPECT_EQ(rule.TakeIn(reply.LinkPort, &stunPort), reply.IsReported) << number;
+        EXPECT_EQ(rule.TakeIn(reply.LinkPort, &stunPort), reply.Expected == Report) << number;
         EXPECT_EQ(stunPort, reply.StunPort) << number;
     }
 }
 
-TEST(PortRule, ReportsAPortThatTwoRepliesAgreeOnOnce)
+TEST(PortRule, ReportsPortOnceWhenTwoRepliesAgree)
 {
-    Follow({{4000, false, 0}, {4000, true, 4000}, {4000, false, 4000}, {4000, false, 4000}});
+    ExpectOutcomes(
+        {{4000, Silent, 0}, {4000, Report, 4000}, {4000, Silent, 4000}, {4000, Silent, 4000}});
 }
 
-TEST(PortRule, WithdrawsAPortOnceAsSoonAsItChanges)
+TEST(PortRule, WithdrawsPortOnceWhenItChanges)
 {
-    Follow({{4000, false, 0},
-            {4000, true, 4000},
-            {4000, false, 4000},
-            {4001, true, 0},
-            {4002, false, 0},
-            {4003, false, 0}});
+    ExpectOutcomes({{4000, Silent, 0},
+                    {4000, Report, 4000},
+                    {4000, Silent, 4000},
+                    {4001, Report, 0},
+                    {4002, Silent, 0},
+                    {4003, Silent, 0}});
 }
 
-TEST(PortRule, ReportsAChangedPortWhenItIsStable)
+TEST(PortRule, ReportsChangedPortWhenTwoRepliesAgree)
 {
-    Follow({{4000, false, 0}, {4000, true, 4000}, {4001, true, 0}, {4001, true, 4001}});
+    ExpectOutcomes(
+        {{4000, Silent, 0}, {4000, Report, 4000}, {4001, Report, 0}, {4001, Report, 4001}});
 }
 
-TEST(PortRule, ReportsNothingOfAPortThatNeverStays)
+TEST(PortRule, ReportsNothingWhilePortKeepsChanging)
 {
-    Follow({{4000, false, 0}, {4001, false, 0}, {4000, false, 0}, {4001, false, 0}});
+    ExpectOutcomes({{4000, Silent, 0}, {4001, Silent, 0}, {4000, Silent, 0}, {4001, Silent, 0}});
 }
 
-TEST(PortRule, TakesAReplyWithoutAPortAsAChange)
+TEST(PortRule, TakesReplyWithoutPortAsChange)
 {
-    Follow({{4000, false, 0}, {4000, true, 4000}, {0, true, 0}, {0, false, 0}});
+    ExpectOutcomes({{4000, Silent, 0}, {4000, Report, 4000}, {0, Report, 0}, {0, Silent, 0}});
 }
 
-TEST(PortRule, KeepsThePortAfterAReplyWithoutOne)
+TEST(PortRule, KeepsPortToReportAfterReplyWithoutPort)
 {
-    // A previous port of 0 counts as none, so what is to be reported stays as it is.
-    Follow({{0, false, 0},
-            {4000, false, 0},
-            {4000, true, 4000},
-            {0, true, 0},
-            {4000, false, 0},
-            {4000, true, 4000}});
+    // A previous port of 0 counts as no port, so the port to report stays unchanged.
+    ExpectOutcomes({{0, Silent, 0},
+                    {4000, Silent, 0},
+                    {4000, Report, 4000},
+                    {0, Report, 0},
+                    {4000, Silent, 0},
+                    {4000, Report, 4000}});
 }
 
-TEST(PortRule, ReportsAPortThatWasKnownBeforeTheFirstReply)
+TEST(PortRule, ReportsPortKnownBeforeFirstReply)
 {
-    Follow({{4000, true, 5000}, {4000, true, 4000}}, 5000);
+    ExpectOutcomes({{4000, Report, 5000}, {4000, Report, 4000}}, 5000);
 }
 
 } // namespace
