@@ -5,6 +5,7 @@
 #include "support/CapturedOutput.h"
 #include "support/Files.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -22,14 +23,15 @@ namespace fs = std::filesystem;
 
 using test::CapturedOutput;
 using test::LogLine;
+using ::testing::HasSubstr;
 
 constexpr char kIfconfig[] = "/nimbra/bin/ifconfig";
 constexpr char kInterface[] =
     "eth0      Link encap:Ethernet  HWaddr 00:1a:2b:3c:4d:5e  \n"
     "          inet addr:192.168.1.20  Bcast:192.168.1.255  Mask:255.255.255.0\n";
 
-/// A panel that has only what the configuration is read from; the tests run in a sandbox that has
-/// its paths to give.
+/// A panel that has only the sources of the configuration. The tests run in a sandbox that provides
+/// its paths.
 class ConfigManagerTest : public ::testing::Test
 {
 protected:
@@ -65,7 +67,7 @@ protected:
         sqlite3_close(handle);
     }
 
-    /// A column of the one row of the Cloud table.
+    /// A column of the only row of the Cloud table.
     static std::string Cloud(const std::string &column)
     {
         sqlite3 *handle = nullptr;
@@ -92,39 +94,39 @@ protected:
         Run(kNetworkDatabase, "DELETE FROM Network; INSERT INTO Network VALUES (" + values + ")");
     }
 
-    /// The address that is read from what ifconfig prints; "(none)" when that fails.
+    /// The MAC address that is read from this output of ifconfig; "(none)" when that fails.
     std::string MacIn(const std::string &text) const
     {
         PrintByIfconfig(text);
-        return Config->ReadMacAddress() ? Config->MacAddr.Get() : "(none)";
+        return config_->ReadMacAddress() ? config_->MacAddr.Get() : "(none)";
     }
 
-    ConfigManager *const Config = ConfigManager::GetInstance();
+    ConfigManager *const config_ = ConfigManager::GetInstance();
 };
 
-TEST_F(ConfigManagerTest, IsOneForTheProcess)
+TEST_F(ConfigManagerTest, GetInstanceAlwaysReturnsSameObject)
 {
-    EXPECT_EQ(ConfigManager::GetInstance(), Config);
+    EXPECT_EQ(ConfigManager::GetInstance(), config_);
 }
 
-TEST_F(ConfigManagerTest, KeepsTheAddressInUpperCaseAndItsDigestAsTheIdentity)
+TEST_F(ConfigManagerTest, StoresMacAddressInUpperCaseAndItsDigestAsDeviceId)
 {
-    ASSERT_TRUE(Config->ReadMacAddress());
-    EXPECT_STREQ(Config->MacAddr.Get(), "00:1A:2B:3C:4D:5E");
-    EXPECT_STREQ(Config->DeviceId.Get(), "7EEA0B498F9CC0F7FC6B3EFF0AAB3FA973A5E491");
+    ASSERT_TRUE(config_->ReadMacAddress());
+    EXPECT_STREQ(config_->MacAddr.Get(), "00:1A:2B:3C:4D:5E");
+    EXPECT_STREQ(config_->DeviceId.Get(), "7EEA0B498F9CC0F7FC6B3EFF0AAB3FA973A5E491");
 }
 
-TEST_F(ConfigManagerTest, AsksForTheWiredInterface)
+TEST_F(ConfigManagerTest, RunsIfconfigForWiredInterface)
 {
     test::WriteFile(kIfconfig, "#!/bin/sh\necho \"HWaddr $# $*\"\necho \"$1 HWaddr $#,$1\"\n");
-    ASSERT_TRUE(Config->ReadMacAddress());
-    EXPECT_STREQ(Config->MacAddr.Get(), "1");
+    ASSERT_TRUE(config_->ReadMacAddress());
+    EXPECT_STREQ(config_->MacAddr.Get(), "1");
     test::WriteFile(kIfconfig, "#!/bin/sh\necho \"HWaddr $#,$1\"\n");
-    ASSERT_TRUE(Config->ReadMacAddress());
-    EXPECT_STREQ(Config->MacAddr.Get(), "1,ETH0");
+    ASSERT_TRUE(config_->ReadMacAddress());
+    EXPECT_STREQ(config_->MacAddr.Get(), "1,ETH0");
 }
 
-TEST_F(ConfigManagerTest, ReadsTheWordBehindTheMark)
+TEST_F(ConfigManagerTest, ReadsMacAddressAfterHwaddr)
 {
     EXPECT_EQ(MacIn("x HWaddr 00:1a:2b:3c:4d:5e\n"), "00:1A:2B:3C:4D:5E");
     EXPECT_EQ(MacIn("x HWaddr 00:1A:2B:3C:4D:5E and more\n"), "00:1A:2B:3C:4D:5E");
@@ -135,7 +137,7 @@ TEST_F(ConfigManagerTest, ReadsTheWordBehindTheMark)
     EXPECT_EQ(MacIn("no address here\nx HWaddr aa\ny HWaddr bb\n"), "AA");
 }
 
-TEST_F(ConfigManagerTest, CutsAnAddressThatIsTooLong)
+TEST_F(ConfigManagerTest, CutsMacAddressAfter32Bytes)
 {
     EXPECT_EQ(MacIn("HWaddr " + std::string(31, 'a') + "\n"), std::string(31, 'A'));
     EXPECT_EQ(MacIn("HWaddr " + std::string(32, 'a') + "\n"), std::string(32, 'A'));
@@ -143,75 +145,75 @@ TEST_F(ConfigManagerTest, CutsAnAddressThatIsTooLong)
     EXPECT_EQ(MacIn("HWaddr " + std::string(5000, 'a') + "\n"), std::string(32, 'A'));
 }
 
-TEST_F(ConfigManagerTest, FailsWithoutAnAddress)
+TEST_F(ConfigManagerTest, FailsWithoutMacAddress)
 {
     for (const char *text : {"", "\n", "eth0 Link encap:Ethernet\n", "HWaddr \n", "HWaddr      \n",
                              "HWaddr\n", "x HWaddr \r\n", "HWaddr:00:1a:2b:3c:4d:5e\n",
                              "hwaddr 00:1a:2b:3c:4d:5e\n", "ether 00:1a:2b:3c:4d:5e\n"})
         EXPECT_EQ(MacIn(text), "(none)") << text;
     EXPECT_EQ(MacIn(std::string(2000, 'x') + "HWaddr 00:1a:2b:3c:4d:5e\n"), "(none)")
-        << "beyond the bound of a line";
+        << "beyond the limit of a line";
 }
 
 TEST_F(ConfigManagerTest, FailsWithoutIfconfig)
 {
     fs::remove(kIfconfig);
-    EXPECT_FALSE(Config->ReadMacAddress());
+    EXPECT_FALSE(config_->ReadMacAddress());
 }
 
-TEST_F(ConfigManagerTest, ReadsTheCloudSettings)
+TEST_F(ConfigManagerTest, ReadsCloudSettings)
 {
-    ASSERT_TRUE(Config->ReadMacAddress());
+    ASSERT_TRUE(config_->ReadMacAddress());
     SetCloud("1, '10.1.2.3', 1234, 9000");
-    ASSERT_TRUE(Config->ReadServerInfo());
-    EXPECT_TRUE(Config->CloudEnable);
-    EXPECT_EQ(Config->PrivatePort, 9000);
-    EXPECT_EQ(Cloud("DeviceID"), Config->DeviceId.Get());
+    ASSERT_TRUE(config_->ReadServerInfo());
+    EXPECT_TRUE(config_->CloudEnable);
+    EXPECT_EQ(config_->PrivatePort, 9000);
+    EXPECT_EQ(Cloud("DeviceID"), config_->DeviceId.Get());
 }
 
-TEST_F(ConfigManagerTest, FixesTheEndpointOfTheCloud)
+TEST_F(ConfigManagerTest, UsesBuiltInCloudEndpoint)
 {
     SetCloud("1, '10.1.2.3', 1234, 9000");
-    ASSERT_TRUE(Config->ReadServerInfo());
-    EXPECT_STREQ(Config->CloudServerAddr.Get(), NIMBRA_CLOUD_HOST);
-    EXPECT_EQ(Config->CloudServerPort, 9500);
+    ASSERT_TRUE(config_->ReadServerInfo());
+    EXPECT_STREQ(config_->CloudServerAddr.Get(), NIMBRA_CLOUD_HOST);
+    EXPECT_EQ(config_->CloudServerPort, 9500);
 }
 
-TEST_F(ConfigManagerTest, TakesAnyNumberButZeroAsEnabled)
+TEST_F(ConfigManagerTest, TakesAnyNonzeroNumberAsEnabled)
 {
     for (const char *enabled : {"1", "2", "-1", "'7x'"}) {
         SetCloud(std::string(enabled) + ", NULL, NULL, NULL");
-        EXPECT_TRUE(Config->ReadServerInfo());
-        EXPECT_TRUE(Config->CloudEnable) << enabled;
-        EXPECT_EQ(Config->PrivatePort, 0);
+        EXPECT_TRUE(config_->ReadServerInfo());
+        EXPECT_TRUE(config_->CloudEnable) << enabled;
+        EXPECT_EQ(config_->PrivatePort, 0);
     }
     for (const char *disabled : {"0", "NULL", "''", "'yes'"}) {
         SetCloud(std::string(disabled) + ", NULL, NULL, 5");
-        EXPECT_TRUE(Config->ReadServerInfo());
-        EXPECT_FALSE(Config->CloudEnable) << disabled;
-        EXPECT_EQ(Config->PrivatePort, 5);
+        EXPECT_TRUE(config_->ReadServerInfo());
+        EXPECT_FALSE(config_->CloudEnable) << disabled;
+        EXPECT_EQ(config_->PrivatePort, 5);
     }
 }
 
-TEST_F(ConfigManagerTest, FailsWithoutARowOfCloudSettingsButFixesTheEndpoint)
+TEST_F(ConfigManagerTest, FailsWithoutCloudRowButSetsCloudEndpoint)
 {
-    Config->CloudServerAddr.Clear();
-    Config->CloudServerPort = 0;
+    config_->CloudServerAddr.Clear();
+    config_->CloudServerPort = 0;
     const CapturedOutput output;
-    EXPECT_FALSE(Config->ReadServerInfo());
-    EXPECT_STREQ(Config->CloudServerAddr.Get(), NIMBRA_CLOUD_HOST);
-    EXPECT_EQ(Config->CloudServerPort, 9500);
+    EXPECT_FALSE(config_->ReadServerInfo());
+    EXPECT_STREQ(config_->CloudServerAddr.Get(), NIMBRA_CLOUD_HOST);
+    EXPECT_EQ(config_->CloudServerPort, 9500);
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(ConfigManagerTest, FailsOnACloudTableThatLacksWhatIsRead)
+TEST_F(ConfigManagerTest, FailsWhenCloudTableLacksColumn)
 {
     Run(kMainDatabase, "ALTER TABLE Cloud DROP COLUMN DevicePort");
     Run(kMainDatabase, "INSERT INTO Cloud (Enabled) VALUES (1)");
-    EXPECT_FALSE(Config->ReadServerInfo());
+    EXPECT_FALSE(config_->ReadServerInfo());
 }
 
-void ExpectOne(const CapturedOutput &output, const char *method, const char *message)
+void ExpectOneLine(const CapturedOutput &output, const char *method, const char *message)
 {
     const std::vector<LogLine> log = output.Log();
     ASSERT_EQ(log.size(), 1U);
@@ -220,93 +222,93 @@ void ExpectOne(const CapturedOutput &output, const char *method, const char *mes
     EXPECT_EQ(log[0].Message, message);
 }
 
-TEST_F(ConfigManagerTest, LogsTheCodeOfAnIdentityThatCannotBeWritten)
+TEST_F(ConfigManagerTest, LogsErrorCodeWhenDeviceIdCannotBeWritten)
 {
     Run(kMainDatabase, "DROP TABLE Cloud");
     const CapturedOutput output;
-    EXPECT_FALSE(Config->ReadServerInfo());
-    ExpectOne(output, "ReadServerInfo", "sqlite3_exec fail[1]");
+    EXPECT_FALSE(config_->ReadServerInfo());
+    ExpectOneLine(output, "ReadServerInfo", "sqlite3_exec fail[1]");
 }
 
-TEST_F(ConfigManagerTest, LogsAMainDatabaseThatCannotBeOpened)
+TEST_F(ConfigManagerTest, LogsWhenMainDatabaseCannotBeOpened)
 {
     fs::remove_all(fs::path(kMainDatabase).parent_path());
     const CapturedOutput output;
-    EXPECT_FALSE(Config->ReadServerInfo());
-    ExpectOne(output, "ReadServerInfo", "sqlite3_open fail");
+    EXPECT_FALSE(config_->ReadServerInfo());
+    ExpectOneLine(output, "ReadServerInfo", "sqlite3_open fail");
 }
 
-TEST_F(ConfigManagerTest, LogsANetworkDatabaseThatCannotBeOpened)
+TEST_F(ConfigManagerTest, LogsWhenNetworkDatabaseCannotBeOpened)
 {
     fs::remove_all(fs::path(kNetworkDatabase).parent_path());
     const CapturedOutput output;
-    EXPECT_FALSE(Config->ReadNetworkInfo());
-    ExpectOne(output, "ReadNetworkInfo", "sqlite3_open fail");
+    EXPECT_FALSE(config_->ReadNetworkInfo());
+    ExpectOneLine(output, "ReadNetworkInfo", "sqlite3_open fail");
 }
 
-TEST_F(ConfigManagerTest, NamesTheModels)
+TEST_F(ConfigManagerTest, NamesKnownModelsOnly)
 {
     struct Case
     {
         const char *Model;
         const char *Name;
     };
-    for (const Case &edition :
+    for (const Case &model :
          {Case{"1", "Alder 64"}, Case{"2", "Birch 64"}, Case{"3", "Cedar 64"},
           Case{"11", "Dogwood 64"}, Case{"0", ""}, Case{"-1", ""}, Case{"4", ""}, Case{"5", ""},
           Case{"6", ""}, Case{"7", ""}, Case{"8", ""}, Case{"9", ""}, Case{"10", ""},
           Case{"12", ""}, Case{"257", ""}, Case{"NULL", ""}}) {
-        SetNetwork(std::string("'192.168.1.20', ") + edition.Model + ", 64");
-        EXPECT_TRUE(Config->ReadNetworkInfo());
-        EXPECT_STREQ(Config->ModelName.Get(), edition.Name) << edition.Model;
-        EXPECT_STREQ(Config->PrivateAddr.Get(), "192.168.1.20");
+        SetNetwork(std::string("'192.168.1.20', ") + model.Model + ", 64");
+        EXPECT_TRUE(config_->ReadNetworkInfo());
+        EXPECT_STREQ(config_->ModelName.Get(), model.Name) << model.Model;
+        EXPECT_STREQ(config_->PrivateAddr.Get(), "192.168.1.20");
     }
 }
 
-TEST_F(ConfigManagerTest, NamesAnySizeOfAModel)
+TEST_F(ConfigManagerTest, AppendsAnySizeToModelName)
 {
     SetNetwork("'', 11, -2147483648");
-    EXPECT_TRUE(Config->ReadNetworkInfo());
-    EXPECT_STREQ(Config->ModelName.Get(), "Dogwood -2147483648");
+    EXPECT_TRUE(config_->ReadNetworkInfo());
+    EXPECT_STREQ(config_->ModelName.Get(), "Dogwood -2147483648");
     SetNetwork("NULL, 1, NULL");
-    EXPECT_TRUE(Config->ReadNetworkInfo());
-    EXPECT_STREQ(Config->ModelName.Get(), "Alder 0");
-    EXPECT_STREQ(Config->PrivateAddr.Get(), "");
+    EXPECT_TRUE(config_->ReadNetworkInfo());
+    EXPECT_STREQ(config_->ModelName.Get(), "Alder 0");
+    EXPECT_STREQ(config_->PrivateAddr.Get(), "");
 }
 
-TEST_F(ConfigManagerTest, CutsAnAddressOfThePanelThatIsTooLong)
+TEST_F(ConfigManagerTest, CutsPanelAddressAfter32Bytes)
 {
     SetNetwork("'" + std::string(33, '1') + "', 1, 4");
-    EXPECT_TRUE(Config->ReadNetworkInfo());
-    EXPECT_EQ(Config->PrivateAddr.View(), std::string(32, '1'));
+    EXPECT_TRUE(config_->ReadNetworkInfo());
+    EXPECT_EQ(config_->PrivateAddr.View(), std::string(32, '1'));
 }
 
-TEST_F(ConfigManagerTest, FailsWithoutANetworkRowAndForgetsTheModel)
+TEST_F(ConfigManagerTest, FailsWithoutNetworkRowAndClearsModelName)
 {
     SetNetwork("'', 1, 4");
-    ASSERT_TRUE(Config->ReadNetworkInfo());
+    ASSERT_TRUE(config_->ReadNetworkInfo());
     Run(kNetworkDatabase, "DELETE FROM Network");
     const CapturedOutput output;
-    EXPECT_FALSE(Config->ReadNetworkInfo());
-    EXPECT_TRUE(Config->ModelName.IsEmpty());
+    EXPECT_FALSE(config_->ReadNetworkInfo());
+    EXPECT_TRUE(config_->ModelName.IsEmpty());
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(ConfigManagerTest, FailsWithoutANetworkTableAndForgetsTheModel)
+TEST_F(ConfigManagerTest, FailsWithoutNetworkTableAndClearsModelName)
 {
     SetNetwork("'', 1, 4");
-    ASSERT_TRUE(Config->ReadNetworkInfo());
+    ASSERT_TRUE(config_->ReadNetworkInfo());
     Run(kNetworkDatabase, "DROP TABLE Network");
-    EXPECT_FALSE(Config->ReadNetworkInfo());
-    EXPECT_TRUE(Config->ModelName.IsEmpty());
+    EXPECT_FALSE(config_->ReadNetworkInfo());
+    EXPECT_TRUE(config_->ModelName.IsEmpty());
 }
 
-TEST_F(ConfigManagerTest, PrintsWhatItLoads)
+TEST_F(ConfigManagerTest, PrintsLoadedConfiguration)
 {
     SetCloud("1, '10.1.2.3', 1234, 9100");
     SetNetwork("'192.168.1.20', 11, 64");
     const CapturedOutput output;
-    EXPECT_TRUE(Config->Load());
+    EXPECT_TRUE(config_->Load());
     EXPECT_EQ(output.Text(), "CloudEnable=1\n"
                              "CloudServerAddr=" NIMBRA_CLOUD_HOST "\n"
                              "CloudServerPort=9500\n"
@@ -317,56 +319,56 @@ TEST_F(ConfigManagerTest, PrintsWhatItLoads)
                              "PrivatePort=9100\n");
 }
 
-TEST_F(ConfigManagerTest, DisablesTheCloudForAnUnknownModel)
+TEST_F(ConfigManagerTest, DisablesCloudForUnknownModel)
 {
     SetCloud("1, '', 0, 9000");
     SetNetwork("'192.168.1.20', 5, 64");
     const CapturedOutput output;
-    EXPECT_TRUE(Config->Load());
-    EXPECT_FALSE(Config->CloudEnable);
-    EXPECT_NE(output.Text().find("CloudEnable=0\n"), std::string::npos);
-    EXPECT_NE(output.Text().find("\nModelName=\n"), std::string::npos);
+    EXPECT_TRUE(config_->Load());
+    EXPECT_FALSE(config_->CloudEnable);
+    EXPECT_THAT(output.Text(), HasSubstr("CloudEnable=0\n"));
+    EXPECT_THAT(output.Text(), HasSubstr("\nModelName=\n"));
 }
 
-TEST_F(ConfigManagerTest, PrintsNothingOfALoadThatFails)
+TEST_F(ConfigManagerTest, PrintsNothingWhenLoadFails)
 {
     const CapturedOutput output;
-    EXPECT_FALSE(Config->Load()) << "no Cloud row";
+    EXPECT_FALSE(config_->Load()) << "no Cloud row";
     SetCloud("1, '', 0, 9000");
-    EXPECT_FALSE(Config->Load()) << "no Network row";
+    EXPECT_FALSE(config_->Load()) << "no Network row";
     SetNetwork("'', 1, 4");
     fs::remove(kIfconfig);
-    EXPECT_FALSE(Config->Load()) << "no address";
+    EXPECT_FALSE(config_->Load()) << "no address";
     EXPECT_EQ(output.Text(), "");
 }
 
-TEST_F(ConfigManagerTest, RecordsTheTimesOfTheCloudLink)
+TEST_F(ConfigManagerTest, RecordsTimesOfCloudLink)
 {
     SetCloud("1, '', 0, 9000");
     const std::time_t before = ClockSecond();
-    Config->SetCommTime(true);
+    config_->SetCommTime(true);
     EXPECT_GE(std::stol(Cloud("StartTime")), before);
     EXPECT_LE(std::stol(Cloud("StartTime")), ClockSecond());
     EXPECT_EQ(Cloud("CheckTime"), "NULL");
     Run(kMainDatabase, "UPDATE Cloud SET StartTime=1");
-    Config->SetCommTime(false);
+    config_->SetCommTime(false);
     EXPECT_GE(std::stol(Cloud("CheckTime")), before);
     EXPECT_LE(std::stol(Cloud("CheckTime")), ClockSecond());
     EXPECT_EQ(Cloud("StartTime"), "1");
 }
 
-TEST_F(ConfigManagerTest, OnlyLogsATimeThatCannotBeRecorded)
+TEST_F(ConfigManagerTest, LogsWhenTimeCannotBeRecorded)
 {
     Run(kMainDatabase, "DROP TABLE Cloud");
     {
         const CapturedOutput output;
-        Config->SetCommTime(true);
-        ExpectOne(output, "SetCommTime", "sqlite3_exec fail");
+        config_->SetCommTime(true);
+        ExpectOneLine(output, "SetCommTime", "sqlite3_exec fail");
     }
     fs::remove_all(fs::path(kMainDatabase).parent_path());
     const CapturedOutput output;
-    Config->SetCommTime(false);
-    ExpectOne(output, "SetCommTime", "sqlite3_open fail");
+    config_->SetCommTime(false);
+    ExpectOneLine(output, "SetCommTime", "sqlite3_open fail");
 }
 
 } // namespace
