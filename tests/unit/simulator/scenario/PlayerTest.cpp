@@ -2,6 +2,7 @@
 
 #include "libnimbra-client/LineSocket.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -19,7 +20,7 @@
 namespace nimbra::simulator {
 namespace {
 
-/// The far end of a player's connections: answers each line with what is set down for it.
+/// The peer of a player's connections. Answers each line with the reply that is given for it.
 class Peer
 {
 public:
@@ -56,8 +57,8 @@ private:
     std::vector<std::thread> threads_;
 };
 
-/// Plays `lines` against a peer with `replies`. Returns what was shown, with a last line that says
-/// how it went.
+/// Plays `lines` against a peer with `replies`. Returns the output, followed by "passed" or
+/// "failed".
 std::string Play(const std::vector<std::string> &lines, std::map<std::string, std::string> replies,
                  int replySeconds = 60)
 {
@@ -75,29 +76,29 @@ std::string Play(const std::vector<std::string> &lines, std::map<std::string, st
     options.Connect = [&](std::string *) { return peer.Connect(); };
     options.Out = &out;
     options.ReplySeconds = replySeconds;
-    const bool wentWell = PlayScenario(scenario, options);
-    return out.str() + (wentWell ? "went well" : "failed");
+    const bool hasPassed = PlayScenario(scenario, options);
+    return out.str() + (hasPassed ? "passed" : "failed");
 }
 
-TEST(Player, ShowsWordsAndLinesOfATalkThatGoesWell)
+TEST(Player, ShowsTextAndLinesWhenScenarioPasses)
 {
     EXPECT_EQ(Play({"= Greeting", ": It has a key.", "> Hello?", "< Response?Key=**"},
                    {{"Hello?", "Response?Key=77\n"}}),
-              "\nGreeting\n  It has a key.\n    --> Hello?\n    <-- Response?Key=**\nwent well");
+              "\nGreeting\n  It has a key.\n    --> Hello?\n    <-- Response?Key=**\npassed");
 }
 
-TEST(Player, ShowsAFewRowsAllAndOfMoreTheFirst)
+TEST(Player, ShowsUpTo5RowsAndFirst3OfMore)
 {
     EXPECT_EQ(Play({"> Rows?", "<5 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nRow=5\n"}}),
               "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n    <-- Row=4\n"
-              "    <-- Row=5\nwent well");
+              "    <-- Row=5\npassed");
     EXPECT_EQ(
         Play({"> Rows?", "<6 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nRow=5\nRow=6\n"}}),
         "    --> Rows?\n    <-- Row=1\n    <-- Row=2\n    <-- Row=3\n"
-        "    <-- (3 more like these)\nwent well");
+        "    <-- (3 more like these)\npassed");
 }
 
-TEST(Player, ChecksAlsoTheRowsThatItDoesNotShow)
+TEST(Player, ChecksRowsThatItDoesNotShow)
 {
     EXPECT_EQ(
         Play({"> Rows?", "<6 Row=*"}, {{"Rows?", "Row=1\nRow=2\nRow=3\nRow=4\nLast\nRow=6\n"}}),
@@ -105,14 +106,14 @@ TEST(Player, ChecksAlsoTheRowsThatItDoesNotShow)
         "    expected: Row=*\n    received: Last\n    at line 2 of the scenario\nfailed");
 }
 
-TEST(Player, FailsWhenAReplyDiffersAndShowsBoth)
+TEST(Player, FailsAndShowsBothWhenReplyDiffers)
 {
     EXPECT_EQ(Play({"> Hello?", "< Good"}, {{"Hello?", "Bad\x1B\n"}}),
               "    --> Hello?\n    expected: Good\n    received: Bad\\x1B\n"
               "    at line 2 of the scenario\nfailed");
 }
 
-TEST(Player, FailsWhenNoReplyComesOrOnlyAPartOfOne)
+TEST(Player, FailsWhenReplyIsMissingOrIncomplete)
 {
     EXPECT_EQ(Play({"> Hello?", "< Good"}, {}, 1),
               "    --> Hello?\n    expected: Good\n    received: nothing within the limit\n"
@@ -123,33 +124,32 @@ TEST(Player, FailsWhenNoReplyComesOrOnlyAPartOfOne)
               "    at line 2 of the scenario\nfailed");
 }
 
-TEST(Player, FailsWhenMoreComesThanTheTalkAsksFor)
+TEST(Player, FailsWhenPeerSendsMoreThanExpected)
 {
     EXPECT_EQ(Play({"> Hello?", "< Good", "> Hello?"}, {{"Hello?", "Good\nMore\n"}}),
               "    --> Hello?\n    <-- Good\n    expected: nothing more\n"
               "    received: More\\x0A\n    at line 3 of the scenario\nfailed");
 }
 
-TEST(Player, HoldsSilenceAgainstWhatComes)
+TEST(Player, PassesSilenceOnlyWhenNothingArrives)
 {
-    EXPECT_EQ(Play({"> Hush", "silence 1"}, {}),
-              "    --> Hush\n    <-- (nothing for 1 s)\nwent well");
+    EXPECT_EQ(Play({"> Hush", "silence 1"}, {}), "    --> Hush\n    <-- (nothing for 1 s)\npassed");
     EXPECT_EQ(Play({"> Hello?", "silence 60"}, {{"Hello?", "Good\n"}}),
               "    --> Hello?\n    expected: nothing for 60 s\n    received: Good\\x0A\n"
               "    at line 2 of the scenario\nfailed");
 }
 
-TEST(Player, ComesBackAsANewClient)
+TEST(Player, ConnectsAgainAsNewClient)
 {
     EXPECT_EQ(Play({"> Hello?", "< Good", "connect", "> Hello?", "< Good"}, {{"Hello?", "Good\n"}}),
               "    --> Hello?\n    <-- Good\n    (a new client connects)\n"
-              "    --> Hello?\n    <-- Good\nwent well");
+              "    --> Hello?\n    <-- Good\npassed");
 }
 
-TEST(Player, HoldsTheOutputOfACommandAgainstTheTalk)
+TEST(Player, ComparesCommandOutputWithScenario)
 {
     EXPECT_EQ(Play({"$ printf 'a\\nb'", "| a", "| *"}, {}),
-              "    $ printf 'a\\nb'\n    | a\n    | b\nwent well");
+              "    $ printf 'a\\nb'\n    | a\n    | b\npassed");
     EXPECT_EQ(Play({"$ echo a; echo b", "| a"}, {}),
               "    $ echo a; echo b\n    | a\n    expected: no further line\n"
               "    received: b\n    at line 2 of the scenario\nfailed");
@@ -158,9 +158,9 @@ TEST(Player, HoldsTheOutputOfACommandAgainstTheTalk)
               "    received: one that fails\n    at line 1 of the scenario\nfailed");
 }
 
-TEST(Player, SendsAFileAndComparesTheBytesOfOne)
+TEST(Player, SendsFileAndComparesReceivedBytes)
 {
-    const std::string name = "scenario-picture-" + std::to_string(getpid());
+    const std::string name = "scenario-image-" + std::to_string(getpid());
     const std::string path = testing::TempDir() + name;
     std::ofstream(path) << "ab\n";
     const std::vector<std::string> scenario = {">file " + name, "<file " + name};
@@ -170,17 +170,17 @@ TEST(Player, SendsAFileAndComparesTheBytesOfOne)
     const std::string tooShort = Play(scenario, {{"ab", "ab"}}, 1);
     std::remove(path.c_str());
 
-    EXPECT_EQ(good, sent + "    <-- (3 bytes, the same as " + name + ")\nwent well");
+    EXPECT_EQ(good, sent + "    <-- (3 bytes, the same as " + name + ")\npassed");
     EXPECT_EQ(other, sent + "    expected: the bytes of " + name +
                          "\n    received: bytes that differ from place 1\n"
                          "    at line 2 of the scenario\nfailed");
     EXPECT_EQ(tooShort, sent + "    expected: 3 bytes\n"
                                "    received: 2 bytes, then nothing within the limit\n"
                                "    at line 2 of the scenario\nfailed");
-    EXPECT_NE(Play(scenario, {}).find("expected: the file " + name), std::string::npos);
+    EXPECT_THAT(Play(scenario, {}), testing::HasSubstr("expected: the file " + name));
 }
 
-TEST(Player, FailsWithoutAConnection)
+TEST(Player, FailsWithoutConnection)
 {
     Scenario scenario;
     scenario.Lines.push_back({ScenarioAction::Send, "Hello?", 1, 1});

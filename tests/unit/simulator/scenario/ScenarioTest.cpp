@@ -17,7 +17,7 @@ std::string Shown(const std::string &pattern, const std::string &text)
     return MatchScenarioText(pattern, text, &shown) ? shown : "no match";
 }
 
-TEST(Scenario, MatchesTextWithoutStarsOnlyExactly)
+TEST(Scenario, MatchesTextWithoutStarsExactly)
 {
     EXPECT_EQ(Shown("LoginResponse?Result=0", "LoginResponse?Result=0"), "LoginResponse?Result=0");
     EXPECT_EQ(Shown("LoginResponse?Result=0", "LoginResponse?Result=01"), "no match");
@@ -26,7 +26,7 @@ TEST(Scenario, MatchesTextWithoutStarsOnlyExactly)
     EXPECT_EQ(Shown("", "x"), "no match");
 }
 
-TEST(Scenario, OneStarStandsForAnyTextAndShowsIt)
+TEST(Scenario, OneStarMatchesAnyTextAndShowsIt)
 {
     EXPECT_EQ(Shown("Key=*", "Key=12"), "Key=12");
     EXPECT_EQ(Shown("Key=*", "Key="), "Key=");
@@ -35,7 +35,7 @@ TEST(Scenario, OneStarStandsForAnyTextAndShowsIt)
     EXPECT_EQ(Shown("*", ""), "");
 }
 
-TEST(Scenario, TwoStarsStandForAnyTextAndHideIt)
+TEST(Scenario, TwoStarsMatchAnyTextAndHideIt)
 {
     EXPECT_EQ(Shown("Key=**", "Key=12"), "Key=**");
     EXPECT_EQ(Shown("A=**&B=*&C=**", "A=1&B=2&C=3"), "A=**&B=2&C=**");
@@ -75,14 +75,14 @@ TEST(Scenario, ReadsEachKindOfLine)
     }
 }
 
-TEST(Scenario, RefusesWhatIsNoLine)
+TEST(Scenario, RefusesInvalidLine)
 {
     for (const char *line : {"Hello?", ">Hello?", "<0 A", "<-1 A", "<99999999999999999999 A", "<x",
                              "silence", "silence x", "pause 1 more", "connect again", " > Hello?"})
         EXPECT_FALSE(ParseScenarioLine(line).has_value()) << line;
 }
 
-TEST(Scenario, SkipsCommentsAndEmptyLinesAndNamesTheBadLine)
+TEST(Scenario, SkipsCommentsAndEmptyLinesAndReportsInvalidLine)
 {
     const std::string path = testing::TempDir() + "scenario-" + std::to_string(getpid());
     std::string error;
