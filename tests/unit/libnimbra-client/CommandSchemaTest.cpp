@@ -8,21 +8,21 @@ namespace nimbra::client {
 
 namespace {
 
-TEST(ClientCommandSchema, ListEveryCommandOnce)
+TEST(ClientCommandSchema, ListsEveryCommandOnce)
 {
     EXPECT_EQ(CommandSchemas().size(), 38U);
     for (const CommandSchema &schema : CommandSchemas())
         EXPECT_EQ(FindCommandSchema(schema.Word), &schema) << schema.Word;
 }
 
-TEST(ClientCommandSchema, FindCommandsInAnyCase)
+TEST(ClientCommandSchema, FindsCommandsInAnyCase)
 {
     EXPECT_EQ(FindCommandSchema("getdoorinfo"), FindCommandSchema("GetDoorInfo"));
     EXPECT_NE(FindCommandSchema("GetDoorInfo"), nullptr);
     EXPECT_EQ(FindCommandSchema("GetNothing"), nullptr);
 }
 
-TEST(ClientCommandSchema, ExplainEveryResultInASentence)
+TEST(ClientCommandSchema, ExplainsEveryResultInOneSentence)
 {
     for (const CommandSchema &schema : CommandSchemas())
         for (const int result : {0, 1, 2, 3, 9, 77})

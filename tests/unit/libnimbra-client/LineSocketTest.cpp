@@ -50,7 +50,7 @@ TEST_F(LineSocketTest, ReadsLinesOneByOne)
     EXPECT_THAT(near_.ReadLine(), Optional(std::string("three")));
 }
 
-TEST_F(LineSocketTest, TakesRawBytesBehindALine)
+TEST_F(LineSocketTest, ReadsRawBytesAfterLine)
 {
     ASSERT_TRUE(far_.Send(std::string("line\n\0\n\xFF", 8)));
     EXPECT_THAT(near_.ReadLine(), Optional(std::string("line")));
@@ -66,7 +66,7 @@ TEST_F(LineSocketTest, TimesOutWhenNothingIsReceived)
     EXPECT_GE(SocketClock::now() - begin, milliseconds(50));
 }
 
-TEST_F(LineSocketTest, TimesOutWhenThePeerStopsReading)
+TEST_F(LineSocketTest, TimesOutWhenPeerStopsReading)
 {
     const std::string bytes(16'000'000, 'x');
     std::string_view rest = bytes;
@@ -75,7 +75,7 @@ TEST_F(LineSocketTest, TimesOutWhenThePeerStopsReading)
     EXPECT_FALSE(rest.empty());
 }
 
-TEST_F(LineSocketTest, EndsAWaitThatIsCancelled)
+TEST_F(LineSocketTest, EndsWaitWhenCancelled)
 {
     isCancelled_ = true;
     std::string_view bytes = "x";
@@ -105,7 +105,7 @@ TEST_F(LineSocketTest, SendsAndReceivesAtTheSameTime)
     echo.join();
 }
 
-TEST_F(LineSocketTest, EndsWhenThePeerClosesAndEverythingIsTaken)
+TEST_F(LineSocketTest, EndsWhenPeerClosesAndAllBytesAreRead)
 {
     ASSERT_TRUE(far_.Send("last\n"));
     far_.Close();
@@ -118,7 +118,7 @@ TEST_F(LineSocketTest, EndsWhenThePeerClosesAndEverythingIsTaken)
     EXPECT_FALSE(near_.Send("lost"));
 }
 
-TEST_F(LineSocketTest, FailsWithoutASocket)
+TEST_F(LineSocketTest, FailsWithoutSocket)
 {
     LineSocket none;
     EXPECT_FALSE(none.IsOpen());
@@ -127,7 +127,7 @@ TEST_F(LineSocketTest, FailsWithoutASocket)
     EXPECT_FALSE(none.Send("x"));
 }
 
-TEST_F(LineSocketTest, WakesAThreadThatWaitsWhenShutDown)
+TEST_F(LineSocketTest, WakesWaitingThreadWhenShutDown)
 {
     std::thread reader([this] { EXPECT_EQ(near_.ReadLine(), std::nullopt); });
     near_.Shutdown();

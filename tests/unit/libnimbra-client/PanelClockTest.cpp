@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::minutes;
 
-TEST(ClientTime, IsReadWithAndWithoutATimeOfDay)
+TEST(ClientTime, IsReadWithAndWithoutTimeOfDay)
 {
     EXPECT_EQ(ParseTime("1970-01-02"), 86400);
     EXPECT_EQ(ParseTime("1970-01-01 01:02"), 3720);
@@ -39,7 +39,7 @@ TEST(ClientTime, IsWrittenInUtc)
     EXPECT_EQ(FormatDate(86400), "1970-01-02");
 }
 
-TEST(ClientTime, OfADateIsShiftedToThePanelsDayUnlessItWasNeverSet)
+TEST(ClientTime, DateIsShiftedToPanelDayUnlessNeverSet)
 {
     EXPECT_EQ(ToPanelDay("2026-02-28", minutes(120)), "2026-03-01");
     EXPECT_EQ(ToPanelDay("2026-03-01", minutes(-300)), "2026-03-01");

@@ -22,7 +22,7 @@ TEST(ClientRecord, FindsItsKeysWhenValuesHoldSeparators)
     EXPECT_EQ(video.Text("Url"), "rtsp://a:b@c:1/chID=1&streamType=main");
 }
 
-TEST(ClientRecord, HasEmptyTextForAMissingField)
+TEST(ClientRecord, HasEmptyTextForMissingField)
 {
     const std::span<const Field> door = FindCommandSchema("GetDoorInfo")->Header;
     EXPECT_EQ(Record(door, "DoorNo=7&Name=x").Text("Status"), "");

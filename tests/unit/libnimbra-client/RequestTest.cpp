@@ -37,12 +37,12 @@ INSTANTIATE_TEST_SUITE_P(ClientRequest, RefusedText,
                                            "Othello?", "see deluserinfo? there",
                                            std::string(33, 'x'), std::string(31, 'x') + "'"));
 
-TEST(ClientRequest, CountsADoubledQuoteAsTwoBytes)
+TEST(ClientRequest, CountsDoubledQuoteAsTwoBytes)
 {
     EXPECT_NO_THROW(Request("AddUserInfo").Text("LastName", std::string(30, 'x') + "'"));
 }
 
-TEST(ClientRequest, ThrowsRequestErrorWhenTheLineIsTooLong)
+TEST(ClientRequest, ThrowsRequestErrorWhenLineIsTooLong)
 {
     Request request("SetCardAccessLevel");
     request.RawText("AccessLevelNo", std::string(1010, '1'), kRequestBytes);
