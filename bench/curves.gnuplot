@@ -1,13 +1,13 @@
 # Draws the curves of a report: gnuplot -c curves.gnuplot DIRECTORY
 directory = ARG1
-# Without text for the eye alone, so that a picture changes only with its figures.
+# Without enhanced text a picture changes only with its figures.
 set terminal svg size 760,420 font "sans-serif,12" background rgb "white" noenhanced
 set key left top
 set grid
 set logscale xy
 
 set output directory."/performance-sessions.svg"
-set title "Throughput as sessions grow: GetDoorInfo?, each session asks again when it is answered"
+set title "Throughput: each session repeats GetDoorInfo? as soon as it has the answer"
 set xlabel "sessions"
 set ylabel "requests a second"
 set logscale x 2

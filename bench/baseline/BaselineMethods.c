@@ -12,19 +12,19 @@
 #include <time.h>
 #include <unistd.h>
 
-/* The rows that a query has given, one behind the other. */
+/* The rows of a query in one buffer. */
 typedef struct
 {
     char *Bytes;
     size_t Size;
-    size_t Room;
+    size_t Capacity;
 } Rows;
 
 static void Keep(Rows *rows, const void *bytes, size_t count)
 {
-    if (rows->Size + count > rows->Room) {
-        rows->Room = 2 * (rows->Room + count);
-        rows->Bytes = realloc(rows->Bytes, rows->Room);
+    if (rows->Size + count > rows->Capacity) {
+        rows->Capacity = 2 * (rows->Capacity + count);
+        rows->Bytes = realloc(rows->Bytes, rows->Capacity);
         if (rows->Bytes == NULL)
             BaselineFail("realloc");
     }
@@ -32,7 +32,7 @@ static void Keep(Rows *rows, const void *bytes, size_t count)
     rows->Size += count;
 }
 
-/* Steps through one row, or through all, and keeps the columns: 'n' a number, 's' a text. */
+/* Steps through one row, or through all rows, and keeps the columns: 'n' a number, 's' a text. */
 static void Read(sqlite3 *database, const char *sql, const char *columns, bool isList)
 {
     Rows rows = {NULL, 0, 0};
@@ -79,7 +79,7 @@ static void Change(const char *sql)
     sqlite3_close(panel);
 }
 
-/* A change of the rows of one number, which stands between the two pieces. */
+/* A change of the rows of one number: `before`, the number and `after` are its statement. */
 static void ChangeOf(sqlite3 *panel, const char *before, int number, const char *after)
 {
     char sql[BASELINE_SQL_SIZE];
@@ -92,8 +92,8 @@ static char Digit(int value)
     return (char)(value + (value < 10 ? '0' : 'A' - 10));
 }
 
-/// Not inlined: the compiler would leave out the digits that a caller does not read, and the
-/// agent's compiler cannot, either.
+/* Not inlined: otherwise the compiler leaves out the digits that a caller does not read. The agent
+   has to make them all. */
 __attribute__((noinline)) static void Digest(const char *text, char *digits)
 {
     unsigned char bytes[SHA256_DIGEST_LENGTH];
@@ -184,7 +184,7 @@ static void GetEventCodeEx(int turn)
     "IFNULL(A.HttpID, ''), IFNULL(A.HttpPassword, ''), IFNULL(B.Channel, 0), "                     \
     "IFNULL(B.CameraID, '') FROM DVR AS A JOIN DVRChannel AS B ON A.No=B.DvrNo "
 
-/* Reads a channel and leaves the beginning of its address in `url`; gives its number. */
+/* Reads a channel, writes the beginning of its address into `url`, and returns its number. */
 static int ReadChannel(const char *sql, char *url, size_t size)
 {
     sqlite3 *panel = BaselineOpen(BASELINE_MAIN_DATABASE);

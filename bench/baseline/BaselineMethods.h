@@ -5,7 +5,7 @@ extern "C" {
 #endif
 
 /// The database work of one method of the agent's DataManager, for the values that the benchmark
-/// gives to the method. `turn` counts the calls, for those that add or delete another row each
+/// passes to the method. `turn` counts the calls, for methods that add or delete another row each
 /// time.
 typedef struct
 {

@@ -1,7 +1,8 @@
 /*
  * The baseline that the agent is measured against: a server of the same protocol that makes the
- * calls which the protocol and the databases force, and nothing else. It knows the commands that
- * the benchmark sends, trusts every line, and ends at the first failure.
+ * calls which the protocol and the databases force, and nothing else. One thread serves a client
+ * with blocking reads of one byte each; SQLite has its defaults. It knows the commands that the
+ * benchmark sends, trusts every line, and ends at the first failure.
  *
  *   nimbra-baseline PORT
  */
@@ -9,9 +10,8 @@
 
 #include <netinet/in.h>
 #include <pthread.h>
-#include <signal.h>
-#include <stdatomic.h>
 #include <stdbool.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,24 +19,12 @@
 #include <time.h>
 #include <unistd.h>
 
-/* One client. The list of them is changed under its lock; the reaper frees those that have ended.
- */
-typedef struct Session
-{
-    int Socket;
-    atomic_bool HasEnded;
-    struct Session *Next;
-} Session;
-
-static Session *sessions = NULL;
-static pthread_mutex_t sessionsLock = PTHREAD_MUTEX_INITIALIZER;
-
-/* The lines of an answer, one behind the other, each ended by its line feed. */
+/* The lines of an answer in one buffer, each ended by its line feed. */
 typedef struct
 {
     char *Bytes;
     size_t Size;
-    size_t Room;
+    size_t Capacity;
 } Lines;
 
 enum
@@ -47,39 +35,28 @@ enum
     ThreadStack = 256 * 1024
 };
 
-/* Whole seconds of the clock since `start`, which begins anew when the clock was set back. */
-static time_t Elapsed(time_t *start)
-{
-    const time_t now = time(NULL);
-    if (now < *start)
-        *start = now;
-    return now - *start;
-}
-
+/* Receives one line, byte by byte, so that it never takes bytes of the next one. False when the
+   client has closed the connection or is silent for too long. */
 static bool Receive(int socket, char *line)
 {
-    time_t start = time(NULL);
-    for (size_t count = 0; count < LineSize && Elapsed(&start) < TransferSeconds;) {
-        if (recv(socket, line + count, 1, MSG_DONTWAIT) != 1)
-            usleep(1000);
-        else if (line[count] == '\n') {
+    for (size_t count = 0; count < LineSize; ++count) {
+        if (recv(socket, line + count, 1, 0) != 1)
+            return false;
+        if (line[count] == '\n') {
             line[count] = '\0';
             return true;
-        } else
-            ++count;
+        }
     }
     return false;
 }
 
+/* Sends all the bytes; gives up when the client takes nothing for too long. */
 static void Send(int socket, const char *bytes, size_t count)
 {
-    time_t start = time(NULL);
-    while (count > 0 && Elapsed(&start) < TransferSeconds) {
-        const ssize_t sent = send(socket, bytes, count, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (sent < 1) {
-            usleep(1000);
-            continue;
-        }
+    while (count > 0) {
+        const ssize_t sent = send(socket, bytes, count, MSG_NOSIGNAL);
+        if (sent < 1)
+            return;
         bytes += sent;
         count -= (size_t)sent;
     }
@@ -90,41 +67,37 @@ static void SendText(int socket, const char *text)
     Send(socket, text, strlen(text));
 }
 
-/* Sends the header of a list, and the rows one by one. */
+/* Sends the header of a list and its rows. */
 static void SendList(int socket, const char *command, int total, int count, Lines *rows)
 {
     char header[LineSize];
     snprintf(header, sizeof header, "%sResponse?Result=0&Total=%d&Offset=0&Count=%d\n", command,
              total, count);
     SendText(socket, header);
-    const char *end = rows->Bytes + rows->Size;
-    for (const char *row = rows->Bytes; row < end;) {
-        const char *next = (const char *)memchr(row, '\n', (size_t)(end - row)) + 1;
-        Send(socket, row, (size_t)(next - row));
-        row = next;
-    }
+    Send(socket, rows->Bytes, rows->Size);
     free(rows->Bytes);
 }
 
-/* Room for one more line; `Size` has to be moved on by its length. */
+/* Makes space for one more line; the caller adds its length to `Size`. */
 static char *NextLine(Lines *lines)
 {
-    if (lines->Size + LineSize > lines->Room) {
-        lines->Room = 2 * (lines->Room + LineSize);
-        lines->Bytes = realloc(lines->Bytes, lines->Room);
+    if (lines->Size + LineSize > lines->Capacity) {
+        lines->Capacity = 2 * (lines->Capacity + LineSize);
+        lines->Bytes = realloc(lines->Bytes, lines->Capacity);
         if (lines->Bytes == NULL)
             BaselineFail("realloc");
     }
     return lines->Bytes + lines->Size;
 }
 
-/* The value of a key that is led by "?" or "&", 0 or empty without it. */
+/* The value of a key, 0 without it. */
 static int NumberOf(const char *line, const char *key)
 {
     const char *place = strstr(line, key);
     return place == NULL ? 0 : atoi(place + strlen(key));
 }
 
+/* Copies the value of a key, cut to 32 bytes; empty without it. */
 static void TextOf(const char *line, const char *key, char text[33])
 {
     text[0] = '\0';
@@ -311,57 +284,41 @@ static void Serve(int socket, const char *line)
         BaselineFail(line);
 }
 
+static void SetLimit(int socket, int option, time_t seconds)
+{
+    const struct timeval limit = {seconds, 0};
+    if (setsockopt(socket, SOL_SOCKET, option, &limit, sizeof limit) != 0)
+        BaselineFail("setsockopt");
+}
+
 static void *RunSession(void *argument)
 {
-    Session *session = argument;
+    const int socket = (int)(intptr_t)argument;
+    SetLimit(socket, SO_RCVTIMEO, IdleSeconds);
+    SetLimit(socket, SO_SNDTIMEO, TransferSeconds);
     char line[LineSize];
-    time_t last = time(NULL);
-    while (Elapsed(&last) <= IdleSeconds) {
-        if (!Receive(session->Socket, line))
-            continue;
-        last = time(NULL);
-        Serve(session->Socket, line);
-    }
-    session->HasEnded = true;
+    while (Receive(socket, line))
+        Serve(socket, line);
+    close(socket);
     return NULL;
 }
 
-static void StartThread(void *(*body)(void *), void *argument)
+static void StartSession(int socket)
 {
     pthread_attr_t attributes;
     pthread_t thread;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_attr_setstacksize(&attributes, ThreadStack);
-    if (pthread_create(&thread, &attributes, body, argument) != 0)
+    if (pthread_create(&thread, &attributes, RunSession, (void *)(intptr_t)socket) != 0)
         BaselineFail("pthread_create");
     pthread_attr_destroy(&attributes);
-}
-
-static void *RunReaper(void *argument)
-{
-    for (;;) {
-        pthread_mutex_lock(&sessionsLock);
-        for (Session **link = &sessions; *link != NULL;) {
-            Session *session = *link;
-            if (!session->HasEnded) {
-                link = &session->Next;
-                continue;
-            }
-            *link = session->Next;
-            close(session->Socket);
-            free(session);
-        }
-        pthread_mutex_unlock(&sessionsLock);
-        usleep(1000);
-    }
-    return argument;
 }
 
 static int Listen(int port)
 {
     const int on = 1;
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP);
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
     struct sockaddr_in address = {0};
     address.sin_family = AF_INET;
     address.sin_port = htons((unsigned short)port);
@@ -376,22 +333,11 @@ int main(int argc, char **argv)
 {
     if (argc != 2)
         BaselineFail("nimbra-baseline PORT");
-    StartThread(RunReaper, NULL);
     const int listener = Listen(atoi(argv[1]));
     for (;;) {
         const int client = accept4(listener, NULL, NULL, SOCK_CLOEXEC);
-        if (client < 0) {
-            sleep(1);
-            continue;
-        }
-        Session *session = calloc(1, sizeof *session);
-        if (session == NULL)
-            BaselineFail("calloc");
-        session->Socket = client;
-        pthread_mutex_lock(&sessionsLock);
-        session->Next = sessions;
-        sessions = session;
-        pthread_mutex_unlock(&sessionsLock);
-        StartThread(RunSession, session);
+        if (client < 0)
+            BaselineFail("accept4");
+        StartSession(client);
     }
 }

@@ -9,16 +9,16 @@ extern "C" {
 #endif
 
 /// What the baseline does with the panel's databases: the calls of SQLite's C interface that a
-/// request forces, and nothing else. A failure ends the program, for it would measure nothing. Any
-/// thread.
+/// request forces, and nothing else. SQLite has its defaults. A failure ends the program, because a
+/// baseline that fails measures nothing. Any thread.
 
 #define BASELINE_MAIN_DATABASE "/tmp/NimbraDB/Nimbra.db"
 #define BASELINE_LOG_DATABASE "/tmp/NimbraDB/NimbraLog.db"
 
-/// Buffer of every statement that is formatted, but for the journal's.
+/// Size of the buffer of a formatted statement; the journal's is larger.
 #define BASELINE_SQL_SIZE 1024
 
-/// Columns that more than one statement reads.
+/// Columns that several statements read.
 #define BASELINE_EVENT_COLUMNS                                                                     \
     "IFNULL(A.Date, 0), IFNULL(A.Type, 0), IFNULL(A.Port, 0), IFNULL(A.DeviceName, ''), "          \
     "IFNULL(A.EventCode, 0), IFNULL(B.Name, ''), IFNULL(A.CardNo, 0), IFNULL(A.UserNo, 0), "       \
@@ -29,7 +29,7 @@ extern "C" {
     "IFNULL(CellPhone, ''), IFNULL(Email, ''), IFNULL(Ada, 0), IFNULL(Exempt, 0), "                \
     "IFNULL(ThreatLevel, 0)"
 
-/// The fields of one user; the texts are the caller's.
+/// The fields of one user; the caller owns the texts.
 typedef struct
 {
     const char *FirstName;
@@ -51,9 +51,9 @@ sqlite3_stmt *BaselinePrepare(sqlite3 *database, const char *sql);
 void BaselineExecute(sqlite3 *database, const char *sql);
 /// The first column of the first row, 0 without one.
 int BaselineFirstNumber(sqlite3 *database, const char *sql);
-/// Enters a statement in the journal.
+/// Adds a statement to the journal.
 void BaselineJournal(const char *statement);
-/// Runs a statement and enters it in the journal.
+/// Runs a statement and adds it to the journal.
 void BaselineChange(sqlite3 *database, const char *sql);
 /// Whether the lock of a door counts as open.
 int BaselineDoorLock(int doorNo);
@@ -62,7 +62,7 @@ void BaselineAddUser(const BaselineUser *user);
 /// Runs a line with the shell.
 void BaselineCommand(const char *line);
 
-/// Ends the program with a word on what failed.
+/// Ends the program with a message that says what failed.
 __attribute__((noreturn)) void BaselineFail(const char *what);
 
 #ifdef __cplusplus

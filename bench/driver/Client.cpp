@@ -1,6 +1,7 @@
 #include "bench/driver/Client.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <stdexcept>
@@ -8,6 +9,7 @@
 #include <system_error>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -36,7 +38,8 @@ void FailOn(const IoResult &result)
         throw std::system_error(result.Error, std::generic_category(), "connection");
 }
 
-/// One attempt, given up at once when the server has no room in its queue; none then.
+/// One attempt; none when it does not succeed at once, for example because the server's queue is
+/// full.
 Descriptor TryToConnect(int port)
 {
     Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -54,7 +57,12 @@ Descriptor TryToConnect(int port)
             getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0)
             return Descriptor();
     }
+    // From here on calls block, but not for ever.
     const int on = 1;
+    const timeval limit = {kPatience.count(), 0};
+    fcntl(socket.Get(), F_SETFL, 0);
+    setsockopt(socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return socket;
 }
@@ -70,10 +78,9 @@ Client::Client(int port)
     }
 }
 
-void Client::Send(const std::string &text)
+void Client::Send(std::string_view text)
 {
-    std::string_view rest = text;
-    FailOn(socket_.Send(&rest, PatienceEnd()));
+    FailOn(socket_.Send(&text, PatienceEnd()));
 }
 
 std::string Client::ReadLine()
@@ -90,6 +97,22 @@ std::string Client::Ask(const std::string &request)
 {
     Send(request);
     return ReadLine();
+}
+
+void Client::Exchange(std::string_view request, std::size_t size) const
+{
+    if (send(socket_.Get(), request.data(), request.size(), MSG_NOSIGNAL) !=
+        static_cast<ssize_t>(request.size()))
+        throw std::system_error(errno, std::generic_category(), "send");
+    std::array<char, 256> bytes;
+    while (size > 0) {
+        const ssize_t count = recv(socket_.Get(), bytes.data(), std::min(size, bytes.size()), 0);
+        if (count == 0)
+            throw std::runtime_error("the server has closed the connection");
+        if (count < 0)
+            throw std::system_error(errno, std::generic_category(), "recv");
+        size -= static_cast<std::size_t>(count);
+    }
 }
 
 void Client::LogIn()
@@ -124,7 +147,7 @@ void Client::Flood(const std::string &request, int count, std::size_t lines)
         lines -= found;
         if (lines == 0)
             return;
-        // The answers are read while requests are still to be sent: else both ends would wait.
+        // Answers are read while requests are sent: otherwise both ends could wait for ever.
         FailOn(socket_.Send(&rest, PatienceEnd(), OnReceive::Interrupt));
         Receive();
     }

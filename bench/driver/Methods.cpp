@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -12,13 +13,25 @@ namespace nimbra::bench {
 
 namespace {
 
-constexpr Bound kBound{1.05, false};
+constexpr char kGroup[] = "Methods";
+constexpr Bound kMedianOfQueries{Bound::Side::AtMost, 0.90, Bound::Subject::Agent};
+constexpr Bound kHighestOfQueries{Bound::Side::AtMost, 1.00, Bound::Subject::Agent};
+constexpr Bound kHighestOfOthers{Bound::Side::AtMost, 1.05, Bound::Subject::Agent};
 
-nlohmann::json RunOnce(const Plan &plan, bool isBaselineFirst)
+struct Method
 {
-    const std::string command = std::string(isBaselineFirst ? "NIMBRA_BASELINE_FIRST=1 " : "") +
-                                "'" + plan.Methods.string() + "' --benchmark_format=json 2>&1 " +
-                                "--benchmark_min_time=" + std::to_string(plan.Work.MethodSeconds);
+    std::string Kind;
+    std::string Name;
+    Rounds Times;
+
+    [[nodiscard]] bool IsQuery() const { return Kind == "query"; }
+    /// A method that pauses is compared by its elapsed time.
+    [[nodiscard]] bool IsElapsed() const { return Kind == "slow"; }
+};
+
+std::string Run(const Plan &plan, const std::string &arguments)
+{
+    const std::string command = "'" + plan.Methods.string() + "' " + arguments + " 2>&1";
     FILE *const pipe = popen(command.c_str(), "r");
     if (pipe == nullptr)
         throw std::runtime_error("the methods cannot be timed");
@@ -26,37 +39,65 @@ nlohmann::json RunOnce(const Plan &plan, bool isBaselineFirst)
     std::array<char, 65536> bytes;
     for (std::size_t count = 0; (count = fread(bytes.data(), 1, bytes.size(), pipe)) > 0;)
         output.append(bytes.data(), count);
-    // The library's warnings stand before the JSON.
-    const std::size_t begin = output.find("\n{\n");
-    if (pclose(pipe) != 0 || (begin == std::string::npos && output.rfind("{\n", 0) != 0))
+    if (pclose(pipe) != 0)
         throw std::runtime_error("the methods cannot be timed: " + output);
-    return nlohmann::json::parse(output.substr(begin == std::string::npos ? 0 : begin + 1));
+    return output;
+}
+
+std::vector<Method> Prepare(const Plan &plan)
+{
+    std::istringstream lines(Run(plan, "prepare"));
+    std::vector<Method> methods;
+    for (Method method; lines >> method.Kind >> method.Name;)
+        methods.push_back(method);
+    return methods;
+}
+
+/// The time of a call in microseconds.
+double Time(const Plan &plan, Role role, const Method &method)
+{
+    const std::string output = Run(
+        plan, std::string(role == Role::Agent ? "agent" : "baseline") + " '--benchmark_filter=^" +
+                  method.Name + "(/|$)' --benchmark_format=json --benchmark_min_time=" +
+                  std::to_string(plan.Work.MethodSeconds));
+    // Warnings of the library come before the JSON.
+    const std::size_t begin = output.find("{\n");
+    if (begin == std::string::npos)
+        throw std::runtime_error("the methods cannot be timed: " + output);
+    const auto result = nlohmann::json::parse(output.substr(begin));
+    return result.at("benchmarks").at(0).at(method.IsElapsed() ? "real_time" : "cpu_time");
+}
+
+/// A line whose value is a ratio that is found from the ratios of several methods.
+Figure RatioLine(const std::string &name, double ratio, Bound bound)
+{
+    return {kGroup, name, "", ratio, {}, {}, bound};
 }
 
 } // namespace
 
 void MeasureMethods(const Plan &plan, Report *report)
 {
-    std::vector<std::pair<std::string, Rounds>> methods;
-    for (int round = 0; round < plan.Work.MethodRounds; ++round) {
-        const nlohmann::json result = RunOnce(plan, round % 2 != 0);
-        for (const auto &entry : result.at("benchmarks")) {
-            // "agent/GetDoorLock", with more behind another slash.
-            const std::string full = entry.at("name");
-            const bool isAgent = full.rfind("agent/", 0) == 0;
-            const bool isElapsed = full.find("/real_time") != std::string::npos;
-            std::string name = full.substr(6, full.find('/', 6) - 6);
-            if (isElapsed)
-                name += " (elapsed)";
-            auto place = std::find_if(methods.begin(), methods.end(),
-                                      [&name](const auto &method) { return method.first == name; });
-            if (place == methods.end())
-                place = methods.emplace(methods.end(), name, Rounds());
-            place->second.Add(isAgent, entry.at(isElapsed ? "real_time" : "cpu_time"));
-        }
+    std::vector<Method> methods = Prepare(plan);
+    for (int round = 0; round < plan.Work.MethodRounds; ++round)
+        for (Method &method : methods)
+            for (int turn = 2 * round; turn < 2 * round + 2; ++turn)
+                method.Times.Add(RoleAt(turn), Time(plan, RoleAt(turn), method));
+
+    std::vector<double> queries;
+    std::vector<double> others;
+    for (const Method &method : methods) {
+        const std::string name = method.Name + (method.IsElapsed() ? " (elapsed)" : "");
+        const Figure figure = method.Times.Take(kGroup, name, "us");
+        report->Figures.push_back(figure);
+        (method.IsQuery() ? queries : others).push_back(figure.Ratio.value_or(0));
     }
-    for (const auto &[name, rounds] : methods)
-        report->Figures.push_back(rounds.Take("Methods", name, "us", kBound));
+    report->Figures.push_back(
+        RatioLine("query methods, median of the ratios", Median(queries), kMedianOfQueries));
+    report->Figures.push_back(
+        RatioLine("query methods, highest ratio", Quantile(queries, 1), kHighestOfQueries));
+    report->Figures.push_back(
+        RatioLine("other methods, highest ratio", Quantile(others, 1), kHighestOfOthers));
 }
 
 } // namespace nimbra::bench

@@ -7,32 +7,49 @@
 
 namespace nimbra::bench {
 
-/// What is measured: the agent, and the baseline that it is measured against.
-struct Side
+/// A program that serves clients on loopback.
+struct ServerProgram
 {
-    std::string Name;
-    std::filesystem::path Program;
+    /// What becomes of its standard error.
+    enum class Errors
+    {
+        Show,
+        Drop
+    };
+
+    std::filesystem::path Path;
+    std::vector<std::string> Arguments;
     int Port;
+    Errors OnError = Errors::Show;
 };
 
-/// A running server, and what it costs the machine. Ended, without mercy, with the object.
+/// Memory of a process, in KiB.
+struct Memory
+{
+    double Resident = 0;
+    double Proportional = 0; ///< resident, where pages that n processes share count 1/n
+    double PrivateDirty = 0; ///< written by the process and shared with no other
+};
+
+/// A running server, and the processor time and memory that it takes. Killed at the end of the
+/// object. Failures throw std::runtime_error or std::system_error.
 class Server
 {
 public:
-    explicit Server(const Side &side);
+    explicit Server(const ServerProgram &program);
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
 
-    [[nodiscard]] int Port() const { return port_; }
+    /// Waits until it accepts connections, without making one.
+    void AwaitListening() const;
     /// The ids of its threads.
     [[nodiscard]] std::set<int> Threads() const;
-    /// Processor time of one thread, or of all that are alive, in seconds; user and system. 0 for
-    /// a thread that has ended.
+    /// Processor time of one thread, user and system, in seconds; 0 for a thread that has ended.
     [[nodiscard]] double ProcessorTime(int thread) const;
+    /// Processor time of the process, threads that have ended included.
     [[nodiscard]] double ProcessorTime() const;
-    /// Memory that is its own and resident, in KiB.
-    [[nodiscard]] double PrivateMemory() const;
+    [[nodiscard]] Memory MemoryInUse() const;
 
 private:
     int port_;

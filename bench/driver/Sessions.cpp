@@ -1,79 +1,48 @@
-#include "bench/driver/Bench.h"
+#include "base/Descriptor.h"
+#include "bench/driver/Clock.h"
+#include "bench/driver/Crowd.h"
+#include "bench/driver/Panel.h"
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <map>
 #include <stdexcept>
 
 #include <sys/epoll.h>
-#include <unistd.h>
 
 namespace nimbra::bench {
 
 namespace {
 
-namespace fs = std::filesystem;
+constexpr char kRequest[] = "GetDoorInfo?DoorNo=1\n";
+constexpr char kGroup[] = "Throughput";
+constexpr Bound kAgainstBaseline{Bound::Side::AtLeast, 1.00, Bound::Subject::Agent};
+/// A rate that does not fall is measured to within 5 % of the one before.
+constexpr Bound kAgainstFewer{Bound::Side::AtLeast, 0.95, Bound::Subject::Agent};
 
-constexpr double kHeartbeatSeconds = 3;
-
-/// The sessions of one server.
-class Crowd
+/// A server with many sessions.
+class LoadedServer
 {
 public:
-    /// Begins with one connection, made as soon as the server listens.
-    explicit Crowd(int port) : port_(port) { clients_.emplace_back(port); }
+    explicit LoadedServer(const ServerProgram &program) : server_(program), sessions_(program.Port)
+    {}
 
-    /// Waits until the first one is served.
-    void GreetFirst() { Exchange(0, 1, "Hello?\n"); }
-
-    [[nodiscard]] std::vector<Client> &Clients() { return clients_; }
-
-    /// Adds sessions until there are as many, all logged in.
-    void GrowTo(std::size_t count)
-    {
-        KeepAlive();
-        for (double last = Now(); clients_.size() < count;) {
-            clients_.emplace_back(port_);
-            if (Now() - last > kHeartbeatSeconds) {
-                KeepAlive();
-                last = Now();
-            }
-        }
-        Exchange(loggedIn_, count, "Hello?\n");
-        Exchange(loggedIn_, count, "Login?Username=admin&Password=admin1234\n");
-        loggedIn_ = count;
-        KeepAlive();
-    }
+    [[nodiscard]] Crowd &Sessions() { return sessions_; }
 
 private:
-    void KeepAlive() { Exchange(0, loggedIn_, "Heartbeat?\n"); }
-
-    void Exchange(std::size_t from, std::size_t to, const std::string &request)
-    {
-        for (std::size_t i = from; i < to; ++i)
-            clients_[i].Send(request);
-        for (std::size_t i = from; i < to; ++i)
-            if (clients_[i].ReadLine().find("Result=0") == std::string::npos)
-                throw std::runtime_error("refused: " + request);
-    }
-
-    int port_;
-    std::vector<Client> clients_;
-    std::size_t loggedIn_ = 0; ///< so many from the first on have logged in
+    Server server_;
+    Crowd sessions_;
 };
 
-/// Requests per second when every session sends the next one as soon as it has its answer.
+/// Requests a second when every session sends the next one as soon as it has its answer.
 double LoadedRate(std::vector<Client> *clients, double seconds)
 {
-    const std::string request = "GetDoorInfo?DoorNo=1\n";
     const Descriptor events(epoll_create1(EPOLL_CLOEXEC));
     for (std::size_t i = 0; i < clients->size(); ++i) {
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u64 = i;
         epoll_ctl(events.Get(), EPOLL_CTL_ADD, (*clients)[i].Socket(), &event);
-        (*clients)[i].Send(request);
+        (*clients)[i].Send(kRequest);
     }
     int answers = 0;
     std::size_t open = clients->size();
@@ -91,7 +60,7 @@ double LoadedRate(std::vector<Client> *clients, double seconds)
             if (Now() - begin < seconds) {
                 ++answers;
                 end = Now();
-                client.Send(request);
+                client.Send(kRequest);
             } else {
                 --open;
             }
@@ -100,108 +69,58 @@ double LoadedRate(std::vector<Client> *clients, double seconds)
     return answers / (end - begin);
 }
 
-/// Milliseconds of processor time a second of sessions that send a heartbeat now and then.
-double IdleCost(const Server &server, std::vector<Client> *clients, double seconds)
+/// The lowest ratio of a rate to the highest one with fewer sessions; 1 with a single rate.
+double LowestAgainstFewer(const Curve &curve)
 {
-    const double before = server.ProcessorTime();
-    const double begin = Now();
-    for (std::size_t i = 0; i < clients->size(); ++i) {
-        const double due =
-            begin + seconds * static_cast<double>(i) / static_cast<double>(clients->size());
-        Sleep(std::max(0.0, due - Now()));
-        static_cast<void>((*clients)[i].Ask("Heartbeat?\n"));
+    double lowest = 1;
+    double highest = 0;
+    for (const Curve::Point &point : curve.Points) {
+        if (highest > 0)
+            lowest = std::min(lowest, point.Value.Agent / highest);
+        highest = std::max(highest, point.Value.Agent);
     }
-    Sleep(std::max(0.0, begin + seconds - Now()));
-    return (server.ProcessorTime() - before) * 1000 / (Now() - begin);
-}
-
-/// What one life of the agent and one of the baseline are compared in.
-struct Findings
-{
-    Rounds Listening;
-    Rounds Start;
-    Rounds Memory;
-    Rounds SessionMemory;
-    std::map<int, Rounds> Idle;
-    std::map<int, Rounds> Load;
-};
-
-void MeasureIdle(const Plan &plan, bool isAgent, const Server &server, Crowd *crowd,
-                 std::map<int, double> *memory, Findings *findings)
-{
-    const int count = static_cast<int>(crowd->Clients().size());
-    findings->Idle[count].Add(isAgent, IdleCost(server, &crowd->Clients(), plan.Work.IdleSeconds));
-    (*memory)[count] = server.PrivateMemory();
-}
-
-void MeasureLife(const Plan &plan, bool isAgent, Findings *findings)
-{
-    const Side &side = isAgent ? plan.Agent : plan.Baseline;
-    const double begin = Now();
-    const Server server(side);
-    Crowd crowd(side.Port);
-    findings->Listening.Add(isAgent, (Now() - begin) * 1000);
-    crowd.GreetFirst();
-    findings->Start.Add(isAgent, (Now() - begin) * 1000);
-    std::map<int, double> memory;
-    std::map<int, bool> levels;
-    for (const int count : plan.Work.LoadSessions)
-        levels[count] = true;
-    for (const int count : plan.Work.IdleSessions)
-        levels.emplace(count, false);
-    for (const auto &[count, isLoaded] : levels) {
-        crowd.GrowTo(static_cast<std::size_t>(count));
-        const auto &idle = plan.Work.IdleSessions;
-        if (std::find(idle.begin(), idle.end(), count) != idle.end())
-            MeasureIdle(plan, isAgent, server, &crowd, &memory, findings);
-        if (isLoaded)
-            findings->Load[count].Add(isAgent, LoadedRate(&crowd.Clients(), plan.Work.LoadSeconds));
-    }
-    const auto &[few, least] = *memory.begin();
-    const auto &[many, most] = *memory.rbegin();
-    findings->Memory.Add(isAgent, least);
-    findings->SessionMemory.Add(isAgent, (most - least) / (many - few));
-}
-
-/// Size of a program without its symbols, in KiB.
-double StrippedSize(const fs::path &program)
-{
-    const fs::path stripped = "/tmp/nimbra-bench-stripped";
-    const std::string command = "strip -o " + stripped.string() + " '" + program.string() + "'";
-    if (std::system(command.c_str()) != 0)
-        throw std::runtime_error("strip has failed");
-    const double size = static_cast<double>(fs::file_size(stripped)) / 1024;
-    fs::remove(stripped);
-    return size;
+    return lowest;
 }
 
 } // namespace
 
 void MeasureSessions(const Plan &plan, Report *report)
 {
-    LayOut(plan, 1000, 1000);
-    Findings findings;
-    for (int turn = 0; turn < 2 * plan.Work.SessionRounds; ++turn)
-        MeasureLife(plan, (turn + turn / 2) % 2 == 0, &findings);
-
-    constexpr char kGroup[] = "Idle and size";
-    auto &figures = report->Figures;
-    for (const auto &[count, rounds] : findings.Idle)
-        figures.push_back(
-            rounds.Take(kGroup, "processor time, idle sessions: " + std::to_string(count), "ms/s"));
-    figures.push_back(findings.Memory.Take(kGroup, "memory with one session", "KiB"));
-    figures.push_back(findings.SessionMemory.Take(kGroup, "memory of a session more", "KiB"));
-    figures.push_back(findings.Listening.Take(kGroup, "start to listening", "ms"));
-    figures.push_back(findings.Start.Take(kGroup, "start to first accepted connection", "ms"));
-    Rounds size;
-    size.Add(true, StrippedSize(plan.Agent.Program));
-    size.Add(false, StrippedSize(plan.Baseline.Program));
-    figures.push_back(size.Take(kGroup, "stripped program", "KiB"));
-
+    CreatePanel(plan, 1000, 1000);
+    LoadedServer agent(plan.Agent);
+    LoadedServer baseline(plan.Baseline);
     Curve curve{"GetDoorInfo?", "requests/s", {}};
-    for (const auto &[count, rounds] : findings.Load)
-        curve.Points.push_back({count, rounds.Take("", "GetDoorInfo?", "requests/s")});
+    std::vector<double> ratios;
+    for (const int count : plan.Work.LoadSessions) {
+        agent.Sessions().GrowTo(static_cast<std::size_t>(count));
+        baseline.Sessions().GrowTo(static_cast<std::size_t>(count));
+        Rounds rounds;
+        for (int turn = 0; turn < 2 * plan.Work.LoadRounds; ++turn) {
+            agent.Sessions().KeepAlive();
+            baseline.Sessions().KeepAlive();
+            const Role role = RoleAt(turn);
+            Crowd &crowd = role == Role::Agent ? agent.Sessions() : baseline.Sessions();
+            rounds.Add(role, LoadedRate(&crowd.Clients(), plan.Work.LoadSeconds));
+        }
+        const Figure figure = rounds.Take("", "GetDoorInfo?", "requests/s");
+        ratios.push_back(figure.Ratio.value_or(0));
+        curve.Points.push_back({count, figure});
+    }
     report->Sessions.push_back(curve);
+    report->Figures.push_back({kGroup,
+                               "any number of sessions, lowest ratio to the baseline",
+                               "",
+                               Quantile(ratios, 0),
+                               {},
+                               {},
+                               kAgainstBaseline});
+    report->Figures.push_back({kGroup,
+                               "more sessions, lowest ratio to the rate with fewer",
+                               "",
+                               LowestAgainstFewer(curve),
+                               {},
+                               {},
+                               kAgainstFewer});
 }
 
 } // namespace nimbra::bench

@@ -6,7 +6,6 @@
 #include <sqlite3.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -17,19 +16,25 @@
 
 #include <benchmark/benchmark.h>
 
-/// Times each method of DataManager against the baseline's twin of it, on a sample panel laid out
-/// in place: to be run in a sandbox.
+/// Times the methods of DataManager, or what the baseline does in their place, on a sample panel in
+/// the panel's own paths: to be run in a sandbox. A process times one of the two: the agent changes
+/// settings of SQLite, which has one set of them in a process.
+///
+///   nimbra-bench-methods prepare    creates the panel, requires that both run the same statements,
+///                                   and prints a line "KIND NAME" for each method
+///   nimbra-bench-methods agent|baseline [OPTION OF GOOGLE BENCHMARK]...
 namespace nimbra::bench {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-/// How a method is repeated.
+/// What a method does, and therefore how it is repeated.
 enum class Kind
 {
+    Computation, ///< uses no database
     Query,
-    Change,  ///< a fixed number of times: the tables grow, for both sides alike
+    Change,  ///< a fixed number of times: the tables grow, for both alike
     Command, ///< the same, but often: it starts a program, and no two starts cost the same
     Slow,    ///< once, and its pause counts
 };
@@ -41,10 +46,28 @@ struct Method
     std::function<bool(int turn)> Run;
 };
 
+const char *NameOf(Kind kind)
+{
+    switch (kind) {
+    case Kind::Computation:
+        return "computation";
+    case Kind::Query:
+        return "query";
+    case Kind::Change:
+        return "change";
+    case Kind::Command:
+        return "command";
+    case Kind::Slow:
+        break;
+    }
+    return "slow";
+}
+
 /// How often a method is called in a round; 0 for as often as a given time takes.
 int Calls(Kind kind)
 {
     switch (kind) {
+    case Kind::Computation:
     case Kind::Query:
         return 0;
     case Kind::Change:
@@ -87,7 +110,7 @@ CardInfo BenchCard(const std::string &cardNumber)
     return card;
 }
 
-/// A method that fills one record of which `Number` is given.
+/// A method that fills one record, found by its number.
 template <class Record>
 std::function<bool(int)> One(bool (DataManager::*method)(Record *), std::int32_t Record::*number,
                              std::int32_t value)
@@ -110,7 +133,7 @@ std::function<bool(int)> List(bool (DataManager::*method)(Filter *, RowList<Reco
     };
 }
 
-/// A method that gives one number.
+/// A method that returns one number.
 std::function<bool(int)> Number(bool (DataManager::*method)(std::int32_t, std::int32_t *))
 {
     return [=](int) {
@@ -121,7 +144,7 @@ std::function<bool(int)> Number(bool (DataManager::*method)(std::int32_t, std::i
 
 std::vector<Method> AccountMethods()
 {
-    return {{"HashPassword", Kind::Query,
+    return {{"HashPassword", Kind::Computation,
              [](int) { return !DataManager::HashPassword("operate!1").IsEmpty(); }},
             {"CheckPassword", Kind::Query,
              [](int) {
@@ -256,7 +279,7 @@ void (*BaselineOf(const std::string &name))(int turn)
     throw std::runtime_error("the baseline has no " + name);
 }
 
-void LayOut()
+void CreatePanel()
 {
     panel::PanelOptions options;
     options.Size = {1000, 1000, 1000, 16};
@@ -270,7 +293,7 @@ void Restore()
     fs::copy_file(kPristine, kPanel.MainDatabase, fs::copy_options::overwrite_existing);
 }
 
-/// The statements that SQLite has run since the last look, in order.
+/// The statements that SQLite has run since the list was cleared, in order.
 std::vector<std::string> ran;
 
 int Note(unsigned /*kind*/, void * /*context*/, void *statement, void *text)
@@ -294,7 +317,7 @@ std::vector<std::string> StatementsOf(const std::function<void()> &call)
     return ran;
 }
 
-/// Throws unless the agent and the baseline run the very same statements in the same order.
+/// Throws unless the agent and the baseline run the same statements in the same order.
 void CompareStatements(const std::vector<Method> &methods)
 {
     const auto entry = reinterpret_cast<void (*)()>(&NoteAllOf);
@@ -317,14 +340,22 @@ void CompareStatements(const std::vector<Method> &methods)
     sqlite3_cancel_auto_extension(entry);
 }
 
-void Register(const Method &method, const std::string &side, const std::function<void(int)> &run)
+void Prepare()
 {
-    auto *entry = benchmark::RegisterBenchmark((side + "/" + method.Name).c_str(),
-                                               [run](benchmark::State &state) {
-                                                   int turn = 0;
-                                                   for (auto _ : state)
-                                                       run(++turn);
-                                               });
+    CreatePanel();
+    const std::vector<Method> methods = AllMethods();
+    CompareStatements(methods);
+    for (const Method &method : methods)
+        std::printf("%s %s\n", NameOf(method.Repeats), method.Name);
+}
+
+void Register(const Method &method, const std::function<void(int)> &run)
+{
+    auto *entry = benchmark::RegisterBenchmark(method.Name, [run](benchmark::State &state) {
+        int turn = 0;
+        for (auto _ : state)
+            run(++turn);
+    });
     entry->Unit(benchmark::kMicrosecond)->Setup([](const auto &) { Restore(); });
     if (const int calls = Calls(method.Repeats); calls > 0)
         entry->Iterations(calls);
@@ -332,33 +363,38 @@ void Register(const Method &method, const std::string &side, const std::function
         entry->UseRealTime();
 }
 
-/// Side by side, so that both find the machine in the same state; which one is first takes turns.
-void RegisterAll(const std::vector<Method> &methods, bool isBaselineFirst)
+void RegisterAgent()
 {
-    for (const Method &method : methods) {
-        const auto agent = [&method] {
-            Register(method, "agent",
-                     [run = method.Run](int turn) { benchmark::DoNotOptimize(run(turn)); });
-        };
-        if (!isBaselineFirst)
-            agent();
-        Register(method, "baseline", BaselineOf(method.Name));
-        if (isBaselineFirst)
-            agent();
-    }
+    for (const Method &method : AllMethods())
+        Register(method, [run = method.Run](int turn) { benchmark::DoNotOptimize(run(turn)); });
+}
+
+void RegisterBaseline()
+{
+    for (const Method &method : AllMethods())
+        Register(method, BaselineOf(method.Name));
 }
 
 int Main(int argc, char **argv)
 {
-    // The driver says which side is first in this round.
-    const bool isBaselineFirst = std::getenv("NIMBRA_BASELINE_FIRST") != nullptr;
     try {
-        LayOut();
-        const std::vector<Method> methods = AllMethods();
-        CompareStatements(methods);
-        RegisterAll(methods, isBaselineFirst);
-        benchmark::Initialize(&argc, argv);
-        if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        const std::string mode = argc > 1 ? argv[1] : "";
+        if (mode == "prepare") {
+            Prepare();
+            return 0;
+        }
+        if (mode == "agent") {
+            Database::ConfigureSqlite();
+            RegisterAgent();
+        } else if (mode == "baseline")
+            RegisterBaseline();
+        else
+            throw std::runtime_error("the first argument is prepare, agent or baseline");
+        // Google Benchmark gets the other arguments.
+        argv[1] = argv[0];
+        int count = argc - 1;
+        benchmark::Initialize(&count, argv + 1);
+        if (benchmark::ReportUnrecognizedArguments(count, argv + 1))
             return 1;
         benchmark::RunSpecifiedBenchmarks();
         return 0;

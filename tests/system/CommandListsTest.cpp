@@ -26,16 +26,16 @@ std::vector<std::string> CommandsOfAgent()
 }
 
 #ifdef NIMBRA_METHODS_PATH
-/// The methods of the agent that the benchmark measures: it lists them as "agent/<name>/...".
+/// The methods of the agent that the benchmark measures: it lists them as "<name>" or "<name>/...".
 std::set<std::string> MethodsOfBenchmark()
 {
-    const ProgramResult result = RunProgram({NIMBRA_METHODS_PATH, "--benchmark_list_tests"});
+    const ProgramResult result =
+        RunProgram({NIMBRA_METHODS_PATH, "agent", "--benchmark_list_tests"});
     EXPECT_EQ(result.Status, 0) << result.Output;
     std::set<std::string> names;
     std::istringstream lines(result.Output);
-    for (std::string side, name; std::getline(lines, side, '/') && std::getline(lines, name);)
-        if (side == "agent")
-            names.insert(name.substr(0, name.find('/')));
+    for (std::string line; std::getline(lines, line);)
+        names.insert(line.substr(0, line.find('/')));
     return names;
 }
 #endif
