@@ -95,7 +95,7 @@ protected:
     }
 
     /// The MAC address that is read from this output of ifconfig; "(none)" when that fails.
-    std::string MacIn(const std::string &text) const
+    [[nodiscard]] std::string MacIn(const std::string &text) const
     {
         PrintByIfconfig(text);
         return config_->ReadMacAddress() ? config_->MacAddr.Get() : "(none)";
