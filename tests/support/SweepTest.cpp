@@ -1,5 +1,7 @@
 #include "support/SweepTest.h"
 
+#include "support/Waiting.h"
+
 #include <csignal>
 #include <filesystem>
 
@@ -19,7 +21,9 @@ SweepTest::SweepTest(const char *request)
     fs::copy(panel_.Paths().MainDatabase, kSaved);
     Ask();
     Restore();
-    descriptors_ = agent_.Descriptors();
+    // All services have opened their sockets when the agent has those and that of the client.
+    descriptors_ = Agent::kDescriptorsAtRest + 1;
+    EXPECT_TRUE(WaitUntil([this] { return agent_.Descriptors() == descriptors_; }));
 }
 
 SweepTest::~SweepTest()
