@@ -3,8 +3,6 @@
 #include "base/Log.h"
 #include "data/LockTime.h"
 
-#include <mutex>
-
 namespace nimbra {
 
 /// The turn of one change among the changes of all sessions, held while the object lives: two
@@ -16,14 +14,15 @@ public:
     /// Waits for the turn, from the request's time for locks. When that is spent logs
     /// "sqlite3_exec fail" with `logSource` and the calling method; IsHeld() is then false.
     explicit ChangeTurn(const char *logSource, CallPlace place = CallPlace::Here());
+    ~ChangeTurn();
     ChangeTurn(const ChangeTurn &) = delete;
     ChangeTurn &operator=(const ChangeTurn &) = delete;
 
-    [[nodiscard]] bool IsHeld() const { return lock_.owns_lock(); }
+    [[nodiscard]] bool IsHeld() const { return isHeld_; }
 
 private:
     LockTime lockTime_;
-    std::unique_lock<std::timed_mutex> lock_;
+    bool isHeld_;
 };
 
 } // namespace nimbra
