@@ -18,11 +18,11 @@ constexpr std::time_t kClientSeconds = 60;
 
 bool RowSender::Add(std::string_view line)
 {
-    if ((lines_ == kBatchLines || kBatchSize - Size() < line.size()) && !Flush())
+    if ((lines_ == Batch::kLines || Batch::kSize - Size() < line.size()) && !Flush())
         return false;
     const std::size_t begin = Size();
-    line.copy(bytes_.get() + begin, line.size());
-    ends_[lines_] = begin + line.size();
+    line.copy(batch_->Bytes.data() + begin, line.size());
+    batch_->Ends[lines_] = static_cast<std::uint16_t>(begin + line.size());
     ++lines_;
     return true;
 }
@@ -34,7 +34,7 @@ bool RowSender::Flush()
     SecondTimer sinceLine;
     SocketWait wait(socket_, WaitForOutput);
     for (std::size_t line = 0; line < lines_;) {
-        const ssize_t result = send(socket_, bytes_.get() + done, end - done, MSG_DONTWAIT);
+        const ssize_t result = send(socket_, batch_->Bytes.data() + done, end - done, MSG_DONTWAIT);
         if (result > 0) {
             done += static_cast<std::size_t>(result);
             sinceTaken_ = SecondTimer();
@@ -43,19 +43,19 @@ bool RowSender::Flush()
         isGivenUp_ = sinceTaken_.Elapsed() >= kClientSeconds;
         if (isGivenUp_)
             return false;
-        if (done < ends_[line] && (hasFailed || sinceLine.Elapsed() >= kLineSeconds))
-            done = ends_[line];
-        if (done < ends_[line])
+        if (done < batch_->Ends[line] && (hasFailed || sinceLine.Elapsed() >= kLineSeconds))
+            done = batch_->Ends[line];
+        if (done < batch_->Ends[line])
             continue;
-        while (line < lines_ && ends_[line] <= done)
+        while (line < lines_ && batch_->Ends[line] <= done)
             ++line;
         sinceLine = SecondTimer();
         if (stop_.IsSet()) {
-            const std::size_t begin = line == 0 ? 0 : ends_[line - 1];
+            const std::size_t begin = line == 0 ? 0 : batch_->Ends[line - 1];
             if (done == begin)
                 return false;
             // A part of this line is sent: it is the one on its way.
-            end = ends_[line];
+            end = batch_->Ends[line];
         }
     }
     lines_ = 0;
@@ -64,7 +64,7 @@ bool RowSender::Flush()
 
 std::size_t RowSender::Size() const
 {
-    return lines_ == 0 ? 0 : ends_[lines_ - 1];
+    return lines_ == 0 ? 0 : batch_->Ends[lines_ - 1];
 }
 
 } // namespace nimbra

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -28,8 +29,16 @@ public:
     [[nodiscard]] bool IsGivenUp() const { return isGivenUp_; }
 
 private:
-    static constexpr std::size_t kBatchSize = std::size_t{16} * 1024;
-    static constexpr std::size_t kBatchLines = 256;
+    /// The lines of a batch, one behind the other, and where each ends.
+    struct Batch
+    {
+        static constexpr std::size_t kSize = std::size_t{16} * 1024;
+        static constexpr std::size_t kLines = 256;
+        static_assert(kSize <= UINT16_MAX);
+
+        std::array<char, kSize> Bytes;
+        std::array<std::uint16_t, kLines> Ends;
+    };
 
     /// How many bytes the lines of the batch have.
     [[nodiscard]] std::size_t Size() const;
@@ -38,10 +47,9 @@ private:
     const Flag &stop_;
     SecondTimer sinceTaken_;
     bool isGivenUp_ = false;
-    /// The lines of a batch, one behind the other, and where each ends. Allocated with the sender:
-    /// an allocation that fails later would leave a list without its end.
-    std::unique_ptr<char[]> bytes_ = std::make_unique_for_overwrite<char[]>(kBatchSize);
-    std::array<std::size_t, kBatchLines> ends_;
+    /// Allocated with the sender: an allocation that fails later would leave a list without its
+    /// end.
+    std::unique_ptr<Batch> batch_ = std::make_unique_for_overwrite<Batch>();
     std::size_t lines_ = 0;
 };
 
