@@ -79,10 +79,10 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
     SqlText condition;
     condition.AppendFilter("A.UserNo=", filter->UserNo);
     filter->Page.Total =
-        panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s ", kTables) + condition);
+        panel.FirstNumber(SqlText("SELECT COUNT(*) FROM %s ", kTables).Append(condition));
     filter->Page.SetDefaultLimit();
     filter->Page.AppendTo(condition);
-    Statement row(panel, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
+    Statement row(panel, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables).Append(condition));
     for (CardInfo card; row.Step();) {
         row.Read(&card.No);
         ReadCard(row, &card);

@@ -57,11 +57,11 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
     condition.AppendFilter("No=", filter->DoorNo);
     condition.AppendLike("Name", filter->Name.Get());
     condition.Append(" %s Disable=0", condition.Link());
-    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM Door ") + condition);
+    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM Door ").Append(condition));
     filter->Page.AppendTo(condition);
     RowList<DoorInfo> doors;
     {
-        Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ") + condition);
+        Statement row(panel, SqlText("SELECT No, IFNULL(Name, '') FROM Door ").Append(condition));
         for (DoorInfo door; row.Step();) {
             row.Read(&door.DoorNo, &door.Name);
             if (!Keep(door, &doors))

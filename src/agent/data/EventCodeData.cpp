@@ -26,9 +26,11 @@ bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo>
     SqlText condition;
     condition.AppendFilter("EventCode=", filter->Code);
     condition.AppendLike("Name", filter->Desc.Get());
-    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM EventCode ") + condition);
+    filter->Page.Total =
+        panel.FirstNumber(SqlText("SELECT COUNT(*) FROM EventCode ").Append(condition));
     filter->Page.AppendTo(condition);
-    Statement row(panel, SqlText("SELECT EventCode, IFNULL(Name, '') FROM EventCode ") + condition);
+    Statement row(panel,
+                  SqlText("SELECT EventCode, IFNULL(Name, '') FROM EventCode ").Append(condition));
     for (EventCodeInfo code; row.Step();) {
         row.Read(&code.Code, &code.Desc);
         if (!Keep(code, rows))

@@ -67,7 +67,7 @@ bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
     SqlText condition = Condition(*filter);
     condition.Append(" ORDER BY A.No DESC");
     filter->Page.AppendTo(condition);
-    Statement row(log, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables) + condition);
+    Statement row(log, SqlText("SELECT A.No, %s FROM %s ", kColumns, kTables).Append(condition));
     for (EventInfo event; row.Step();) {
         row.Read(&event.EventNo);
         ReadEvent(row, &event);

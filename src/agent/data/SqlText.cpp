@@ -21,12 +21,11 @@ void SqlText::Append(const char *format, ...)
     va_end(arguments);
 }
 
-SqlText SqlText::operator+(const SqlText &other) const
+SqlText &SqlText::Append(const SqlText &other)
 {
-    SqlText sum = *this;
-    sum.isRefused_ = isRefused_ || other.isRefused_;
-    sum.Put(other.text_, other.length_);
-    return sum;
+    isRefused_ = isRefused_ || other.isRefused_;
+    Put(other.text_, other.length_);
+    return *this;
 }
 
 void SqlText::AppendFilter(const char *comparison, std::int32_t value)

@@ -21,8 +21,8 @@ public:
 
     /// Appends a formatted piece whose quotes are balanced.
     [[gnu::format(printf, 2, 3)]] void Append(const char *format, ...);
-    /// This text with another one behind it; refused if either is.
-    [[nodiscard]] SqlText operator+(const SqlText &other) const;
+    /// Appends another text and returns this one; refused if either is.
+    SqlText &Append(const SqlText &other);
 
     /// Appends one more condition to a condition text: the first is led by WHERE, the later ones by
     /// AND. A value of 0, or an empty one, filters nothing. `comparison` reads like "A.Date>=".

@@ -58,10 +58,10 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
     if (!panel.IsOpen())
         return false;
     SqlText condition = Condition(filter->User);
-    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM User ") + condition);
+    filter->Page.Total = panel.FirstNumber(SqlText("SELECT COUNT(*) FROM User ").Append(condition));
     filter->Page.SetDefaultLimit();
     filter->Page.AppendTo(condition);
-    Statement row(panel, SqlText("SELECT No, %s FROM User ", kColumns) + condition);
+    Statement row(panel, SqlText("SELECT No, %s FROM User ", kColumns).Append(condition));
     for (UserInfo user; row.Step();) {
         row.Read(&user.UserNo);
         ReadUser(row, &user);

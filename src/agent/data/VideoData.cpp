@@ -25,8 +25,8 @@ bool ReadChannel(Database &panel, const SqlText &condition, VideoInfo *video)
         panel, SqlText("SELECT IFNULL(A.Name, ''), IFNULL(A.Type, 0), IFNULL(A.IP, ''), "
                        "IFNULL(A.LivePort, 0), IFNULL(A.HttpID, ''), IFNULL(A.HttpPassword, ''), "
                        "IFNULL(B.Channel, 0), IFNULL(B.CameraID, '') FROM DVR AS A JOIN "
-                       "DVRChannel AS B ON A.No=B.DvrNo ") +
-                   condition);
+                       "DVRChannel AS B ON A.No=B.DvrNo ")
+                   .Append(condition));
     if (!row.Step())
         return false;
     row.Read(&video->Name, &video->Type, &video->Address, &video->Port, &video->Username,

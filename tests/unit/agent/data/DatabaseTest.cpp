@@ -160,13 +160,14 @@ TEST_F(DatabaseTest, NeverRunsRefusedStatement)
     panel_.Run("INSERT INTO Door VALUES (1, 'a'), (2, 'b')");
     const SqlText unsafe("DELETE FROM Door; SELECT '%s'", "'");
     EXPECT_EQ(database.Execute(unsafe), SQLITE_ERROR);
-    const SqlText cut = SqlText("DELETE FROM Door") + SqlText("%s", std::string(2000, ' ').c_str());
+    SqlText cut("DELETE FROM Door");
+    cut.Append("%s", std::string(2000, ' ').c_str());
     EXPECT_STREQ(cut.Get(), "DELETE FROM Door");
     EXPECT_EQ(database.Execute(cut), SQLITE_ERROR);
     Statement query(database, cut);
     EXPECT_FALSE(query.Step());
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT COUNT(*) FROM Door")), 2);
-    EXPECT_EQ(database.FirstNumber(SqlText("SELECT 7") + unsafe), 0);
+    EXPECT_EQ(database.FirstNumber(SqlText("SELECT 7").Append(unsafe)), 0);
 }
 
 TEST_F(DatabaseTest, ReturnsFirstNumberOfFirstRow)

@@ -179,16 +179,13 @@ TEST(SqlText, AppendsToExistingText)
     EXPECT_FALSE(sql.IsRefused());
 }
 
-TEST(SqlText, SumConcatenatesTexts)
+TEST(SqlText, AppendsOtherText)
 {
-    const SqlText first("SELECT ");
-    const SqlText second("%d", 1);
-    const SqlText sum = first + second;
-    EXPECT_STREQ(sum.Get(), "SELECT 1");
-    EXPECT_FALSE(sum.IsRefused());
-    EXPECT_STREQ(first.Get(), "SELECT ");
-    EXPECT_STREQ((first + SqlText()).Get(), "SELECT ");
-    EXPECT_STREQ((SqlText() + second).Get(), "1");
+    SqlText sql("SELECT ");
+    sql.Append(SqlText("%d", 1)).Append(SqlText());
+    EXPECT_STREQ(sql.Get(), "SELECT 1");
+    EXPECT_FALSE(sql.IsRefused());
+    EXPECT_STREQ(SqlText().Append(sql).Get(), "SELECT 1");
 }
 
 TEST(SqlText, KeepsStatementOneByteBelowCapacity)
@@ -245,13 +242,15 @@ TEST(SqlText, RefusesAppendedTextThatDoesNotFit)
     EXPECT_TRUE(sql.IsRefused());
 }
 
-TEST(SqlText, RefusesSumThatDoesNotFit)
+TEST(SqlText, RefusesOtherTextThatDoesNotFit)
 {
     const SqlText half("%s", std::string(512, 'x').c_str());
     const SqlText lesserHalf("%s", std::string(511, 'x').c_str());
-    EXPECT_TRUE((half + half).IsRefused());
-    EXPECT_FALSE((half + lesserHalf).IsRefused());
-    EXPECT_EQ((half + lesserHalf).Get(), std::string(1023, 'x'));
+    SqlText sql = half;
+    EXPECT_TRUE(sql.Append(half).IsRefused());
+    sql = half;
+    EXPECT_FALSE(sql.Append(lesserHalf).IsRefused());
+    EXPECT_EQ(sql.Get(), std::string(1023, 'x'));
 }
 
 TEST(SqlText, StaysRefusedWhenTextIsAppended)
@@ -263,18 +262,18 @@ TEST(SqlText, StaysRefusedWhenTextIsAppended)
     EXPECT_TRUE(refused.IsRefused());
 }
 
-TEST(SqlText, SumIsRefusedWhenOneTextIsRefused)
+TEST(SqlText, IsRefusedWhenOneOfItsTextsIsRefused)
 {
     const SqlText good("SELECT 1");
     const SqlText unsafe("'%s'", "'");
     const SqlText longer("%s", std::string(2000, 'x').c_str());
-    EXPECT_TRUE((good + unsafe).IsRefused());
-    EXPECT_TRUE((unsafe + good).IsRefused());
-    EXPECT_TRUE((good + longer).IsRefused());
-    EXPECT_TRUE((longer + good).IsRefused());
-    EXPECT_TRUE((unsafe + longer + good + SqlText()).IsRefused());
-    EXPECT_TRUE((SqlText() + unsafe).IsRefused());
-    EXPECT_FALSE((good + SqlText()).IsRefused());
+    EXPECT_TRUE(SqlText(good).Append(unsafe).IsRefused());
+    EXPECT_TRUE(SqlText(unsafe).Append(good).IsRefused());
+    EXPECT_TRUE(SqlText(good).Append(longer).IsRefused());
+    EXPECT_TRUE(SqlText(longer).Append(good).IsRefused());
+    EXPECT_TRUE(SqlText(unsafe).Append(longer).Append(good).Append(SqlText()).IsRefused());
+    EXPECT_TRUE(SqlText().Append(unsafe).IsRefused());
+    EXPECT_FALSE(SqlText(good).Append(SqlText()).IsRefused());
 }
 
 TEST(SqlText, DetectsWhetherTextStaysInItsLiteral)
@@ -462,7 +461,8 @@ TEST(SqlText, FilterFindsAnyText)
         condition.AppendLike("A", doubled.c_str());
         ASSERT_FALSE(condition.IsRefused());
         const SqlText query =
-            SqlText("SELECT A FROM (SELECT 'before%safter' AS A)", doubled.c_str()) + condition;
+            SqlText("SELECT A FROM (SELECT 'before%safter' AS A)", doubled.c_str())
+                .Append(condition);
         ASSERT_EQ(sqlite.RowOf(query.Get()), Columns{"before" + text + "after"}) << query.Get();
     }
 }
