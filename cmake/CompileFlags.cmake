@@ -1,9 +1,12 @@
 # Flags that every target of the project is built with.
 add_library(nimbra_flags INTERFACE)
+# The warnings that GCC and Clang share. They are errors only in the presets: another compiler may find
+# more.
 target_compile_options(nimbra_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
-    -Wcast-align -Wcast-qual -Wimplicit-fallthrough -Wdouble-promotion -Wswitch-enum
-    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast;-Woverloaded-virtual;-Wnon-virtual-dtor>
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wconversion;-Wsign-conversion>
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-Wformat=2;-Wundef;-Wcast-align;-Wcast-qual;-Wimplicit-fallthrough>
+    $<$<CXX_COMPILER_ID:GNU,Clang>:-Wdouble-promotion;-Wswitch-enum>
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-Wold-style-cast;-Woverloaded-virtual;-Wnon-virtual-dtor>
     $<$<BOOL:${NIMBRA_WERROR}>:-Werror>)
 # 64-bit files and times on 32-bit boards too: dates after 2038 are computed alike everywhere.
 target_compile_definitions(nimbra_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
@@ -33,9 +36,12 @@ if(NIMBRA_FUZZ)
 endif()
 
 if(NIMBRA_HARDEN)
+    # A library for applications is position-independent by a flag of its own, which -fPIE would undo.
+    # _FORTIFY_SOURCE needs an optimised build; some compilers define it already.
     target_compile_options(nimbra_flags INTERFACE
-        -fPIE -fstack-protector-strong -ffunction-sections -fdata-sections)
-    target_compile_definitions(nimbra_flags INTERFACE _FORTIFY_SOURCE=2)
+        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:POSITION_INDEPENDENT_CODE>>>:-fPIE>
+        -fstack-protector-strong -ffunction-sections -fdata-sections
+        $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
     target_link_options(nimbra_flags INTERFACE
         -pie -Wl,-z,relro,-z,now -Wl,--gc-sections -Wl,--as-needed)
 endif()

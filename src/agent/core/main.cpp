@@ -8,8 +8,10 @@
 #include <initializer_list>
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace nimbra {
 
@@ -32,10 +34,12 @@ void HoldStandardDescriptors()
 
 void ConfigureMemory()
 {
+#ifdef __GLIBC__ // other C libraries have one heap, and no such settings
     // One heap for all threads: what one session has freed serves the next. Large blocks, such as
     // those of lists and images, go back to the system as soon as they are freed.
     mallopt(M_ARENA_MAX, 1);
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+#endif
     Database::ConfigureSqlite();
 }
 
