@@ -2,7 +2,9 @@
 
 #include "base/Descriptor.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -71,6 +73,19 @@ std::size_t Faults::Calls(faults::Point point) const
 std::size_t Faults::Failed(faults::Point point) const
 {
     return At(point).Failed;
+}
+
+void Faults::ForgetStatements()
+{
+    state_->StatementCount = 0;
+    for (char *statement : state_->Statements)
+        std::fill_n(statement, faults::kStatementSize, '\0');
+}
+
+std::vector<std::string> Faults::Statements() const
+{
+    const std::uint32_t count = std::min(state_->StatementCount.load(), faults::kStatements);
+    return {std::begin(state_->Statements), std::begin(state_->Statements) + count};
 }
 
 } // namespace nimbra::test

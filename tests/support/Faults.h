@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace nimbra::test {
 
@@ -38,6 +39,15 @@ public:
     /// The calls at this point since its last rule was set, and those of them that failed.
     [[nodiscard]] std::size_t Calls(faults::Point point) const;
     [[nodiscard]] std::size_t Failed(faults::Point point) const;
+
+    /// The turn of the last call at this point among the agent's calls at all points; 0 if there
+    /// was none.
+    [[nodiscard]] std::uint32_t Turn(faults::Point point) const { return At(point).Turn; }
+
+    /// Drops the statements that the agent has given to SQLite so far.
+    void ForgetStatements();
+    /// The texts of the statements since then, at most faults::kStatements.
+    [[nodiscard]] std::vector<std::string> Statements() const;
 
     /// Sets the agent's clock `ahead` seconds ahead of the machine's; behind it if negative.
     void SetClock(std::int64_t ahead) { state_->ClockSeconds = ahead; }

@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -23,6 +24,7 @@ namespace {
 
 using nimbra::faults::ClockSeconds;
 using nimbra::faults::Point;
+using nimbra::faults::RecordStatement;
 using nimbra::faults::ShallFail;
 using nimbra::faults::TakeError;
 
@@ -73,6 +75,14 @@ bool IsDatabaseFile(int descriptor)
     char path[256] = "";
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
     return readlink(link, path, sizeof path - 1) > 0 && StartsWith(path, kDatabases);
+}
+
+Point SyncPoint(int descriptor)
+{
+    struct stat status = {};
+    if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode))
+        return Point::SyncDirectory;
+    return IsDatabaseFile(descriptor) ? Point::SyncDatabaseFile : Point::Sync;
 }
 
 int SetStatusFlags(int descriptor, int command, void *argument)
@@ -216,9 +226,7 @@ ssize_t write(int descriptor, const void *bytes, size_t count)
 
 int fsync(int descriptor)
 {
-    return ShallFail(IsDatabaseFile(descriptor) ? Point::SyncDatabaseFile : Point::Sync)
-               ? -1
-               : Real<&fsync>("fsync")(descriptor);
+    return ShallFail(SyncPoint(descriptor)) ? -1 : Real<&fsync>("fsync")(descriptor);
 }
 
 int fdatasync(int descriptor)
@@ -252,6 +260,8 @@ int sqlite3_prepare_v2(sqlite3 *database, const char *sql, int size, sqlite3_stm
                        const char **tail)
 {
     const bool isAgentCall = !IsFromSqlite(__builtin_return_address(0));
+    if (isAgentCall)
+        RecordStatement(sql);
     const int error = isAgentCall ? TakeError(Point::PrepareStatement) : 0;
     if (error == 0)
         return Real<&sqlite3_prepare_v2>("sqlite3_prepare_v2")(database, sql, size, statement,
@@ -271,6 +281,8 @@ int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int
                  void *argument, char **message)
 {
     const bool isAgentCall = !IsFromSqlite(__builtin_return_address(0));
+    if (isAgentCall)
+        RecordStatement(sql);
     const int error = isAgentCall ? TakeError(Point::ExecuteStatement) : 0;
     return error != 0
                ? error

@@ -46,6 +46,7 @@ int TakeError(Point point)
     if (shared == nullptr)
         return 0;
     PointState &state = shared->Points[static_cast<unsigned>(point)];
+    state.Turn = shared->Turns.fetch_add(1) + 1;
     const std::uint32_t call = state.Calls.fetch_add(1) + 1;
     const std::uint32_t first = state.First.load();
     if (first == 0 || call < first || call - first >= state.Number.load())
@@ -61,6 +62,16 @@ bool ShallFail(Point point)
     if (error != 0)
         errno = error;
     return error != 0;
+}
+
+void RecordStatement(const char *sql)
+{
+    SharedState *const shared = sharedState.load();
+    if (shared == nullptr)
+        return;
+    const std::uint32_t number = shared->StatementCount.fetch_add(1);
+    if (number < kStatements)
+        std::strncpy(shared->Statements[number], sql, kStatementSize - 1);
 }
 
 std::time_t ClockSeconds()

@@ -14,6 +14,9 @@ namespace nimbra::faults {
 /// fail.
 [[nodiscard]] bool ShallFail(Point point);
 
+/// Keeps the text of a statement, while there is space for it.
+void RecordStatement(const char *sql);
+
 /// The agent's clock minus the machine's.
 [[nodiscard]] std::time_t ClockSeconds();
 

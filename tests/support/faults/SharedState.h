@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -33,7 +34,8 @@ enum class Point : unsigned
     OpenImage,
     CreateTemporary, ///< mkostemp
     Write,
-    Sync, ///< fsync
+    Sync,          ///< fsync of a file
+    SyncDirectory, ///< fsync of a directory
     Rename,
     OpenDatabaseFile, ///< by SQLite itself
     WriteDatabaseFile,
@@ -59,11 +61,19 @@ struct PointState
     std::atomic<std::uint32_t> Delay;  ///< milliseconds that a failing call takes
     std::atomic<std::uint32_t> Calls;  ///< made since the rule was set
     std::atomic<std::uint32_t> Failed; ///< of these calls
+    std::atomic<std::uint32_t> Turn;   ///< of the last call, among the calls at all points
 };
+
+/// The first statements that the agent gives to SQLite, each ended by a zero byte.
+inline constexpr std::uint32_t kStatements = 32;
+inline constexpr std::size_t kStatementSize = 1024;
 
 struct SharedState
 {
     PointState Points[kPoints];
+    std::atomic<std::uint32_t> Turns; ///< calls at all points
+    std::atomic<std::uint32_t> StatementCount;
+    char Statements[kStatements][kStatementSize];
     /// The agent's clock minus the machine's.
     std::atomic<std::int64_t> ClockSeconds;
 };
