@@ -449,6 +449,43 @@ TEST_F(UserImageUpload, RefusesNameOutsideImageDirectory)
     ExpectUnchanged();
 }
 
+TEST_F(UserImageUpload, RefusesNameOfUnfinishedUpload)
+{
+    SaveState();
+    EXPECT_EQ(Upload(*client_, 1, ".upload-a1B2c3", "image"), kUploadNotOpened);
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail"));
+    ExpectUnchanged();
+    ExpectUpload(1, ".upload-a1B2c34", "image");
+}
+
+TEST_F(UserImageUpload, ReplacesSymbolicLinkAndKeepsModeOfFile)
+{
+    WriteFile("/nimbra/web/webroot/shared.jpg", "shared");
+    fs::create_symlink("/nimbra/web/webroot/shared.jpg", PathOf("linked.jpg"));
+    ExpectUpload(1, "linked.jpg", "own image");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(PathOf("linked.jpg"))));
+    EXPECT_EQ(ReadFile("/nimbra/web/webroot/shared.jpg"), "shared");
+
+    fs::permissions(PathOf("linked.jpg"), fs::perms(0640));
+    ExpectUpload(1, "linked.jpg", "newer image");
+    EXPECT_EQ(fs::status(PathOf("linked.jpg")).permissions(), fs::perms(0640));
+}
+
+TEST(UnfinishedUpload, IsRemovedAtStart)
+{
+    const TestPanel panel;
+    const fs::path images = panel.Paths().Images;
+    WriteFile(images / ".upload-a1B2c3", "half an image");
+    WriteFile(images / ".upload-a1B2c34", "another file");
+    fs::create_directory(images / ".upload-folder");
+    auto files = panel.Files();
+    ASSERT_EQ(files.erase(images / ".upload-a1B2c3"), 1U);
+    Agent agent;
+    EXPECT_TRUE(panel.Files() == files);
+    EXPECT_TRUE(fs::is_directory(images / ".upload-folder"));
+    EXPECT_EQ(agent.End(), 0);
+}
+
 TEST_F(UserImageUpload, RefusesFileThatCannotBeCreated)
 {
     fs::create_directory(PathOf("directory.jpg"));

@@ -4,6 +4,7 @@
 #include "base/PanelConstants.h"
 #include "base/Thread.h"
 #include "base/Wait.h"
+#include "client/ImageFile.h"
 #include "protocol/SocketOpen.h"
 
 #include <algorithm>
@@ -38,6 +39,8 @@ ClientManager *ClientManager::GetInstance()
 bool ClientManager::Start()
 {
     stop_.Clear();
+    // No session runs yet, so every such file is one that an earlier process left.
+    RemoveUnfinishedUploads();
     if (StartThread<&ClientManager::Process>(this) &&
         StartThread<&ClientManager::CheckClient>(this))
         return true;

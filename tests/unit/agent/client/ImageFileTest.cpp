@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -25,6 +26,13 @@ namespace {
 namespace fs = std::filesystem;
 
 using Names = std::set<std::string>;
+
+struct stat StatusOf(const std::string &path)
+{
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status;
+}
 
 /// The panel's image directory, empty at first. The tests run in a sandbox that provides it.
 class ImageFile : public ::testing::Test
@@ -178,9 +186,110 @@ TEST_F(ImageFile, IsReadableByOtherProgramsWhateverUmask)
     const mode_t before = umask(077);
     EXPECT_TRUE(Write("anna.png", "x"));
     umask(before);
-    struct stat status = {};
-    ASSERT_EQ(stat(PathOf("anna.png").c_str(), &status), 0);
+    EXPECT_EQ(StatusOf(PathOf("anna.png")).st_mode & 07777U, 0644U);
+}
+
+TEST_F(ImageFile, KeepsModeWhenReplaced)
+{
+    for (const mode_t mode : {0600U, 0640U, 0664U, 0444U, 0777U}) {
+        Put("anna.png", "old");
+        ASSERT_EQ(chmod(PathOf("anna.png").c_str(), mode), 0);
+        EXPECT_TRUE(Write("anna.png", "new"));
+        EXPECT_EQ(StatusOf(PathOf("anna.png")).st_mode & 07777U, mode);
+        EXPECT_EQ(test::ReadFile(PathOf("anna.png")), "new");
+        fs::remove(PathOf("anna.png"));
+    }
+}
+
+TEST_F(ImageFile, LosesSetUserIdWhenReplaced)
+{
+    Put("anna.png", "old");
+    ASSERT_EQ(chmod(PathOf("anna.png").c_str(), 06755), 0);
+    EXPECT_TRUE(Write("anna.png", "new"));
+    EXPECT_EQ(StatusOf(PathOf("anna.png")).st_mode & 07777U, 0755U);
+}
+
+TEST_F(ImageFile, KeepsOwnerWhenReplaced)
+{
+    Put("anna.png", "old");
+    // Root only; otherwise the owner is the agent's own before and after.
+    [[maybe_unused]] const int given = chown(PathOf("anna.png").c_str(), 33, 34);
+    const struct stat before = StatusOf(PathOf("anna.png"));
+    EXPECT_TRUE(Write("anna.png", "new"));
+    const struct stat after = StatusOf(PathOf("anna.png"));
+    EXPECT_NE(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_uid, before.st_uid);
+    EXPECT_EQ(after.st_gid, before.st_gid);
+}
+
+TEST_F(ImageFile, ReplacesSymbolicLinkAndLeavesItsTarget)
+{
+    Put("../outside.png", "outside");
+    ASSERT_EQ(chmod(PathOf("../outside.png").c_str(), 0600), 0);
+    fs::create_symlink("../outside.png", PathOf("anna.png"));
+    ASSERT_EQ(Read("anna.png"), "outside");
+    EXPECT_TRUE(Write("anna.png", "new"));
+    const struct stat status = StatusOf(PathOf("anna.png"));
+    EXPECT_TRUE(S_ISREG(status.st_mode));
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
+    EXPECT_EQ(test::ReadFile(PathOf("anna.png")), "new");
+    EXPECT_EQ(test::ReadFile(PathOf("../outside.png")), "outside");
+    EXPECT_EQ(StatusOf(PathOf("../outside.png")).st_mode & 07777U, 0600U);
+}
+
+/// Names of the shape that unfinished uploads have.
+constexpr const char *kUploadNames[] = {".upload-a1B2c3", ".upload-000000", ".upload-XXXXXX"};
+/// Names that nearly have it.
+constexpr const char *kOtherNames[] = {".upload-a1B2c",        ".upload-a1B2c34", ".upload-a1B2c_",
+                                       ".upload-a1B2\xc3\xa9", "upload-a1B2c3",   ".Upload-a1B2c3",
+                                       ".upload_a1B2c3",       ".upload-"};
+
+TEST_F(ImageFile, CannotHaveNameOfUnfinishedUpload)
+{
+    for (const char *name : kUploadNames) {
+        EXPECT_FALSE(Write(name, "image")) << name;
+        Put(name, "left");
+        EXPECT_EQ(Read(name), "(none)") << name;
+        EXPECT_FALSE(Write(name, "image")) << name;
+        EXPECT_EQ(test::ReadFile(PathOf(name)), "left");
+    }
+    for (const char *name : kOtherNames) {
+        EXPECT_TRUE(Write(name, "image")) << name;
+        EXPECT_EQ(Read(name), "image") << name;
+    }
+}
+
+TEST_F(ImageFile, UnfinishedUploadsAreRemoved)
+{
+    for (const char *name : kUploadNames)
+        Put(name, "left");
+    for (const char *name : kOtherNames)
+        Put(name, "image");
+    Put("anna.png", "anna");
+    RemoveUnfinishedUploads();
+    Names kept(std::begin(kOtherNames), std::end(kOtherNames));
+    kept.insert("anna.png");
+    EXPECT_EQ(Content(), kept);
+}
+
+TEST_F(ImageFile, OnlyPlainFilesAreRemovedAsUnfinishedUploads)
+{
+    Put("../outside.png", "outside");
+    fs::create_symlink("../outside.png", PathOf(".upload-linked"));
+    fs::create_directory(PathOf(".upload-folder"));
+    Put(".upload-folder/.upload-inside", "inside");
+    ASSERT_EQ(mkfifo(PathOf(".upload-thePip").c_str(), 0600), 0);
+    RemoveUnfinishedUploads();
+    EXPECT_EQ(Content(), (Names{".upload-linked", ".upload-folder", ".upload-thePip"}));
+    EXPECT_EQ(test::ReadFile(PathOf(".upload-folder/.upload-inside")), "inside");
+    EXPECT_EQ(test::ReadFile(PathOf("../outside.png")), "outside");
+}
+
+TEST_F(ImageFile, MissingDirectoryHasNoUnfinishedUploads)
+{
+    fs::remove_all(directory_);
+    RemoveUnfinishedUploads();
+    EXPECT_FALSE(fs::exists(directory_));
 }
 
 TEST_F(ImageFile, CannotBeWrittenByNameWithPathParts)
