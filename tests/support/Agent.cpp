@@ -163,6 +163,17 @@ void Agent::Signal(int signal) const
     kill(pid_, signal);
 }
 
+bool Agent::Suspend() const
+{
+    Signal(SIGSTOP);
+    return WaitUntil([this] {
+        const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(pid_) + "/task");
+        return std::all_of(begin(tasks), end(tasks), [](const auto &task) {
+            return ReadFile(task.path() / "status").find("\nState:\tT") != std::string::npos;
+        });
+    });
+}
+
 std::optional<int> Agent::WaitForExit(milliseconds limit)
 {
     static_cast<void>(WaitUntil(

@@ -58,6 +58,9 @@ public:
                                       milliseconds limit = kSoon);
 
     void Signal(int signal) const;
+    /// Stops the agent until it gets SIGCONT, and returns when all its threads have stopped. False
+    /// if they have not within `kSoon`.
+    [[nodiscard]] bool Suspend() const;
     /// The exit status, or the negative number of the signal that ended the agent; nothing if it
     /// still runs.
     [[nodiscard]] std::optional<int> WaitForExit(milliseconds limit = kSoon);

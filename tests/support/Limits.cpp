@@ -13,6 +13,7 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace nimbra::test {
 
@@ -20,8 +21,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr unsigned kUser = 64123;                         ///< not in use by others
 constexpr char kOwnAgent[] = "/nimbra/sbin/nimbra-agent"; ///< copy that the user can run
+
+/// An ordinary user for this test alone: a limit counts all that its user runs, so the agents of
+/// tests that run beside this one must have other users.
+uid_t OwnUser()
+{
+    constexpr uid_t kFirst = 100000; // not in use by others
+    return kFirst + static_cast<uid_t>(getpid());
+}
 
 /// Whether the caller can become the ordinary user. Root of a user namespace often cannot.
 bool HasUser()
@@ -31,7 +39,7 @@ bool HasUser()
     unsigned outside = 0;
     unsigned count = 0;
     while (map >> first >> outside >> count)
-        if (kUser >= first && kUser - first < count)
+        if (OwnUser() >= first && OwnUser() - first < count)
             return true;
     return false;
 }
@@ -60,7 +68,7 @@ Agent::Options AsBoundUser()
         OpenToEveryone(directory);
     // The build directory may be accessible only to its owner.
     std::string script = std::string("cp \"$0\" ") + kOwnAgent + " && exec";
-    for (const std::string &word : RunByUser(kUser))
+    for (const std::string &word : RunByUser(OwnUser()))
         script += " " + word;
     options.Wrapper = {"sh", "-c", script + " " + kOwnAgent};
     return options;

@@ -309,7 +309,7 @@ TEST_F(Listener, AcceptsClientWithin4Seconds)
 
 TEST_F(Listener, QueuesElevenClientsWhileBusy)
 {
-    agent_.Signal(SIGSTOP);
+    ASSERT_TRUE(agent_.Suspend());
     std::vector<TestSocket> sockets;
     for (int i = 0; i < 15; ++i) {
         sockets.emplace_back(SOCK_STREAM | SOCK_NONBLOCK);

@@ -181,7 +181,7 @@ TEST_F(NimbractlUsage, APanelThatCannotReadItsTablesIsStatus1)
 
 TEST_F(NimbractlUsage, APanelThatStopsAnsweringIsStatus3)
 {
-    agent_.Signal(SIGSTOP);
+    ASSERT_TRUE(agent_.Suspend());
     const Stopwatch watch;
     const ProgramResult result = RunCtl({"--timeout", "2", "formats"});
     EXPECT_EQ(result.Status, 3);
