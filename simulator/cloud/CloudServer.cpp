@@ -1,5 +1,7 @@
 #include "simulator/cloud/CloudServer.h"
 
+#include "simulator/cloud/Relay.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -98,18 +100,8 @@ std::size_t CloudServer::Count(const std::string &word) const
 
 void CloudServer::Listen(int port, Handler handler)
 {
-    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int reuse = 1;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    Descriptor listener = OpenListener(port, false);
     const int number = listener.Get();
-    if (!listener.IsOpen() ||
-        setsockopt(number, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) != 0 ||
-        bind(number, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(number, SOMAXCONN) != 0)
-        throw std::system_error(errno, std::generic_category(), "port " + std::to_string(port));
     listeners_.push_back(std::move(listener));
     Start([this, number, handler] { Accept(number, handler); });
 }
@@ -186,11 +178,7 @@ void CloudServer::ServeClient(const Connection &connection)
 void CloudServer::Carry(const Connection &from, const Connection &to)
 {
     // The first bytes may have been received together with the handshake.
-    while (to->Send(from->TakeBytes(from->Received().size())) &&
-           from->Receive(Deadline::max()).IsDone())
-        continue;
-    from->Shutdown();
-    to->Shutdown();
+    simulator::Carry(*from, *to);
     Drop(from);
 }
 

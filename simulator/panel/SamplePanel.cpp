@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdio>
 #include <fstream>
 #include <stdexcept>
 
@@ -156,6 +157,13 @@ std::string PasswordDigest(const std::string &password)
         text += kDigits[byte & 15];
     }
     return text;
+}
+
+void PrintAccounts()
+{
+    std::puts("Accounts (name, password):");
+    for (const SampleLogin &login : {kController, kOperator, kViewer, kGuard, kClerk, kNobody})
+        std::printf("  %-10s %s\n", login.Id, login.Password);
 }
 
 } // namespace nimbra::panel

@@ -22,6 +22,9 @@ struct PanelOptions
 /// 100,000 events take about a second. Throws std::runtime_error on failure.
 void CreatePanel(const std::filesystem::path &root, const PanelOptions &options);
 
+/// Prints the accounts of a sample panel and their passwords to standard output.
+void PrintAccounts();
+
 /// SHA-256 of the text as 64 upper-case hexadecimal digits: how the panel stores passwords.
 [[nodiscard]] std::string PasswordDigest(const std::string &password);
 

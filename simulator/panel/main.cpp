@@ -1,3 +1,4 @@
+#include "simulator/panel/CommandLine.h"
 #include "simulator/panel/SamplePanel.h"
 
 #include <CLI/CLI.hpp>
@@ -6,13 +7,6 @@
 #include <exception>
 
 namespace nimbra::panel {
-
-static void PrintAccounts()
-{
-    std::puts("Accounts (name, password):");
-    for (const SampleLogin &login : {kController, kOperator, kViewer, kGuard, kClerk, kNobody})
-        std::printf("  %-10s %s\n", login.Id, login.Password);
-}
 
 static int Main(int argc, char **argv)
 {
@@ -25,18 +19,7 @@ static int Main(int argc, char **argv)
     options.CommandTool =
         std::filesystem::read_symlink("/proc/self/exe").replace_filename("nimbra-cgi");
     app.add_option("--root", root, "Create the panel below this directory");
-    app.add_option("--events", options.Size.Events, "Number of events in the log")
-        ->check(CLI::Range(0, 10'000'000))
-        ->capture_default_str();
-    app.add_option("--users", options.Size.Users, "Number of users")
-        ->check(CLI::Range(0, 1'000'000))
-        ->capture_default_str();
-    app.add_option("--cards", options.Size.Cards, "Number of cards")
-        ->check(CLI::Range(0, 1'000'000))
-        ->capture_default_str();
-    app.add_option("--doors", options.Size.Doors, "Number of doors")
-        ->check(CLI::Range(0, 10'000))
-        ->capture_default_str();
+    AddSizeOptions(app, options.Size);
     app.add_flag("--cloud", options.CloudEnabled, "Enable the cloud link");
     app.add_flag("--force", force, "Replace an existing panel");
     CLI11_PARSE(app, argc, argv);

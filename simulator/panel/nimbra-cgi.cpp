@@ -1,9 +1,9 @@
+#include "simulator/panel/EventLog.h"
 #include "simulator/panel/SamplePanel.h"
 #include "simulator/panel/Sqlite.h"
 
 #include <charconv>
 #include <cstdio>
-#include <ctime>
 #include <exception>
 #include <utility>
 
@@ -68,22 +68,14 @@ private:
 
     bool Log(const Call &call)
     {
-        int type = 0;
-        int port = 0;
-        int code = 0;
-        int cardNo = 0;
-        int userNo = 0;
-        int videoTag = 0;
-        if (!Number(call[1], type) || !Number(call[3], port) || !Number(call[4], code) ||
-            !Number(call[5], cardNo) || !Number(call[6], userNo) || !Number(call[8], videoTag))
+        SampleEvent event{};
+        if (!Number(call[1], event.Type) || !Number(call[3], event.Port) ||
+            !Number(call[4], event.EventCode) || !Number(call[5], event.CardNo) ||
+            !Number(call[6], event.UserNo) || !Number(call[8], event.VideoTag))
             return false;
-        SqliteFile file(paths_.LogDatabase);
-        SqliteStatement(file, "INSERT INTO Log (No, Date, Type, Port, DeviceName, EventCode,"
-                              " CardNo, UserNo, UserName, Res1, Res2)"
-                              " VALUES ((SELECT IFNULL(MAX(No), 0) + 1 FROM Log),"
-                              " ?, ?, ?, ?, ?, ?, ?, ?, ?, 0)")
-            .Execute(static_cast<int>(std::time(nullptr)), type, port, call[2], code, cardNo,
-                     userNo, call[7], videoTag);
+        event.DeviceName = call[2];
+        event.UserName = call[7];
+        AppendEvent(paths_, event);
         return true;
     }
 
