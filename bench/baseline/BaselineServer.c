@@ -8,6 +8,7 @@
  */
 #include "bench/baseline/BaselineSql.h"
 
+#include <errno.h>
 #include <netinet/in.h>
 #include <pthread.h>
 #include <stdbool.h>
@@ -35,12 +36,22 @@ enum
     ThreadStack = 256 * 1024
 };
 
+/* Receives one byte. The end of a child process may interrupt the call. */
+static bool ReceiveByte(int socket, char *byte)
+{
+    ssize_t count;
+    do
+        count = recv(socket, byte, 1, 0);
+    while (count < 0 && errno == EINTR);
+    return count == 1;
+}
+
 /* Receives one line, byte by byte, so that it never takes bytes of the next one. False when the
    client has closed the connection or is silent for too long. */
 static bool Receive(int socket, char *line)
 {
     for (size_t count = 0; count < LineSize; ++count) {
-        if (recv(socket, line + count, 1, 0) != 1)
+        if (!ReceiveByte(socket, line + count))
             return false;
         if (line[count] == '\n') {
             line[count] = '\0';
@@ -55,6 +66,8 @@ static void Send(int socket, const char *bytes, size_t count)
 {
     while (count > 0) {
         const ssize_t sent = send(socket, bytes, count, MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR)
+            continue;
         if (sent < 1)
             return;
         bytes += sent;

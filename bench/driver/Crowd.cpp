@@ -9,8 +9,10 @@ namespace nimbra::bench {
 
 namespace {
 
-/// So many sessions are added before those that exist send a heartbeat again.
-constexpr std::size_t kBatch = 20;
+/// So many sessions are added before those that exist send a heartbeat again. They fit the agent's
+/// queue of clients that it has not accepted yet: a client that sends when the queue is full may be
+/// reset.
+constexpr std::size_t kBatch = 10;
 constexpr double kHeartbeatSeconds = 5;
 
 } // namespace
