@@ -13,6 +13,9 @@ void Database::ConfigureSqlite()
     sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     // A connection reads a few pages: none is allocated before it is needed.
     sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
+    ConnectionMemory::Install();
+    // What SQLite keeps for good is not part of a connection's memory.
+    sqlite3_initialize();
 }
 
 Database::Database(const char *path, const char *logSource, CallPlace place)

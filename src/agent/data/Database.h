@@ -2,6 +2,7 @@
 
 #include "base/FixedText.h"
 #include "base/Log.h"
+#include "data/ConnectionMemory.h"
 #include "data/LockTime.h"
 
 #include <cstddef>
@@ -49,6 +50,7 @@ private:
     friend class Statement;
 
     LockTime lockTime_;
+    ConnectionMemory memory_;
     sqlite3 *handle_ = nullptr;
 };
 
