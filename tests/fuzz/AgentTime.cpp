@@ -9,16 +9,16 @@ namespace {
 
 constexpr std::time_t kStart = 1'700'000'000;
 
-fuzz::AgentWorld *theWorld = nullptr;
+fuzz::AgentEnvironment *theEnvironment = nullptr;
 std::time_t theTime = kStart;
 
 } // namespace
 
 namespace fuzz {
 
-AgentWorld::AgentWorld()
+AgentEnvironment::AgentEnvironment()
 {
-    theWorld = this;
+    theEnvironment = this;
     theTime = kStart;
 }
 
@@ -36,9 +36,9 @@ std::time_t ClockSecond()
 
 bool WaitForInput(int /*socket*/)
 {
-    if (!theWorld->OnSocketWait())
+    if (!theEnvironment->OnSocketWait())
         ++theTime;
-    // What is new may concern the other direction: the agent must look itself.
+    // The change may concern the other direction, so the agent must check itself.
     return false;
 }
 
@@ -54,20 +54,20 @@ void WaitForNextSecond()
 
 void PauseSeconds(unsigned seconds)
 {
-    theWorld->OnClockWait();
+    theEnvironment->OnClockWait();
     theTime += seconds;
 }
 
 bool StartDetached(void *(*body)(void *), void *argument)
 {
-    if (theWorld->OnThread())
+    if (theEnvironment->OnThread())
         body(argument);
     return true;
 }
 
 } // namespace nimbra
 
-// The names are the linker's: what wraps a function is called so.
+// The linker prescribes the names of wrapping functions.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" std::time_t __wrap_time(std::time_t *result)
 {

@@ -1,5 +1,4 @@
-// The panel's command tool, as small as it can be: appends its arguments to a file, and does
-// nothing else.
+// A minimal command tool of the panel: appends its arguments to a file and does nothing else.
 
 #include <cstdio>
 #include <cstring>
@@ -7,7 +6,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/// Each argument ends in a zero byte, and so does their count, which leads them.
+/// Writes the count of the arguments, then the arguments, each with a zero byte at its end.
 int main(int argc, char **argv)
 {
     char record[8192];

@@ -1,7 +1,6 @@
-// The cloud link: a server that replies with anything, through the real link. A model of the link
-// says before each connection where it must go and what must be asked, so every reply is seen to be
-// understood as it is meant, the key that it gives, the port that it names, the relay that it
-// orders. A relay that comes about must serve a session.
+// The cloud link: the real link against a server that replies with the input. A model of the link
+// predicts the target and the request of each connection, which shows that the link has understood
+// every reply: its key, its port, its relay. A relay that is established must serve a session.
 
 #include "client/ClientManager.h"
 #include "cloud/ServerManager.h"
@@ -32,23 +31,23 @@ namespace {
 constexpr char kServer[] = "cloud.nimbra.example";
 constexpr int kServerPort = 9500;
 
-/// Every host name that begins so has the address; others cannot be resolved.
+/// Host names with this first letter resolve to kHostAddress; others cannot be resolved.
 constexpr char kKnownHost = 'c';
 constexpr char kHostAddress[] = "192.168.77.20";
 
-/// A reply that begins so stands for a connection that is refused, or for a line that never ends.
+/// First bytes of a reply that means a refused connection, or a line without an end.
 constexpr char kRefused[] = "!";
 constexpr char kUnended[] = "~";
 
-/// How long the link tries to connect.
+/// The time in which the link tries to connect.
 constexpr std::time_t kConnectSeconds = 10;
 
 constexpr char kGreeting[] = "HelloResponse?Result=0&Key=";
 
-/// A line's bound, its line feed included.
+/// The maximum size of a line, with its line feed.
 constexpr std::size_t kLongestLine = 1024;
 
-/// How many failures in a row make the link register again.
+/// Consecutive failures after which the link registers again.
 constexpr int kFailures = 10;
 
 constexpr char kRegistered[] = "SetDeviceInfoResponse?Result=0&DeviceNo=0";
@@ -60,10 +59,10 @@ enum class Exchange
     Heartbeat,
     Report, ///< of a new public port
     Relay,
-    Session, ///< a relay has come about: the client speaks
+    Session, ///< a relay is established: its client sends
 };
 
-/// What the replies so far add up to.
+/// The state of the link after the replies so far.
 class LinkModel
 {
 public:
@@ -94,7 +93,7 @@ public:
         return next_ != Exchange::Relay || linkType_ == 2;
     }
 
-    /// The replies that bring the link, of which a process has one, back to where it began.
+    /// The replies that reset the link. A process has only one.
     [[nodiscard]] std::vector<std::string> Prelude() const
     {
         if (ports_.Reported == 0)
@@ -175,7 +174,7 @@ private:
             return;
         }
         stunAddr_ = address;
-        // Two replies in a row must agree on a port; one that differs takes it back.
+        // A port counts when two consecutive replies name it; a different one revokes it.
         if (ports_.Previous != 0)
             stunPort_ = ports_.Previous == port ? port : 0;
         ports_.Previous = port;
@@ -184,7 +183,7 @@ private:
         ports_.Reported = stunPort_;
     }
 
-    /// What the link remembers from one start to the next.
+    /// The state that the link keeps when it is started again.
     struct Ports
     {
         std::int32_t Previous = 0;
@@ -205,7 +204,7 @@ private:
 
 LinkModel::Ports LinkModel::ports_;
 
-/// The address that a host's text stands for.
+/// The address of a host, named or dotted.
 in_addr_t AddressOf(const std::string &host)
 {
     const char first = host.empty() ? '\0' : host[0];
@@ -215,8 +214,8 @@ in_addr_t AddressOf(const std::string &host)
     return first == kKnownHost ? inet_addr(kHostAddress) : INADDR_NONE;
 }
 
-/// The server, and the peer of the relays. Ends the link when it has given all its replies.
-class Server : public AgentWorld
+/// The server, and the peer of the relays. Stops the link after the last reply.
+class Server : public AgentEnvironment
 {
 public:
     explicit Server(const std::vector<std::string> &replies) : replies_(link_.Prelude())
@@ -225,7 +224,7 @@ public:
     }
     ~Server() override { close(socket_); }
 
-    /// The link connects, as connect(2) does.
+    /// Called in place of connect(2).
     int Connect(int socket, const sockaddr_in &address)
     {
         FinishConnection();
@@ -241,7 +240,7 @@ public:
         Join(socket);
         if (!link_.IsHandshakeWanted())
             link_.OnRelayed();
-        // Every other connection takes the way of those that take time.
+        // Every second connection is in progress first.
         isSlow_ = !isSlow_;
         errno = EINPROGRESS;
         return isSlow_ ? -1 : 0;
@@ -270,10 +269,10 @@ public:
     void Finish()
     {
         FinishConnection();
-        // Its sessions go, and it takes the next ones, but without threads of its own.
+        // Ends the sessions and starts the listener again, without threads.
         isOver_ = true;
         ClientManager::GetInstance()->Stop();
-        Require(ClientManager::GetInstance()->Start(), "start of the listener");
+        Require(ClientManager::GetInstance()->Start(), "the listener does not start");
     }
 
 private:
@@ -292,7 +291,7 @@ private:
         RequireEqual("port", static_cast<std::uint16_t>(link_.Port()), ntohs(address.sin_port));
     }
 
-    /// Puts one end of a new connection in the place of the link's socket.
+    /// Replaces the link's socket by one end of a new connection.
     void Join(int socket)
     {
         int ends[2];
@@ -303,7 +302,7 @@ private:
         step_ = Step::Asked;
     }
 
-    /// All that has come from the agent.
+    /// All bytes received from the agent.
     std::string Received() const
     {
         char bytes[4096];
@@ -318,7 +317,7 @@ private:
                 "send");
     }
 
-    /// Takes the request and replies.
+    /// Receives the request and replies.
     void Serve()
     {
         RequireEqual("request", link_.Request(), Received());
@@ -339,7 +338,7 @@ private:
             step_ = Step::Asked;
     }
 
-    /// Speaks as the client of a relayed session.
+    /// Sends as the client of a relayed session.
     void Greet()
     {
         if (step_ == Step::Asked) {
@@ -349,11 +348,11 @@ private:
         }
         const std::string answer = Received();
         RequireEqual("a session's answer", kGreeting, answer.substr(0, std::strlen(kGreeting)));
-        Require(answer.find('\n') == answer.size() - 1, "the end of a session's answer");
+        Require(answer.find('\n') == answer.size() - 1, "a session's answer that is not one line");
         step_ = Step::Served;
     }
 
-    /// The connection before has come to its end: its session has, or the link has closed it.
+    /// Checks that the previous connection has ended: its session, or the link has closed it.
     void FinishConnection()
     {
         if (link_.Next() == Exchange::Session) {
@@ -372,8 +371,8 @@ private:
     enum class Step
     {
         Asked,   ///< the agent has connected
-        Greeted, ///< the client of a session has said hello
-        Served,  ///< there is nothing more to say
+        Greeted, ///< the client of a session has sent Hello?
+        Served,  ///< nothing more is sent
     };
 
     LinkModel link_;
@@ -391,7 +390,7 @@ Server *theServer = nullptr;
 } // namespace
 } // namespace nimbra::fuzz
 
-// The names are the linker's: what wraps a function is called so.
+// The linker prescribes the names of wrapping functions.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" int __wrap_connect(int socket, const sockaddr *address, socklen_t /*size*/)
 {
@@ -429,13 +428,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     using namespace nimbra::fuzz;
     const std::vector<std::string> replies =
         Split({reinterpret_cast<const char *>(data), size}, "\n");
-    // Many short replies say no more than a few, and take longer.
+    // Many short replies find no more than a few do, and take longer.
     constexpr std::size_t kMostReplies = 24;
     if (replies.size() > kMostReplies)
         return -1;
     Server server(replies);
     theServer = &server;
-    Require(nimbra::ServerManager::GetInstance()->Start(), "start of the link");
+    Require(nimbra::ServerManager::GetInstance()->Start(), "the link does not start");
     server.Finish();
     return 0;
 }

@@ -24,7 +24,7 @@ Key Required(Key key)
     return key;
 }
 
-/// A list's keys with those of its page.
+/// The keys of a list: its own and those of the page.
 std::vector<Key> Paged(std::vector<Key> keys)
 {
     keys.push_back({"Offset"});
@@ -81,7 +81,7 @@ constexpr char kDoor[] = "&DoorNo=%d&Name=%s&Status=%d";
 constexpr char kCode[] = "&Code=%d&Desc=%s";
 constexpr char kThreat[] = "&Level=%d&Desc=%s";
 
-/// A row is what a single answer says, without the "&" that leads it there.
+/// A row has the fields of a single answer, without the "&" before the first.
 constexpr const char *AsRow(const char *answer)
 {
     return answer + 1;
@@ -235,7 +235,7 @@ bool HasForm(std::string_view text, std::string_view form)
         const bool isNumber = form[mark + 1] == 'd';
         text.remove_prefix(mark);
         form.remove_prefix(mark + 2);
-        // A value ends where the form's next words stand.
+        // A value ends where the form's next literal text begins.
         const std::string_view next = form.substr(0, form.find('%'));
         const std::size_t length = next.empty() ? text.size() : text.find(next);
         if (length == std::string_view::npos)

@@ -13,7 +13,7 @@
 
 namespace nimbra::fuzz {
 
-/// A key of a request, and what its value is.
+/// A key of a request, and the kind of its value.
 struct Key
 {
     enum class Kind
@@ -25,42 +25,42 @@ struct Key
     };
     const char *Name;
     Kind Is = Kind::Number;
-    std::size_t Size = 0;    ///< bound of a text, in bytes
-    bool IsRequired = false; ///< neither 0 nor empty may it be
+    std::size_t Size = 0;    ///< maximum of a text, in bytes
+    bool IsRequired = false; ///< 0 and an empty text are refused
 };
 
-/// A command as clients know it: the agent's command table, its keys and its answers, once more.
+/// A command as clients see it, with its keys and answers. Independent of the agent's table.
 struct Command
 {
     const char *Name;
-    std::optional<AuthorityArea> Area; ///< whose right it takes
+    std::optional<AuthorityArea> Area; ///< of the right that it needs; none: no right
     std::uint32_t Right = 0;
     std::vector<Key> Keys;
-    /// What follows "Result=0" in the answer to a success; %d is a number, %s any text.
+    /// What follows "Result=0" in the answer on success; %d is a number, %s any text.
     const char *Answer = "";
     /// The form of a list's rows; null when the answer is no list.
     const char *Row = nullptr;
-    /// The event that the panel is told of after a success; 0 for none.
+    /// The event that is reported to the panel on success; 0: none.
     int Event = 0;
 };
 
-/// All of them, in the order in which the agent looks for them; the first two before login.
+/// All commands, in the agent's order of matching; only the first two are found before login.
 [[nodiscard]] std::span<const Command> Commands();
 
-/// The command that a line without its line feed is taken for; null for none.
+/// The command in a line without its line feed; null: none.
 [[nodiscard]] const Command *FindCommand(std::string_view line, bool isLoggedIn);
 
-/// Each key of a command with its value, as a text: a number, a text cut to its bound, the seconds
-/// of a date in UTC, kAnything for a date that the model is not certain of.
+/// Each key of a command with its value as text: a number, a text cut to its maximum, the seconds
+/// of a date in UTC, or kAnything for a date that the model cannot predict.
 using Fields = std::map<std::string, std::string>;
 inline constexpr char kAnything[] = "?";
 
-/// What a line says to a command that it was found to be.
+/// The values that a line gives to the keys of its command.
 [[nodiscard]] Fields FieldsOf(const Command &command, std::string_view line);
 /// Whether a required key is missing.
 [[nodiscard]] bool IsIncomplete(const Command &command, const Fields &fields);
 
-/// Whether a text has the form: %d stands for a number, %s for any text.
+/// Whether a text has the form, in which %d is a number and %s any text.
 [[nodiscard]] bool HasForm(std::string_view text, std::string_view form);
 
 } // namespace nimbra::fuzz

@@ -16,17 +16,17 @@ namespace nimbra::fuzz {
 
 namespace {
 
-/// A line's bound, its line feed included.
+/// The maximum size of a line, with its line feed.
 constexpr std::size_t kLongestLine = 1024;
 
-/// The number behind the last of a name in a text.
+/// The number after the last occurrence of a name in a text.
 std::size_t NumberOf(std::string_view name, std::string_view text)
 {
     return static_cast<std::size_t>(NumberIn(text.substr(text.rfind(name) + name.size())));
 }
 
-/// Judges the answer to a command; its result.
-int Judge(const Command &command, std::string_view answer)
+/// Checks the form of the answer to a command; returns its result.
+int CheckForm(const Command &command, std::string_view answer)
 {
     const std::string lead = std::string(command.Name) + "Response?Result=";
     Require(!answer.empty(), lead + ": no answer");
@@ -52,13 +52,13 @@ int Judge(const Command &command, std::string_view answer)
         Require(rest.size() >= size, "an image that is cut short");
         rest.remove_prefix(size);
     }
-    RequireEqual("behind the answer", "", rest);
+    RequireEqual("bytes after the answer", "", rest);
     return 0;
 }
 
 } // namespace
 
-void Conversation::Hold(std::string_view input, const std::string &address)
+void Conversation::Run(std::string_view input, const std::string &address)
 {
     rest_ = input;
     int ends[2];
@@ -68,43 +68,43 @@ void Conversation::Hold(std::string_view input, const std::string &address)
     EventCount sessionEnds;
     ClientWorker session(&sessionEnds);
     session.Start(Descriptor(ends[1]), address.c_str(), 40000);
-    Require(!session.IsRunning() && rest_.empty() && !isOpen_,
-            "the session has ended before its client");
+    Require(!session.IsRunning() && rest_.empty() && !isUnanswered_,
+            "the session ended before its client");
 }
 
 bool Conversation::OnSocketWait()
 {
-    if (Listen())
+    if (Receive())
         return true;
-    if (isUploading_ && heard_.empty())
+    if (isUploading_ && received_.empty())
         return Upload();
-    if (isOpen_)
-        Conclude();
-    return Speak();
+    if (isUnanswered_)
+        CheckAnswer();
+    return SendNext();
 }
 
-bool Conversation::Listen()
+bool Conversation::Receive()
 {
     char bytes[65536];
     const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
-    heard_.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    received_.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     return count > 0;
 }
 
-bool Conversation::Speak()
+bool Conversation::SendNext()
 {
     if (rest_.empty())
         return false;
     const std::size_t end = rest_.find('\n');
-    const bool isWhole = end < kLongestLine;
-    said_ = rest_.substr(0, isWhole ? end : kLongestLine);
-    // A line that is too long, or never ends, is none.
-    command_ = isWhole ? FindCommand(said_, isLoggedIn_) : nullptr;
-    fields_ = command_ == nullptr ? Fields() : FieldsOf(*command_, said_);
+    const bool isComplete = end < kLongestLine;
+    line_ = rest_.substr(0, isComplete ? end : kLongestLine);
+    // A line that is too long or has no end holds no command.
+    command_ = isComplete ? FindCommand(line_, isLoggedIn_) : nullptr;
+    fields_ = command_ == nullptr ? Fields() : FieldsOf(*command_, line_);
     isUploading_ = fields_.count("Size") != 0 && NumberIn(fields_["Size"]) > 0;
     upload_.clear();
-    isOpen_ = true;
-    Say(said_.size() + (isWhole ? 1 : 0));
+    isUnanswered_ = true;
+    Send(line_.size() + (isComplete ? 1 : 0));
     return true;
 }
 
@@ -113,27 +113,27 @@ bool Conversation::Upload()
     const auto size = static_cast<std::size_t>(NumberIn(fields_["Size"]));
     const std::size_t count = std::min(size - upload_.size(), rest_.size());
     upload_ += rest_.substr(0, count);
-    Say(count);
+    Send(count);
     return count > 0;
 }
 
-void Conversation::Say(std::size_t count)
+void Conversation::Send(std::size_t count)
 {
     Require(send(socket_, rest_.data(), count, MSG_DONTWAIT) == static_cast<ssize_t>(count),
             "send");
     rest_.remove_prefix(count);
 }
 
-void Conversation::Conclude()
+void Conversation::CheckAnswer()
 {
-    isOpen_ = false;
+    isUnanswered_ = false;
     isUploading_ = false;
-    const std::string answer = std::exchange(heard_, "");
+    const std::string answer = std::exchange(received_, "");
     if (command_ == nullptr)
         return RequireEqual("answer to no command", "", answer);
-    const int result = Judge(*command_, answer);
+    const int result = CheckForm(*command_, answer);
     isLoggedIn_ = isLoggedIn_ || (IsSame(command_->Name, "Login") && result == 0);
-    OnAnswered({said_, command_, fields_, upload_, result, answer});
+    OnAnswered({line_, command_, fields_, upload_, result, answer});
 }
 
 } // namespace nimbra::fuzz

@@ -9,18 +9,18 @@
 
 namespace nimbra::fuzz {
 
-/// The client of one session: says an input line by line to a real session and sees to it that each
-/// line gets what it must, an answer of the form that the command has, or none. Every line is
-/// answered before the next is said.
-class Conversation : public AgentWorld
+/// The client of one session: sends an input line by line to a ClientWorker and checks that each
+/// line gets an answer of its command's form, or none if it holds no command. A line is sent when
+/// the one before has been answered.
+class Conversation : public AgentEnvironment
 {
 public:
-    /// Holds the conversation to its end; the session is told that the client is at `address`.
-    void Hold(std::string_view input, const std::string &address);
+    /// Runs the conversation to its end. `address` is the client's address for the session.
+    void Run(std::string_view input, const std::string &address);
 
     bool OnSocketWait() override;
 
-    /// What a line came to.
+    /// A line and its answer.
     struct Exchange
     {
         std::string Line; ///< without its line feed
@@ -28,29 +28,29 @@ public:
         fuzz::Fields Fields;
         std::string Upload; ///< the bytes that followed the line as an image
         int Result;
-        std::string Answer; ///< all of it
+        std::string Answer; ///< with all rows or bytes that follow
     };
 
 protected:
-    /// A known command has been answered in due form.
+    /// Called when a command has been answered in its form.
     virtual void OnAnswered(const Exchange &exchange) = 0;
 
 private:
-    /// Takes in what the session has sent; false when that is nothing.
-    bool Listen();
-    /// Says what the session waits for; false when there is nothing left to say.
-    bool Speak();
+    /// Receives what the session has sent; false if nothing.
+    bool Receive();
+    /// Sends the next line; false if the input is at its end.
+    bool SendNext();
     bool Upload();
-    void Say(std::size_t count);
-    void Conclude();
+    void Send(std::size_t count);
+    void CheckAnswer();
 
     std::string_view rest_;
-    std::string said_;
+    std::string line_;
     std::string upload_;
-    std::string heard_;
+    std::string received_;
     const fuzz::Command *command_ = nullptr;
     Fields fields_;
-    bool isOpen_ = false; ///< a line has been said and its answer not been judged
+    bool isUnanswered_ = false; ///< a line has been sent whose answer has not been checked
     bool isUploading_ = false;
     bool isLoggedIn_ = false;
     int socket_ = -1;

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <utility>
 
-// The name is the linker's: what a wrapped function was before.
+// The linker prescribes the name of the wrapped function itself.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" int __real_system(const char *line);
 
@@ -23,9 +23,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The tables that requests change and the journal tells of.
+/// The tables whose changes are journalled.
 constexpr std::array<std::string_view, 3> kJournalled{"User", "Card", "CardAccessLevel"};
-/// Others that requests change.
+/// Other tables that requests change.
 constexpr std::array<std::string_view, 2> kOthers{"DBQueryInfo", "Threat"};
 
 template <class List>
@@ -50,7 +50,7 @@ std::vector<std::string> Column(panel::SqliteFile &database, const std::string &
     return values;
 }
 
-/// For each table, the query that gives its rows as texts that tell each value and its type.
+/// The query of each table for its rows as texts that show each value and its type.
 std::map<std::string, std::string> RowQueries(const fs::path &file)
 {
     panel::SqliteFile database(file);
@@ -75,8 +75,8 @@ std::string Rows(panel::SqliteFile &database, const std::string &query)
     return rows;
 }
 
-/// Applies the journal of one database to another. Of an entry only its first statement counts: it
-/// should have no second one.
+/// Applies the journal of one database to another. Runs only the first statement of an entry; it
+/// must not have a second one.
 void Replay(const fs::path &journal, const fs::path &onto)
 {
     panel::SqliteFile from(journal);
@@ -111,7 +111,7 @@ FuzzPanel::FuzzPanel()
     options.Size = {.Events = 12, .Users = 6, .Cards = 6, .Doors = 4};
     options.CommandTool = NIMBRA_CALL_RECORDER_PATH;
     panel::CreatePanel("/", options);
-    for (const panel::SampleLogin &account : kOddNames)
+    for (const panel::SampleLogin &account : kQuotedNames)
         panel::SqliteFile(paths_.MainDatabase)
             .Run(std::string("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('") +
                  account.Id + "', '" + panel::PasswordDigest(account.Password) + "', " +
@@ -132,7 +132,7 @@ FuzzPanel::Files FuzzPanel::ReadImages() const
 {
     Files images;
     for (const fs::directory_entry &entry : fs::directory_iterator(paths_.Images)) {
-        Require(entry.is_regular_file(), "an image that is no plain file");
+        Require(entry.is_regular_file(), "an image that is not a regular file");
         images[entry.path()] = ReadWhole(entry.path());
     }
     return images;
@@ -141,13 +141,13 @@ FuzzPanel::Files FuzzPanel::ReadImages() const
 void FuzzPanel::RunTool(const char *line)
 {
     ToolCall call = ShellWords(line);
-    Require(!call.empty() && call[0] == paths_.CommandTool, "a program that is not the tool");
+    Require(!call.empty() && call[0] == paths_.CommandTool, "a program other than the tool");
     call.erase(call.begin());
-    // A real shell takes longer than all the rest of a request.
+    // A real shell takes longer than the rest of the request.
     constexpr std::size_t kOneIn = 16;
     if (std::hash<std::string_view>()(line) % kOneIn == 0) {
-        Require(__real_system(line) == 0, "status of the tool");
-        Require(TakeRecord() == call, "what the shell makes of a line");
+        Require(__real_system(line) == 0, "the tool fails");
+        Require(TakeRecord() == call, "the shell's arguments differ from the model's");
     }
     calls_.push_back(call);
 }
@@ -160,7 +160,7 @@ ToolCall FuzzPanel::TakeRecord()
     ToolCall call(std::stoul(text));
     for (std::string &argument : call)
         std::getline(file, argument, '\0');
-    Require(!std::getline(file, text, '\0'), "one call for a line");
+    Require(!std::getline(file, text, '\0'), "a line calls the tool more than once");
     fs::remove(NIMBRA_CALLS_PATH);
     return call;
 }
@@ -199,22 +199,23 @@ void FuzzPanel::CheckTables(std::optional<int> threatLevel) const
     panel::SqliteFile replayed(copy);
     for (const auto &[name, query] : rowQueries_) {
         if (IsIn(name, kJournalled))
-            RequireEqual("what the journal tells of " + name, Rows(now, query),
+            RequireEqual("rows after a replay of the journal, " + name, Rows(now, query),
                          Rows(replayed, query));
         else if (!IsIn(name, kOthers))
-            RequireEqual("what nobody may change, " + name, rows_.at(name), Rows(now, query));
+            RequireEqual("rows that no client may change, " + name, rows_.at(name),
+                         Rows(now, query));
     }
 }
 
 void FuzzPanel::CheckPlaces() const
 {
     for (const auto &[directory, names] : entries_)
-        Require(Entries(directory) == names, "a file that should not be in " + directory.string());
-    // A client may well choose a name that begins so, but hardly one of the same length.
+        Require(Entries(directory) == names, "unexpected files in " + directory.string());
+    // A client may choose a name with this prefix, but hardly one of the same length.
     for (const fs::path &name : Entries(paths_.Images))
         Require(name.string().rfind(".upload-", 0) != 0 ||
                     name.string().size() != std::string(".upload-XXXXXX").size(),
-                "an upload that was left behind");
+                "a temporary file of an upload remains");
 }
 
 void FuzzPanel::Reset()

@@ -17,7 +17,7 @@ bool IsSameLetter(char a, char b)
     return Lower(a) == Lower(b);
 }
 
-/// Takes the next piece off the text: separators before it are skipped, the one behind it goes too.
+/// Removes the next piece from the text, with the separators before it and the one after it.
 std::optional<std::string> Take(std::string_view &text, char separator)
 {
     const std::size_t start = text.find_first_not_of(separator);

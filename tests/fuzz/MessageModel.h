@@ -6,8 +6,8 @@
 
 namespace nimbra::fuzz {
 
-/// What a line of the protocol says, worked out a second time: with none of the library calls that
-/// the agent uses.
+/// A line of the protocol, parsed by a second implementation that uses none of the library calls of
+/// the agent.
 struct Message
 {
     struct Pair
@@ -15,17 +15,17 @@ struct Message
         std::string Key;
         std::string Value;
     };
-    std::string Command; ///< what stands before the first "?"; empty when nothing does
+    std::string Command; ///< the text before the first "?"; may be empty
     std::vector<Pair> Pairs;
 };
 
 /// Reads a line without its line feed; it ends at its first zero byte.
 [[nodiscard]] Message ReadMessage(std::string_view line);
 
-/// The pieces of a text between the separators, which are not part of them; one piece at least.
+/// The pieces of a text between the separators; at least one piece.
 [[nodiscard]] std::vector<std::string> Split(std::string_view text, std::string_view separator);
 
-/// Comparison and search that take ASCII letters of either case for the same.
+/// Comparison and search that ignore the case of ASCII letters.
 [[nodiscard]] bool IsSame(std::string_view a, std::string_view b);
 [[nodiscard]] bool Contains(std::string_view text, std::string_view word);
 

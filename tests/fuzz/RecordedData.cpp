@@ -19,15 +19,15 @@ std::string Text(const FixedText<N> &text)
     return std::string(text.View());
 }
 
-/// Takes down a call of the method that calls this; whether it is to succeed.
-bool Take(const Fields &fields, CallPlace place = CallPlace::Here())
+/// Records a call of the calling method; returns whether it succeeds.
+bool Record(const Fields &fields, CallPlace place = CallPlace::Here())
 {
     RecordedData &recorded = RecordedData::Get();
     recorded.Calls.push_back({place.Method, fields});
     return recorded.Found > 0;
 }
 
-/// Fills a text to its last byte, so that answers are as long as they can be.
+/// Fills a text completely, so that answers have their maximum length.
 template <std::size_t N>
 void Fill(FixedText<N> &text)
 {
@@ -146,7 +146,7 @@ DataManager *DataManager::GetInstance()
 bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<68> &password,
                                 AuthorityRecord *authority)
 {
-    const bool isAccepted = Take({{"Username", Text(userName)}, {"Password", Text(password)}});
+    const bool isAccepted = Record({{"Username", Text(userName)}, {"Password", Text(password)}});
     if (isAccepted)
         *authority = RecordedData::Get().Rights;
     return isAccepted;
@@ -155,12 +155,12 @@ bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<6
 void DataManager::WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName,
                                 int eventCode)
 {
-    Take({{"Address", Text(address)}, {"User", Text(userName)}, {"Event", Text(eventCode)}});
+    Record({{"Address", Text(address)}, {"User", Text(userName)}, {"Event", Text(eventCode)}});
 }
 
 bool DataManager::GetEventLog(EventInfo *event)
 {
-    const bool isFound = Take({{"EventNo", Text(event->EventNo)}});
+    const bool isFound = Record({{"EventNo", Text(event->EventNo)}});
     Fill(*event);
     return isFound;
 }
@@ -168,40 +168,40 @@ bool DataManager::GetEventLog(EventInfo *event)
 bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
 {
     const bool isFound =
-        Take(PageFields(filter->Page) + Fields{{"EventNo", Text(filter->EventNo)},
-                                               {"FromTime", Text(filter->FromTime)},
-                                               {"ToTime", Text(filter->ToTime)},
-                                               {"DeviceType", Text(filter->DeviceType)},
-                                               {"DevicePort", Text(filter->DevicePort)},
-                                               {"DeviceName", Text(filter->DeviceName)},
-                                               {"EventCode", Text(filter->EventCode)},
-                                               {"EventDesc", Text(filter->EventDesc)},
-                                               {"CardNo", Text(filter->CardNo)},
-                                               {"UserNo", Text(filter->UserNo)},
-                                               {"UserName", Text(filter->UserName)},
-                                               {"VideoTag", Text(filter->VideoTag)}});
+        Record(PageFields(filter->Page) + Fields{{"EventNo", Text(filter->EventNo)},
+                                                 {"FromTime", Text(filter->FromTime)},
+                                                 {"ToTime", Text(filter->ToTime)},
+                                                 {"DeviceType", Text(filter->DeviceType)},
+                                                 {"DevicePort", Text(filter->DevicePort)},
+                                                 {"DeviceName", Text(filter->DeviceName)},
+                                                 {"EventCode", Text(filter->EventCode)},
+                                                 {"EventDesc", Text(filter->EventDesc)},
+                                                 {"CardNo", Text(filter->CardNo)},
+                                                 {"UserNo", Text(filter->UserNo)},
+                                                 {"UserName", Text(filter->UserName)},
+                                                 {"VideoTag", Text(filter->VideoTag)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::GetEventCode(EventCodeInfo *code)
 {
-    const bool isFound = Take({{"Code", Text(code->Code)}});
+    const bool isFound = Record({{"Code", Text(code->Code)}});
     Fill(*code);
     return isFound;
 }
 
 bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo> *rows)
 {
-    const bool isFound = Take(PageFields(filter->Page) +
-                              Fields{{"Code", Text(filter->Code)}, {"Desc", Text(filter->Desc)}});
+    const bool isFound = Record(PageFields(filter->Page) +
+                                Fields{{"Code", Text(filter->Code)}, {"Desc", Text(filter->Desc)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::GetLiveVideoInfo(VideoInfo *video)
 {
-    const bool isFound = Take({{"DoorNo", Text(video->DoorNo)}});
+    const bool isFound = Record({{"DoorNo", Text(video->DoorNo)}});
     Fill(*video);
     return isFound;
 }
@@ -209,22 +209,22 @@ bool DataManager::GetLiveVideoInfo(VideoInfo *video)
 bool DataManager::GetPlayVideoInfo(VideoInfo *video)
 {
     const bool isFound =
-        Take({{"VideoTag", Text(video->VideoTag)}, {"EventTime", Text(video->EventTime)}});
+        Record({{"VideoTag", Text(video->VideoTag)}, {"EventTime", Text(video->EventTime)}});
     Fill(*video);
     return isFound;
 }
 
 bool DataManager::GetDoorInfo(DoorInfo *door)
 {
-    const bool isFound = Take({{"DoorNo", Text(door->DoorNo)}});
+    const bool isFound = Record({{"DoorNo", Text(door->DoorNo)}});
     Fill(*door);
     return isFound;
 }
 
 bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
 {
-    const bool isFound = Take(PageFields(filter->Page) + Fields{{"DoorNo", Text(filter->DoorNo)},
-                                                                {"Name", Text(filter->Name)}});
+    const bool isFound = Record(PageFields(filter->Page) + Fields{{"DoorNo", Text(filter->DoorNo)},
+                                                                  {"Name", Text(filter->Name)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
@@ -232,114 +232,116 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
 bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)
 {
     *status = INT32_MIN;
-    return Take({{"Port", Text(doorNo)}});
+    return Record({{"Port", Text(doorNo)}});
 }
 
 bool DataManager::SetDoorLock(std::int32_t doorNo, std::int32_t control)
 {
-    return Take({{"Port", Text(doorNo)}, {"Control", Text(control)}});
+    return Record({{"Port", Text(doorNo)}, {"Control", Text(control)}});
 }
 
 bool DataManager::GetAuxOutput(std::int32_t outputNo, std::int32_t *status)
 {
     *status = INT32_MIN;
-    return Take({{"Port", Text(outputNo)}});
+    return Record({{"Port", Text(outputNo)}});
 }
 
 bool DataManager::SetAuxOutput(std::int32_t outputNo, std::int32_t control)
 {
-    return Take({{"Port", Text(outputNo)}, {"Control", Text(control)}});
+    return Record({{"Port", Text(outputNo)}, {"Control", Text(control)}});
 }
 
 bool DataManager::GetUserInfo(UserInfo *user)
 {
-    const bool isFound = Take({{"UserNo", Text(user->UserNo)}});
+    const bool isFound = Record({{"UserNo", Text(user->UserNo)}});
     Fill(*user);
     return isFound;
 }
 
 bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
 {
-    const bool isFound = Take(PageFields(filter->Page) + DataFields(filter->User) +
-                              Fields{{"UserNo", Text(filter->User.UserNo)}});
+    const bool isFound = Record(PageFields(filter->Page) + DataFields(filter->User) +
+                                Fields{{"UserNo", Text(filter->User.UserNo)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::SetUserInfo(const UserInfo &user)
 {
-    return Take(DataFields(user) + Fields{{"UserNo", Text(user.UserNo)}});
+    return Record(DataFields(user) + Fields{{"UserNo", Text(user.UserNo)}});
 }
 
 bool DataManager::AddUserInfo(const UserInfo &user)
 {
-    return Take(DataFields(user));
+    return Record(DataFields(user));
 }
 
 bool DataManager::DelUserInfo(const UserInfo &user)
 {
-    return Take({{"UserNo", Text(user.UserNo)}});
+    return Record({{"UserNo", Text(user.UserNo)}});
 }
 
 bool DataManager::GetUserImage(UserImage *image)
 {
-    const bool isFound = Take({{"UserNo", Text(image->UserNo)}});
-    image->FileName.Assign(RecordedData::Get().Found > 1 ? fuzz::kPicture : fuzz::kMissingPicture);
+    const bool isFound = Record({{"UserNo", Text(image->UserNo)}});
+    image->FileName.Assign(RecordedData::Get().Found > 1 ? fuzz::kStoredImage
+                                                         : fuzz::kMissingImage);
     return isFound;
 }
 
 bool DataManager::SetUserImage(const UserImage &image)
 {
-    return Take({{"UserNo", Text(image.UserNo)}, {"FileName", Text(image.FileName)}});
+    return Record({{"UserNo", Text(image.UserNo)}, {"FileName", Text(image.FileName)}});
 }
 
 bool DataManager::GetCardFormat(CardFormatInfo *format)
 {
-    const bool isFound = Take({{"FormatNo", Text(format->FormatNo)}});
+    const bool isFound = Record({{"FormatNo", Text(format->FormatNo)}});
     Fill(*format);
     return isFound;
 }
 
 bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
 {
-    const bool isFound = Take(PageFields(*page));
+    const bool isFound = Record(PageFields(*page));
     FillRows(*page, rows);
     return isFound;
 }
 
 bool DataManager::GetCardInfo(CardInfo *card)
 {
-    const bool isFound = Take({{"CardNo", Text(card->No)}});
+    const bool isFound = Record({{"CardNo", Text(card->No)}});
     Fill(*card);
     return isFound;
 }
 
 bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
 {
-    const bool isFound = Take(PageFields(filter->Page) + Fields{{"UserNo", Text(filter->UserNo)}});
+    const bool isFound =
+        Record(PageFields(filter->Page) + Fields{{"UserNo", Text(filter->UserNo)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::SetCardInfo(const CardInfo &card)
 {
-    return Take(DataFields(card) + Fields{{"CardNo", Text(card.No)}});
+    return Record(DataFields(card) + Fields{{"CardNo", Text(card.No)}});
 }
 
 bool DataManager::AddCardInfo(const CardInfo &card)
 {
-    return Take(DataFields(card));
+    return Record(DataFields(card));
 }
 
 bool DataManager::DelCardInfo(const CardInfo &card)
 {
-    return Take({{"CardNo", Text(card.No)}});
+    return Record({{"CardNo", Text(card.No)}});
 }
 
 bool DataManager::GetAccessLevel(AccessLevelInfo *level)
 {
     const bool isFound =
-        Take({{"SelectType", Text(level->SelectType)}, {"LevelNo", Text(level->LevelNo)}});
+        Record({{"SelectType", Text(level->SelectType)}, {"LevelNo", Text(level->LevelNo)}});
     Fill(*level);
     return isFound;
 }
@@ -347,15 +349,15 @@ bool DataManager::GetAccessLevel(AccessLevelInfo *level)
 bool DataManager::GetAccessLevelEx(std::int32_t selectType, Paging *page,
                                    RowList<AccessLevelInfo> *rows)
 {
-    const bool isFound = Take(PageFields(*page) + Fields{{"SelectType", Text(selectType)}});
+    const bool isFound = Record(PageFields(*page) + Fields{{"SelectType", Text(selectType)}});
     FillRows(*page, rows);
     return isFound;
 }
 
 bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
 {
-    const bool isFound = Take({{"CardNo", Text(levels->CardNo)}});
-    // More numbers than an answer holds.
+    const bool isFound = Record({{"CardNo", Text(levels->CardNo)}});
+    // More numbers than an answer can hold.
     std::string list;
     while (list.size() < kLevelListSize)
         list += (list.empty() ? "" : " ") + std::to_string(INT32_MAX);
@@ -366,21 +368,21 @@ bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
 
 bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
 {
-    return Take({{"CardNo", Text(levels.CardNo)},
-                 {"SelectType", Text(levels.SelectType)},
-                 {"AccessLevelNo", Text(levels.AccessLevelNo)}});
+    return Record({{"CardNo", Text(levels.CardNo)},
+                   {"SelectType", Text(levels.SelectType)},
+                   {"AccessLevelNo", Text(levels.AccessLevelNo)}});
 }
 
 bool DataManager::GetThreatInfo(ThreatInfo *threat)
 {
-    const bool isFound = Take({{"Level", Text(threat->Level)}});
+    const bool isFound = Record({{"Level", Text(threat->Level)}});
     Fill(*threat);
     return isFound;
 }
 
 bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
 {
-    const bool isFound = Take(PageFields(*page));
+    const bool isFound = Record(PageFields(*page));
     FillRows(*page, rows);
     return isFound;
 }
@@ -388,12 +390,12 @@ bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
 bool DataManager::GetThreatLevel(std::int32_t *level)
 {
     *level = INT32_MIN;
-    return Take({});
+    return Record({});
 }
 
 bool DataManager::SetThreatLevel(std::int32_t level)
 {
-    return Take({{"ThreatLevel", Text(level)}});
+    return Record({{"ThreatLevel", Text(level)}});
 }
 
 } // namespace nimbra

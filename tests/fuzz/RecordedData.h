@@ -9,29 +9,29 @@
 
 namespace nimbra::fuzz {
 
-/// A call of the agent's data gateway: its method, and what it was asked.
+/// A call of DataManager: the method and the values passed.
 struct DataCall
 {
     std::string Method;
     fuzz::Fields Fields;
 };
 
-/// What stands in place of the data gateway in a fuzzer that has RecordedData.cpp among its
-/// sources: it keeps no data, but takes down each call and answers as it was told to.
+/// Replaces DataManager in a fuzzer that is built with RecordedData.cpp: it has no data, records
+/// each call and returns as many rows as the fuzzer wants.
 struct RecordedData
 {
     /// The rights that every login gives.
     AuthorityRecord Rights;
-    /// How the next call goes: 0 fails, others find so many rows.
+    /// The number of rows that the next call finds; 0: the call fails.
     std::size_t Found = 1;
     std::vector<DataCall> Calls;
 
     [[nodiscard]] static RecordedData &Get();
 };
 
-/// The picture that a call tells of when it finds one row, a file that is not there; and when it
-/// finds more, one that is.
-inline constexpr char kMissingPicture[] = "missing.png";
-inline constexpr char kPicture[] = "picture.png";
+/// The user image of a call that finds one row, a file that does not exist, and of a call that
+/// finds more, a file that exists.
+inline constexpr char kMissingImage[] = "missing.png";
+inline constexpr char kStoredImage[] = "image.png";
 
 } // namespace nimbra::fuzz

@@ -1,6 +1,6 @@
-// Requests: any lines, said to a real session whose data gateway is a recorder. Each line must come
-// to the handler that it names, and the handler must ask the gateway for exactly what the line's
-// keys say, have the panel told of it, and answer in its form.
+// Requests: any lines, sent to a real session whose DataManager only records its calls. Each line
+// must reach the handler of its command, and the handler must pass exactly the values of the line's
+// keys, report the event to the panel and answer in the command's form.
 
 #include "base/PanelConstants.h"
 #include "fuzz/Conversation.h"
@@ -20,7 +20,7 @@ namespace nimbra::fuzz {
 namespace {
 
 constexpr char kAddress[] = "192.168.77.20";
-constexpr char kPictureBytes[] = "some bytes\n";
+constexpr char kImageBytes[] = "some bytes\n";
 
 /// Results of answers.
 constexpr int kSuccess = 0;
@@ -29,7 +29,7 @@ constexpr int kBadMessage = 2;
 constexpr int kBadTransfer = 3;
 constexpr int kNoAuthority = 9;
 
-/// The longest name that a file can have.
+/// The maximum length of a file name.
 constexpr std::size_t kLongestName = 255;
 
 bool IsFileName(const std::string &name)
@@ -38,8 +38,8 @@ bool IsFileName(const std::string &name)
            name.size() <= kLongestName;
 }
 
-/// The input's first line: a digit for each authority word, and then digits for how many rows the
-/// calls find, taken in turn. What it lacks is full rights, and one row.
+/// The input's first line: a digit for each authority word, then digits with the numbers of rows
+/// that the calls find, used one after the other. Missing digits mean full rights and one row.
 class Setup
 {
 public:
@@ -52,7 +52,7 @@ public:
         found_ = line.substr(std::min(line.size(), rights.Words.size()));
     }
 
-    /// How many rows the next command's calls find.
+    /// The number of rows that the next command's calls find.
     std::size_t NextFound() { return found_.empty() ? 1 : Digit(found_[next_++ % found_.size()]); }
 
 private:
@@ -109,7 +109,7 @@ private:
                !IsNamed(exchange, "SetEvent");
     }
 
-    /// The result that ends an exchange before the gateway is called; success when none does.
+    /// The failure before DataManager is called, or success.
     [[nodiscard]] int ResultBeforeCall(const Exchange &exchange) const
     {
         if (!IsAuthorised(*exchange.Command))
@@ -135,7 +135,7 @@ private:
         return found > 0 ? kSuccess : kFailed;
     }
 
-    /// The gateway has been asked what the line says, and then to tell the panel of a success.
+    /// Checks that DataManager was called with the line's values and then reported a success.
     void CheckCalls(const Exchange &exchange) const
     {
         std::vector<DataCall> expected;
@@ -151,7 +151,7 @@ private:
                 {"WriteAuditLog",
                  {{"Address", kAddress}, {"User", userName_}, {"Event", std::to_string(event)}}});
         const std::vector<DataCall> &calls = RecordedData::Get().Calls;
-        RequireEqual("calls of the gateway", static_cast<long long>(expected.size()),
+        RequireEqual("calls of DataManager", static_cast<long long>(expected.size()),
                      static_cast<long long>(calls.size()));
         for (std::size_t i = 0; i < expected.size(); ++i)
             CheckCall(expected[i], calls[i]);
@@ -160,9 +160,9 @@ private:
     static void CheckCall(const DataCall &expected, const DataCall &call)
     {
         RequireEqual("method", expected.Method, call.Method);
-        // How many bytes an image has is not for the gateway to know.
-        const std::size_t unasked = expected.Fields.count("Size");
-        Require(expected.Fields.size() == call.Fields.size() + unasked, "count of fields");
+        // The size of an image is not passed to DataManager.
+        const std::size_t notPassed = expected.Fields.count("Size");
+        Require(expected.Fields.size() == call.Fields.size() + notPassed, "count of fields");
         for (const auto &[name, value] : call.Fields)
             if (expected.Fields.at(name) != kAnything)
                 RequireEqual(call.Method + " " + name, expected.Fields.at(name), value);
@@ -181,22 +181,22 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     nimbra::fuzz::Require(std::getenv("NIMBRA_SANDBOX") != nullptr, "runs in nimbra-sandbox only");
     const std::filesystem::path images = nimbra::kImageDirectory;
     std::filesystem::create_directories(images);
-    std::ofstream(images / nimbra::fuzz::kPicture) << nimbra::fuzz::kPictureBytes;
+    std::ofstream(images / nimbra::fuzz::kStoredImage) << nimbra::fuzz::kImageBytes;
     setenv("TZ", "UTC0", 1);
     return 0;
 }
 
-/// The input is a line of setup and then what a client sends.
+/// The input is the setup line, then the bytes that the client sends.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;
     const std::string_view input(reinterpret_cast<const char *>(data), size);
     const std::size_t end = std::min(input.find('\n'), size);
-    // Many short lines say no more than a few, and take longer.
+    // Many short lines find no more than a few do, and take longer.
     constexpr std::ptrdiff_t kMostLines = 40;
     if (std::count(input.begin(), input.end(), '\n') > kMostLines)
         return -1;
     Requests requests(input.substr(0, end));
-    requests.Hold(input.substr(std::min(end + 1, size)), kAddress);
+    requests.Run(input.substr(std::min(end + 1, size)), kAddress);
     return 0;
 }

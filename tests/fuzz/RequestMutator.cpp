@@ -1,5 +1,5 @@
-// Makes requests out of the command table: mixed with the fuzzer's own changes, they lead to the
-// handlers far sooner than bytes at random.
+// Makes requests from the command table. Mixed with the fuzzer's own mutations, they reach the
+// handlers far sooner than random bytes.
 
 #include "fuzz/Commands.h"
 #include "fuzz/MessageModel.h"
@@ -25,7 +25,7 @@ constexpr const char *kNumbers[] = {
 constexpr const char *kTimes[] = {"2026-11-21 08:57:00", "1970-01-01 00:00:00", "2038-1-19 3:14:8",
                                   "2026-02-31",          "0-0-0 0:0:0",         "yesterday",
                                   "2023-03-01 12:00",    "99999999999-1-1"};
-/// Accounts of the panel, one that nobody can log in with, and one with a wrong password.
+/// Accounts of the panel, a locked one, and one with a wrong password.
 constexpr const char *kLogins[] = {"Username=admin&Password=admin1234",
                                    "Username=admin&Password=webadmin5678",
                                    "Username=viewer&Password=view4321",
@@ -57,6 +57,7 @@ constexpr const char *kTexts[] = {"Anna",
                                   "a=b",
                                   ""};
 
+/// Random choices.
 class Chance
 {
 public:
@@ -117,7 +118,7 @@ private:
         const Command &command = Any(Commands());
         std::string line = std::string(command.Name) + "?";
         for (const Key &key : command.Keys)
-            // Required ones are rarely left out.
+            // Required keys are rarely omitted.
             if (Below(key.IsRequired ? 16 : 2) != 0)
                 line += std::string(key.Name) + "=" + Value(key) + "&";
         if (Below(8) == 0)

@@ -1,5 +1,5 @@
-// Discovery: any datagrams, one after the other, through the real responder. Each that asks with a
-// key is answered once, with that key, and nothing else is.
+// Discovery: the real responder receives any datagrams, one after the other. A probe with a key is
+// answered once, with that key; any other datagram is not answered.
 
 #include "base/PanelConstants.h"
 #include "core/ConfigManager.h"
@@ -25,10 +25,10 @@
 namespace nimbra::fuzz {
 namespace {
 
-/// What a probe may hold besides the terminator in the responder's buffer.
+/// The maximum size of a probe: the responder's buffer less the terminator.
 constexpr std::size_t kLongest = 1023;
 
-/// The answer that a datagram must get; empty for none.
+/// The answer that a datagram must get; empty: none.
 std::string AnswerTo(std::string_view datagram)
 {
     const std::string_view received = datagram.substr(0, kLongest);
@@ -45,8 +45,8 @@ std::string AnswerTo(std::string_view datagram)
            "&PrivatePort=9000\n";
 }
 
-/// Gives the responder its datagrams and takes its answers.
-class Network : public AgentWorld
+/// Passes datagrams to the responder and receives its answers.
+class Network : public AgentEnvironment
 {
 public:
     explicit Network(std::vector<std::string> datagrams) : datagrams_(std::move(datagrams)) {}
@@ -79,7 +79,7 @@ public:
         answer_ += answer;
     }
 
-    /// Compares what came since the last datagram with what it must get.
+    /// Compares what the last datagram got with what it must get.
     void CheckAnswer()
     {
         RequireEqual("answer", expected_, answer_);
@@ -99,7 +99,7 @@ Network *theNetwork = nullptr;
 } // namespace
 } // namespace nimbra::fuzz
 
-// The names are the linker's: what wraps a function is called so.
+// The linker prescribes the names of wrapping functions.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" ssize_t __wrap_recvfrom(int /*socket*/, void *buffer, std::size_t size, int /*flags*/,
                                    sockaddr * /*sender*/, socklen_t * /*senderSize*/)
@@ -127,13 +127,13 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     return 0;
 }
 
-/// The input is datagrams with an empty line between each and the next.
+/// The input is datagrams, separated by empty lines.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;
     Network network(Split({reinterpret_cast<const char *>(data), size}, "\n\n"));
     theNetwork = &network;
-    Require(nimbra::ScanManager::GetInstance()->Start(), "start of the responder");
+    Require(nimbra::ScanManager::GetInstance()->Start(), "the responder does not start");
     network.CheckAnswer();
     return 0;
 }

@@ -1,6 +1,6 @@
-// Whole sessions: any lines, said to a real session with its real databases, files and command
-// tool. Each line gets its answer, only known accounts get in, the command tool is called exactly
-// as it should be, and whatever was said the panel is sound when the client has gone.
+// Whole sessions: any lines, sent to a real session with real databases, files and a command tool.
+// Each line gets its answer, only known accounts can log in, the command tool gets exactly the
+// expected calls, and the panel is intact when the session has ended.
 
 #include "fuzz/Conversation.h"
 #include "fuzz/Finding.h"
@@ -23,7 +23,7 @@ namespace {
 constexpr int kSuccess = 0;
 constexpr int kNoAuthority = 9;
 
-/// Every account that the sample panel lets in.
+/// All accounts of the sample panel that can log in.
 constexpr panel::SampleLogin kAccounts[] = {
     panel::kController, panel::kWebAdmin, panel::kOperator, panel::kViewer,   panel::kGuard,
     panel::kClerk,      panel::kNobody,   panel::kOdd,      panel::kLowerCase};
@@ -34,7 +34,7 @@ bool IsAccount(const std::string &user, const std::string &password)
         return account.Id == user && account.Password == password;
     };
     return std::any_of(std::begin(kAccounts), std::end(kAccounts), isIt) ||
-           std::any_of(std::begin(kOddNames), std::end(kOddNames), isIt);
+           std::any_of(std::begin(kQuotedNames), std::end(kQuotedNames), isIt);
 }
 
 FuzzPanel &ThePanel()
@@ -54,18 +54,18 @@ protected:
     void OnAnswered(const Exchange &exchange) override
     {
         const std::string name = exchange.Command->Name;
-        const bool hasWorked = exchange.Result == kSuccess;
+        const bool hasSucceeded = exchange.Result == kSuccess;
         if (name == "Login") {
             userName_ = exchange.Fields.at("Username");
-            mayDoSomething_ = IsAccount(userName_, exchange.Fields.at("Password"));
-            RequireEqual("who gets in", mayDoSomething_ ? 1 : 0, hasWorked ? 1 : 0);
+            isLoggedIn_ = IsAccount(userName_, exchange.Fields.at("Password"));
+            RequireEqual("whether the login succeeds", isLoggedIn_ ? 1 : 0, hasSucceeded ? 1 : 0);
         }
-        if (exchange.Command->Area && !mayDoSomething_)
-            RequireEqual("who may do nothing", kNoAuthority, exchange.Result);
-        if (name == "SetThreatLevel" && hasWorked)
+        if (exchange.Command->Area && !isLoggedIn_)
+            RequireEqual("result without a login", kNoAuthority, exchange.Result);
+        if (name == "SetThreatLevel" && hasSucceeded)
             threatLevel_ = std::stoi(exchange.Fields.at("ThreatLevel"));
-        if (name == "SetUserImage" && hasWorked)
-            RequireEqual("an image as it is stored", exchange.Upload,
+        if (name == "SetUserImage" && hasSucceeded)
+            RequireEqual("the stored image", exchange.Upload,
                          ReadWhole(ThePanel().Paths().Images / exchange.Fields.at("FileName")));
         CheckCalls(exchange);
     }
@@ -112,14 +112,14 @@ private:
 
     std::string address_;
     std::string userName_;
-    bool mayDoSomething_ = false;
+    bool isLoggedIn_ = false;
     std::optional<int> threatLevel_;
 };
 
 } // namespace
 } // namespace nimbra::fuzz
 
-// The name is the linker's: what wraps a function is called so.
+// The linker prescribes the name of a wrapping function.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" int __wrap_system(const char *line)
 {
@@ -134,8 +134,8 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     return 0;
 }
 
-/// The input is a line with the client's address, at most 32 bytes of which are kept, and then what
-/// the client sends.
+/// The input is a line with the client's address, of which the agent keeps 32 bytes, then the bytes
+/// that the client sends.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;
@@ -146,7 +146,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return -1;
     const std::string_view address = input.substr(0, std::min<std::size_t>(end, 32));
     Session session(std::string(address.substr(0, address.find('\0'))));
-    session.Hold(input.substr(std::min(end + 1, size)), std::string(input.substr(0, end)));
+    session.Run(input.substr(std::min(end + 1, size)), std::string(input.substr(0, end)));
     ThePanel().Check(session.ThreatLevel());
     ThePanel().Reset();
     return 0;

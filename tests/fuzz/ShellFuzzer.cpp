@@ -1,5 +1,5 @@
-// Words for a shell command line: whatever their bytes, the shell takes each for one argument that
-// is the very text. Two judges: a model of the shell's quoting, and a real sh.
+// Words for a shell command line: whatever their bytes, the shell reads each as one argument that
+// equals the text. Checked by a model of the shell's quoting and by a real sh.
 
 #include "data/Shell.h"
 #include "fuzz/Finding.h"
@@ -17,7 +17,7 @@
 namespace nimbra::fuzz {
 namespace {
 
-/// A shell that is asked again and again for the arguments that it makes of a line.
+/// A shell process that parses one line after the other and returns the arguments.
 class Shell
 {
 public:
@@ -36,7 +36,7 @@ public:
         char *arguments[] = {name, nullptr};
         pid_t child = 0;
         Require(posix_spawn(&child, "/bin/sh", &actions, nullptr, arguments, environ) == 0,
-                "start of the shell");
+                "the shell does not start");
         posix_spawn_file_actions_destroy(&actions);
         close(input[0]);
         close(output[1]);
@@ -63,8 +63,8 @@ private:
         std::size_t end = 0;
         while ((end = pending_.find('\0')) == std::string::npos) {
             char bytes[4096];
-            // A shell that waits for the end of a word keeps this waiting: the fuzzer's own limit
-            // reports that. Its alarms interrupt.
+            // If the shell waits for the end of a word, this waits too, and the fuzzer's time
+            // limit reports it. The fuzzer's alarms interrupt the call.
             const ssize_t count = TEMP_FAILURE_RETRY(read(fromShell_, bytes, sizeof bytes));
             Require(count > 0, "the shell has ended");
             pending_.append(bytes, static_cast<std::size_t>(count));
@@ -79,19 +79,18 @@ private:
     std::string pending_;
 };
 
-void RequireWords(std::string_view judge, const std::vector<std::string> &expected,
+void RequireWords(std::string_view what, const std::vector<std::string> &expected,
                   const std::vector<std::string> &got)
 {
-    RequireEqual(judge, static_cast<long long>(expected.size()),
-                 static_cast<long long>(got.size()));
+    RequireEqual(what, static_cast<long long>(expected.size()), static_cast<long long>(got.size()));
     for (std::size_t i = 0; i < expected.size(); ++i)
-        RequireEqual(judge, expected[i], got[i]);
+        RequireEqual(what, expected[i], got[i]);
 }
 
 } // namespace
 } // namespace nimbra::fuzz
 
-/// The input is two texts, parted by its first line feed.
+/// The input is two texts, separated by the first line feed.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;

@@ -6,7 +6,7 @@ namespace nimbra::fuzz {
 
 namespace {
 
-/// What means nothing to any shell when it stands outside quotes.
+/// Whether no shell interprets the byte outside quotes.
 bool IsPlain(char c)
 {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

@@ -1,6 +1,6 @@
-// Statements made of texts as they stand: a statement that is not refused has exactly the literals
-// that its texts stand for, and one is refused only for a quote that is not doubled or for its
-// length. Two judges: a reader of SQL tokens made for this, and SQLite.
+// Statements with inserted texts: an accepted statement has exactly the literals of its texts, and
+// a statement is refused only for a quote that is not doubled or for its length. Checked by a
+// parser of SQL tokens and by SQLite.
 
 #include "data/SqlText.h"
 #include "fuzz/Finding.h"
@@ -22,7 +22,7 @@
 namespace nimbra::fuzz {
 namespace {
 
-/// A statement as its tokens: literals as what they stand for behind a quote, all else as it is.
+/// The tokens of a statement; a literal is a quote and then its value.
 std::vector<std::string> Tokens(std::string_view sql)
 {
     std::vector<std::string> tokens;
@@ -56,18 +56,18 @@ std::vector<std::string> Tokens(std::string_view sql)
     return tokens;
 }
 
-/// What a text with doubled quotes stands for inside a literal.
-std::string Meaning(std::string_view text)
+/// The value of a literal with this text, whose quotes are doubled.
+std::string LiteralValue(std::string_view text)
 {
-    std::string meaning;
+    std::string value;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        meaning += text[i];
+        value += text[i];
         i += text[i] == '\'' ? 1 : 0;
     }
-    return meaning;
+    return value;
 }
 
-/// Whether each quote of the text has its double: they stand in runs of even length.
+/// Whether all quotes of the text are doubled, that is, occur in runs of even length.
 bool IsDoubled(std::string_view text)
 {
     std::size_t run = 0;
@@ -79,7 +79,7 @@ bool IsDoubled(std::string_view text)
     return run % 2 == 0;
 }
 
-/// The texts and numbers of one input; those that it lacks are empty and 0.
+/// The texts and numbers of one input; missing ones are empty and 0.
 class Values
 {
 public:
@@ -105,7 +105,7 @@ private:
     std::vector<std::string> texts_;
 };
 
-/// What a statement should be: grows beside the statement that the agent's class makes.
+/// The expected statement, built in parallel with the agent's SqlText.
 class Expected
 {
 public:
@@ -117,34 +117,34 @@ public:
         return *this;
     }
     Expected &Number(std::int32_t number) { return Sql(std::to_string(number)); }
-    /// A literal: `text` as it stands, with a wildcard on each side if wanted.
+    /// A literal: `text` unchanged, between two wildcards if given.
     Expected &Literal(const std::string &text, const std::string &wildcard = "")
     {
         isRefused_ = isRefused_ || !IsDoubled(text);
-        meanings_.push_back(Meaning(text));
-        tokens_.push_back("'" + wildcard + meanings_.back() + wildcard);
+        values_.push_back(LiteralValue(text));
+        tokens_.push_back("'" + wildcard + values_.back() + wildcard);
         length_ += 2 + 2 * wildcard.size() + text.size();
         return *this;
     }
 
     [[nodiscard]] bool IsRefused() const { return isRefused_ || length_ >= SqlText::kSize; }
     [[nodiscard]] const std::vector<std::string> &TokenList() const { return tokens_; }
-    /// What the literals stand for, in their order.
-    [[nodiscard]] const std::vector<std::string> &Meanings() const { return meanings_; }
+    /// The values of the literals, in their order.
+    [[nodiscard]] const std::vector<std::string> &LiteralValues() const { return values_; }
 
 private:
     bool isRefused_ = false;
     std::size_t length_ = 0;
     std::vector<std::string> tokens_;
-    std::vector<std::string> meanings_;
+    std::vector<std::string> values_;
 };
 
-/// A database in memory that has the tables of the statements; it lets a statement touch only one
-/// of them, and call only the functions that stand in the agent's own words.
-class Judge
+/// A database in memory with the tables of the statements. A statement may use only the given table
+/// and only the functions that the agent's statements use.
+class Database
 {
 public:
-    Judge()
+    Database()
     {
         Require(sqlite3_open(":memory:", &handle_) == SQLITE_OK, "a database in memory");
         const char *schema =
@@ -153,10 +153,10 @@ public:
             "CREATE TABLE Controller (No INT, ID TEXT, Password TEXT);"
             "CREATE TABLE Card (No INT, CardFormatNo INT, CardNo TEXT);";
         Require(sqlite3_exec(handle_, schema, nullptr, nullptr, nullptr) == SQLITE_OK, "schema");
-        sqlite3_set_authorizer(handle_, &Judge::Authorise, this);
+        sqlite3_set_authorizer(handle_, &Database::Authorise, this);
     }
 
-    /// The one row that the statement gives, as texts; nothing when it gives none.
+    /// The first row of the statement's result, as texts; empty if there is none.
     std::vector<std::string> Run(std::string_view table, const char *sql)
     {
         table_ = table;
@@ -181,10 +181,10 @@ private:
         return bytes == nullptr ? "" : std::string(static_cast<const char *>(bytes), size);
     }
 
-    static int Authorise(void *judge, int action, const char *what, const char *which,
-                         const char * /*database*/, const char * /*trigger*/)
+    static int Authorise(void *database, int action, const char *what, const char *which,
+                         const char * /*schema*/, const char * /*trigger*/)
     {
-        const std::string &table = static_cast<Judge *>(judge)->table_;
+        const std::string &table = static_cast<Database *>(database)->table_;
         const bool isKnown = action == SQLITE_READ || action == SQLITE_UPDATE ||
                              action == SQLITE_INSERT || action == SQLITE_DELETE;
         const bool mayDo = action == SQLITE_SELECT || (isKnown && table == what) ||
@@ -197,13 +197,13 @@ private:
     std::string table_;
 };
 
-Judge &TheJudge()
+Database &TheDatabase()
 {
-    static Judge judge;
-    return judge;
+    static Database database;
+    return database;
 }
 
-/// Compares the statement with what it should be and runs it; the row it gave, none when refused.
+/// Compares the statement with the expected one and runs it. Returns the row; none if refused.
 std::vector<std::string> Check(const SqlText &sql, const Expected &expected, std::string_view table)
 {
     RequireEqual("refusal", expected.IsRefused() ? 1 : 0, sql.IsRefused() ? 1 : 0);
@@ -215,18 +215,18 @@ std::vector<std::string> Check(const SqlText &sql, const Expected &expected, std
         Require(i < expected.TokenList().size(), "a token too many");
         RequireEqual("token", expected.TokenList()[i], tokens[i]);
     }
-    return TheJudge().Run(table, sql.Get());
+    return TheDatabase().Run(table, sql.Get());
 }
 
 constexpr char kUserTexts[] =
     "SELECT FirstName, MiddleName, LastName, Phone, CellPhone, Email FROM User";
 
-/// What the change has written is what the literals stand for.
+/// Checks that the change has stored the values of the literals.
 void CheckStored(const SqlText &sql, const Expected &expected)
 {
-    if (!sql.IsRefused() && TheJudge().Run("User", kUserTexts) != expected.Meanings())
+    if (!sql.IsRefused() && TheDatabase().Run("User", kUserTexts) != expected.LiteralValues())
         Report("a text is not stored as it is");
-    TheJudge().Run("User", "DELETE FROM User");
+    TheDatabase().Run("User", "DELETE FROM User");
 }
 
 void CheckLogin(const Values &v)
@@ -267,7 +267,7 @@ void CheckInsert(const Values &v)
 
 void CheckUpdate(const Values &v)
 {
-    TheJudge().Run("User", "INSERT INTO User (No) VALUES (7)");
+    TheDatabase().Run("User", "INSERT INTO User (No) VALUES (7)");
     const SqlText sql("UPDATE User SET FirstName='%s', MiddleName='%s', LastName='%s', Phone='%s', "
                       "CellPhone='%s', Email='%s', Ada=%d WHERE No=%d",
                       v.C(0), v.C(1), v.C(2), v.C(3), v.C(4), v.C(5), v.Number(6), 7);
@@ -287,13 +287,13 @@ void CheckReadBack(const Values &v)
     Expected expected;
     expected.Sql("SELECT ").Literal(v.Text(0)).Sql(", ").Literal(v.Text(1));
     expected.Sql(", ").Number(v.Number(2));
-    std::vector<std::string> meanings = expected.Meanings();
-    meanings.push_back(std::to_string(v.Number(2)));
-    if (Check(sql, expected, "") != meanings && !sql.IsRefused())
+    std::vector<std::string> values = expected.LiteralValues();
+    values.push_back(std::to_string(v.Number(2)));
+    if (Check(sql, expected, "") != values && !sql.IsRefused())
         Report("a literal does not read back as it is");
 }
 
-/// A condition of any length: a number filters where the text before it is empty.
+/// A condition of any length. Each text is also read as a number.
 void CheckFilters(const Values &v)
 {
     static constexpr const char *kColumns[] = {"FirstName", "LastName", "Email"};
@@ -319,7 +319,7 @@ void CheckFilters(const Values &v)
 } // namespace
 } // namespace nimbra::fuzz
 
-/// The input is a digit that says which statement, and the values for it, one a line.
+/// The input is a digit for the statement, then the values, one per line.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;

@@ -1,5 +1,5 @@
-// Number, date and date-time texts: read by the agent and by the model alike, in several zones; and
-// every time comes back from the text that it is written as.
+// Number, date and date-time texts: the agent and a model read the same values, in several time
+// zones, and a time that is written as a text reads back as the same time.
 
 #include "fuzz/Finding.h"
 #include "fuzz/ValueModel.h"

@@ -6,21 +6,20 @@
 
 namespace nimbra::fuzz {
 
-/// What the values of a request mean, worked out a second time: by hand, from the rules of the
-/// protocol, with none of the library calls that the agent uses.
+/// The values of a request, parsed by a second implementation of the protocol's rules that uses
+/// none of the library calls of the agent.
 
-/// The low 32 bits of the decimal number that a text begins with.
+/// The low 32 bits of the decimal number at the start of a text.
 [[nodiscard]] std::int32_t NumberIn(std::string_view text);
 
-/// A time that may be anything: the year lies where the C library's own arithmetic ends.
+/// A time. It is uncertain if its year is near the limits of the C library's arithmetic.
 struct ModelTime
 {
     bool IsCertain = true;
     std::int32_t Seconds = 0;
 };
 
-/// The seconds that a date text, or a date-time text, stands for where clocks show `ahead` seconds
-/// more than UTC.
+/// The seconds of a date text, or a date-time text, in a zone that is `ahead` seconds ahead of UTC.
 [[nodiscard]] ModelTime DateIn(std::string_view text, std::int64_t ahead = 0);
 [[nodiscard]] ModelTime TimeIn(std::string_view text, std::int64_t ahead = 0);
 
