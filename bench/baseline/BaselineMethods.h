@@ -13,7 +13,7 @@ typedef struct
     void (*Run)(int turn);
 } BaselineMethod;
 
-extern const BaselineMethod BaselineMethods[];
+extern const BaselineMethod kBaselineMethods[];
 
 #ifdef __cplusplus
 }

@@ -2,7 +2,6 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 sqlite3 *BaselineOpen(const char *path)
 {
@@ -48,14 +47,15 @@ void BaselineJournal(const char *statement)
     const int sequence = BaselineFirstNumber(panel, "SELECT MAX(Idseq) FROM DBQueryInfo") + 1;
     char insert[2 * BASELINE_SQL_SIZE + 128];
     char *end =
-        insert + sprintf(insert, "INSERT INTO DBQueryInfo (Idseq, QueryData, DbKind) VALUES (%d, '",
-                         sequence);
+        insert + snprintf(insert, sizeof insert,
+                          "INSERT INTO DBQueryInfo (Idseq, QueryData, DbKind) VALUES (%d, '",
+                          sequence);
     for (; *statement != '\0'; ++statement) {
         if (*statement == '\'')
             *end++ = '\'';
         *end++ = *statement;
     }
-    strcpy(end, "', 1)");
+    snprintf(end, (size_t)(insert + sizeof insert - end), "', 1)");
     BaselineExecute(panel, insert);
     sqlite3_close(panel);
 }

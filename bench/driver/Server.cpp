@@ -3,6 +3,7 @@
 #include "bench/driver/Clock.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -12,7 +13,6 @@
 #include <system_error>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -273,7 +273,7 @@ std::vector<Method> AllMethods()
 
 void (*BaselineOf(const std::string &name))(int turn)
 {
-    for (const BaselineMethod *method = BaselineMethods; method->Name != nullptr; ++method)
+    for (const BaselineMethod *method = kBaselineMethods; method->Name != nullptr; ++method)
         if (name == method->Name)
             return method->Run;
     throw std::runtime_error("the baseline has no " + name);
