@@ -109,7 +109,7 @@ public:
     void ExchangeImage(std::minstd_rand &random)
     {
         const std::string user = std::to_string(OwnUser(number_));
-        const std::string name = "soak" + user + ".jpg";
+        const std::string name = "endurance" + user + ".jpg";
         std::string bytes(1 + Below(random, 20000), '\0');
         for (char &byte : bytes)
             byte = static_cast<char>(random() >> 8U);

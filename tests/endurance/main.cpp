@@ -4,6 +4,7 @@
 #include "endurance/Run.h"
 #include "support/Agent.h"
 #include "support/Files.h"
+#include "support/Sanitized.h"
 #include "support/TestPanel.h"
 #include "support/Waiting.h"
 
@@ -26,14 +27,8 @@ namespace nimbra::endurance {
 namespace {
 
 using test::Agent;
+using test::kIsSanitized;
 using test::Stopwatch;
-
-/// A sanitizer uses memory of its own.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 /// The allowed growth of memory between the first and the last round: the allocator of the C
 /// library takes and returns memory in steps.

@@ -30,6 +30,11 @@ bool Parse(const std::string &text, LogLine *line)
 
 } // namespace
 
+void PrintTo(const LogLine &line, std::ostream *stream)
+{
+    *stream << line.Source << ':' << line.Line << ' ' << line.Method << ": " << line.Message;
+}
+
 CapturedOutput::CapturedOutput()
     : file_(memfd_create("output", MFD_CLOEXEC)), output_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3))
 {

@@ -2,6 +2,7 @@
 
 #include "base/Descriptor.h"
 
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +18,9 @@ struct LogLine
     std::string Method;
     std::string Message;
 };
+
+/// Shows a line in the messages of failed assertions.
+void PrintTo(const LogLine &line, std::ostream *stream);
 
 /// Captures the standard output of the process during its lifetime. One object at a time.
 class CapturedOutput

@@ -8,6 +8,7 @@
 #include "support/ManagementClient.h"
 #include "support/Matchers.h"
 #include "support/Program.h"
+#include "support/Sanitized.h"
 #include "support/TestPanel.h"
 #include "support/TestSocket.h"
 
@@ -33,7 +34,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -46,14 +46,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::Optional;
 using ::testing::StartsWith;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kIsSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 constexpr int kPort = 9000;
 
@@ -235,31 +227,17 @@ private:
     int answers_ = 0;
 };
 
-/// Tests with hundreds of sessions. The agent starts with a large timer slack, so that the kernel
-/// wakes many of its threads together and other tests get processor time.
-class Crowd : public ::testing::Test
-{
-protected:
-    Crowd() : agent_(AfterSettingSlack()) { prctl(PR_SET_TIMERSLACK, 0UL); }
-
-    TestPanel panel_;
-    Agent agent_;
-
-private:
-    static Agent::Options AfterSettingSlack()
-    {
-        constexpr unsigned long kNanoseconds = 20'000'000;
-        prctl(PR_SET_TIMERSLACK, kNanoseconds);
-        return {};
-    }
-};
-
 class Listener : public AgentTest
 {
 protected:
     Listener() = default;
     explicit Listener(const panel::PanelSize &size) : AgentTest(size) {}
 };
+
+/// Tests that take long, because the agent ends the sessions of clients that have left only when
+/// they have been silent for 10 seconds.
+class ListenerWithManyClients : public Listener
+{};
 
 class ListenerWithLongLog : public Listener
 {
@@ -354,7 +332,7 @@ TEST_F(Listener, ClientCountFollows20ClientsUpAndDown)
     EXPECT_TRUE(WaitUntil([&] { return agent_.Threads() <= threads; }));
 }
 
-TEST_F(Crowd, Serves200SimultaneousClients)
+TEST_F(ListenerWithManyClients, Serves200SimultaneousClients)
 {
     std::vector<EagerClient> clients;
     for (int i = 0; i < 200; ++i)
@@ -376,7 +354,7 @@ TEST_F(Crowd, Serves200SimultaneousClients)
     EXPECT_GE(agent_.CountInLog(", Addr: "), 200U);
 }
 
-TEST_F(Crowd, LeavesNothingBehindAfter1000Connections)
+TEST_F(ListenerWithManyClients, LeavesNothingBehindAfter1000Connections)
 {
     const std::set<int> descriptors = DescriptorsAtRest(agent_);
     const std::size_t threads = agent_.Threads();

@@ -7,6 +7,7 @@
 #include "support/Files.h"
 #include "support/Limits.h"
 #include "support/ManagementClient.h"
+#include "support/Matchers.h"
 #include "support/Program.h"
 #include "support/TestPanel.h"
 
@@ -37,7 +38,6 @@ using ::testing::StartsWith;
 
 constexpr char kRule[] = "----------------------------------------";
 constexpr char kVersion[] = " 5.00-05h";
-constexpr char kHelloAnswer[] = "HelloResponse?Result=0&Key=";
 
 Agent::Options RunByShell(const std::string &script)
 {
@@ -192,7 +192,7 @@ TEST(CommandLine, IsIgnored)
     const TestPanel panel;
     Agent agent(RunByShell("exec \"$0\" --help -x 9001 '' /dev/null"));
     EXPECT_EQ(agent.Log().at(2), ProgramName(agent) + kVersion);
-    EXPECT_THAT(ManagementClient().Ask("Hello?"), StartsWith(kHelloAnswer));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
     EXPECT_EQ(agent.End(), 0);
 }
 
@@ -475,7 +475,7 @@ TEST(Start, IsRetriedWhenThreadCannotBeCreated)
         ASSERT_TRUE(agent.WaitForMessage("ClientManager.cpp", "Start", "pthread_create fail"));
     }
     ASSERT_TRUE(agent.WaitForLog(", Port: 9000"));
-    EXPECT_THAT(ManagementClient().Ask("Hello?"), StartsWith(kHelloAnswer));
+    EXPECT_THAT(ManagementClient().Ask("Hello?"), IsGreeting());
     // The configuration was loaded again, the banner was not printed again.
     EXPECT_EQ(agent.CountInLog("CloudEnable=0"), 2U);
     EXPECT_EQ(agent.CountInLog(kVersion), 1U);

@@ -2,6 +2,7 @@
 
 #include "base/Wait.h"
 #include "support/CapturedOutput.h"
+#include "support/Matchers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,7 +17,8 @@ namespace nimbra {
 namespace {
 
 using test::CapturedOutput;
-using test::LogLine;
+using test::IsLogLine;
+using ::testing::ElementsAre;
 
 /// A class that logs in the same way as the classes of the agent.
 class Service
@@ -58,31 +60,24 @@ TEST(Log, FormatsMessage)
     Log({"A.cpp", 1, "B"}, "Invalid Token: %s", "x=%d\r");
     Log({"A.cpp", 1, "B"}, "connect fail %s:%s:%d", "host", "127.0.0.1", 9500);
     Log({"A.cpp", 1, "B"}, "%s", "");
-    EXPECT_THAT(output.Messages(), ::testing::ElementsAre("Invalid Token: x=%d\r",
-                                                          "connect fail host:127.0.0.1:9500", ""));
+    EXPECT_THAT(output.Messages(),
+                ElementsAre("Invalid Token: x=%d\r", "connect fail host:127.0.0.1:9500", ""));
 }
 
 TEST(Log, ReportsSourceLineAndMethodOfCall)
 {
     const CapturedOutput output;
     const int expectedLine = Service::Fail();
-    const std::vector<LogLine> lines = output.Log();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].Source, "Service.cpp");
-    EXPECT_EQ(lines[0].Line, expectedLine);
-    EXPECT_EQ(lines[0].Method, "Fail");
-    EXPECT_EQ(lines[0].Message, "socket fail[-7]");
+    EXPECT_THAT(output.Log(), ElementsAre(IsLogLine(LogSite{"Service.cpp", expectedLine, "Fail"},
+                                                    "socket fail[-7]")));
 }
 
 TEST(Log, ReportsCallerOfHelper)
 {
     const CapturedOutput output;
     const int expectedLine = Service::AskForHelp();
-    const std::vector<LogLine> lines = output.Log();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].Source, "Service.cpp");
-    EXPECT_EQ(lines[0].Line, expectedLine);
-    EXPECT_EQ(lines[0].Method, "AskForHelp");
+    EXPECT_THAT(output.Log(), ElementsAre(IsLogLine(
+                                  LogSite{"Service.cpp", expectedLine, "AskForHelp"}, "helped")));
 }
 
 TEST(Log, NeverMixesLinesOfSeveralThreads)

@@ -4,6 +4,7 @@
 #include "base/Wait.h"
 #include "support/CapturedOutput.h"
 #include "support/Files.h"
+#include "support/Matchers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +23,8 @@ namespace {
 namespace fs = std::filesystem;
 
 using test::CapturedOutput;
-using test::LogLine;
+using test::IsLogLine;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 constexpr char kIfconfig[] = "/nimbra/bin/ifconfig";
@@ -215,11 +217,7 @@ TEST_F(ConfigManagerTest, FailsWhenCloudTableLacksColumn)
 
 void ExpectOneLine(const CapturedOutput &output, const char *method, const char *message)
 {
-    const std::vector<LogLine> log = output.Log();
-    ASSERT_EQ(log.size(), 1U);
-    EXPECT_EQ(log[0].Source, "ConfigManager.cpp");
-    EXPECT_EQ(log[0].Method, method);
-    EXPECT_EQ(log[0].Message, message);
+    EXPECT_THAT(output.Log(), ElementsAre(IsLogLine("ConfigManager.cpp", method, message)));
 }
 
 TEST_F(ConfigManagerTest, LogsErrorCodeWhenDeviceIdCannotBeWritten)

@@ -2,6 +2,7 @@
 
 #include "data/SqlText.h"
 #include "support/CapturedOutput.h"
+#include "support/Matchers.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Waiting.h"
 
@@ -23,9 +24,10 @@ namespace nimbra {
 namespace {
 
 using test::CapturedOutput;
-using test::LogLine;
+using test::IsLogLine;
 using test::Stopwatch;
 using test::TemporaryDirectory;
+using ::testing::ElementsAre;
 
 constexpr char kSource[] = "DataManager.cpp";
 
@@ -84,15 +86,9 @@ TEST_F(DatabaseTest, LogsCallerWhenFileCannotBeOpened)
     const Database missing(directory_.Path("none/Nimbra.db").c_str(), "ConfigManager.cpp");
     EXPECT_FALSE(directory.IsOpen());
     EXPECT_FALSE(missing.IsOpen());
-    const std::vector<LogLine> log = output.Log();
-    ASSERT_EQ(log.size(), 2U);
-    EXPECT_EQ(log[0].Source, kSource);
-    EXPECT_EQ(log[0].Line, line);
-    EXPECT_EQ(log[0].Method, __func__);
-    EXPECT_EQ(log[0].Message, "sqlite3_open fail");
-    EXPECT_EQ(log[1].Source, "ConfigManager.cpp");
-    EXPECT_EQ(log[1].Method, __func__);
-    EXPECT_EQ(log[1].Message, "sqlite3_open fail");
+    EXPECT_THAT(output.Log(),
+                ElementsAre(IsLogLine(LogSite{kSource, line, __func__}, "sqlite3_open fail"),
+                            IsLogLine("ConfigManager.cpp", __func__, "sqlite3_open fail")));
 }
 
 TEST_F(DatabaseTest, OpensFileCloseOnExec)

@@ -4,9 +4,11 @@
 #include "data/Database.h"
 #include "data/SqlText.h"
 #include "support/CapturedOutput.h"
+#include "support/Matchers.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Waiting.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -202,11 +204,8 @@ TEST(ChangeTurn, FailsAndLogsWhenLockTimeOfRequestIsSpent)
     const CapturedOutput output;
     std::optional<ChangeTurn> mine(std::in_place, kSource);
     std::thread(ChangeTooLate).join();
-    const std::vector<test::LogLine> log = output.Log();
-    ASSERT_EQ(log.size(), 1U);
-    EXPECT_EQ(log[0].Source, kSource);
-    EXPECT_EQ(log[0].Method, "ChangeTooLate");
-    EXPECT_EQ(log[0].Message, "sqlite3_exec fail");
+    EXPECT_THAT(output.Log(), ::testing::ElementsAre(
+                                  test::IsLogLine(kSource, "ChangeTooLate", "sqlite3_exec fail")));
     mine.reset();
     const ChangeTurn next(kSource);
     EXPECT_TRUE(next.IsHeld());

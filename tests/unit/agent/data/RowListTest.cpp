@@ -84,10 +84,10 @@ TYPED_TEST(RowListOfRecords, ReturnsEachRowUnchanged)
     for (int seed = 0; seed < 500; ++seed)
         ASSERT_TRUE(rows.Append(Make<TypeParam>(seed)));
     EXPECT_EQ(rows.Count(), 500);
-    TypeParam row = Make<TypeParam>(12345);
+    auto row = Make<TypeParam>(12345);
     for (int seed = 0; seed < 500; ++seed) {
         ASSERT_TRUE(rows.TakeFront(&row));
-        const TypeParam expected = Make<TypeParam>(seed);
+        const auto expected = Make<TypeParam>(seed);
         EXPECT_TRUE(TypeParam::Fields(row) == TypeParam::Fields(expected)) << seed;
     }
     EXPECT_EQ(rows.Count(), 0);
@@ -202,7 +202,7 @@ TEST(RowList, RefusesRowsAtLimitOfAllLists)
         ++count;
     EXPECT_EQ(first->Count(), count);
     EXPECT_LE(RowBytes::Held(), RowBytes::kLimit);
-    EXPECT_GT(RowBytes::Held(), RowBytes::kLimit - 2 * 128 * 1024);
+    EXPECT_GT(RowBytes::Held(), RowBytes::kLimit - std::size_t{2} * 128 * 1024);
     EXPECT_FALSE(first->Append(User(count)));
 
     // The rows in the list are complete.
