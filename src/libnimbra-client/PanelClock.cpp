@@ -56,7 +56,7 @@ std::optional<std::chrono::minutes> MeasureClockOffset(Session &session)
     int high = kFarthestMinutes;
     while (high - low > 1) {
         const int middle = low + (high - low) / 2;
-        (IsFound(session, eventNo, *time + middle * 60) ? low : high) = middle;
+        (IsFound(session, eventNo, *time + std::int64_t{middle} * 60) ? low : high) = middle;
     }
     return std::chrono::minutes(low);
 }

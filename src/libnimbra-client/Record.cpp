@@ -34,9 +34,9 @@ Record::Record(std::span<const Field> fields, std::string_view line)
 {
     for (std::size_t i = fields.size(); i-- > 0;) {
         const std::string key = std::string(i == 0 ? "" : "&") + fields[i].Name + "=";
-        const std::size_t position =
-            i == 0 ? (line.substr(0, key.size()) == key ? 0 : line.npos) : line.rfind(key);
-        if (position == line.npos)
+        // The first field is only at the start of the line.
+        const std::size_t position = i == 0 ? line.rfind(key, 0) : line.rfind(key);
+        if (position == std::string_view::npos)
             continue;
         const std::string_view value = line.substr(position + key.size());
         values_[i] = std::string_view(fields[i].Name) == "Url" ? WithoutQuotes(value) : value;
