@@ -17,8 +17,8 @@ class AgentTest : public ::testing::Test
 {
 protected:
     explicit AgentTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
-    /// Asks the agent to end, and lets the clients send meanwhile: it need not wait for their
-    /// silence.
+    /// Ends the agent while the clients send, so that it does not wait until they have been silent
+    /// for 10 seconds.
     ~AgentTest() override;
 
     /// Creates a client, which exists until the end of the test.

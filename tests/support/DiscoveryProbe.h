@@ -9,27 +9,27 @@
 
 namespace nimbra::test {
 
-/// A management tool on the second host of the segment: sends probes to the panel and receives
-/// the answers that are broadcast. One thread.
+/// A management tool on the second host of the network: sends probes to the panel and receives the
+/// broadcast answers. One thread.
 class DiscoveryProbe
 {
 public:
-    /// Throws std::system_error when the second host cannot be entered.
+    /// Throws std::system_error if the second host cannot be entered.
     DiscoveryProbe();
 
-    /// An answer as it came.
+    /// A received answer.
     struct Answer
     {
         std::string Text;
-        std::string To; ///< the address that it was sent to
+        std::string To; ///< its destination address
     };
 
-    /// Sends one datagram to the panel's address, or to everyone on the segment.
+    /// Sends one datagram to the panel's address, or to all hosts of the network.
     void Send(std::string_view datagram) const;
     void Broadcast(std::string_view datagram) const;
-    /// The same as Send, from another port than the one where answers are received.
+    /// Like Send, but from another port than the one that receives answers.
     static void SendFromAnotherPort(std::string_view datagram);
-    /// The next answer; nothing when none comes in time.
+    /// The next answer; nothing if none arrives in time.
     [[nodiscard]] std::optional<Answer> ReceiveAnswer(milliseconds limit = kSoon) const;
     [[nodiscard]] std::optional<std::string> Receive(milliseconds limit = kSoon) const;
     /// Sends a probe and receives one answer.

@@ -19,7 +19,7 @@ bool BeginsWith(const std::string &text, const std::string &beginning)
     return text.compare(0, beginning.size(), beginning) == 0;
 }
 
-std::string GoodManners(const std::string &line)
+std::string SuccessOf(const std::string &line)
 {
     if (line == "Hello?")
         return "HelloResponse?Result=0&Key=1\n";
@@ -100,7 +100,7 @@ bool FakePanel::AnswerLine(const LineSocket &client, const std::string &line)
     if (!text)
         return false;
     if (text->empty())
-        text = GoodManners(line);
+        text = SuccessOf(line);
     return client.Send(*text);
 }
 

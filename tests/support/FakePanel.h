@@ -12,17 +12,17 @@
 
 namespace nimbra::test {
 
-/// Stands in for a panel that does what no real one can be made to do: a server whose answers are
-/// made by the test. Its methods may be called from any thread; the answers are made on its own.
+/// A panel with answers that no real panel gives: the test makes them. Any thread may call the
+/// methods; the answers are made in a thread of the object.
 class FakePanel
 {
 public:
-    /// The bytes to send for a line; an empty text leaves it unanswered, nothing closes the
+    /// Returns the bytes to send for a line. An empty text sends nothing, no value closes the
     /// connection.
     using Answer = std::function<std::optional<std::string>(const std::string &line)>;
 
-    /// Listens on a free port of the loopback, for one connection after another. "Hello?",
-    /// "Heartbeat?" and "Login?" are answered well unless the test's answer says something.
+    /// Listens on a free port of the loopback interface, for one connection after another. If the
+    /// test's answer to "Hello?", "Heartbeat?" or "Login?" is empty, a successful one is sent.
     /// `greeting` is sent before anything is read. Throws std::system_error.
     explicit FakePanel(Answer answer, std::string greeting = "");
     ~FakePanel();
@@ -30,9 +30,9 @@ public:
     FakePanel &operator=(const FakePanel &) = delete;
 
     [[nodiscard]] int Port() const { return port_; }
-    /// Every line so far.
+    /// All lines received so far.
     [[nodiscard]] std::vector<std::string> Lines() const;
-    /// How many of them begin with this text.
+    /// The number of received lines that begin with this text.
     [[nodiscard]] std::size_t Count(const std::string &beginning) const;
 
 private:
@@ -45,7 +45,7 @@ private:
     const std::string greeting_;
     Descriptor listener_;
     int port_ = 0;
-    sandbox::Pipe stop_; ///< its end wakes the thread
+    sandbox::Pipe stop_; ///< closing it wakes the thread
     mutable std::mutex lock_;
     std::vector<std::string> lines_;
     std::thread thread_;

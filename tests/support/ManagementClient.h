@@ -16,44 +16,44 @@ namespace nimbra::test {
 class ManagementClient
 {
 public:
-    /// Connects, trying again for a while when nobody listens yet; fails the test otherwise.
+    /// Connects, and tries again for a while if nobody listens yet. Fails the test if it cannot.
     explicit ManagementClient(const std::string &address = "127.0.0.1", int port = 9000,
                               milliseconds limit = kSoon);
     /// Takes over a connected socket.
     explicit ManagementClient(Descriptor socket) : socket_(std::move(socket)) {}
 
-    /// Sends bytes as they are; a closed connection is seen by what reads from it.
+    /// Sends bytes. A closed connection is noticed only when reading.
     void Send(std::string_view bytes) const { static_cast<void>(socket_.Send(bytes)); }
-    /// Sends a line and its line feed.
+    /// Sends a line with a line feed.
     void SendLine(const std::string &line) const { Send(line + "\n"); }
-    /// The next line received, without its line feed; nothing when none comes in time.
+    /// The next line, without its line feed; nothing if none arrives in time.
     [[nodiscard]] std::optional<std::string> ReadLine(milliseconds limit = kSoon);
-    /// The next `count` bytes, or as many as come in time.
+    /// The next `count` bytes, or those that arrive in time.
     [[nodiscard]] std::string ReadBytes(std::size_t count, milliseconds limit = kSoon);
-    /// Sends a line and returns the line that answers it; "(no answer)" when none comes.
+    /// Sends a line and returns the response line; "(no answer)" if none arrives.
     [[nodiscard]] std::string Ask(const std::string &line, milliseconds limit = kSoon);
-    /// Sends a line and returns the header and the rows of a list, as many as the header's Count
-    /// says; the header alone when it holds no Count.
+    /// Sends a line and returns the header of a list and the Count rows; only the header if it has
+    /// no Count.
     [[nodiscard]] std::vector<std::string> AskList(const std::string &line);
-    /// Whether nothing at all is received for so long.
+    /// Whether nothing is received for this duration.
     [[nodiscard]] bool IsSilent(milliseconds duration);
     /// Whether the agent closes the connection in time.
     [[nodiscard]] bool IsClosedByPeer(milliseconds limit = kSoon);
 
-    /// Logs in; the answer line.
+    /// Logs in and returns the response line.
     [[nodiscard]] std::string Login(const std::string &user, const std::string &password);
 
-    /// Closes the connection; with a reset, unread data of both sides is thrown away.
+    /// Closes the connection. Reset discards the unread data of both sides.
     void Close() { socket_.Close(); }
     void Reset();
 
-    /// Negative when it is closed.
+    /// Negative if it is closed.
     [[nodiscard]] int Socket() const { return socket_.Get(); }
-    /// The client's own port.
+    /// The local port of the connection.
     [[nodiscard]] int LocalPort() const;
 
 private:
-    /// Receives bytes; false when none came, or the connection has ended.
+    /// Receives bytes; false if none arrived or the connection has ended.
     [[nodiscard]] bool Receive(Deadline deadline);
 
     LineSocket socket_;

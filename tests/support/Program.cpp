@@ -19,7 +19,7 @@ namespace {
 
 constexpr uid_t kUnprivileged = 65534;
 
-/// In the child: gives up every right, as far as there is another user to become.
+/// In the child: becomes a user without rights, if the namespace has one.
 void GiveUpRights()
 {
     const bool isOther =

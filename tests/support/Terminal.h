@@ -12,8 +12,8 @@
 
 namespace nimbra::test {
 
-/// A terminal with a program on it, and the person in front of it. The program is killed with the
-/// object if it still runs. One thread.
+/// A terminal on which a program runs, and its user. The destructor kills the program if it still
+/// runs. One thread.
 class Terminal
 {
 public:
@@ -23,20 +23,20 @@ public:
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
 
-    /// Everything that the screen was sent so far.
+    /// All output so far.
     [[nodiscard]] const std::string &Output();
-    /// Waits for a text behind what an earlier call found; false when it does not come in time.
+    /// Waits for a text after the one that the last call found; false if it does not come in time.
     [[nodiscard]] bool WaitFor(const std::string &text, milliseconds limit = kSoon);
-    /// Presses keys.
+    /// Types keys.
     void Type(const std::string &keys) const;
     void Signal(int signal) const;
-    /// The exit status, or minus the number of the signal that ended the program; nothing when it
-    /// runs on.
+    /// The exit status, or the negative number of the signal that ended the program; nothing if it
+    /// still runs.
     [[nodiscard]] std::optional<int> WaitForExit(milliseconds limit = kSoon);
 
     /// Whether the terminal shows what is typed.
     [[nodiscard]] bool HasEcho() const;
-    /// Whether the terminal is as it was before the program ran.
+    /// Whether the terminal has the settings that it had before the program ran.
     [[nodiscard]] bool IsAsBefore() const;
 
 private:
