@@ -29,6 +29,6 @@ void PrintAccounts();
 [[nodiscard]] std::string PasswordDigest(const std::string &password);
 
 /// Fills the empty file of a main database; CreatePanel does it.
-void FillMainDatabase(const std::filesystem::path &file, const PanelOptions &options);
+void FillMainDatabase(const std::filesystem::path &path, const PanelOptions &options);
 
 } // namespace nimbra::panel
