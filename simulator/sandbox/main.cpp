@@ -53,8 +53,9 @@ static int Complain(const std::string &what)
     return kSandboxFailed;
 }
 
+/// Prints the notice, if there is one, when the paths are free.
 static int RunOnRealPaths(const fs::path &program, const std::vector<std::string> &command,
-                          const std::string &reason)
+                          const std::string &reason, const std::string &notice)
 {
     const char *kind = std::getenv(kKindVariable);
     if (kind != nullptr && std::string(kind) == "real")
@@ -62,6 +63,7 @@ static int RunOnRealPaths(const fs::path &program, const std::vector<std::string
                         "), and the real paths are in use already");
     try {
         const RealPaths paths;
+        std::fputs(notice.c_str(), stderr);
         // Nothing may work on the paths any more when they are given back.
         const Outcome outcome = RunChild(program, command, Leftovers::End, [] {
             unsetenv(kSecondHostVariable);
@@ -114,11 +116,9 @@ static int RunInEnvironment(const fs::path &program, const std::vector<std::stri
     });
     if (outcome.Status)
         return *outcome.Status;
-    std::fprintf(stderr,
-                 "nimbra-sandbox: no private environment (%s): the command uses the real paths and "
-                 "network of this machine\n",
-                 outcome.Failure.c_str());
-    return RunOnRealPaths(program, command, outcome.Failure);
+    return RunOnRealPaths(program, command, outcome.Failure,
+                          "nimbra-sandbox: no private environment (" + outcome.Failure +
+                              "): the command uses the real paths and network of this machine\n");
 }
 
 static int Main(int argc, char **argv)
@@ -169,7 +169,7 @@ static int Main(int argc, char **argv)
     if (peer)
         return RunOnSecondHost(program, command);
     if (noNamespaces)
-        return RunOnRealPaths(program, command, "not wanted");
+        return RunOnRealPaths(program, command, "not wanted", "");
     options.Keep = Needed(program);
     for (const std::string &directory : keep)
         options.Keep.push_back(fs::absolute(directory));

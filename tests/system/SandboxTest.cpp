@@ -423,6 +423,20 @@ TEST_F(SandboxOnRealPaths, RunsCommandsInAContainer)
     EXPECT_FALSE(fs::exists("/nimbra"));
 }
 
+TEST_F(SandboxOnRealPaths, AreRefusedToAUserInAContainerInOneLine)
+{
+    const std::string copy = CopyTo("/tmp/unprivileged");
+    for (const char *argument : {"--check", "true"}) {
+        const ProgramResult result =
+            RunProgram({kContainer, "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                        copy, argument});
+        EXPECT_EQ(result.Status, 125);
+        EXPECT_EQ(result.Output,
+                  "nimbra-sandbox: no private environment (user namespace: Operation not "
+                  "permitted), and only root may use the real paths\n");
+    }
+}
+
 TEST_F(SandboxOnRealPaths, ReportsThatTheyAreInUse)
 {
     fs::create_directory("/tmp/NimbraDB");
