@@ -1,8 +1,9 @@
 #include "support/CommandTest.h"
 
+#include "support/WithoutDatabases.h"
+
 #include <cctype>
 #include <csignal>
-#include <filesystem>
 #include <utility>
 
 namespace nimbra::test {
@@ -11,9 +12,6 @@ namespace {
 
 constexpr char kHandlers[] = "ClientWorker.cpp";
 constexpr char kDataMethods[] = "DataManager.cpp";
-
-/// The place of the databases while they cannot be opened.
-constexpr char kAway[] = "/tmp/DatabasesAway";
 
 Agent::Options InTimeZone(const std::string &timeZone)
 {
@@ -99,20 +97,20 @@ void CommandTest::ExpectNeedsDatabase(const std::string &request)
     SCOPED_TRACE(request);
     const std::string command = CommandOf(request);
     const std::size_t calls = panel_.Calls().size();
-    std::filesystem::rename(panel_.Paths().Databases, kAway);
+    const WithoutDatabases withoutDatabases(panel_);
     EXPECT_EQ(Ask(request), command + "Response?Result=1");
     EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
     EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_open fail"), 1U);
     EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
-    std::filesystem::rename(kAway, panel_.Paths().Databases);
 }
 
 void CommandTest::ExpectIncomplete(const std::string &request)
 {
     SCOPED_TRACE(request);
-    std::filesystem::rename(panel_.Paths().Databases, kAway);
-    EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=2");
-    std::filesystem::rename(kAway, panel_.Paths().Databases);
+    {
+        const WithoutDatabases withoutDatabases(panel_);
+        EXPECT_EQ(Ask(request), CommandOf(request) + "Response?Result=2");
+    }
     EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
     ExpectRefused(request, 2, "Message fail");
     EXPECT_EQ(agent_.CountInLog(kDataMethods), 0U);

@@ -189,9 +189,9 @@ std::string PlayPython(const Example &program, const Example &output)
     std::string expected;
     for (const std::string &line : output.Lines)
         expected += line + "\n";
-    WriteFile("/tmp/example.py", source);
+    WriteFile("/nimbra/example.py", source);
     const ProgramResult result =
-        RunProgram({"env", "LC_ALL=C.UTF-8", "python3", "/tmp/example.py"});
+        RunProgram({"env", "LC_ALL=C.UTF-8", "python3", "/nimbra/example.py"});
     const bool isGood = result.Status == 0 && Matches(expected, result.Output);
     return isGood ? "" : Differs(expected, result.Output);
 }

@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kSaved[] = "/tmp/saved.db";
+constexpr char kSaved[] = "/nimbra/saved.db";
 
 } // namespace
 

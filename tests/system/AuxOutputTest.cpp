@@ -1,4 +1,5 @@
 #include "support/CommandTest.h"
+#include "support/WithoutDatabases.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -120,7 +121,7 @@ TEST_F(AuxOutput, CommandSucceedsWhenCommandToolFailsOrIsMissing)
 
 TEST_F(AuxOutput, SetAuxOutputNeedsNoDatabase)
 {
-    std::filesystem::rename(panel_.Paths().Databases, "/tmp/DatabasesAway");
+    const WithoutDatabases withoutDatabases(panel_);
     EXPECT_EQ(Ask("SetAuxOutput?Port=1&Control=1"), "SetAuxOutputResponse?Result=0");
     EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
 }

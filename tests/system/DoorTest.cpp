@@ -1,5 +1,6 @@
 #include "support/AgentTest.h"
 #include "support/CommandTest.h"
+#include "support/WithoutDatabases.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -377,7 +378,7 @@ TEST_F(Door, CommandSucceedsWhenCommandToolFailsOrIsMissing)
 
 TEST_F(Door, SetDoorLockNeedsNoDatabase)
 {
-    std::filesystem::rename(panel_.Paths().Databases, "/tmp/DatabasesAway");
+    const WithoutDatabases withoutDatabases(panel_);
     EXPECT_EQ(Ask("SetDoorLock?Port=1&Control=1"), "SetDoorLockResponse?Result=0");
     EXPECT_EQ(agent_.CountInLog("sqlite3_open fail"), 0U);
 }

@@ -240,24 +240,24 @@ TEST_F(Journal, ChangeIsAuditedOnceUnderSessionUser)
 
 TEST_F(Journal, JournalIsCompleteBeforeAudit)
 {
-    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /tmp/at-audit.db\n");
+    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /nimbra/at-audit.db\n");
     EXPECT_EQ(DeleteCard(3), kDone);
     const std::vector<Row> journal =
-        TestPanel::Rows("/tmp/at-audit.db", "SELECT QueryData FROM DBQueryInfo ORDER BY Idseq");
+        TestPanel::Rows("/nimbra/at-audit.db", "SELECT QueryData FROM DBQueryInfo ORDER BY Idseq");
     EXPECT_THAT(journal, ElementsAre(Row{Deletions(3)[0]}, Row{Deletions(3)[1]}));
-    EXPECT_TRUE(TestPanel::Rows("/tmp/at-audit.db", "SELECT No FROM Card WHERE No=3").empty());
+    EXPECT_TRUE(TestPanel::Rows("/nimbra/at-audit.db", "SELECT No FROM Card WHERE No=3").empty());
 }
 
 TEST_F(Journal, AnswerFollowsAudit)
 {
-    ReplaceProgram(panel_.Paths().CommandTool, "sleep 2\necho \"$@\" >> /tmp/audit\n");
+    ReplaceProgram(panel_.Paths().CommandTool, "sleep 2\necho \"$@\" >> /nimbra/audit\n");
     const Stopwatch watch;
     EXPECT_EQ(DeleteCard(3), kDone);
-    EXPECT_EQ(ReadFile("/tmp/audit"), "log 1 127.0.0.1 0 10402 0 0 admin 0 0\n");
+    EXPECT_EQ(ReadFile("/nimbra/audit"), "log 1 127.0.0.1 0 10402 0 0 admin 0 0\n");
     EXPECT_GE(watch.Seconds(), 2.0);
     EXPECT_EQ(client_.Login("operator", panel::kOperator.Password), "LoginResponse?Result=0");
-    EXPECT_EQ(ReadFile("/tmp/audit"), "log 1 127.0.0.1 0 10402 0 0 admin 0 0\n"
-                                      "log 1 127.0.0.1 0 15107 0 0 operator 0 0\n");
+    EXPECT_EQ(ReadFile("/nimbra/audit"), "log 1 127.0.0.1 0 10402 0 0 admin 0 0\n"
+                                         "log 1 127.0.0.1 0 15107 0 0 operator 0 0\n");
 }
 
 TEST_F(Journal, FailedAuditDoesNotChangeAnswer)

@@ -50,7 +50,7 @@ class SamplePanelProgram : public ::testing::Test
 protected:
     void SetUp() override
     {
-        for (const char *path : {"/tmp/NimbraDB", "/tmp/elsewhere"})
+        for (const char *path : {"/tmp/NimbraDB", "/nimbra/elsewhere"})
             fs::remove_all(path);
     }
 };
@@ -310,11 +310,11 @@ TEST(CommandTool, WaitsForADatabaseThatIsLocked)
 TEST_F(SamplePanelProgram, CreatesAPanelBelowAnotherRoot)
 {
     const ProgramResult result = RunProgram(
-        {kSamplePanel, "--root", "/tmp/elsewhere", "--events", "3", "--doors", "2", "--cloud"});
+        {kSamplePanel, "--root", "/nimbra/elsewhere", "--events", "3", "--doors", "2", "--cloud"});
     EXPECT_EQ(result.Status, 0) << result.Output;
     EXPECT_NE(result.Output.find("admin1234"), std::string::npos);
     EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
-    const panel::PanelPaths paths("/tmp/elsewhere");
+    const panel::PanelPaths paths("/nimbra/elsewhere");
     EXPECT_EQ(TestPanel::Rows(paths.MainDatabase, "SELECT Enabled FROM Cloud"),
               (std::vector<Row>{{"1"}}));
 

@@ -181,9 +181,9 @@ TEST_F(Threat, SetThreatLevelAnnouncesForEmptyTable)
 
 TEST_F(Threat, SetThreatLevelStoresBeforeAnnouncing)
 {
-    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /tmp/at-$1.db");
+    ReplaceProgram(panel_.Paths().CommandTool, "cp /tmp/NimbraDB/Nimbra.db /nimbra/at-$1.db");
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=5"), kSetAnswer);
-    for (const char *moment : {"/tmp/at-savethreat.db", "/tmp/at-log.db"})
+    for (const char *moment : {"/nimbra/at-savethreat.db", "/nimbra/at-log.db"})
         EXPECT_THAT(TestPanel::Rows(moment, "SELECT ThreatStatus FROM Threat"),
                     ElementsAre(Row{"5"}));
 }
@@ -191,9 +191,9 @@ TEST_F(Threat, SetThreatLevelStoresBeforeAnnouncing)
 TEST_F(Threat, SetThreatLevelClosesDatabaseBeforeAnnouncing)
 {
     ReplaceProgram(panel_.Paths().CommandTool,
-                   "ls -l /proc/" + std::to_string(agent_.Pid()) + "/fd >/tmp/open-$1");
+                   "ls -l /proc/" + std::to_string(agent_.Pid()) + "/fd >/nimbra/open-$1");
     EXPECT_EQ(Ask("SetThreatLevel?ThreatLevel=5"), kSetAnswer);
-    const std::string open = ReadFile("/tmp/open-savethreat");
+    const std::string open = ReadFile("/nimbra/open-savethreat");
     EXPECT_THAT(open, HasSubstr("socket:"));
     EXPECT_THAT(open, Not(HasSubstr("Nimbra.db")));
 }
@@ -201,15 +201,15 @@ TEST_F(Threat, SetThreatLevelClosesDatabaseBeforeAnnouncing)
 TEST_F(Threat, SetThreatLevelAnswersAfterBothCalls)
 {
     ReplaceProgram(panel_.Paths().CommandTool,
-                   "while [ ! -e /tmp/end-$1 ]; do sleep 0.05; done; touch /tmp/ended-$1");
+                   "while [ ! -e /nimbra/end-$1 ]; do sleep 0.05; done; touch /nimbra/ended-$1");
     client_->SendLine("SetThreatLevel?ThreatLevel=5");
     EXPECT_TRUE(client_->IsSilent(milliseconds(500)));
-    WriteFile("/tmp/end-savethreat", "");
-    EXPECT_TRUE(WaitUntil([] { return std::filesystem::exists("/tmp/ended-savethreat"); }));
+    WriteFile("/nimbra/end-savethreat", "");
+    EXPECT_TRUE(WaitUntil([] { return std::filesystem::exists("/nimbra/ended-savethreat"); }));
     EXPECT_TRUE(client_->IsSilent(milliseconds(500)));
-    WriteFile("/tmp/end-log", "");
+    WriteFile("/nimbra/end-log", "");
     EXPECT_EQ(client_->ReadLine(), kSetAnswer);
-    EXPECT_TRUE(std::filesystem::exists("/tmp/ended-log"));
+    EXPECT_TRUE(std::filesystem::exists("/nimbra/ended-log"));
 }
 
 TEST_F(Threat, SetThreatLevelSucceedsWhenCommandToolFails)

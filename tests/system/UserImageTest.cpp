@@ -2,6 +2,7 @@
 
 #include "support/CommandTest.h"
 #include "support/Files.h"
+#include "support/WithoutDatabases.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -527,11 +528,11 @@ TEST_F(UserImageUpload, KeepsFileWhenNameCannotBeStored)
 
 TEST_F(UserImageUpload, KeepsFileWhenDatabaseCannotBeOpened)
 {
-    const fs::path away = "/tmp/DatabasesAway";
-    fs::rename(panel_.Paths().Databases, away);
-    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new image"), kUploadFails);
-    EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_open fail"), 1U);
-    fs::rename(away, panel_.Paths().Databases);
+    {
+        const WithoutDatabases withoutDatabases(panel_);
+        EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new image"), kUploadFails);
+        EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_open fail"), 1U);
+    }
     EXPECT_EQ(ReadFile(PathOf("new.jpg")), "new image");
     EXPECT_EQ(StoredName(1), "user0001.jpg");
     ExpectNeedsDatabase("GetUserImage?UserNo=1");
