@@ -1,9 +1,9 @@
 #include "support/CommandTest.h"
 
+#include "support/EndAgent.h"
 #include "support/WithoutDatabases.h"
 
 #include <cctype>
-#include <csignal>
 #include <utility>
 
 namespace nimbra::test {
@@ -28,11 +28,7 @@ CommandTest::CommandTest(const panel::PanelSize &size, const std::string &timeZo
 
 CommandTest::~CommandTest()
 {
-    agent_.Signal(SIGTERM);
-    static_cast<void>(WaitUntil([this] {
-        client_->SendLine("Heartbeat?");
-        return client_->Socket() < 0 || client_->IsClosedByPeer(milliseconds(20));
-    }));
+    EndAgent(agent_, *client_);
 }
 
 std::vector<std::string> CommandTest::Lines(const std::string &sql) const

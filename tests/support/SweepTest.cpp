@@ -1,8 +1,8 @@
 #include "support/SweepTest.h"
 
+#include "support/EndAgent.h"
 #include "support/Waiting.h"
 
-#include <csignal>
 #include <filesystem>
 
 namespace nimbra::test {
@@ -29,9 +29,7 @@ SweepTest::SweepTest(const char *request)
 SweepTest::~SweepTest()
 {
     EXPECT_EQ(agent_.Descriptors(), descriptors_);
-    agent_.Signal(SIGTERM);
-    client_.SendLine("Heartbeat?");
-    static_cast<void>(client_.IsClosedByPeer());
+    EndAgent(agent_, client_);
 }
 
 void SweepTest::Restore() const
