@@ -30,7 +30,7 @@ static void MakeExecutable(const fs::path &path)
     fs::permissions(path, fs::perms(0755));
 }
 
-static void WriteIfconfig(const fs::path &path)
+static void WriteIfconfig(const fs::path &path, const PanelOptions &options)
 {
     static constexpr char kScript[] = R"(#!/bin/sh
 # The panel's ifconfig, in the classic form; it knows the wired interface and the loopback.
@@ -59,8 +59,8 @@ esac
     const auto fill = [&script](const std::string &mark, const std::string &value) {
         script.replace(script.find(mark), mark.size(), value);
     };
-    fill("@MAC@", kMacAddress);
-    fill("@ADDRESS@", kPanelAddress);
+    fill("@MAC@", options.MacAddress);
+    fill("@ADDRESS@", options.Address);
     WriteFile(path, script.data(), script.size());
     MakeExecutable(path);
 }
@@ -102,7 +102,7 @@ static void FillLogDatabase(const fs::path &path, int events)
     file.Run("CREATE INDEX LogDate ON Log (Date); COMMIT");
 }
 
-static void FillNetworkDatabase(const fs::path &path)
+static void FillNetworkDatabase(const fs::path &path, const PanelOptions &options)
 {
     SqliteFile file(path);
     file.Run("PRAGMA synchronous=OFF; PRAGMA journal_mode=MEMORY; BEGIN;"
@@ -110,7 +110,7 @@ static void FillNetworkDatabase(const fs::path &path)
              " Gateway TEXT, DNS TEXT, Dhcp INTEGER DEFAULT 0, Model INTEGER, Type INTEGER)");
     SqliteStatement(file, "INSERT INTO Network (No, IPAddress, Subnet, Gateway, DNS, Model, Type)"
                           " VALUES (1, ?, '255.255.255.0', '192.168.77.1', '192.168.77.1', ?, ?)")
-        .Execute(std::string(kPanelAddress), kModel, kModelSize);
+        .Execute(options.Address, kModel, kModelSize);
     file.Run("COMMIT");
 }
 
@@ -131,7 +131,7 @@ void CreatePanel(const fs::path &root, const PanelOptions &options)
     fs::create_directories(paths.Images);
     fs::remove(paths.CallLog);
 
-    WriteIfconfig(paths.Ifconfig);
+    WriteIfconfig(paths.Ifconfig, options);
     WriteImages(paths.Images);
     // Removed first: a tool that is just running cannot be written to.
     fs::remove(paths.CommandTool);
@@ -142,7 +142,7 @@ void CreatePanel(const fs::path &root, const PanelOptions &options)
         RemoveDatabase(database);
     FillMainDatabase(paths.MainDatabase, options);
     FillLogDatabase(paths.LogDatabase, options.Size.Events);
-    FillNetworkDatabase(paths.NetworkDatabase);
+    FillNetworkDatabase(paths.NetworkDatabase, options);
 }
 
 std::string PasswordDigest(const std::string &password)

@@ -13,6 +13,9 @@ struct PanelOptions
 {
     PanelSize Size;
     bool CloudEnabled = false;
+    /// Of its wired interface, as the panel reports them; the interface itself is not changed.
+    std::string Address = kPanelAddress;
+    std::string MacAddress = kMacAddress;
     /// The nimbra-cgi program that is copied onto the panel.
     std::filesystem::path CommandTool;
 };

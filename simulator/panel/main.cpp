@@ -21,6 +21,10 @@ static int Main(int argc, char **argv)
     app.add_option("--root", root, "Create the panel below this directory");
     AddSizeOptions(app, options.Size);
     app.add_flag("--cloud", options.CloudEnabled, "Enable the cloud link");
+    app.add_option("--address", options.Address, "Address that the panel reports")
+        ->capture_default_str();
+    app.add_option("--mac", options.MacAddress, "MAC address that the panel reports")
+        ->capture_default_str();
     app.add_flag("--force", force, "Replace an existing panel");
     CLI11_PARSE(app, argc, argv);
 
