@@ -1,6 +1,7 @@
 #include "fuzz/FuzzPanel.h"
 
 #include "fuzz/Finding.h"
+#include "fuzz/MessageModel.h"
 #include "fuzz/ShellModel.h"
 #include "simulator/panel/SamplePanel.h"
 #include "simulator/panel/Sqlite.h"
@@ -211,11 +212,9 @@ void FuzzPanel::CheckPlaces() const
 {
     for (const auto &[directory, names] : entries_)
         Require(Entries(directory) == names, "unexpected files in " + directory.string());
-    // A client may choose a name with this prefix, but hardly one of the same length.
+    // No client can choose such a name.
     for (const fs::path &name : Entries(paths_.Images))
-        Require(name.string().rfind(".upload-", 0) != 0 ||
-                    name.string().size() != std::string(".upload-XXXXXX").size(),
-                "a temporary file of an upload remains");
+        Require(!IsUploadName(name.string()), "a temporary file of an upload remains");
 }
 
 void FuzzPanel::Reset()

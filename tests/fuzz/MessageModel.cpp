@@ -65,6 +65,16 @@ bool IsSame(std::string_view a, std::string_view b)
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), IsSameLetter);
 }
 
+bool IsUploadName(std::string_view name)
+{
+    constexpr std::string_view kLetters =
+        "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    constexpr std::string_view kPrefix = ".upload-";
+    constexpr std::size_t kSize = 14;
+    return name.size() == kSize && name.starts_with(kPrefix) &&
+           name.find_first_not_of(kLetters, kPrefix.size()) == std::string_view::npos;
+}
+
 bool Contains(std::string_view text, std::string_view word)
 {
     return std::search(text.begin(), text.end(), word.begin(), word.end(), IsSameLetter) !=

@@ -28,5 +28,7 @@ struct Message
 /// Comparison and search that ignore the case of ASCII letters.
 [[nodiscard]] bool IsSame(std::string_view a, std::string_view b);
 [[nodiscard]] bool Contains(std::string_view text, std::string_view word);
+/// Whether a file name is that of an unfinished upload, which no image may have.
+[[nodiscard]] bool IsUploadName(std::string_view name);
 
 } // namespace nimbra::fuzz

@@ -5,6 +5,7 @@
 #include "base/PanelConstants.h"
 #include "fuzz/Conversation.h"
 #include "fuzz/Finding.h"
+#include "fuzz/MessageModel.h"
 #include "fuzz/RecordedData.h"
 
 #include <algorithm>
@@ -35,7 +36,7 @@ constexpr std::size_t kLongestName = 255;
 bool IsFileName(const std::string &name)
 {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-           name.size() <= kLongestName;
+           name.size() <= kLongestName && !IsUploadName(name);
 }
 
 /// The input's first line: a digit for each authority word, then digits with the numbers of rows
