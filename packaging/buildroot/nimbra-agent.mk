@@ -16,6 +16,8 @@ NIMBRA_AGENT_CONF_OPTS = -DNIMBRA_TOOLS=OFF -DSCDOC=OFF
 define NIMBRA_AGENT_INSTALL_TARGET_CMDS
 	$(INSTALL) -D -m 0755 $(NIMBRA_AGENT_BUILDDIR)/bin/nimbra-agent \
 		$(TARGET_DIR)/usr/sbin/nimbra-agent
+	$(INSTALL) -D -m 0755 $(NIMBRA_AGENT_BUILDDIR)/bin/nimbra-panel-check \
+		$(TARGET_DIR)/usr/sbin/nimbra-panel-check
 endef
 
 define NIMBRA_AGENT_INSTALL_INIT_SYSTEMD

@@ -21,6 +21,7 @@ INITSCRIPT_PARAMS = "defaults"
 
 FILES:${PN} = " \
     ${sbindir}/nimbra-agent \
+    ${sbindir}/nimbra-panel-check \
     ${systemd_system_unitdir}/nimbra-agent.service \
     ${sysconfdir}/init.d/nimbra-agent \
 "

@@ -28,15 +28,6 @@ struct Model
 };
 constexpr Model kModels[] = {{1, "Alder"}, {2, "Birch"}, {3, "Cedar"}, {11, "Dogwood"}};
 
-FixedText<32> NameOf(std::int32_t model, std::int32_t size)
-{
-    FixedText<32> name;
-    for (const Model &known : kModels)
-        if (known.Number == model)
-            name.Format("%s %d", known.Name, size);
-    return name;
-}
-
 /// The word behind "HWaddr " in a line of ifconfig; null when there is none.
 char *FindMac(char *line)
 {
@@ -139,8 +130,17 @@ bool ConfigManager::ReadNetworkInfo()
     std::int32_t model = 0;
     std::int32_t size = 0;
     row.Read(&PrivateAddr, &model, &size);
-    ModelName = NameOf(model, size);
+    ModelName = ModelNameOf(model, size);
     return true;
+}
+
+FixedText<32> ConfigManager::ModelNameOf(std::int32_t model, std::int32_t size)
+{
+    FixedText<32> name;
+    for (const Model &known : kModels)
+        if (known.Number == model)
+            name.Format("%s %d", known.Name, size);
+    return name;
 }
 
 void ConfigManager::SetCommTime(bool start)

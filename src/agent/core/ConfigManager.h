@@ -23,6 +23,10 @@ public:
     [[nodiscard]] bool ReadServerInfo();
     [[nodiscard]] bool ReadNetworkInfo();
 
+    /// The name of a model and size, as the Network table numbers them; empty for an unknown model.
+    /// Any thread.
+    [[nodiscard]] static FixedText<32> ModelNameOf(std::int32_t model, std::int32_t size);
+
     /// Records the present time as that of the registration (`start`) or of the last check of the
     /// cloud link. A failure is only logged. The cloud link's thread.
     void SetCommTime(bool start);
