@@ -423,6 +423,18 @@ TEST_F(SandboxOnRealPaths, RunsCommandsInAContainer)
     EXPECT_FALSE(fs::exists("/nimbra"));
 }
 
+TEST_F(SandboxOnRealPaths, LeaveNoHostsFileWhereThereWasNone)
+{
+    // The mount hides /etc, and with it the environment's own hosts file, which cannot be removed.
+    const ProgramResult result = RunProgram(
+        {"unshare", "--mount", "sh", "-c",
+         "mount -t tmpfs none /etc && \"$1\" --no-namespaces sh -c 'echo 10.1.1.1 x > /etc/hosts' "
+         "&& ls -A /etc",
+         "sh", kSandbox});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output, "");
+}
+
 TEST_F(SandboxOnRealPaths, AreRefusedToAUserInAContainerInOneLine)
 {
     const std::string copy = CopyTo("/tmp/unprivileged");
