@@ -130,13 +130,6 @@ protected:
     CardAheadOfUtc() : Card("PNL-9") {}
 };
 
-/// A panel five hours behind UTC.
-class CardBehindUtc : public Card
-{
-protected:
-    CardBehindUtc() : Card("PNL5") {}
-};
-
 } // namespace
 
 TEST_F(Card, GetCardInfoReturnsEveryField)
@@ -451,13 +444,6 @@ TEST_F(Card, DoubledQuoteInNumberIsStoredAsQuoteAndFoundAsDuplicate)
         agent_.WaitForMessage("DataManager.cpp", "AddCardInfo", "CardFormatNo+CardNo exist"));
 }
 
-TEST_F(Card, MissingPartOfDateIsZero)
-{
-    EXPECT_EQ(Ask("SetCardInfo?CardNo=7&UserNo=5&FormatNo=2&CardNumber=1&ActDate=2026-03"),
-              "SetCardInfoResponse?Result=0");
-    EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=7"), "1772236800");
-}
-
 TEST_F(CardAheadOfUtc, DateIsReadAsLocalMidnightAndReportedAsDayBefore)
 {
     EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234&ActDate=2026-03-01"
@@ -478,14 +464,6 @@ TEST_F(CardAheadOfUtc, MissingDateIsFirstDayOf1970)
               "SetCardInfoResponse?Result=0");
     EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=8"), "0");
     EXPECT_THAT(Ask("GetCardInfo?CardNo=8"), HasSubstr("&ActDate=1970-01-01&ExpDate=1970-01-01"));
-}
-
-TEST_F(CardBehindUtc, DateIsReadAsLocalMidnightAndReportedAsSameDay)
-{
-    EXPECT_EQ(Ask("AddCardInfo?UserNo=5&FormatNo=2&CardNumber=1234&ActDate=2026-03-01"),
-              "AddCardInfoResponse?Result=0");
-    EXPECT_EQ(panel_.Value("SELECT ActDate FROM Card WHERE No=16"), "1772341200");
-    EXPECT_THAT(Ask("GetCardInfo?CardNo=16"), HasSubstr("&ActDate=2026-03-01&"));
 }
 
 TEST_F(Card, DelCardInfoRemovesLevelsAndThenCard)

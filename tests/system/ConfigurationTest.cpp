@@ -29,8 +29,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using ::testing::AllOf;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -119,15 +117,6 @@ std::vector<std::string> LoadedNow()
     return dump;
 }
 
-/// Starts an agent and returns the line of one setting that it prints.
-std::string LoadedNow(const std::string &setting)
-{
-    for (const std::string &line : LoadedNow())
-        if (line.starts_with(setting + "="))
-            return line;
-    return "(none)";
-}
-
 /// SHA-1 as 40 upper-case hexadecimal digits.
 std::string Sha1(const std::string &text)
 {
@@ -157,50 +146,9 @@ std::ostream &operator<<(std::ostream &stream, const Requirement &requirement)
     return stream << requirement.Name;
 }
 
-/// A statement on one of the databases, as a step of a test.
-std::function<void()> Sql(const char *file, const char *sql)
-{
-    return [file, sql] { TestPanel::Run(file, sql); };
-}
-
 std::function<void()> Rename(const std::string &from, const std::string &to)
 {
     return [from, to] { fs::rename(from, to); };
-}
-
-/// Replaces a database by a directory, so that it cannot be opened.
-std::function<void()> Block(const std::string &file)
-{
-    return [file] {
-        fs::rename(file, file + ".kept");
-        fs::create_directory(file);
-    };
-}
-
-std::function<void()> Unblock(const std::string &file)
-{
-    return [file] {
-        fs::remove(file);
-        fs::rename(file + ".kept", file);
-    };
-}
-
-std::function<void()> Overwrite(const std::string &file)
-{
-    return [file] {
-        fs::rename(file, file + ".kept");
-        WriteFile(file, std::string(4096, '!'));
-    };
-}
-
-std::function<void()> PutBack(const std::string &file)
-{
-    return Rename(file + ".kept", file);
-}
-
-std::function<void()> Print(const std::string &output)
-{
-    return [output] { SetIfconfig(output); };
 }
 
 void RestoreInterface()
@@ -208,24 +156,14 @@ void RestoreInterface()
     SetIfconfig(InterfaceWith(panel::kMacAddress));
 }
 
+/// One whose absence is logged and one whose absence is not. The unit tests of ConfigManager have
+/// all.
 std::vector<Requirement> Requirements()
 {
     return {
-        {"DatabaseDirectory", Rename("/tmp/NimbraDB", "/tmp/NimbraDB.kept"),
-         Rename("/tmp/NimbraDB.kept", "/tmp/NimbraDB"), "ReadServerInfo", "sqlite3_open fail"},
-        {"MainDatabaseFile", Rename(kMain, std::string(kMain) + ".kept"), PutBack(kMain),
-         "ReadServerInfo", "sqlite3_exec fail[1]"},
-        {"ReadableMainDatabase", Overwrite(kMain), PutBack(kMain), "ReadServerInfo",
-         "sqlite3_exec fail[26]"},
-        {"CloudRow", Sql(kMain, "CREATE TABLE Kept AS SELECT * FROM Cloud; DELETE FROM Cloud"),
-         Sql(kMain, "INSERT INTO Cloud SELECT * FROM Kept")},
-        {"NetworkDatabaseThatOpens", Block(kNetwork), Unblock(kNetwork), "ReadNetworkInfo",
-         "sqlite3_open fail"},
-        {"NetworkRow",
-         Sql(kNetwork, "CREATE TABLE Kept AS SELECT * FROM Network; DELETE FROM Network"),
-         Sql(kNetwork, "INSERT INTO Network SELECT * FROM Kept")},
+        {"MainDatabase", Rename(kMain, std::string(kMain) + ".kept"),
+         Rename(std::string(kMain) + ".kept", kMain), "ReadServerInfo", "sqlite3_exec fail[1]"},
         {"IfconfigProgram", [] { fs::remove(kIfconfig); }, RestoreInterface},
-        {"OutputOfIfconfig", Print(""), RestoreInterface},
     };
 }
 
@@ -336,25 +274,6 @@ TEST(Configuration, DoesNotChangeWhileAgentRuns)
     EXPECT_EQ(panel.Value("SELECT DeviceID FROM Cloud"), "changed");
 }
 
-TEST(Model, IsNamedByNumberAndSize)
-{
-    const TestPanel panel;
-    panel.Run("UPDATE Cloud SET Enabled=1");
-    TestPanel::Run(kNetwork, "UPDATE Network SET Model=2, Type=8");
-    EXPECT_THAT(LoadedNow(), AllOf(Contains("ModelName=Birch 8"), Contains("CloudEnable=1")));
-    // A panel of unknown model never uses the cloud.
-    TestPanel::Run(kNetwork, "UPDATE Network SET Model=4");
-    EXPECT_THAT(LoadedNow(), AllOf(Contains("ModelName="), Contains("CloudEnable=0")));
-}
-
-TEST(CloudSettings, UseFixedServerInsteadOfDatabaseRow)
-{
-    const TestPanel panel;
-    panel.Run("UPDATE Cloud SET ServerIP='10.9.8.7', Port=1");
-    EXPECT_THAT(LoadedNow(), AllOf(Contains("CloudServerAddr=cloud.nimbra.example"),
-                                   Contains("CloudServerPort=9500")));
-}
-
 TEST(CloudSettings, ReportDevicePortButNotListenerPort)
 {
     const TestPanel panel;
@@ -378,35 +297,6 @@ TEST(Identity, IsWrittenToEveryRowWithoutOtherChanges)
                 ElementsAre(Row{"1", "0", "10.9.8.7", "77", "9000", identity, "", ""},
                             Row{"2", "1", "", "", "7000", identity, "", ""}));
     EXPECT_THAT(panel.Journal(), IsEmpty());
-}
-
-TEST(Identity, IsDigestOfUpperCaseMacAddress)
-{
-    const TestPanel panel;
-    SetIfconfig(InterfaceWith("DE:AD:be:ef:00:01"));
-    EXPECT_THAT(LoadedNow(), AllOf(Contains("MacAddr=DE:AD:BE:EF:00:01"),
-                                   Contains("DeviceId=" + Sha1("DE:AD:BE:EF:00:01"))));
-    EXPECT_EQ(panel.Value("SELECT DeviceID FROM Cloud"), Sha1("DE:AD:BE:EF:00:01"));
-}
-
-TEST(Identity, ComesFromWiredInterface)
-{
-    const TestPanel panel;
-    RestoreInterface();
-    const Agent agent;
-    const std::vector<IfconfigCall> calls = IfconfigCalls();
-    ASSERT_EQ(calls.size(), 1U);
-    EXPECT_EQ(calls[0].Arguments, "eth0");
-}
-
-TEST(NetworkSettings, UseFirstRowAndCutAddressAt32Bytes)
-{
-    const TestPanel panel;
-    TestPanel::Run(kNetwork, "UPDATE Network SET IPAddress='123456789012345678901234567890123';"
-                             "INSERT INTO Network (No, IPAddress) VALUES (9, 'second')");
-    EXPECT_EQ(LoadedNow("PrivateAddr"), "PrivateAddr=12345678901234567890123456789012");
-    TestPanel::Run(kNetwork, "UPDATE Network SET IPAddress='%s%n%d'");
-    EXPECT_EQ(LoadedNow("PrivateAddr"), "PrivateAddr=%s%n%d");
 }
 
 } // namespace nimbra::test

@@ -196,20 +196,6 @@ TEST_F(Door, TotalCountsWithFilterBeyondPage)
               ListAnswer("GetDoorInfoEx", 5, 1, {LineOf(enabled_[3]), LineOf(enabled_[6])}));
 }
 
-TEST_F(Door, NameFilterAcceptsSqlWildcards)
-{
-    EXPECT_EQ(AskList("GetDoorInfoEx?Name=F_ont"), Listed("No IN (1, 3)"));
-    EXPECT_EQ(AskList("GetDoorInfoEx?Name=in%rel"), Listed("No IN (7, 9)"));
-}
-
-TEST_F(Door, DoubledQuoteInNameFilterMatchesQuote)
-{
-    panel_.Run("UPDATE Door SET Name='O''Neil''s gate' WHERE No=2");
-    ExpectFails("GetDoorInfoEx?Name=O'Neil");
-    EXPECT_EQ(AskList("GetDoorInfoEx?Name=O''Neil''s"),
-              ListAnswer("GetDoorInfoEx", 1, 0, {"DoorNo=2&Name=O'Neil's gate&Status=0"}));
-}
-
 TEST_F(Door, ListHasNoDefaultPageSize)
 {
     MakeDoors(120);

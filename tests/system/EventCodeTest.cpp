@@ -159,13 +159,6 @@ TEST_F(EventCode, DescriptionFilterIsCutAt64Bytes)
     ExpectFails("GetEventCodeEx?Desc=" + name.substr(0, 63) + "''");
 }
 
-TEST_F(EventCode, DoubledQuoteInTextFilterMatchesQuote)
-{
-    panel_.Run("INSERT INTO EventCode VALUES (30000, 'Door''s bell')");
-    ExpectRows("Desc=Door''s", Select("EventCode=30000"));
-    ExpectFails("GetEventCodeEx?Desc=Door's");
-}
-
 TEST_F(EventCode, TotalCountsAllMatchesOnEveryPage)
 {
     struct Case

@@ -30,65 +30,25 @@ using ::testing::StartsWith;
 constexpr std::size_t kNameSize = 32;
 constexpr std::size_t kDescriptionSize = 64;
 
-/// Texts that would end their SQL literal: each holds a quote that is not doubled.
+/// Texts that would end their SQL literal: each holds a quote that is not doubled. The unit tests
+/// of SqlText have every placement of quotes.
 constexpr const char *kEnding[] = {
-    "'",
-    "'''",
-    "';",
-    "'--",
-    "' --",
-    "'/*",
-    "' OR '1'='1",
-    "' OR 1=1--",
-    "%' OR '%'='",
-    "'; DROP TABLE User;--",
-    "'); DROP TABLE User;--",
-    "'''; DROP TABLE User;--",
-    "\\'; DROP TABLE User;--",
-    "\\'' OR '1'='1",
-    "'; DELETE FROM Card; SELECT '",
-    "%' UNION SELECT 1,ID FROM User--",
-    "'||(SELECT ID FROM WebUser)||'",
-    "', Phone='owned",
-    "' WHERE No=2--",
-    "';ATTACH '/tmp/owned' AS o;--",
-    "x'y''z",
-    "a''b'",
-    "$(touch /tmp/owned)'",
-    "';$(touch /tmp/owned);'",
+    "'", "' OR '1'='1", "'; DROP TABLE User;--", "\\'' OR '1'='1", "a''b'", "$(touch /tmp/owned)'",
 };
 
 /// Unusual texts that stay in their SQL literal; `''` is a quote in it.
 constexpr const char *kOdd[] = {
     "''",
-    "''''",
-    "''; DROP TABLE User;--",
-    "\\''; DROP TABLE User;--",
-    "x'' OR ''1''=''1",
     "O''Neill",
-    "; DROP TABLE User;--",
-    "-- no comment",
-    "/* no comment */",
+    "''; DROP TABLE User;--",
     "\\",
-    "\\\\\\",
     "\"; DROP TABLE User;--\"",
-    "\" OR \"\"=\"",
     "$(touch /tmp/owned)",
-    "`touch /tmp/owned`",
     ";touch /tmp/owned;",
-    "|touch /tmp/owned",
-    "||touch /tmp/owned||",
-    ">/tmp/owned",
-    "\"$(touch /tmp/owned)\"",
-    "''$(touch /tmp/owned)''",
     "%s%s%s%s%n%n%n%99999d",
-    "%",
     "_%_",
-    "?1 :name @name $name",
-    "char(39)||char(59)",
     "=Hello=Login=",
     "\xFF\xFE\x80\xC3",
-    "\x01\x02\x1B[2J\x7F",
     "crlf\r",
 };
 

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -25,7 +24,6 @@ namespace nimbra::test {
 namespace {
 
 using ::testing::Optional;
-using ::testing::SizeIs;
 
 constexpr char kSource[] = "ClientWorker.cpp";
 
@@ -240,27 +238,6 @@ TEST_F(Session, LogsAndSkipsUnknownKeys)
     EXPECT_EQ(agent_.CountInLog("Invalid Token"), 3U);
 }
 
-TEST_F(Session, ReadsPairsBySeparators)
-{
-    const std::string level3 = "GetThreatInfoResponse?Result=0&Level=3&Desc=Elevated";
-    const std::string fails = "GetThreatInfoResponse?Result=1";
-    ManagementClient &client = LogIn();
-    EXPECT_EQ(client.Ask("GetThreatInfo?level= +3abc&&"), level3);
-    EXPECT_EQ(client.Ask("GetThreatInfo?Level=1&Level=4294967299"), level3) << "the low 32 bits";
-    EXPECT_EQ(client.Ask("GetThreatInfo?Level=&Other=5"), fails) << "the value is Other=5";
-    EXPECT_EQ(agent_.CountInLog("Invalid Token"), 0U);
-    EXPECT_EQ(client.Ask("GetThreatInfo?Other&Level=3"), fails) << "the key is Other&Level";
-    EXPECT_EQ(agent_.CountInLog("Invalid Token"), 1U);
-}
-
-TEST_F(Session, KeepsCarriageReturnInLastValue)
-{
-    ManagementClient &client = LogIn();
-    EXPECT_EQ(client.Ask("Heartbeat?\r"), "HeartbeatResponse?Result=0");
-    EXPECT_THAT(client.AskList("GetDoorInfoEx?Name=Lobby"), SizeIs(2));
-    EXPECT_EQ(client.Ask("GetDoorInfoEx?Name=Lobby\r"), "GetDoorInfoExResponse?Result=1");
-}
-
 // Lines
 
 TEST_F(Session, AnswersPipelinedLinesInOrder)
@@ -289,19 +266,6 @@ TEST_F(Session, AnswersClientThatHasShutDownItsSide)
     shutdown(client.Socket(), SHUT_WR);
     EXPECT_THAT(client.ReadLine(), Optional(IsGreeting()));
     EXPECT_THAT(client.ReadLine(), Optional(IsGreeting()));
-}
-
-TEST_F(Session, ReadsLineThatArrivesByteByByte)
-{
-    ManagementClient &client = Connect();
-    ASSERT_THAT(client.Ask("Hello?"), IsGreeting());
-    for (const char byte : std::string("Hello?")) {
-        client.Send({&byte, 1});
-        EXPECT_TRUE(client.IsSilent(milliseconds(120)));
-    }
-    client.Send("\n");
-    EXPECT_THAT(client.ReadLine(), Optional(IsGreeting()));
-    EXPECT_EQ(InvalidMessages(), 0U);
 }
 
 TEST_F(Session, DropsPartialLineAfter5SecondsAndReadsRestAsLine)
@@ -335,14 +299,6 @@ TEST_F(Session, RefusesLineOf1024BytesAndReadsRestAsLine)
     client.SendLine(std::string(1020, 'x') + "Heartbeat?");
     EXPECT_THAT(client.Ask("Hello?"), IsGreeting());
     EXPECT_EQ(InvalidMessages(), 2U);
-}
-
-TEST_F(Session, DropsLongLineInPiecesOf1024Bytes)
-{
-    ManagementClient &client = LogIn();
-    EXPECT_EQ(client.Ask(std::string(4096, 'x') + Filled("Heartbeat?", 904)),
-              "HeartbeatResponse?Result=0");
-    EXPECT_EQ(InvalidMessages(), 0U);
 }
 
 TEST_F(Session, AcceptsEveryByteInLine)

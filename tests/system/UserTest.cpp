@@ -37,12 +37,6 @@ INSERT INTO CardAccessLevel (No, CardNo, AccessLevelNo) VALUES
 constexpr const char *kTextKeys[] = {"FirstName",   "MiddleName", "LastName",
                                      "PhoneNumber", "CellPhone",  "Email"};
 
-/// The column of a text.
-std::string ColumnOf(const std::string &key)
-{
-    return key == "PhoneNumber" ? "Phone" : key;
-}
-
 /// A request with all texts the same.
 std::string WithTexts(const std::string &start, const std::string &text)
 {
@@ -347,12 +341,6 @@ TEST_F(User, SetUserInfoNeedsNumberAndLastName)
     EXPECT_EQ(agent_.CountInLog("SetUserInfo fail"), 0U);
 }
 
-TEST_F(User, EmptyValueTakesNextPair)
-{
-    EXPECT_EQ(Ask("SetUserInfo?UserNo=8&LastName=&FirstName=Alan"), "SetUserInfoResponse?Result=0");
-    EXPECT_EQ(Stored(8), "1|''|''|'FirstName=Alan'|''|''|''|0|0|0|'alan.jpg'");
-}
-
 TEST_F(User, TextsAreStoredUpTo32Bytes)
 {
     const std::string text = "0123456789abcdefghijklmnopqrstuv";
@@ -371,20 +359,6 @@ TEST_F(User, TextsAreStoredUpTo32Bytes)
     EXPECT_EQ(Ask("GetUserInfo?UserNo=9"),
               WithTexts("GetUserInfoResponse?Result=0&UserNo=9", text) +
                   "&Ada=1&Exempt=0&ThreatLevel=0");
-}
-
-TEST_F(User, DoubledQuoteInTextIsStoredAsQuote)
-{
-    ExpectBreaksOff("SetUserInfo?UserNo=8&LastName=O'Brien", {});
-    ExpectBreaksOff("AddUserInfo?LastName=O'Brien", {});
-    for (const std::string key : kTextKeys) {
-        const std::string name = key == "LastName" ? "" : "&LastName=L";
-        EXPECT_EQ(Ask("SetUserInfo?UserNo=8" + name + "&" + key + "=O''Brien"),
-                  "SetUserInfoResponse?Result=0");
-        EXPECT_EQ(panel_.Value("SELECT " + ColumnOf(key) + " FROM User WHERE No=8"), "O'Brien");
-    }
-    EXPECT_EQ(AskList("GetUserInfoEx?Email=O''B"), Listed("No=8"));
-    ExpectFails("GetUserInfoEx?Email=O'B");
 }
 
 TEST_F(User, AddUserInfoUsesNextNumber)
