@@ -80,8 +80,15 @@ int Calls(Kind kind)
     return 1;
 }
 
-const panel::PanelPaths kPanel("/");
-const fs::path kPristine = kPanel.MainDatabase.string() + ".pristine";
+/// The main database of the panel, and its copy before any change.
+fs::path MainDatabase()
+{
+    return panel::PanelPaths("/").MainDatabase;
+}
+fs::path Pristine()
+{
+    return MainDatabase().string() + ".pristine";
+}
 
 UserInfo BenchUser()
 {
@@ -285,12 +292,12 @@ void CreatePanel()
     options.Size = {1000, 1000, 1000, 16};
     options.CommandTool = NIMBRA_COMMAND_TOOL_PATH;
     panel::CreatePanel("/", options);
-    fs::copy_file(kPanel.MainDatabase, kPristine, fs::copy_options::overwrite_existing);
+    fs::copy_file(MainDatabase(), Pristine(), fs::copy_options::overwrite_existing);
 }
 
 void Restore()
 {
-    fs::copy_file(kPristine, kPanel.MainDatabase, fs::copy_options::overwrite_existing);
+    fs::copy_file(Pristine(), MainDatabase(), fs::copy_options::overwrite_existing);
 }
 
 /// The statements that SQLite has run since the list was cleared, in order.

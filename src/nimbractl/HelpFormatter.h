@@ -14,13 +14,13 @@ class HelpFormatter : public CLI::Formatter
 {
 public:
     HelpFormatter();
-    std::string make_description(const CLI::App *app) const override;
-    std::string make_footer(const CLI::App *app) const override;
-    std::string make_subcommand(const CLI::App *sub) const override;
+    [[nodiscard]] std::string make_description(const CLI::App *app) const override;
+    [[nodiscard]] std::string make_footer(const CLI::App *app) const override;
+    [[nodiscard]] std::string make_subcommand(const CLI::App *sub) const override;
     /// One command in the help of all; for a group, all its commands instead.
-    std::string make_expanded(const CLI::App *sub) const override;
-    std::string make_option_opts(const CLI::Option *option) const override;
-    std::string make_option_desc(const CLI::Option *option) const override;
+    [[nodiscard]] std::string make_expanded(const CLI::App *sub) const override;
+    [[nodiscard]] std::string make_option_opts(const CLI::Option *option) const override;
+    [[nodiscard]] std::string make_option_desc(const CLI::Option *option) const override;
 
 private:
     std::size_t width_;

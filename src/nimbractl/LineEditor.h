@@ -48,7 +48,7 @@ public:
 
     /// Adds a line to the history, unless it may hold a password. A history that cannot be written
     /// is kept in memory only.
-    void Remember(const std::string &line);
+    void Remember(const std::string &typed);
 
 private:
     static LineEditor &Of(EditLine *editor);

@@ -81,7 +81,7 @@ CLI::Validator IsTime()
     return {[](const std::string &text) {
                 return ParseTimeArgument(text, TimeZone::Utc, DayPart::Begin)
                            ? std::string()
-                           : "\"" + text + "\" is no time such as \"2026-01-31 17:05:00\", " +
+                           : "\"" + text + R"(" is no time such as "2026-01-31 17:05:00", )" +
                                  "2026-01-31, today or -2h";
             },
             ""};

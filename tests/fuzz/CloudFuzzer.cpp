@@ -303,7 +303,7 @@ private:
     }
 
     /// All bytes received from the agent.
-    std::string Received() const
+    [[nodiscard]] std::string Received() const
     {
         char bytes[4096];
         const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);

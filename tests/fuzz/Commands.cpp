@@ -87,7 +87,8 @@ constexpr const char *AsRow(const char *answer)
     return answer + 1;
 }
 
-std::vector<Command> MakeCommands()
+/// The commands up to those of the users, in the order of the table.
+std::vector<Command> FirstCommands()
 {
     return {
         {"Hello", {}, 0, {}, "&Key=%d"},
@@ -134,6 +135,13 @@ std::vector<Command> MakeCommands()
          "",
          nullptr,
          10303},
+    };
+}
+
+/// The rest of the table.
+std::vector<Command> OtherCommands()
+{
+    return {
         {"GetCardFormat", AuthCardFormats, kView, {{"FormatNo"}}, kFormat},
         {"GetCardFormatEx", AuthCardFormats, kView, Paged({}), kList, AsRow(kFormat)},
         {"GetCardInfo", AuthCards, kView, {{"CardNo"}}, kCard},
@@ -166,6 +174,14 @@ std::vector<Command> MakeCommands()
         {"GetThreatLevel", AuthThreatLevel, kView, {}, "&ThreatLevel=%d"},
         {"SetThreatLevel", AuthThreatLevel, kChange, {{"ThreatLevel"}}, "", nullptr, 10803},
     };
+}
+
+std::vector<Command> MakeCommands()
+{
+    std::vector<Command> commands = FirstCommands();
+    const std::vector<Command> others = OtherCommands();
+    commands.insert(commands.end(), others.begin(), others.end());
+    return commands;
 }
 
 std::string FieldText(const Key &key, const std::string &value)

@@ -115,7 +115,7 @@ ModelTime ToSeconds(const Fields &fields, std::int64_t ahead)
     const std::int64_t seconds = days * kDaySeconds + std::int64_t{Low32(fields[3])} * 3600 +
                                  std::int64_t{Low32(fields[4])} * 60 + Low32(fields[5]) - ahead;
     // A time whose year, less 1900, does not fit 32 bits does not exist: it reads as -1.
-    constexpr std::int64_t kMargin = 100 * 366 * kDaySeconds;
+    constexpr std::int64_t kMargin = std::int64_t{100} * 366 * kDaySeconds;
     const std::int64_t first =
         DaysTo(1900 + std::int64_t{std::numeric_limits<std::int32_t>::min()}, 0) * kDaySeconds;
     const std::int64_t last =

@@ -96,7 +96,7 @@ TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
                    "nimbractl: There is no command \"unlok\" in \"doors\"; the nearest is "
                    "\"unlock\". --help lists all.\n");
     ExpectCtlFails({"users", "photo", "gte"}, 2,
-                   "no command \"gte\" in \"users photo\"; the nearest is \"get\"");
+                   R"(no command "gte" in "users photo"; the nearest is "get")");
     ExpectCtlFails({"cards", "add", "one"}, 2, "--user-no is required. --help shows more.");
     ExpectCtlFails({"doors", "list", "one", "two", "three"}, 2,
                    "nimbractl: Unexpected words: one two three. ");

@@ -262,7 +262,7 @@ TEST(CommandTool, RecordsArgumentsByteForByte)
 {
     const TestPanel panel;
     const panel::Call call = {
-        "log",        "",           " two  spaces ",          "\"quoted\" \\ 'text'",
+        "log",        "",           " two  spaces ",          R"("quoted" \ 'text')",
         "line\nfeed", "Zo\xC3\xAB", "\xFF\xC3 no UTF-8 \x80", "\x01\x7F"};
     EXPECT_EQ(Tool(call), 1);
     EXPECT_EQ(panel.Calls(), std::vector<panel::Call>{call});

@@ -13,7 +13,7 @@ namespace nimbra {
 namespace {
 
 /// An independent copy of the commands, in the order in which a line is searched for them.
-const std::vector<std::string> kOrder = {
+constexpr const char *kOrder[] = {
     "Hello",
     "Login",
     "Heartbeat",
@@ -62,28 +62,32 @@ struct Area
     std::set<std::string> Add;
     std::set<std::string> Change;
 };
-const std::vector<Area> kAreas = {
-    {0,
-     {"GetUserInfo", "GetUserInfoEx", "GetUserImage"},
-     {"AddUserInfo"},
-     {"SetUserInfo", "DelUserInfo", "SetUserImage"}},
-    {1, {"GetCardFormat", "GetCardFormatEx"}, {}, {}},
-    {2,
-     {"GetCardInfo", "GetCardInfoEx", "GetCardAccessLevel"},
-     {"AddCardInfo"},
-     {"SetCardInfo", "DelCardInfo", "SetCardAccessLevel"}},
-    {3, {"GetAccessLevel", "GetAccessLevelEx"}, {}, {}},
-    {4, {"GetDoorInfo", "GetDoorInfoEx"}, {}, {}},
-    {5, {"GetDoorLock"}, {}, {"SetDoorLock"}},
-    {6, {"GetAuxOutput"}, {}, {"SetAuxOutput"}},
-    {7, {"GetThreatInfo", "GetThreatInfoEx"}, {}, {}},
-    {8, {"GetThreatLevel"}, {}, {"SetThreatLevel"}},
-};
+const std::vector<Area> &Areas()
+{
+    static const std::vector<Area> areas = {
+        {0,
+         {"GetUserInfo", "GetUserInfoEx", "GetUserImage"},
+         {"AddUserInfo"},
+         {"SetUserInfo", "DelUserInfo", "SetUserImage"}},
+        {1, {"GetCardFormat", "GetCardFormatEx"}, {}, {}},
+        {2,
+         {"GetCardInfo", "GetCardInfoEx", "GetCardAccessLevel"},
+         {"AddCardInfo"},
+         {"SetCardInfo", "DelCardInfo", "SetCardAccessLevel"}},
+        {3, {"GetAccessLevel", "GetAccessLevelEx"}, {}, {}},
+        {4, {"GetDoorInfo", "GetDoorInfoEx"}, {}, {}},
+        {5, {"GetDoorLock"}, {}, {"SetDoorLock"}},
+        {6, {"GetAuxOutput"}, {}, {"SetAuxOutput"}},
+        {7, {"GetThreatInfo", "GetThreatInfoEx"}, {}, {}},
+        {8, {"GetThreatLevel"}, {}, {"SetThreatLevel"}},
+    };
+    return areas;
+}
 
 /// The bit and the area that a command needs; bit 0 for a command without an area.
 Right ExpectedRight(const std::string &name)
 {
-    for (const Area &area : kAreas) {
+    for (const Area &area : Areas()) {
         const auto word = static_cast<AuthorityArea>(area.Word);
         if (area.View.count(name) != 0)
             return {word, 1};
