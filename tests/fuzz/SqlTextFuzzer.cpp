@@ -313,7 +313,7 @@ void CheckFilters(const Values &v)
             expected.Sql(std::string(" ") + link + " Ada>=").Number(number);
         link = number == 0 ? link : "AND";
     }
-    static_cast<void>(Check(SqlText("SELECT No FROM User ") + condition, expected, "User"));
+    static_cast<void>(Check(SqlText("SELECT No FROM User ").Append(condition), expected, "User"));
 }
 
 } // namespace
