@@ -1,3 +1,4 @@
+#include "nimbractl/CardFields.h"
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
 
@@ -15,20 +16,6 @@ namespace {
 using client::FieldKind;
 using client::Record;
 using client::Request;
-
-constexpr std::array<FieldOption, 9> kCardFields{{
-    {"--user-no", {"UserNo", FieldKind::Number}, "Number of the card's user"},
-    {"--format", {"FormatNo", FieldKind::Number}, "Number of the card's format; see formats"},
-    {"--card-number", {"CardNumber", FieldKind::Text}, "The number encoded in the card"},
-    {"--key-number", {"KeyNumber", FieldKind::Number}, "Key number"},
-    {"--status", {"CardStatus", FieldKind::Number}, "Status of the card, a number of the panel"},
-    {"--type", {"CardType", FieldKind::Number}, "Type of the card, a number of the panel"},
-    {"--never-expire",
-     {"NeverExpire", FieldKind::Number},
-     "1 for a card that never expires, else 0"},
-    {"--valid-from", {"ActDate", FieldKind::Date}, "First day on which the card is valid"},
-    {"--expires", {"ExpDate", FieldKind::Date}, "Day on which the card expires"},
-}};
 
 struct CardFilter
 {
@@ -65,13 +52,6 @@ Request GetCard(int number)
 Request GetLevels(int number)
 {
     return Request("GetCardAccessLevel").Number("CardNo", number);
-}
-
-/// Dates are days of the panel's calendar, which stores them as local midnight.
-void UsePanelDays(Context &context, Record &card)
-{
-    for (const char *key : {"ActDate", "ExpDate"})
-        card.Set(key, client::ToPanelDay(card.Text(key), context.Panel.ClockOffset()));
 }
 
 Record ReadCard(Context &context, int number)
@@ -310,6 +290,12 @@ void AddChangeCommands(CLI::App &cards, Context &context)
 
 } // namespace
 
+void UsePanelDays(Context &context, Record &card)
+{
+    for (const char *key : {"ActDate", "ExpDate"})
+        card.Set(key, client::ToPanelDay(card.Text(key), context.Panel.ClockOffset()));
+}
+
 void AddCardCommands(CLI::App &app, Context &context)
 {
     CLI::App &cards = AddGroup(
@@ -330,6 +316,7 @@ void AddCardCommands(CLI::App &app, Context &context)
         ->transform(IsNumber(1))
         ->required()
         ->option_text("NUMBER...");
+    AddCardImport(cards, context);
     AddLevelCommands(cards, context);
 }
 

@@ -98,6 +98,7 @@ void AddWatchCommand(CLI::App &doors, Context &context);
 void AddUserCommands(CLI::App &app, Context &context);
 void AddPhotoCommands(CLI::App &users, Context &context);
 void AddCardCommands(CLI::App &app, Context &context);
+void AddCardImport(CLI::App &cards, Context &context);
 void AddPanelCommands(CLI::App &app, Context &context);
 void AddVideoCommands(CLI::App &app, Context &context);
 void AddRawCommand(CLI::App &app, Context &context);

@@ -201,12 +201,6 @@ std::vector<Record> NewestEvents(Context &context, const Request &request, int l
     return events;
 }
 
-void CheckCancelled(Context &context)
-{
-    if (context.Panel.IsCancelled && context.Panel.IsCancelled())
-        throw client::CancelledError();
-}
-
 /// Waits between two requests and keeps the session alive. A lost connection is left to the next
 /// request.
 void Pause(Context &context, std::chrono::milliseconds duration)
@@ -215,7 +209,7 @@ void Pause(Context &context, std::chrono::milliseconds duration)
     const auto end = Clock::now() + duration;
     auto nextHeartbeat = Clock::now() + kKeepAlive;
     while (Clock::now() < end) {
-        CheckCancelled(context);
+        context.Panel.CheckCancelled();
         if (Clock::now() >= nextHeartbeat) {
             nextHeartbeat += kKeepAlive;
             try {
@@ -251,7 +245,7 @@ void RunUntilConnected(Context &context, const std::function<void()> &step)
         }
         const auto end = Clock::now() + pause;
         while (Clock::now() < end) {
-            CheckCancelled(context);
+            context.Panel.CheckCancelled();
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         pause = std::min(pause * 2, std::chrono::seconds(30));

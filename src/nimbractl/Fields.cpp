@@ -1,6 +1,7 @@
 #include "nimbractl/Fields.h"
 
 #include "nimbractl/Errors.h"
+#include "nimbractl/Output.h"
 
 #include <nimbra-client/PanelClock.h>
 
@@ -9,9 +10,6 @@ namespace nimbra::ctl {
 namespace {
 
 using client::FieldKind;
-
-/// The date that the panel stores when none is given.
-constexpr char kNoDate[] = "1970-01-01";
 
 CLI::Validator IsDate()
 {
@@ -58,6 +56,21 @@ void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields 
     }
 }
 
+std::string FindFault(const FieldOption &option, std::string &value)
+{
+    if (option.Field.Kind == FieldKind::Text) {
+        try {
+            client::Request("").Text(option.Field.Name, value, option.Limit);
+            return "";
+        } catch (const client::RequestError &error) {
+            return error.what();
+        }
+    }
+    const std::string fault =
+        option.Field.Kind == FieldKind::Number ? IsNumber()(value) : IsDate()(value);
+    return fault.empty() ? "" : fault + ".";
+}
+
 void AddGiven(client::Request &request, std::span<const FieldOption> options,
               const GivenFields &given)
 {
@@ -78,8 +91,8 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
         if (option.Field.Kind == FieldKind::Text && kept.size() >= option.Limit && !mayCut)
             throw WrongUsage(std::string("The panel may hold more of ") + option.Field.Name +
                              " than the " + std::to_string(option.Limit) +
-                             " bytes it reports, and the rest would be lost: give " +
-                             option.Option + ", or --accept-cut.");
+                             " bytes it reports, and the rest would be lost: give a new value, or "
+                             "--accept-cut.");
         AddValue(request, option, kept);
     }
 }

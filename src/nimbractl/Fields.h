@@ -28,6 +28,10 @@ using GivenFields = std::map<std::string, std::string>;
 /// Adds the options; numbers and dates are checked while the command line is parsed.
 void AddFields(CLI::App &app, std::span<const FieldOption> options, GivenFields &given);
 
+/// Returns what is wrong with the value of a field, as a sentence; an empty text when nothing is.
+/// Removes leading zeros from a number.
+[[nodiscard]] std::string FindFault(const FieldOption &option, std::string &value);
+
 /// Adds the given values to a request, in the order of the options. Throws RequestError.
 void AddGiven(client::Request &request, std::span<const FieldOption> options,
               const GivenFields &given);

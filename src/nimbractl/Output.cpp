@@ -33,9 +33,6 @@ constexpr std::size_t kLeastColumnWidth = 4;
 
 constexpr std::string_view kColumnGap = "  ";
 
-/// The date that the panel stores for none.
-constexpr std::string_view kNoDate = "1970-01-01";
-
 /// The width of a column whose rows cannot be measured beforehand.
 std::size_t LiveWidth(const Field &field)
 {

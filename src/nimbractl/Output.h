@@ -3,6 +3,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nimbra-client/Record.h>
@@ -16,6 +17,9 @@ enum class Format
     JsonLines, ///< one object a line
     Csv
 };
+
+/// The date that the panel stores for none.
+inline constexpr std::string_view kNoDate = "1970-01-01";
 
 /// The words for the values of the field "Status" in a table.
 struct StatusWords

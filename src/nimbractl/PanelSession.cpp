@@ -57,6 +57,12 @@ std::chrono::minutes PanelSession::ClockOffset()
     return *clockOffset_;
 }
 
+void PanelSession::CheckCancelled() const
+{
+    if (IsCancelled && IsCancelled())
+        throw client::CancelledError();
+}
+
 std::optional<std::chrono::minutes> ParseClockOffset(const std::string &text)
 {
     if (text == "Z" || text == "z")

@@ -37,6 +37,9 @@ public:
     /// Returns how far the panel's clock is ahead of UTC.
     [[nodiscard]] std::chrono::minutes ClockOffset();
 
+    /// Throws CancelledError when the wait is to be ended.
+    void CheckCancelled() const;
+
     /// Called several times a second during a wait; true ends it.
     std::function<bool()> IsCancelled;
 

@@ -21,8 +21,7 @@ ProgressBar::ProgressBar(std::string title)
 
 ProgressBar::~ProgressBar()
 {
-    if (!shown_.empty())
-        std::fputc('\n', stderr);
+    EndLine();
 }
 
 void ProgressBar::Show(std::size_t done, std::size_t total)
@@ -37,6 +36,13 @@ void ProgressBar::Show(std::size_t done, std::size_t total)
         return;
     shown_ = bar;
     std::fprintf(stderr, "\r%s", bar.c_str());
+}
+
+void ProgressBar::EndLine()
+{
+    if (!shown_.empty())
+        std::fputc('\n', stderr);
+    shown_.clear();
 }
 
 } // namespace nimbra::ctl

@@ -15,6 +15,9 @@ public:
     ProgressBar &operator=(const ProgressBar &) = delete;
 
     void Show(std::size_t done, std::size_t total);
+    /// Ends the line of the bar, so that something else can be written. The next call of Show
+    /// begins a new one.
+    void EndLine();
 
 private:
     const std::string title_;

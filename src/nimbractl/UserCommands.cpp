@@ -1,5 +1,6 @@
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
+#include "nimbractl/Import.h"
 
 #include <algorithm>
 #include <array>
@@ -142,6 +143,20 @@ void DeleteUsers(Context &context, const Users &users)
     }
 }
 
+void ImportUsers(Context &context, const ImportChoice &choice)
+{
+    ImportKind kind{};
+    kind.Title = "Users";
+    kind.NumberKey = "UserNo";
+    kind.NoSuchOne = "There is no such user.";
+    kind.ListWord = "GetUserInfoEx";
+    kind.AddWord = "AddUserInfo";
+    kind.SetWord = "SetUserInfo";
+    kind.Fields = kUserFields;
+    kind.Required = {"LastName"};
+    RunImport(context, kind, choice);
+}
+
 } // namespace
 
 void AddUserCommands(CLI::App &app, Context &context)
@@ -180,6 +195,15 @@ void AddUserCommands(CLI::App &app, Context &context)
         ->transform(IsNumber(1)) // cards without a user have user 0
         ->required()
         ->option_text("NUMBER...");
+    const auto import = AddCommand<ImportChoice>(
+        users, "import",
+        "Add and change users as a CSV file says. Its first line names the columns, as users list "
+        "-o csv does, in any order; columns may be left out. A row with a UserNo changes that "
+        "user, "
+        "one without adds a user. An empty value clears a field. All rows are checked before the "
+        "first is sent",
+        context, ImportUsers);
+    AddImportOptions(*import.App, *import.Into);
     AddPhotoCommands(users, context);
 }
 
