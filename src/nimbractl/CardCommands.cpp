@@ -1,6 +1,7 @@
 #include "nimbractl/CardFields.h"
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
+#include "nimbractl/LevelNames.h"
 
 #include <algorithm>
 #include <array>
@@ -200,6 +201,7 @@ void ShowLevels(Context &context, const LevelChange &card)
     record.Set("CardNo", std::to_string(card.Number));
     record.Set("SelectType", levels.Text("SelectType"));
     record.Set("AccessLevelNo", levels.Text("AccessLevelNo"));
+    NameAccessLevels(context, record);
     WriteRecord(context.Options.Output, record);
 }
 

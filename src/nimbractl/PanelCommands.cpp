@@ -2,6 +2,7 @@
 
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
+#include "nimbractl/LevelNames.h"
 
 #include <array>
 #include <map>
@@ -78,9 +79,15 @@ void ListThreats(Context &context, const Number &number)
         WriteList(context, Request("GetThreatInfoEx"));
 }
 
+void WriteThreat(Context &context, client::Record record)
+{
+    NamesOfThreatLevels(context)(record);
+    WriteRecord(context.Options.Output, record);
+}
+
 void ShowThreat(Context &context, const Number &)
 {
-    Show(context, Request("GetThreatLevel"));
+    WriteThreat(context, context.Panel.Execute(Request("GetThreatLevel")).Header);
 }
 
 void SetThreat(Context &context, const Number &number)
@@ -95,8 +102,7 @@ void SetThreat(Context &context, const Number &number)
     context.Panel.Execute(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
     constexpr static std::array<client::Field, 1> kFields{
         {{"ThreatLevel", client::FieldKind::Number}}};
-    WriteRecord(context.Options.Output,
-                client::Record(kFields, "ThreatLevel=" + std::to_string(number.Value)));
+    WriteThreat(context, client::Record(kFields, "ThreatLevel=" + std::to_string(number.Value)));
 }
 
 void AddThreatCommands(CLI::App &app, Context &context)

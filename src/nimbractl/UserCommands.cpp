@@ -1,6 +1,7 @@
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
 #include "nimbractl/Import.h"
+#include "nimbractl/LevelNames.h"
 
 #include <algorithm>
 #include <array>
@@ -72,12 +73,20 @@ void ListUsers(Context &context, const UserFilter &filter)
 {
     Request request("GetUserInfoEx");
     AddGiven(request, kUserFilters, filter.Given);
-    WriteList(context, request, filter.Paging);
+    RowRules rules;
+    rules.Edit = NamesOfThreatLevels(context);
+    WriteList(context, request, filter.Paging, {}, rules);
+}
+
+void WriteUser(Context &context, Record user)
+{
+    NamesOfThreatLevels(context)(user);
+    WriteRecord(context.Options.Output, user);
 }
 
 void ShowUser(Context &context, const UserChange &user)
 {
-    WriteRecord(context.Options.Output, context.Panel.Execute(GetUser(user.Number)).Header);
+    WriteUser(context, context.Panel.Execute(GetUser(user.Number)).Header);
 }
 
 /// The panel does not report a new user's number: it is the largest of those with the same names.
@@ -109,7 +118,7 @@ void AddUser(Context &context, const UserChange &user)
     static_cast<void>(request.Line());
     context.Panel.Execute(request);
     if (const std::optional<Record> added = FindNewUser(context, user.Given))
-        WriteRecord(context.Options.Output, *added);
+        WriteUser(context, *added);
     else
         WriteNote("The user is added; its number cannot be found.");
 }
@@ -127,7 +136,7 @@ void SetUser(Context &context, const UserChange &user)
     request.Number("UserNo", user.Number);
     AddGivenOrKept(request, kUserFields, user.Given, before.Header, user.MayCut);
     context.Panel.Execute(request);
-    WriteRecord(context.Options.Output, context.Panel.Execute(GetUser(user.Number)).Header);
+    WriteUser(context, context.Panel.Execute(GetUser(user.Number)).Header);
 }
 
 void DeleteUsers(Context &context, const Users &users)

@@ -235,7 +235,7 @@ TEST_F(NimbractlCommands, WhoMayNotLookAtTheThreatLevelMayStillSetIt)
         CtlCommand({"threat", "set", "4"},
                    {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator", "NIMBRA_PASSWORD=operate!1"}));
     EXPECT_EQ(result.Status, 0);
-    EXPECT_EQ(result.Output, "ThreatLevel  4\n");
+    EXPECT_EQ(result.Output, "ThreatLevel  High\n");
     EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "4");
 }
 
@@ -470,7 +470,33 @@ TEST_F(NimbractlCommands, TablesHaveWordsInPlaceOfNumbers)
     EXPECT_THAT(RunCtl({"levels", "--kind", "groups"}).Output,
                 HasSubstr("\ngroups      3        Visitors\n"));
     EXPECT_THAT(RunCtl({"cards", "levels", "get", "3"}).Output,
-                HasSubstr("SelectType     levels\n"));
+                HasSubstr("SelectType     levels\n"
+                          "AccessLevelNo  Cleaning, Server Room Only, Always\n"));
+}
+
+TEST_F(NimbractlCommands, TablesHaveNamesOfThreatLevels)
+{
+    panel_.Run("UPDATE User SET ThreatLevel=No WHERE No BETWEEN 2 AND 6");
+    EXPECT_EQ(
+        RunCtl({"users", "list", "--limit", "3", "--offset", "3", "--fields", "UserNo,ThreatLevel"})
+            .Output,
+        "UserNo  ThreatLevel\n4       High\n5       Severe\n6       6\n");
+    EXPECT_EQ(RunCtl({"users", "show", "2", "--fields", "ThreatLevel"}).Output,
+              "ThreatLevel  Guarded\n");
+    EXPECT_THAT(RunCtl({"users", "set", "2", "--threat-level", "3"}).Output,
+                HasSubstr("ThreatLevel  Elevated\n"));
+    EXPECT_THAT(RunCtl({"users", "add", "--last-name", "Fox", "--threat-level", "1"}).Output,
+                HasSubstr("ThreatLevel  Low\n"));
+    EXPECT_EQ(RunCtl({"threat", "get"}).Output, "ThreatLevel  Low\n");
+    EXPECT_EQ(RunCtl({"threat", "set", "4"}).Output, "ThreatLevel  High\n");
+    EXPECT_EQ(CtlJson({"users", "show", "2"})["ThreatLevel"], 3);
+    EXPECT_EQ(RunCtl({"threat", "get", "-o", "csv"}).Output, "ThreatLevel\n4\n");
+    panel_.Run("DELETE FROM UserRoleTable WHERE FormIndex=11");
+    EXPECT_EQ(
+        RunProgram(CtlCommand({"threat", "get"}, {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
+                                                  "NIMBRA_PASSWORD=operate!1"}))
+            .Output,
+        "ThreatLevel  4\n");
 }
 
 TEST_F(NimbractlCommands, CardsAreListedAndShown)
