@@ -1,5 +1,8 @@
 #include "nimbractl/Completion.h"
 
+#include "nimbractl/Errors.h"
+#include "nimbractl/Panels.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -57,6 +60,17 @@ Position FindPosition(const CLI::App &app, const std::vector<std::string> &words
     return position;
 }
 
+/// Adds the names of the configuration file's panels. A file that cannot be read has none.
+void AddPanelNames(Completion *completion)
+{
+    try {
+        for (const ConfiguredPanel &panel : ReadPanels(PanelsFile()))
+            completion->Candidates.push_back(panel.Name);
+    } catch (const LocalFailure &) {
+        return;
+    }
+}
+
 /// Adds the values that an option or an argument takes, by its text in the help: "json|csv",
 /// "FILE".
 void AddValues(const CLI::Option *option, Completion *completion)
@@ -64,6 +78,8 @@ void AddValues(const CLI::Option *option, Completion *completion)
     const std::string text = option->get_option_text();
     const std::string word = text.substr(0, text.find(' '));
     completion->IsFile = word == "FILE";
+    if (word.starts_with("PANEL"))
+        AddPanelNames(completion);
     completion->IsHost = word == "HOST";
     const bool isChoice =
         std::none_of(word.begin(), word.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
@@ -108,11 +124,12 @@ Completion Complete(const CLI::App &app, const std::vector<std::string> &words)
     std::string kept; // of the last word, before what is completed
     Completion completion;
     const std::size_t equals = begun.find('=');
-    if (position.Pending != nullptr) {
-        AddValues(position.Pending, &completion);
+    const CLI::Option *option = position.Pending;
+    if (option != nullptr) {
+        AddValues(option, &completion);
     } else if (IsOption(begun) && equals != std::string::npos) {
         kept = begun.substr(0, equals + 1);
-        const CLI::Option *option = FindOption(position.App, begun.substr(0, equals));
+        option = FindOption(position.App, begun.substr(0, equals));
         begun.erase(0, equals + 1);
         if (option != nullptr)
             AddValues(option, &completion);
@@ -120,6 +137,12 @@ Completion Complete(const CLI::App &app, const std::vector<std::string> &words)
         AddOptionNames(position.App, &completion);
     } else {
         AddArgumentsAndCommands(position, &completion);
+    }
+    // Of several values, the last one is completed.
+    if (option != nullptr && option->get_option_text().ends_with(",...")) {
+        const std::size_t end = begun.rfind(',') + 1; // 0 without a comma
+        kept += begun.substr(0, end);
+        begun.erase(0, end);
     }
     std::vector<std::string> fitting;
     for (const std::string &candidate : completion.Candidates)

@@ -188,7 +188,7 @@ void WriteError(const Context &context, const std::string &sentence)
 {
     std::fflush(stdout);
     WriteNote((context.ScriptLine > 0 ? "Line " + std::to_string(context.ScriptLine) + ": " : "") +
-              sentence);
+              PanelPrefix(context.Options) + sentence);
 }
 
 void AddAllCommands(CLI::App &app, Context &context)
@@ -215,29 +215,13 @@ void AddOutputOption(CLI::App &app, Settings &settings)
               "Form of the output; a table by default. jsonl is one JSON object a line");
 }
 
-int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> words)
+int RunAndReport(const Context &context, const std::function<int()> &command)
 {
-    context.Action = nullptr;
     try {
-        std::reverse(words.begin(), words.end()); // the parser takes them in this order
-        app.parse(std::move(words));
-        context.Action();
+        const int status = command();
         if (std::fflush(stdout) != 0)
             throw LocalFailure("Cannot write the output.");
-        return kDone;
-    } catch (const CLI::RequiredError &error) {
-        // The parser reports a missing command before unexpected words.
-        const std::vector<std::string> unknown = app.remaining(true);
-        const std::string sentence = unknown.empty() ? "" : UnknownCommand(app, unknown[0]);
-        return Fail(context, kWrongUsage,
-                    sentence.empty() ? error.what() + std::string(". --help shows more.")
-                                     : sentence);
-    } catch (const CLI::ExtrasError &) {
-        return Fail(context, kWrongUsage, UnexpectedWords(app.remaining(true)));
-    } catch (const CLI::Success &help) {
-        return app.exit(help) == 0 ? kDone : kWrongUsage;
-    } catch (const CLI::ParseError &error) {
-        return Fail(context, kWrongUsage, error.what() + std::string(". --help shows more."));
+        return status;
     } catch (const Refused &error) {
         return Fail(context, kRefused, error.what());
     } catch (const WrongUsage &error) {
@@ -252,6 +236,31 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
         // A failure of this machine, such as no memory.
         return Fail(context, kWrongUsage, error.what());
     }
+}
+
+int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> words)
+{
+    context.Action = nullptr;
+    try {
+        std::reverse(words.begin(), words.end()); // the parser takes them in this order
+        app.parse(std::move(words));
+    } catch (const CLI::RequiredError &error) {
+        // The parser reports a missing command before unexpected words.
+        const std::vector<std::string> unknown = app.remaining(true);
+        const std::string sentence = unknown.empty() ? "" : UnknownCommand(app, unknown[0]);
+        return Fail(context, kWrongUsage,
+                    sentence.empty() ? error.what() + std::string(". --help shows more.")
+                                     : sentence);
+    } catch (const CLI::ExtrasError &) {
+        return Fail(context, kWrongUsage, UnexpectedWords(app.remaining(true)));
+    } catch (const CLI::Success &help) {
+        return app.exit(help) == 0 ? kDone : kWrongUsage;
+    } catch (const CLI::ParseError &error) {
+        return Fail(context, kWrongUsage, error.what() + std::string(". --help shows more."));
+    } catch (const WrongUsage &error) {
+        return Fail(context, kWrongUsage, error.what());
+    }
+    return RunAndReport(context, context.Action);
 }
 
 } // namespace nimbra::ctl

@@ -18,8 +18,13 @@ struct Context
 {
     Settings Options;
     PanelSession Panel{Options};
-    /// The command of the command line; set by the parser.
-    std::function<void()> Action;
+    /// The command of the command line, which returns the exit status; set by the parser.
+    std::function<int()> Action;
+    /// Whether that command may run on several panels: it reads only, and it ends.
+    bool MayTakePanels = false;
+    /// The panels of the configuration file that the command line names.
+    std::vector<std::string> PanelNames;
+    bool IsAllPanels = false;
     /// The present line of a script that a shell reads; 0 without a script.
     int ScriptLine = 0;
 };
@@ -32,15 +37,27 @@ struct Command
     Options *Into;
 };
 
+/// The panels that a command takes at a time.
+enum class PanelCount
+{
+    One,
+    Several
+};
+
 /// Adds a command that runs `run` with options of its own.
 template <typename Options>
 Command<Options> AddCommand(CLI::App &parent, const std::string &name, const std::string &help,
-                            Context &context, void (*run)(Context &, const Options &))
+                            Context &context, void (*run)(Context &, const Options &),
+                            PanelCount panels = PanelCount::One)
 {
     const auto options = std::make_shared<Options>();
     CLI::App *app = parent.add_subcommand(name, help);
-    app->callback([&context, options, run] {
-        context.Action = [&context, options, run] { run(context, *options); };
+    app->callback([&context, options, run, panels] {
+        context.Action = [&context, options, run] {
+            run(context, *options);
+            return static_cast<int>(kDone);
+        };
+        context.MayTakePanels = panels == PanelCount::Several;
     });
     return {app, options.get()};
 }
@@ -48,12 +65,12 @@ Command<Options> AddCommand(CLI::App &parent, const std::string &name, const std
 /// Adds the options of a command that shows records and changes nothing: --fields and --wide.
 void AddViewOptions(CLI::App &app, Settings &settings);
 
-/// Adds a command that shows records and changes nothing.
+/// Adds a command that shows records, changes nothing, and ends without Ctrl-C.
 template <typename Options>
 Command<Options> AddReadCommand(CLI::App &parent, const std::string &name, const std::string &help,
                                 Context &context, void (*run)(Context &, const Options &))
 {
-    const auto command = AddCommand<Options>(parent, name, help, context, run);
+    const auto command = AddCommand<Options>(parent, name, help, context, run, PanelCount::Several);
     AddViewOptions(*command.App, context.Options);
     return command;
 }
@@ -138,6 +155,9 @@ CLI::Option *AddNumber(CLI::App &app, const std::string &name, int &into, const 
 
 /// Adds the option for the form of the output.
 void AddOutputOption(CLI::App &app, Settings &settings);
+
+/// Runs a command, and writes an error to standard error. Returns the exit status.
+[[nodiscard]] int RunAndReport(const Context &context, const std::function<int()> &command);
 
 /// Parses the words of a command line without the program's name, runs the command, and writes an
 /// error to standard error. Returns the exit status of the program.

@@ -49,12 +49,13 @@ void Discover(Context &context, const DiscoverChoice &choice)
 
 void AddDiscoverCommand(CLI::App &app, Context &context)
 {
-    const auto command = AddReadCommand<DiscoverChoice>(
+    const auto command = AddCommand<DiscoverChoice>(
         app, "discover",
         "Look for panels by UDP broadcast on the networks of this machine. Needs no login. Address "
         "and Port are those that the panel reports, Sender is the address that its response came "
         "from",
         context, Discover);
+    AddViewOptions(*command.App, context.Options);
     command.App
         ->add_option("--target", command.Into->Targets,
                      "Probe this address instead of all panels of the networks; may be repeated")

@@ -68,9 +68,10 @@ void SwitchTo(Context &context, const NumberArgument &argument)
 
 CLI::App &AddNumberCommand(CLI::App &parent, const char *name, const char *help,
                            const char *numberHelp, Context &context,
-                           void (*run)(Context &, const NumberArgument &))
+                           void (*run)(Context &, const NumberArgument &),
+                           PanelCount panels = PanelCount::One)
 {
-    const auto command = AddCommand<NumberArgument>(parent, name, help, context, run);
+    const auto command = AddCommand<NumberArgument>(parent, name, help, context, run, panels);
     AddNumber(*command.App, "number", command.Into->Number, numberHelp)->required();
     return *command.App;
 }
@@ -102,7 +103,8 @@ void AddDoorCommands(CLI::App &app, Context &context)
         ->option_text("TEXT");
     AddPaging(*list.App, list.Into->Paging);
     const char *const kDoorHelp = "The door's number";
-    AddViewOptions(AddNumberCommand(doors, "show", "Show a door", kDoorHelp, context, ShowDoor),
+    AddViewOptions(AddNumberCommand(doors, "show", "Show a door", kDoorHelp, context, ShowDoor,
+                                    PanelCount::Several),
                    context.Options);
     AddNumberCommand(doors, "lock", "Lock a door and show its state", kDoorHelp, context,
                      SwitchTo<kLocks, 0>);
@@ -119,11 +121,12 @@ void AddOutputCommands(CLI::App &app, Context &context)
 {
     CLI::App &outputs = AddGroup(app, "outputs", "Auxiliary outputs");
     const char *const kOutputHelp = "The output's number";
-    CLI::App &get =
-        AddNumberCommand(outputs, "get", "Show whether an output is on (1) or off (0)", kOutputHelp,
-                         context, [](Context &its, const NumberArgument &argument) {
-                             ShowStatus(its, kOutputs, argument.Number);
-                         });
+    CLI::App &get = AddNumberCommand(
+        outputs, "get", "Show whether an output is on (1) or off (0)", kOutputHelp, context,
+        [](Context &its, const NumberArgument &argument) {
+            ShowStatus(its, kOutputs, argument.Number);
+        },
+        PanelCount::Several);
     AddViewOptions(get, context.Options);
     AddNumberCommand(outputs, "on", "Switch an output on", kOutputHelp, context,
                      SwitchTo<kOutputs, 1>);

@@ -167,9 +167,10 @@ void ListEvents(Context &context, const EventFilter &filter)
     const bool isComplete = WriteList(context, MakeRequest(context, filter), paging, {}, rules);
     if (isPage && !isComplete)
         std::fprintf(stderr,
-                     "The newest %d events; --limit NUMBER shows more, --offset %d the "
+                     "%sThe newest %d events; --limit NUMBER shows more, --offset %d the "
                      "next page.\n",
-                     paging.Limit, paging.Offset + paging.Limit);
+                     PanelPrefix(context.Options).c_str(), paging.Limit,
+                     paging.Offset + paging.Limit);
 }
 
 void ShowEvent(Context &context, const OneEvent &event)
@@ -361,11 +362,12 @@ void AddEventCommands(CLI::App &app, Context &context)
     AddPaging(*list.App, list.Into->Paging);
     const auto show = AddReadCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
     AddNumber(*show.App, "number", show.Into->Number, "The event's number")->required();
-    const auto follow = AddReadCommand<FollowChoice>(
+    const auto follow = AddCommand<FollowChoice>(
         events, "follow",
         "Print new events as they arrive, oldest first, until Ctrl-C. A panel that cannot be "
         "reached is tried again. JSON is one object a line",
         context, FollowEvents);
+    AddViewOptions(*follow.App, context.Options);
     AddFilterOptions(*follow.App, follow.Into->Filter);
     follow.App->add_option("--last", follow.Into->Last, "Begin with this many past events")
         ->transform(IsNumber(1, 100000))
@@ -388,9 +390,10 @@ void AddEventCommands(CLI::App &app, Context &context)
 
 void AddWatchCommand(CLI::App &doors, Context &context)
 {
-    const auto watch = AddReadCommand<WatchChoice>(
+    const auto watch = AddCommand<WatchChoice>(
         doors, "watch", "Show the doors and the latest events again and again, until Ctrl-C",
         context, WatchDoors);
+    AddViewOptions(*watch.App, context.Options);
     watch.App->add_option("--events", watch.Into->Events, "Show this many events")
         ->transform(IsNumber(1, 1000))
         ->option_text("NUMBER [10]");

@@ -4,11 +4,11 @@
 #include "nimbractl/SplitWords.h"
 #include "nimbractl/Terminal.h"
 #include "nimbractl/TextWidth.h"
+#include "nimbractl/UserDirectory.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -26,16 +26,9 @@ constexpr int kHistoryLines = 1000;
 /// Returns the file of the history; empty when there is no place for it.
 std::string HistoryFile()
 {
-    const char *state = std::getenv("XDG_STATE_HOME");
-    const char *home = std::getenv("HOME");
-    std::filesystem::path directory;
-    if (state != nullptr && *state == '/')
-        directory = state;
-    else if (home != nullptr && *home == '/')
-        directory = std::filesystem::path(home) / ".local/state";
-    else
+    const std::filesystem::path directory = UserDirectory("XDG_STATE_HOME", ".local/state");
+    if (directory.empty())
         return "";
-    directory /= "nimbractl";
     std::error_code error;
     std::filesystem::create_directories(directory, error);
     return error ? "" : (directory / "history").string();

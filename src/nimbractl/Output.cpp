@@ -33,6 +33,9 @@ constexpr std::size_t kLeastColumnWidth = 4;
 
 constexpr std::string_view kColumnGap = "  ";
 
+/// The field for the name of the panel.
+constexpr char kPanelField[] = "Panel";
+
 /// The width of a column whose rows cannot be measured beforehand.
 std::size_t LiveWidth(const Field &field)
 {
@@ -307,9 +310,54 @@ private:
 
 } // namespace
 
+class JoinedList::PanelRows : public ListWriter
+{
+public:
+    explicit PanelRows(JoinedList &joined) : joined_(joined) {}
+
+    void Row(const Record &record) override
+    {
+        Record row(joined_.fields_, "");
+        row.Set(kPanelField, joined_.panel_);
+        for (std::size_t i = 0; i < record.Fields().size(); ++i)
+            row.Set(record.Fields()[i].Name, record.At(i));
+        joined_.list_->Row(row);
+        joined_.hasEnd_ = true;
+    }
+    void End() override { joined_.hasEnd_ = true; }
+
+private:
+    JoinedList &joined_;
+};
+
+std::unique_ptr<ListWriter> JoinedList::MakeWriter(const OutputOptions &options,
+                                                   std::span<const Field> fields,
+                                                   const ListStyle &style)
+{
+    if (!list_) {
+        fields_ = {{kPanelField, FieldKind::Text}};
+        fields_.insert(fields_.end(), fields.begin(), fields.end());
+        OutputOptions shared = options;
+        shared.Joined = nullptr;
+        const std::vector<std::string> &chosen = options.Fields;
+        if (!chosen.empty() && std::find(chosen.begin(), chosen.end(), kPanelField) == chosen.end())
+            shared.Fields.insert(shared.Fields.begin(), kPanelField);
+        list_ = MakeListWriter(shared, fields_, style);
+    }
+    return std::make_unique<PanelRows>(*this);
+}
+
+void JoinedList::End()
+{
+    if (hasEnd_)
+        list_->End();
+}
+
 std::unique_ptr<ListWriter> MakeListWriter(const OutputOptions &options,
                                            std::span<const Field> fields, const ListStyle &style)
 {
+    if (options.Joined != nullptr)
+        return options.Joined->MakeWriter(options, fields, style);
     switch (options.Format) {
     case Format::Json:
         if (!style.IsLive)
@@ -327,15 +375,16 @@ std::unique_ptr<ListWriter> MakeListWriter(const OutputOptions &options,
 
 void WriteRecord(const OutputOptions &options, const Record &record, StatusWords status)
 {
+    if (options.Joined != nullptr || options.Format == Format::JsonLines ||
+        options.Format == Format::Csv) {
+        const auto writer = MakeListWriter(options, record.Fields(), {.Status = status});
+        writer->Row(record);
+        writer->End();
+        return;
+    }
     const Selection selection = SelectFields(options, record.Fields());
     if (options.Format == Format::Json) {
         Put(JsonText(record, selection, 2) + "\n");
-        return;
-    }
-    if (options.Format != Format::Table) {
-        const auto writer = MakeListWriter(options, record.Fields());
-        writer->Row(record);
-        writer->End();
         return;
     }
     std::size_t width = 0;

@@ -31,12 +31,15 @@ struct StatusWords
 inline constexpr StatusWords kLockWords{"locked", "unlocked"};
 inline constexpr StatusWords kSwitchWords{"off", "on"};
 
+class JoinedList;
+
 /// The form of the output.
 struct OutputOptions
 {
     ctl::Format Format = Format::Table;
     std::vector<std::string> Fields; ///< the fields to show, in this order; empty: all
     bool IsWide = false;             ///< a table is not cut to the width of the terminal
+    JoinedList *Joined = nullptr;    ///< takes the output of a command on several panels
 };
 
 struct ListStyle
@@ -55,6 +58,30 @@ public:
     /// Must be called after the last row. Writes an empty list when there was no row: "[]" in JSON,
     /// the header in CSV, nothing in a table.
     virtual void End() = 0;
+};
+
+/// The output of one command on several panels: one list, whose rows begin with the panel's name.
+/// One thread.
+class JoinedList
+{
+public:
+    /// The panel that the next rows are from.
+    void SetPanel(const std::string &name) { panel_ = name; }
+    /// Returns a writer for the rows of that panel. It and this object share the list, which has
+    /// the fields and the style of the first call.
+    [[nodiscard]] std::unique_ptr<ListWriter> MakeWriter(const OutputOptions &options,
+                                                         std::span<const client::Field> fields,
+                                                         const ListStyle &style);
+    /// Must be called after the last panel. Writes an empty list only if that of a panel was empty.
+    void End();
+
+private:
+    class PanelRows;
+
+    std::string panel_;
+    std::vector<client::Field> fields_; ///< with that of the panel
+    std::unique_ptr<ListWriter> list_;
+    bool hasEnd_ = false;
 };
 
 /// `fields` are those of every record. Throws WrongUsage when the options name a field that is not

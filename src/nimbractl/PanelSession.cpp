@@ -16,7 +16,8 @@ client::Session &PanelSession::Get()
     if (session_)
         return *session_;
     if (settings_.Host.empty())
-        throw WrongUsage("Name the panel with --host, or in the environment variable NIMBRA_HOST.");
+        throw WrongUsage("Name the panel with --host, with --panel, or in the environment variable "
+                         "NIMBRA_HOST.");
     if (settings_.User.empty())
         throw WrongUsage("Name the user with --user, or in the environment variable NIMBRA_USER.");
     const std::string password = GetPassword(settings_);
@@ -50,17 +51,30 @@ std::chrono::minutes PanelSession::ClockOffset()
     if (!clockOffset_)
         clockOffset_ = client::MeasureClockOffset(Get());
     if (!clockOffset_) {
-        std::fprintf(stderr, "nimbractl: The panel's clock offset cannot be measured; UTC is "
-                             "assumed. --clock-offset sets it.\n");
+        std::fprintf(stderr,
+                     "nimbractl: %sThe panel's clock offset cannot be measured; UTC is assumed. "
+                     "--clock-offset sets it.\n",
+                     PanelPrefix(settings_).c_str());
         clockOffset_ = std::chrono::minutes(0);
     }
     return *clockOffset_;
+}
+
+void PanelSession::Close()
+{
+    session_.reset();
+    clockOffset_.reset();
 }
 
 void PanelSession::CheckCancelled() const
 {
     if (IsCancelled && IsCancelled())
         throw client::CancelledError();
+}
+
+std::string PanelPrefix(const Settings &settings)
+{
+    return settings.Output.Joined == nullptr ? "" : "Panel " + settings.Panel + ": ";
 }
 
 std::optional<std::chrono::minutes> ParseClockOffset(const std::string &text)

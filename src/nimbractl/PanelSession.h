@@ -14,10 +14,12 @@ namespace nimbra::ctl {
 /// The options that all commands have: the panel and the output.
 struct Settings
 {
+    std::string Panel; ///< the name in the configuration file; empty without one
     std::string Host;
     int Port = client::kManagementPort;
     std::string User;
     std::string PasswordFile;
+    bool MustPasswordFileBePrivate = false; ///< readable by its owner only
     int TimeoutSeconds = 15;
     std::string ClockOffset; ///< "+02:00"; empty: measured when it is needed
     OutputOptions Output;
@@ -37,6 +39,8 @@ public:
     /// Returns how far the panel's clock is ahead of UTC.
     [[nodiscard]] std::chrono::minutes ClockOffset();
 
+    /// Ends the session; the next request opens one with the settings of that time.
+    void Close();
     /// Throws CancelledError when the wait is to be ended.
     void CheckCancelled() const;
 
@@ -48,6 +52,9 @@ private:
     std::optional<client::Session> session_;
     std::optional<std::chrono::minutes> clockOffset_;
 };
+
+/// Returns what stands before a sentence about the panel: its name, when a command runs on several.
+[[nodiscard]] std::string PanelPrefix(const Settings &settings);
 
 /// Reads "+02:00", "-5" or "Z". Returns nothing for any other text.
 [[nodiscard]] std::optional<std::chrono::minutes> ParseClockOffset(const std::string &text);

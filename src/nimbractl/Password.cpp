@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -26,10 +27,21 @@ std::string ReadLine(int file)
     return line;
 }
 
-std::string FromFile(const std::string &name)
+/// Throws LocalFailure when others than the owner may read the file.
+void RequirePrivate(const Descriptor &file, const std::string &name)
+{
+    struct stat status = {};
+    if (file.IsOpen() && fstat(file.Get(), &status) == 0 && (status.st_mode & 077) != 0)
+        throw LocalFailure("Others may use the file " + name +
+                           ", which holds a password: chmod 600 makes it private.");
+}
+
+std::string FromFile(const std::string &name, bool mustBePrivate)
 {
     const bool isInput = name == "-";
     const Descriptor file(isInput ? 0 : open(name.c_str(), O_RDONLY | O_CLOEXEC));
+    if (mustBePrivate)
+        RequirePrivate(file, name);
     const std::string line = ReadLine(isInput ? STDIN_FILENO : file.Get());
     if (line.empty())
         throw LocalFailure("Cannot read a password from " + (isInput ? "standard input" : name) +
@@ -101,13 +113,14 @@ std::string AskFor(const SilentTerminal &terminal, const std::string &prompt)
 std::string GetPassword(const Settings &settings)
 {
     if (!settings.PasswordFile.empty())
-        return FromFile(settings.PasswordFile);
+        return FromFile(settings.PasswordFile, settings.MustPasswordFileBePrivate);
     const char *variable = std::getenv("NIMBRA_PASSWORD");
     if (variable != nullptr && *variable != '\0')
         return variable;
     const SilentTerminal terminal;
     std::string password =
-        AskFor(terminal, "Password of " + settings.User + " at " + settings.Host + ": ");
+        AskFor(terminal, "Password of " + settings.User + " at " +
+                             (settings.Panel.empty() ? settings.Host : settings.Panel) + ": ");
     terminal.Print("\n");
     if (password.empty())
         throw WrongUsage("No password was given.");

@@ -130,10 +130,12 @@ class InteractiveShell
 public:
     explicit InteractiveShell(Context &context)
         : context_(context), timer_(context),
-          editor_(context.Options.Host + "> ", {[this] { return WaitForInput(); },
-                                                [&context](const std::vector<std::string> &words) {
-                                                    return CompleteInShell(context, words);
-                                                }})
+          editor_((context.Options.Panel.empty() ? context.Options.Host : context.Options.Panel) +
+                      "> ",
+                  {[this] { return WaitForInput(); },
+                   [&context](const std::vector<std::string> &words) {
+                       return CompleteInShell(context, words);
+                   }})
     {}
 
     int Run()

@@ -23,6 +23,8 @@ struct VideoChoice
 
 void Show(Context &context, const Request &request, bool onlyUrl)
 {
+    if (onlyUrl && context.Options.Output.Joined != nullptr)
+        throw WrongUsage("--url prints one address only: name one panel.");
     const client::Response response = context.Panel.Execute(request);
     if (onlyUrl)
         std::printf("%s\n", Printable(response.Header.Text("Url")).c_str());

@@ -1,9 +1,10 @@
-// nimbractl: finds panels and manages one of them.
+// nimbractl: finds panels and manages them.
 
 #include "nimbractl/Completion.h"
 #include "nimbractl/Context.h"
 #include "nimbractl/Fields.h"
 #include "nimbractl/ManualPage.h"
+#include "nimbractl/Panels.h"
 #include "nimbractl/Shell.h"
 
 #include <clocale>
@@ -24,6 +25,10 @@ constexpr char kFooter[] =
     "The password is read from the file of --password-file, else from the environment variable "
     "NIMBRA_PASSWORD, else from the terminal. It is sent over the network in clear text.\n"
     "\n"
+    "--panel NAME takes host, port, user, password-file, timeout and clock-offset from the section "
+    "[NAME] of ~/.config/nimbractl/config. Options of the command line overrule the file, the file "
+    "overrules the environment.\n"
+    "\n"
     "Output: tables are for people; json, jsonl and csv have the protocol's field names and plain "
     "numbers. Lists are requested page by page and written as they arrive. Times are UTC, in input "
     "and output. A table has colours and cut columns on a terminal only; NO_COLOR is respected.\n"
@@ -35,7 +40,7 @@ constexpr char kFooter[] =
     "  3  the panel cannot be reached or stopped responding\n"
     "\n"
     "Environment: NIMBRA_HOST, NIMBRA_PORT, NIMBRA_USER, NIMBRA_PASSWORD, NIMBRA_CLOCK_OFFSET, "
-    "NO_COLOR, COLUMNS.\n"
+    "XDG_CONFIG_HOME, XDG_STATE_HOME, NO_COLOR, COLUMNS.\n"
     "\n"
     "Examples:\n"
     "  nimbractl discover\n"
@@ -71,7 +76,6 @@ void AddConnectionOptions(CLI::App &app, Settings &settings)
                                           : "\"" + text + "\" is no offset such as +02:00";
         })
         ->option_text("OFFSET");
-    AddOutputOption(app, settings);
 }
 
 int Run(const std::vector<std::string> &words)
@@ -82,13 +86,15 @@ int Run(const std::vector<std::string> &words)
     PrepareApp(app, kCommandFooter);
     app.set_version_flag("--version", "nimbractl " NIMBRA_VERSION, "Print the version and exit");
     AddConnectionOptions(app, context.Options);
+    AddPanelOptions(app, context);
+    AddOutputOption(app, context.Options);
     AddAllCommands(app, context);
-    int shellStatus = kDone;
     app.add_subcommand("shell",
                        "Read commands and run them in one session, which is kept alive, with "
                        "history and completion. Commands are those of nimbractl, without its name")
-        ->callback([&context, &shellStatus] {
-            context.Action = [&context, &shellStatus] { shellStatus = RunShell(context); };
+        ->callback([&context] {
+            context.Action = [&context] { return RunShell(context); };
+            context.MayTakePanels = false;
         });
     app.footer(kFooter); // late: a command takes the footer that exists when it is added
     app.set_help_all_flag("--help-all", "Print the help of all commands and exit");
@@ -102,8 +108,7 @@ int Run(const std::vector<std::string> &words)
         PrintManualPage(app);
         return kDone;
     }
-    const int status = RunCommandLine(app, context, words);
-    return status != kDone ? status : shellStatus;
+    return RunCommandLine(app, context, words);
 }
 
 } // namespace

@@ -206,7 +206,7 @@ std::string PlayConsole(const Example &example)
             script += "status=$?; printf '%s\\n' " + InSingleQuotes(line) + "; (exit $status)\n" +
                       line.substr(2) + "\n";
     const ProgramResult result = RunProgram(
-        {"env",
+        {"env", "-u", "XDG_CONFIG_HOME",
          "PATH=" + std::filesystem::path(NIMBRACTL_PATH).parent_path().string() + ":/usr/bin:/bin",
          "NIMBRA_HOST=192.168.77.10", "NIMBRA_USER=operator", "NIMBRA_PASSWORD=operate!1",
          "HOME=/tmp", "sh", "-c", script});

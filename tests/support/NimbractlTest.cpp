@@ -8,8 +8,9 @@ std::vector<std::string> CtlCommand(const std::vector<std::string> &arguments,
                                     const std::vector<std::string> &environment)
 {
     std::vector<std::string> command = {"env", "HOME=/tmp", "TERM=xterm"};
-    for (const char *variable : {"NIMBRA_HOST", "NIMBRA_PORT", "NIMBRA_USER", "NIMBRA_PASSWORD",
-                                 "NIMBRA_CLOCK_OFFSET", "NO_COLOR", "XDG_STATE_HOME"})
+    for (const char *variable :
+         {"NIMBRA_HOST", "NIMBRA_PORT", "NIMBRA_USER", "NIMBRA_PASSWORD", "NIMBRA_CLOCK_OFFSET",
+          "NO_COLOR", "XDG_CONFIG_HOME", "XDG_STATE_HOME"})
         command.insert(command.begin() + 1, {"-u", variable});
     command.insert(command.end(), environment.begin(), environment.end());
     command.emplace_back(NIMBRACTL_PATH);

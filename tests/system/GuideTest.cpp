@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <set>
@@ -36,7 +37,7 @@ const std::vector<Example> &Guide()
 
 TEST(Guide, HasOnlyKnownBlocks)
 {
-    const std::set<std::string> known{"console", "cpp", "sh"};
+    const std::set<std::string> known{"console", "cpp", "ini", "sh"};
     for (const Example &example : Guide())
         EXPECT_THAT(known, Contains(example.Info)) << ::testing::PrintToString(example);
     EXPECT_FALSE(ExamplesOf(Guide(), "console").empty());
@@ -53,8 +54,20 @@ TEST(Guide, ShowsLibraryExampleUnchanged)
     EXPECT_LT(programs[0].Lines.size(), 40U);
 }
 
+/// A panel, and the configuration file that the guide shows.
 class ConsolePlayer : public AgentTest
-{};
+{
+protected:
+    ConsolePlayer()
+    {
+        std::string config;
+        for (const Example &example : ExamplesOf(Guide(), "ini"))
+            for (const std::string &line : example.Lines)
+                config += line + "\n";
+        std::filesystem::create_directories("/tmp/.config/nimbractl");
+        WriteFile("/tmp/.config/nimbractl/config", config);
+    }
+};
 
 class GuideExample : public ConsolePlayer, public ::testing::WithParamInterface<Example>
 {};

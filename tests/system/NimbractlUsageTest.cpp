@@ -53,6 +53,7 @@ TEST(NimbractlHelp, EveryCommandHasIts)
                                                "users add",
                                                "users set",
                                                "users delete",
+                                               "users import",
                                                "users photo get",
                                                "users photo put",
                                                "cards list",
@@ -60,6 +61,7 @@ TEST(NimbractlHelp, EveryCommandHasIts)
                                                "cards add",
                                                "cards set",
                                                "cards delete",
+                                               "cards import",
                                                "cards levels get",
                                                "cards levels set",
                                                "formats",
@@ -112,7 +114,7 @@ TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
     ExpectCtlFails({"--port", "0", "formats"}, 2, "--port");
     ExpectCtlFails({"--clock-offset", "noon", "formats"}, 2, "is no offset");
     EXPECT_EQ(RunWith({}, {"formats"}).Output,
-              "nimbractl: Name the panel with --host, or in the environment variable "
+              "nimbractl: Name the panel with --host, with --panel, or in the environment variable "
               "NIMBRA_HOST.\n");
     EXPECT_EQ(
         RunWith({"NIMBRA_HOST=127.0.0.1"}, {"formats"}).Output,
