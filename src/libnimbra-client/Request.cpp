@@ -18,6 +18,8 @@ bool IsSameLetter(char a, char b)
 /// Whether the panel, which finds command words anywhere in a line, would find one in `text`.
 bool HoldsCommandWord(std::string_view text)
 {
+    if (text.find('?') == std::string_view::npos)
+        return false;
     for (const CommandSchema &schema : CommandSchemas()) {
         const std::string word = std::string(schema.Word) + "?";
         if (std::search(text.begin(), text.end(), word.begin(), word.end(), IsSameLetter) !=
