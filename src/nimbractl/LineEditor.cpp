@@ -111,8 +111,9 @@ LineEditor::LineEditor(std::string prompt, Callbacks callbacks)
     el_set(editor_, EL_SIGNAL, 0);
     el_set(editor_, EL_HIST, history, history_);
     el_set(editor_, EL_GETCFN, ReadKey);
-    el_set(editor_, EL_ADDFN, "complete-word", "Completes the word before the cursor",
-           CompleteWord);
+    // The narrow el_set would copy the two texts and never free them.
+    el_wset(editor_, EL_ADDFN, L"complete-word", L"Completes the word before the cursor",
+            CompleteWord);
     el_set(editor_, EL_BIND, "^I", "complete-word", nullptr);
     el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     LoadHistory();

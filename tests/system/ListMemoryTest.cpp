@@ -260,9 +260,10 @@ TEST_F(ListMemory, IsBoundedForClientsThatReadNothingAndFreedAfterAMinute)
     EXPECT_GT(watch.Seconds(), 59);
     EXPECT_EQ(answer, "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=190000");
 
-    // The sessions go on behind the part that their clients have not read.
+    // The sessions go on behind the part that their clients have not read. A sanitized agent has read
+    // the log for longer than a session may be silent.
     for (IdleReader &reader : readers_) {
-        if (reader.HasList())
+        if (!kIsSanitized && reader.HasList())
             ExpectGoesOn(reader.Client());
     }
     ExpectBounded();
