@@ -13,6 +13,7 @@ namespace {
 constexpr std::size_t kMostColumns = 100;
 constexpr std::size_t kLeastColumns = 40;
 constexpr std::size_t kNameColumns = 30;
+constexpr std::size_t kExpandedIndent = 2;
 
 std::size_t PageWidth()
 {
@@ -47,7 +48,7 @@ HelpFormatter::HelpFormatter() : width_(PageWidth())
 
 std::string HelpFormatter::make_description(const CLI::App *app) const
 {
-    return Wrapped(app->get_description(), width_) + ".\n\n";
+    return Wrapped(app->get_description() + ".", width_) + "\n\n";
 }
 
 std::string HelpFormatter::make_footer(const CLI::App *app) const
@@ -84,7 +85,10 @@ std::string HelpFormatter::make_expanded(const CLI::App *sub) const
     for (const CLI::App *parent = sub->get_parent(); parent->get_parent() != nullptr;
          parent = parent->get_parent())
         name = parent->get_name() + " " + name;
-    return name + CLI::Formatter::make_expanded(sub).substr(sub->get_name().size());
+    // The parser indents what it formats.
+    HelpFormatter indented(*this);
+    indented.width_ -= kExpandedIndent;
+    return name + indented.CLI::Formatter::make_expanded(sub).substr(sub->get_name().size());
 }
 
 std::string HelpFormatter::make_option_opts(const CLI::Option *option) const

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,22 @@ constexpr std::size_t kRowsForWidths = 200;
 
 /// A column is not cut to less than this on a terminal.
 constexpr std::size_t kLeastColumnWidth = 4;
+
+/// While other columns can give way, texts are not cut to less than this,
+constexpr std::size_t kReadableWidth = 8;
+
+/// and as long as columns can be left out, not to less than this.
+constexpr std::size_t kGoodWidth = 12;
+
+/// The columns that a narrow terminal does not show, the first of these first. Most are numbers
+/// that say little without a table of their meanings.
+constexpr std::array<std::string_view, 13> kLeftOutFirst = {
+    "DeviceType", "VideoTag", "DevicePort", "KeyNumber", "CardStatus", "CardType", "FormatNo",
+    "MiddleName", "Exempt",   "Ada",        "CardNo",    "UserNo",     "EventCode"};
+
+/// The end of a heading that lacks columns.
+constexpr std::string_view kMoreColumns = "  …";
+constexpr std::size_t kMoreColumnsWidth = 3;
 
 constexpr std::string_view kColumnGap = "  ";
 
@@ -150,29 +167,29 @@ class TableWriter : public ListWriter
 public:
     TableWriter(const OutputOptions &options, std::span<const Field> fields, const ListStyle &style)
         : style_(style), selection_(SelectFields(options, fields)),
-          mayCut_(!options.IsWide && IsOutputTerminal())
+          mayCut_(!options.IsWide && IsOutputTerminal()), mayLeaveOut_(options.Fields.empty())
     {
-        for (const std::size_t i : selection_) {
-            headings_.emplace_back(fields[i].Name);
-            widths_.push_back(style.IsLive ? LiveWidth(fields[i]) : headings_.back().size());
-        }
+        for (const std::size_t i : selection_)
+            columns_.push_back({fields[i].Name, fields[i].Kind == FieldKind::Text,
+                                style.IsLive ? LiveWidth(fields[i]) : 0, 0});
     }
 
     void Row(const Record &record) override
     {
+        if (style_.IsLive)
+            Begin();
         std::vector<std::string> cells;
         for (const std::size_t i : selection_)
             cells.push_back(TableText(record, i, style_.Status));
-        if (!style_.IsLive && isMeasuring_) {
-            for (std::size_t i = 0; i < cells.size(); ++i)
-                widths_[i] = std::max(widths_[i], DisplayWidth(cells[i]));
-            rows_.push_back(std::move(cells));
-            if (rows_.size() == kRowsForWidths)
-                Begin();
+        if (!isMeasuring_) {
+            PutRow(cells);
             return;
         }
-        Begin();
-        PutRow(cells, false);
+        for (std::size_t i = 0; i < cells.size(); ++i)
+            columns_[i].Content = std::max(columns_[i].Content, DisplayWidth(cells[i]));
+        rows_.push_back(std::move(cells));
+        if (rows_.size() == kRowsForWidths)
+            Begin();
     }
 
     void End() override
@@ -182,53 +199,126 @@ public:
     }
 
 private:
+    struct Column
+    {
+        std::string Name;
+        bool IsText;
+        std::size_t Content; ///< the width of the widest value
+        std::size_t Width;
+    };
+
     /// Writes the heading and the rows that were measured.
     void Begin()
     {
         if (!isMeasuring_)
             return;
         isMeasuring_ = false;
-        if (mayCut_)
-            FitTerminal();
-        PutRow(headings_, true);
+        for (Column &column : columns_)
+            column.Width = std::max(column.Content, column.Name.size());
+        const bool isComplete = !mayCut_ || FitTerminal();
+        PutHeading(isComplete ? "" : kMoreColumns);
         for (const std::vector<std::string> &row : rows_)
-            PutRow(row, false);
+            PutRow(row);
         rows_.clear();
     }
 
-    /// Makes the widest columns narrower until a row fits.
-    void FitTerminal()
+    /// Leaves out columns and makes others narrower until a row fits. Returns false when columns
+    /// are left out.
+    bool FitTerminal()
     {
-        const std::size_t limit = GetTerminalSize().Columns;
-        std::size_t total = kColumnGap.size() * (widths_.size() - 1);
-        for (const std::size_t width : widths_)
-            total += width;
+        std::size_t limit = GetTerminalSize().Columns;
+        const auto good = [](const Column &column) {
+            return column.IsText ? std::min(column.Width, kGoodWidth) : column.Width;
+        };
+        bool isComplete = true;
+        for (auto name = kLeftOutFirst.begin();
+             mayLeaveOut_ && name != kLeftOutFirst.end() && RowWidth(good) > limit; ++name)
+            if (LeaveOut(*name) && std::exchange(isComplete, false))
+                limit -= std::min(limit, kMoreColumnsWidth);
+        CutTo(limit,
+              [](const Column &column) { return column.IsText ? kReadableWidth : column.Width; });
+        CutTo(limit, [](const Column &column) { // headings before numbers and times
+            return column.IsText ? kLeastColumnWidth : std::max(column.Content, kLeastColumnWidth);
+        });
+        CutTo(limit, [](const Column &) { return kLeastColumnWidth; });
+        return isComplete;
+    }
+
+    template <typename WidthOf>
+    [[nodiscard]] std::size_t RowWidth(const WidthOf &widthOf) const
+    {
+        std::size_t total = kColumnGap.size() * (columns_.size() - 1);
+        for (const Column &column : columns_)
+            total += widthOf(column);
+        return total;
+    }
+
+    /// Removes a column, if there is one of this name that does not identify the row.
+    bool LeaveOut(std::string_view name)
+    {
+        const auto first = columns_.begin() + (columns_[0].Name == kPanelField ? 2 : 1);
+        const auto found = std::find_if(
+            first, columns_.end(), [name](const Column &column) { return column.Name == name; });
+        if (found == columns_.end())
+            return false;
+        const auto index = found - columns_.begin();
+        columns_.erase(found);
+        selection_.erase(selection_.begin() + index);
+        for (std::vector<std::string> &row : rows_)
+            row.erase(row.begin() + index);
+        return true;
+    }
+
+    /// Makes the widest columns narrower until a row fits, none narrower than `leastOf` says.
+    template <typename LeastOf>
+    void CutTo(std::size_t limit, const LeastOf &leastOf)
+    {
+        const auto spare = [&leastOf](const Column &column) {
+            return column.Width > leastOf(column) ? column.Width : 0;
+        };
+        std::size_t total = RowWidth([](const Column &column) { return column.Width; });
         for (; total > limit; --total) {
-            const auto widest = std::max_element(widths_.begin(), widths_.end());
-            if (*widest <= kLeastColumnWidth)
+            const auto widest = std::max_element(
+                columns_.begin(), columns_.end(),
+                [&spare](const Column &a, const Column &b) { return spare(a) < spare(b); });
+            if (spare(*widest) == 0)
                 return;
-            --*widest;
+            --widest->Width;
         }
     }
 
-    void PutRow(const std::vector<std::string> &cells, bool isHeading) const
+    [[nodiscard]] std::string Line(const std::vector<std::string> &cells) const
     {
         std::string line;
         for (std::size_t i = 0; i < cells.size(); ++i) {
+            const std::size_t width = columns_[i].Width;
             line += i == 0 ? "" : kColumnGap;
-            line += Padded(mayCut_ ? Shortened(cells[i], widths_[i]) : cells[i], widths_[i]);
+            line += Padded(mayCut_ ? Shortened(cells[i], width) : cells[i], width);
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        Put((isHeading ? Heading(line) : line) + "\n");
+        return line;
+    }
+
+    void PutHeading(std::string_view end) const
+    {
+        std::vector<std::string> names;
+        for (const Column &column : columns_)
+            names.push_back(column.Name);
+        PutLine(Heading(Line(names).append(end)));
+    }
+    void PutRow(const std::vector<std::string> &cells) const { PutLine(Line(cells)); }
+    void PutLine(const std::string &line) const
+    {
+        Put(line + "\n");
         if (style_.IsLive)
             std::fflush(stdout);
     }
 
     const ListStyle style_;
-    const Selection selection_;
+    Selection selection_;
     const bool mayCut_;
-    std::vector<std::string> headings_;
-    std::vector<std::size_t> widths_;
+    const bool mayLeaveOut_;
+    std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
     bool isMeasuring_ = true;
 };
@@ -254,7 +344,8 @@ private:
     const bool isLive_;
 };
 
-/// Writes an array of objects.
+/// Writes an array of objects. A row is held back until it is known whether a comma follows it, so
+/// that all that is written ends with a line: an error message may come after it.
 class JsonWriter : public ListWriter
 {
 public:
@@ -262,14 +353,14 @@ public:
 
     void Row(const Record &record) override
     {
-        Put((hasRows_ ? ",\n  " : "[\n  ") + JsonText(record, selection_, -1));
-        hasRows_ = true;
+        Put(last_.empty() ? "[\n" : last_ + ",\n");
+        last_ = "  " + JsonText(record, selection_, -1);
     }
-    void End() override { Put(hasRows_ ? "\n]\n" : "[]\n"); }
+    void End() override { Put(last_.empty() ? "[]\n" : last_ + "\n]\n"); }
 
 private:
     const Selection selection_;
-    bool hasRows_ = false;
+    std::string last_;
 };
 
 class CsvWriter : public ListWriter

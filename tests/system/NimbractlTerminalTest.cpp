@@ -19,7 +19,10 @@ namespace nimbra::test {
 
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
 
 using NimbractlTerminal = NimbractlTest;
 
@@ -153,6 +156,51 @@ TEST_F(NimbractlTerminal, TableFitsTheTerminal)
                 HasSubstr("A door with a long name  locked\n"));
 }
 
+std::string FirstLine(const std::string &text)
+{
+    return text.substr(0, text.find("\r\n"));
+}
+
+TEST_F(NimbractlTerminal, NarrowTableKeepsTimesAndLeavesOutNumbers)
+{
+    const std::vector<std::string> list = {"events", "list", "--limit", "1", "--code", "10001"};
+    const auto wholeTime = ContainsRegex("\n[0-9]+ +2026-01-01 [0-9:]{8}  ");
+    for (const int columns : {70, 80, 100, 120}) {
+        const std::string output = OutputAtWidth(columns, list);
+        EXPECT_THAT(FirstLine(output),
+                    MatchesRegex("EventNo  EventTime .*DeviceName .*EventDesc .*UserName.*  …"));
+        EXPECT_THAT(output, wholeTime);
+        EXPECT_THAT(output, HasSubstr(columns < 120 ? "Access gr" : "Access granted"));
+    }
+    EXPECT_THAT(OutputAtWidth(60, list), wholeTime);
+    EXPECT_THAT(FirstLine(OutputAtWidth(200, list)), HasSubstr("DeviceType"));
+    EXPECT_THAT(OutputAtWidth(200, list), Not(HasSubstr("…")));
+}
+
+TEST_F(NimbractlTerminal, ChosenFieldsAreCutAndNotLeftOut)
+{
+    std::vector<std::string> list = {"events", "list",     "--limit",
+                                     "1",      "--fields", "EventTime,DeviceType,DeviceName"};
+    EXPECT_THAT(FirstLine(OutputAtWidth(40, list)), MatchesRegex("EventTime +Dev.*…  Device.*…"));
+    list.emplace_back("--wide");
+    EXPECT_THAT(FirstLine(OutputAtWidth(40, list)), Not(HasSubstr("…")));
+}
+
+TEST_F(NimbractlTerminal, ErrorsAfterRowsOfJsonBeginALine)
+{
+    std::filesystem::create_directories("/tmp/.config/nimbractl");
+    WriteFile("/tmp/.config/nimbractl/config",
+              "[front]\nhost=127.0.0.1\n[gone]\nhost=127.0.0.1\nport=9099\n");
+    Terminal terminal(CtlCommand({"--all-panels", "doors", "show", "2", "-o", "json"}));
+    EXPECT_EQ(terminal.WaitForExit(), 3);
+    EXPECT_EQ(
+        terminal.Output(),
+        "[\r\n"
+        "nimbractl: Panel gone: Cannot connect to 127.0.0.1 port 9099: Connection refused.\r\n"
+        "  {\"Panel\":\"front\",\"DoorNo\":2,\"Name\":\"Lobby\",\"Status\":1}\r\n"
+        "]\r\n");
+}
+
 TEST_F(NimbractlTerminal, WideCharactersKeepTheColumnsInLine)
 {
     panel_.Run("UPDATE Door SET Name='東口東口東口' WHERE No=1");
@@ -169,14 +217,15 @@ TEST_F(NimbractlTerminal, WideCharactersKeepTheColumnsInLine)
 
 TEST_F(NimbractlTerminal, HelpFitsTheTerminal)
 {
-    for (const int columns : {50, 80}) {
-        std::istringstream help(OutputAtWidth(columns, {"--help"}));
-        std::size_t longest = 0;
-        for (std::string line; std::getline(help, line);)
-            longest = std::max(longest, line.size() - 1); // without the carriage return
-        EXPECT_LE(longest, static_cast<std::size_t>(columns));
-        EXPECT_GT(longest, static_cast<std::size_t>(columns - 10));
-    }
+    for (const char *option : {"--help", "--help-all"})
+        for (const int columns : {50, 80}) {
+            std::istringstream help(OutputAtWidth(columns, {option}));
+            std::size_t longest = 0;
+            for (std::string line; std::getline(help, line);)
+                longest = std::max(longest, line.size() - 1); // without the carriage return
+            EXPECT_LE(longest, static_cast<std::size_t>(columns)) << option;
+            EXPECT_GT(longest, static_cast<std::size_t>(columns - 10)) << option;
+        }
     EXPECT_THAT(RunCtl({"users", "add", "--help"}).Output,
                 HasSubstr("--last-name TEXT (required)"));
     EXPECT_THAT(RunCtl({"--help"}).Output, HasSubstr("--port PORT [9000] (Env:NIMBRA_PORT)"));
