@@ -148,8 +148,8 @@ void AddCard(Context &context, const CardChange &card)
     AddGiven(request, kCardFields, card.Given);
     RequireExisting(context, "GetUserInfo", "UserNo", card.Given, "user");
     RequireExisting(context, "GetCardFormat", "FormatNo", card.Given, "card format");
-    NoteMissingDates(card.Given);
     context.Panel.Execute(request);
+    NoteMissingDates(card.Given);
     if (std::optional<Record> added = FindNewCard(context, card.Given)) {
         UsePanelDays(context, *added);
         WriteRecord(context.Options.Output, *added);

@@ -120,8 +120,13 @@ void AddViewOptions(CLI::App &app, Settings &settings)
            },
            "Show only these fields, in this order, such as UserNo,LastName")
         ->option_text("FIELD,...");
+    AddWideOption(app, settings);
+}
+
+void AddWideOption(CLI::App &app, Settings &settings)
+{
     app.add_flag("--wide", settings.Output.IsWide,
-                 "Do not cut the columns of a table to the width of the terminal");
+                 "Show all columns of a table whole, also on a terminal that is not wide enough");
 }
 
 bool WriteList(Context &context, const client::Request &request, const client::ListOptions &options,

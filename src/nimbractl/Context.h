@@ -64,6 +64,8 @@ Command<Options> AddCommand(CLI::App &parent, const std::string &name, const std
 
 /// Adds the options of a command that shows records and changes nothing: --fields and --wide.
 void AddViewOptions(CLI::App &app, Settings &settings);
+/// Adds --wide alone, for a command that shows tables with different fields.
+void AddWideOption(CLI::App &app, Settings &settings);
 
 /// Adds a command that shows records, changes nothing, and ends without Ctrl-C.
 template <typename Options>

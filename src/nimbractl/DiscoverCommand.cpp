@@ -1,4 +1,5 @@
 #include "nimbractl/Context.h"
+#include "nimbractl/Fields.h"
 
 #include <array>
 
@@ -61,7 +62,7 @@ void AddDiscoverCommand(CLI::App &app, Context &context)
                      "Probe this address instead of all panels of the networks; may be repeated")
         ->option_text("HOST");
     command.App->add_option("--wait", command.Into->Seconds, "Seconds to wait for responses")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(IsDuration())
         ->option_text("SECONDS [5]");
 }
 

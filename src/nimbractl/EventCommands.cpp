@@ -12,6 +12,7 @@
 #include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/PanelClock.h>
 #include <nimbra-client/Request.h>
+#include <nimbra-client/ResultMessage.h>
 #include <unistd.h>
 
 namespace nimbra::ctl {
@@ -74,11 +75,13 @@ struct WatchChoice
     double Interval = 2;
     int Events = 10;
     int Count = 0;
+    bool IsLocal = false;
 };
 
 struct OneEvent
 {
     int Number = 0;
+    bool IsLocal = false;
 };
 
 /// The code of the event of a login through the protocol.
@@ -147,9 +150,9 @@ bool IsShown(const EventFilter &filter, const Record &event)
     return !filter.NoLogins || event.Number("EventCode") != kLoginCode;
 }
 
-void ConvertTime(const EventFilter &filter, Record &event)
+void ConvertTime(bool isLocal, Record &event)
 {
-    if (filter.IsLocal)
+    if (isLocal)
         event.Set("EventTime", ToLocalTime(event.Text("EventTime")));
 }
 
@@ -158,7 +161,7 @@ void ListEvents(Context &context, const EventFilter &filter)
     RowRules rules;
     if (filter.NoLogins)
         rules.IsShown = [&filter](const Record &event) { return IsShown(filter, event); };
-    rules.Edit = [&filter](Record &event) { ConvertTime(filter, event); };
+    rules.Edit = [&filter](Record &event) { ConvertTime(filter.IsLocal, event); };
     client::ListOptions paging = filter.Paging;
     const bool isPage =
         paging.Limit == 0 && IsOutputTerminal() && context.Options.Output.Format == Format::Table;
@@ -175,9 +178,10 @@ void ListEvents(Context &context, const EventFilter &filter)
 
 void ShowEvent(Context &context, const OneEvent &event)
 {
-    const auto response =
-        context.Panel.Execute(Request("GetEventLog").Number("EventNo", event.Number));
-    WriteRecord(context.Options.Output, response.Header);
+    Record record =
+        context.Panel.Execute(Request("GetEventLog").Number("EventNo", event.Number)).Header;
+    ConvertTime(event.IsLocal, record);
+    WriteRecord(context.Options.Output, record);
 }
 
 /// Returns the events that match, newest first: the newest `limit`, or all after `known`.
@@ -265,18 +269,22 @@ void FollowEvents(Context &context, const FollowChoice &choice)
     const auto writer = MakeListWriter(
         context.Options.Output, client::FindCommandSchema("GetEventLogEx")->Row, {.IsLive = true});
     const Request request = MakeRequest(context, choice.Filter);
-    int known = choice.After >= 0 ? choice.After : NewestNumber(context);
+    // Only a panel that was reached before is tried again.
+    static_cast<void>(context.Panel.Get());
+    int known = std::max(choice.After, 0);
     std::vector<Record> events;
-    if (choice.After >= 0)
-        events = NewestEvents(context, request, 0, known);
-    else if (choice.Last > 0)
-        events = NewestEvents(context, request, choice.Last, 0);
+    RunUntilConnected(context, [&] {
+        if (choice.After < 0)
+            known = NewestNumber(context);
+        if (choice.After >= 0 || choice.Last > 0)
+            events = NewestEvents(context, request, choice.Last, std::max(choice.After, 0));
+    });
     for (int written = 0;;) {
         for (auto event = events.rbegin(); event != events.rend(); ++event) {
             known = std::max(known, event->Number("EventNo"));
             if (!IsShown(choice.Filter, *event))
                 continue;
-            ConvertTime(choice.Filter, *event);
+            ConvertTime(choice.Filter.IsLocal, *event);
             writer->Row(*event);
             if (++written == choice.Count)
                 return;
@@ -286,21 +294,28 @@ void FollowEvents(Context &context, const FollowChoice &choice)
     }
 }
 
-/// Writes a list as a table from the beginning of the screen on.
-void WriteRows(Context &context, const Request &request, int limit, const ListStyle &style)
+/// Writes a list as a table, or the sentence for an empty one.
+void WriteRows(Context &context, const Request &request, int limit, const ListStyle &style,
+               bool isLocal)
 {
     client::ListOptions options;
     options.Limit = limit;
     const auto writer = MakeListWriter(context.Options.Output,
                                        client::FindCommandSchema(request.Word())->Row, style);
-    static_cast<void>(context.Panel.Get().List(
+    const int result = context.Panel.Get().List(
         request,
-        [&writer](const Record &row) {
+        [&writer, isLocal](Record row) {
+            ConvertTime(isLocal, row);
             writer->Row(row);
             return true;
         },
-        options));
+        options);
     writer->End();
+    if (result > 1)
+        throw Refused(request.Word(), result);
+    // A panel without doors or events has nothing to watch yet.
+    if (result == 1)
+        std::printf("%s\n", client::ResultMessage(request.Word(), result).c_str());
 }
 
 void WatchDoors(Context &context, const WatchChoice &choice)
@@ -308,13 +323,15 @@ void WatchDoors(Context &context, const WatchChoice &choice)
     if (context.Options.Output.Format != Format::Table)
         throw WrongUsage(
             "doors watch shows tables; events follow and doors list have other forms.");
+    // Only a panel that was reached before is tried again.
+    static_cast<void>(context.Panel.Get());
     for (int shown = 0;;) {
         RunUntilConnected(context, [&] {
             if (CanMoveCursor(STDOUT_FILENO))
                 std::printf("\033[H\033[2J");
-            WriteRows(context, Request("GetDoorInfoEx"), 0, {.Status = kLockWords});
+            WriteRows(context, Request("GetDoorInfoEx"), 0, {.Status = kLockWords}, false);
             std::printf("\n");
-            WriteRows(context, Request("GetEventLogEx"), choice.Events, {});
+            WriteRows(context, Request("GetEventLogEx"), choice.Events, {}, choice.IsLocal);
             std::fflush(stdout);
         });
         if (++shown == choice.Count)
@@ -325,6 +342,11 @@ void WatchDoors(Context &context, const WatchChoice &choice)
     }
 }
 
+void AddLocalOption(CLI::App &app, bool &isLocal)
+{
+    app.add_flag("--local", isLocal, "Times are those of this machine's time zone, not UTC");
+}
+
 void AddFilterOptions(CLI::App &app, EventFilter &filter)
 {
     app.add_option("--door", filter.Door,
@@ -332,8 +354,7 @@ void AddFilterOptions(CLI::App &app, EventFilter &filter)
         ->option_text("NUMBER|NAME");
     AddFields(app, kFilters, filter.Given);
     app.add_flag("--no-logins", filter.NoLogins, "Leave out the events of logins");
-    app.add_flag("--local", filter.IsLocal,
-                 "Times are those of this machine's time zone, in input and output");
+    AddLocalOption(app, filter.IsLocal);
     AddFooter(app,
               "A text is found anywhere, in upper and lower case of ASCII letters; % in it is "
               "any text, _ any letter. All filters must match. Times are UTC unless --local is "
@@ -362,10 +383,11 @@ void AddEventCommands(CLI::App &app, Context &context)
     AddPaging(*list.App, list.Into->Paging);
     const auto show = AddReadCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
     AddNumber(*show.App, "number", show.Into->Number, "The event's number")->required();
+    AddLocalOption(*show.App, show.Into->IsLocal);
     const auto follow = AddCommand<FollowChoice>(
         events, "follow",
-        "Print new events as they arrive, oldest first, until Ctrl-C. A panel that cannot be "
-        "reached is tried again. JSON is one object a line",
+        "Print new events as they arrive, oldest first, until Ctrl-C. A connection that is lost is "
+        "tried again. JSON is one object a line",
         context, FollowEvents);
     AddViewOptions(*follow.App, context.Options);
     AddFilterOptions(*follow.App, follow.Into->Filter);
@@ -384,7 +406,7 @@ void AddEventCommands(CLI::App &app, Context &context)
     follow.App
         ->add_option("--interval", follow.Into->Interval,
                      "Seconds between two requests for new events")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(IsDuration())
         ->option_text("SECONDS [2]");
 }
 
@@ -393,7 +415,8 @@ void AddWatchCommand(CLI::App &doors, Context &context)
     const auto watch = AddCommand<WatchChoice>(
         doors, "watch", "Show the doors and the latest events again and again, until Ctrl-C",
         context, WatchDoors);
-    AddViewOptions(*watch.App, context.Options);
+    AddWideOption(*watch.App, context.Options);
+    AddLocalOption(*watch.App, watch.Into->IsLocal);
     watch.App->add_option("--events", watch.Into->Events, "Show this many events")
         ->transform(IsNumber(1, 1000))
         ->option_text("NUMBER [10]");
@@ -401,7 +424,7 @@ void AddWatchCommand(CLI::App &doors, Context &context)
         ->transform(IsNumber(1))
         ->option_text("NUMBER");
     watch.App->add_option("--interval", watch.Into->Interval, "Seconds between two requests")
-        ->check(CLI::Range(0.1, 3600.0))
+        ->check(IsDuration())
         ->option_text("SECONDS [2]");
 }
 

@@ -112,6 +112,18 @@ CLI::Validator IsNumber(std::int32_t least, std::int32_t most)
             ""};
 }
 
+CLI::Validator IsDuration()
+{
+    return {[](const std::string &text) -> std::string {
+                double seconds = 0;
+                // Written so that it fails for "nan", too.
+                const bool isWithin =
+                    CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 3600;
+                return isWithin ? "" : "\"" + text + "\" is not within 0.1 and 3600 seconds";
+            },
+            ""};
+}
+
 void RequireGiven(const GivenFields &given)
 {
     if (given.empty())

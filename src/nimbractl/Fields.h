@@ -47,6 +47,9 @@ void AddGivenOrKept(client::Request &request, std::span<const FieldOption> optio
 [[nodiscard]] CLI::Validator IsNumber(std::int32_t least = INT32_MIN,
                                       std::int32_t most = INT32_MAX);
 
+/// For Option::check: a number of seconds from 0.1 to 3600.
+[[nodiscard]] CLI::Validator IsDuration();
+
 /// Throws WrongUsage when no value is given.
 void RequireGiven(const GivenFields &given);
 

@@ -3,6 +3,7 @@
 #include "nimbractl/CsvFile.h"
 #include "nimbractl/ProgressBar.h"
 #include "nimbractl/Signals.h"
+#include "nimbractl/TextWidth.h"
 
 #include <algorithm>
 #include <array>
@@ -20,6 +21,9 @@ using client::Request;
 
 /// Of a file with more faults than this, only the first are written.
 constexpr std::size_t kMostFaults = 20;
+
+/// The most that is written of a column's name; a file that is no CSV may have any.
+constexpr std::size_t kMostOfColumn = 40;
 
 /// The place of a row, before a sentence about it.
 std::string Place(const std::string &file, int line)
@@ -74,7 +78,8 @@ public:
         if (csv.Values.size() != header_.size()) {
             faults_.Add(csv.Line, "",
                         "The row has " + std::to_string(csv.Values.size()) +
-                            " values; the header has " + std::to_string(header_.size()) + ".");
+                            (csv.Values.size() == 1 ? " value" : " values") + "; the header has " +
+                            std::to_string(header_.size()) + ".");
             return row;
         }
         for (std::size_t i = 0; i < header_.size(); ++i)
@@ -200,6 +205,16 @@ void Compare(const ImportKind &kind, const ImportRecords &records, std::vector<I
             return row.Before->Text(field.first) == field.second;
         });
     }
+}
+
+/// Finds texts that are sent and are not UTF-8, as those of another system's file may be. A text
+/// that the panel has cut within a character is not sent when it is unchanged.
+void CheckTexts(const std::vector<ImportRow> &rows, ImportFaults &faults)
+{
+    for (const ImportRow &row : rows)
+        for (const auto &[field, value] : row.Given)
+            if (!IsUtf8(value))
+                faults.Add(row.Line, field, "The value is not UTF-8.");
 }
 
 /// Returns the request of a row.
@@ -401,7 +416,8 @@ std::string ImportRow::After(const std::string &field) const
 void ImportFaults::Add(int line, const std::string &column, const std::string &sentence)
 {
     sentences_.emplace(line, file_ + ", line " + std::to_string(line) +
-                                 (column.empty() ? "" : ", " + column) + ": " + sentence);
+                                 (column.empty() ? "" : ", " + Shortened(column, kMostOfColumn)) +
+                                 ": " + sentence);
 }
 
 void ImportFaults::ThrowIfAny(const Context &context) const
@@ -438,6 +454,7 @@ void RunImport(Context &context, const ImportKind &kind, const ImportChoice &cho
         records = ReadRecords(context, kind, rows);
     ImportFaults faults(choice.File);
     Compare(kind, records, rows, faults);
+    CheckTexts(rows, faults);
     const auto requests = MakeRequests(kind, rows, choice.MayCut, faults);
     if (kind.Check)
         kind.Check(rows, records, faults);

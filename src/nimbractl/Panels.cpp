@@ -178,7 +178,9 @@ std::vector<ConfiguredPanel> ReadPanels(const std::string &file)
     std::ifstream input(file);
     const std::vector<CLI::ConfigItem> items = PanelsFormat().from_config(input);
     if (!input.is_open() || input.bad())
-        throw LocalFailure("Cannot read " + (file.empty() ? "the file of the panels" : file) + ".");
+        throw LocalFailure(file.empty() ? "There is no file of panels: neither XDG_CONFIG_HOME nor "
+                                          "HOME names a directory."
+                                        : "Cannot read " + file + ".");
     Values common;
     std::vector<ConfiguredPanel> panels;
     for (const CLI::ConfigItem &item : items) {

@@ -99,20 +99,27 @@ void GetPhoto(Context &context, const PhotoChoice &choice)
               PhotoRecord(choice.Number, name, photo.Bytes.size()));
 }
 
-/// Reads a photo. Refuses one that no panel accepts before it is read.
+[[noreturn]] void FailTooLarge(const std::string &name, const std::string &size)
+{
+    throw WrongUsage(name + " has " + size + " bytes; a panel takes photos of " +
+                     std::to_string(client::kUserImageBytes) + " bytes or less.");
+}
+
+/// Reads a photo. Refuses one that no panel accepts before it is read, if its size is known.
 std::vector<char> Load(const std::string &name)
 {
     std::error_code error;
     const std::uintmax_t size = std::filesystem::file_size(name, error);
     if (!error && size > client::kUserImageBytes)
-        throw WrongUsage(name + " has " + std::to_string(size) +
-                         " bytes; a panel takes photos of " +
-                         std::to_string(client::kUserImageBytes) + " bytes or less.");
+        FailTooLarge(name, std::to_string(size));
     std::ifstream file(name, std::ios::binary);
     std::vector<char> bytes;
     std::array<char, 65536> piece{};
-    while (file.read(piece.data(), piece.size()) || file.gcount() > 0)
+    while (file.read(piece.data(), piece.size()) || file.gcount() > 0) {
         bytes.insert(bytes.end(), piece.begin(), piece.begin() + file.gcount());
+        if (bytes.size() > client::kUserImageBytes) // a pipe or a device
+            FailTooLarge(name, "more than " + std::to_string(client::kUserImageBytes));
+    }
     if (!file.is_open() || file.bad())
         throw LocalFailure("Cannot read " + name + ".");
     if (bytes.empty())

@@ -1,5 +1,7 @@
 #include "nimbractl/TextWidth.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cwchar>
 
@@ -41,6 +43,16 @@ std::string Printable(const std::string &text)
         before = byte;
     }
     return result;
+}
+
+bool IsUtf8(const std::string &text)
+{
+    try {
+        static_cast<void>(nlohmann::json(text).dump());
+        return true;
+    } catch (const nlohmann::json::type_error &) {
+        return false;
+    }
 }
 
 std::size_t DisplayWidth(const std::string &text)

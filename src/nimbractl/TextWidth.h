@@ -10,6 +10,9 @@ namespace nimbra::ctl {
 /// Returns the text with every character that could move a terminal's cursor replaced by "?".
 [[nodiscard]] std::string Printable(const std::string &text);
 
+/// Returns whether the text is UTF-8 throughout.
+[[nodiscard]] bool IsUtf8(const std::string &text);
+
 /// Returns how many columns of a terminal the text takes. A byte that is not UTF-8 takes one.
 [[nodiscard]] std::size_t DisplayWidth(const std::string &text);
 

@@ -416,6 +416,11 @@ TEST_F(NimbractlCommands, CardWithoutDatesReportsWhatIsStored)
     EXPECT_EQ(add("4715", {"--valid-from", "2026-01-01", "--expires", "2027-01-01"}), "");
     EXPECT_EQ(panel_.Rows("SELECT ActDate, ExpDate, NeverExpire FROM Card WHERE CardNo='4711'"),
               (std::vector<Row>{{"0", "0", "0"}}));
+    // Nothing is stored when the panel refuses the card, here for its number.
+    const ProgramResult refused =
+        RunCtl({"cards", "add", "--user-no", "3", "--format", "1", "--card-number", "4711"});
+    EXPECT_EQ(refused.Status, 1);
+    EXPECT_THAT(refused.Output, Not(HasSubstr("stored")));
 }
 
 TEST_F(NimbractlCommands, AccessLevelsThatDoNotExistAreRefused)

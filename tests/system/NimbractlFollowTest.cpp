@@ -170,6 +170,10 @@ TEST_F(NimbractlEvents, LocalTimesAreThoseOfThisMachine)
     for (const Row &row : rows)
         expected += row[0] + "\n";
     EXPECT_EQ(result.Output, expected);
+    const ProgramResult shown = RunProgram(CtlCommand(
+        {"events", "show", "59", "--local", "--fields", "EventNo,EventTime", "-o", "csv"},
+        environment));
+    EXPECT_EQ(shown.Output, "EventNo,EventTime\n" + rows[0][0] + "\n");
 }
 
 TEST_F(NimbractlEvents, CardsAreFoundByTheirCardNumber)
@@ -202,6 +206,36 @@ TEST_F(NimbractlEvents, WatchShowsDoorsAndEventsAgainAndChangesNothing)
     terminal.Type("\x03");
     EXPECT_EQ(terminal.WaitForExit(), -SIGINT);
     EXPECT_TRUE(terminal.IsAsBefore());
+}
+
+TEST_F(NimbractlEvents, WatchReportsAMissingRight)
+{
+    const ProgramResult refused = RunProgram(
+        CtlCommand({"doors", "watch", "--count", "1"},
+                   {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=nobody", "NIMBRA_PASSWORD=nothing00"}));
+    EXPECT_EQ(refused.Status, 1);
+    EXPECT_THAT(refused.Output, HasSubstr("(GetDoorInfoEx: Result=9)"));
+    panel_.Run("DELETE FROM Door");
+    const ProgramResult result = RunCtl({"doors", "watch", "--count", "1", "--events", "1"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_THAT(result.Output, HasSubstr("The panel has no such doors"));
+    EXPECT_THAT(result.Output, HasSubstr("Remote login"));
+}
+
+TEST_F(NimbractlEvents, WatchAndFollowEndWhenThePanelIsNotReachedAtFirst)
+{
+    ExpectCtlFails({"--port", "9099", "doors", "watch"}, 3, "Cannot connect to");
+    ExpectCtlFails({"--port", "9099", "events", "follow", "--after", "0"}, 3, "Cannot connect to");
+}
+
+TEST_F(NimbractlEvents, IntervalsAreChecked)
+{
+    for (const char *interval : {"nan", "0", "-1", "inf", "3601", "x", "1x"}) {
+        const std::string fault = "\"" + std::string(interval) + "\" is not within 0.1 and 3600";
+        ExpectCtlFails({"events", "follow", "--interval", interval}, 2, fault);
+        ExpectCtlFails({"doors", "watch", "--interval", interval}, 2, fault);
+        ExpectCtlFails({"discover", "--wait", interval}, 2, fault);
+    }
 }
 
 TEST_F(NimbractlEvents, TerminalShowsTheNewestPage)

@@ -196,6 +196,13 @@ TEST_F(NimbractlImport, AllRowsAreCheckedBeforeTheFirstIsSent)
                  {"2, LastName: A new record needs this column."});
     ExpectFaults("users", "UserNo,FirstName\n5,Ann\n77,Bob\n",
                  {"3, UserNo: There is no such user."});
+    ExpectFaults("users", "UserNo,LastName\n1\n,M\xFCller\n2,M\xC3\xBCller\n",
+                 {"2: The row has 1 value; the header has 2."});
+    ExpectFaults("users", "UserNo,LastName\n1,M\xFCller\n,\xC3\n2,M\xC3\xBCller\n",
+                 {"2, LastName: The value is not UTF-8.", "3, LastName: The value is not UTF-8."});
+    EXPECT_THAT(ImportText("users", std::string(1000, 'x') + "\n").Output,
+                StartsWith("nimbractl: /tmp/import.csv, line 1, " + std::string(39, 'x') +
+                           "…: There is no such column; "));
     EXPECT_THAT(ImportText("users", "LastName,\nFox,\n").Output,
                 StartsWith("nimbractl: /tmp/import.csv, line 1: There is no such column; "));
     EXPECT_EQ(ImportText("users", "").Output,

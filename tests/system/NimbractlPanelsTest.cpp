@@ -226,6 +226,9 @@ TEST_F(NimbractlPanels, FileAndNamesAreChecked)
               "nimbractl: /tmp/.config/nimbractl/config names no panel.\n");
     EXPECT_EQ(RunAlone({"--panel", "front", "formats"}, {"XDG_CONFIG_HOME=/tmp/none"}).Output,
               "nimbractl: Cannot read /tmp/none/nimbractl/config.\n");
+    EXPECT_EQ(RunAlone({"--panel", "front", "formats"}, {"XDG_CONFIG_HOME=", "HOME="}).Output,
+              "nimbractl: There is no file of panels: neither XDG_CONFIG_HOME nor HOME names a "
+              "directory.\n");
 }
 
 TEST_F(NimbractlPanels, NamesAreCompleted)
