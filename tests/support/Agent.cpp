@@ -2,6 +2,7 @@
 
 #include "simulator/sandbox/SystemCall.h"
 #include "support/Files.h"
+#include "support/Sanitized.h"
 
 #include <gtest/gtest.h>
 
@@ -207,11 +208,7 @@ std::size_t Agent::Descriptors() const
 
 std::size_t Agent::Threads() const
 {
-#ifdef __SANITIZE_THREAD__
-    constexpr std::size_t kThreadsOfSanitizer = 1;
-#else
-    constexpr std::size_t kThreadsOfSanitizer = 0;
-#endif
+    constexpr std::size_t kThreadsOfSanitizer = kIsThreadSanitized ? 1 : 0;
     return StatusField(pid_, "Threads") - kThreadsOfSanitizer;
 }
 

@@ -1,15 +1,13 @@
 #pragma once
 
+#include <string_view>
+
 namespace nimbra::test {
 
-/// Whether this build runs under the address or the thread sanitizer, which takes time and memory.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kIsSanitized =
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-inline constexpr bool kIsSanitized = false;
-#endif
+/// Whether the programs under test run under the address or the thread sanitizer, which takes time
+/// and memory. The tests themselves are built without.
+inline constexpr bool kIsSanitized = !std::string_view(NIMBRA_SANITIZE).empty();
+/// Whether that is the thread sanitizer, which adds a thread to each program.
+inline constexpr bool kIsThreadSanitized = std::string_view(NIMBRA_SANITIZE) == "thread";
 
 } // namespace nimbra::test

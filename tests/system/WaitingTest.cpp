@@ -72,9 +72,8 @@ std::vector<long> SleepsWhileWatched(const Agent &agent)
     for (const auto &[thread, count] : Sleeps(agent))
         counts.push_back(count - sleeps[thread]);
     std::sort(counts.begin(), counts.end());
-#ifdef __SANITIZE_THREAD__
-    counts.pop_back();
-#endif
+    if (kIsThreadSanitized)
+        counts.pop_back();
     return counts;
 }
 
