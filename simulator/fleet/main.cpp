@@ -62,7 +62,7 @@ void Require(bool condition, const std::string &what)
 void SleepToMiddleOfSecond()
 {
     using std::chrono::system_clock;
-    const auto second = std::chrono::floor<seconds>(system_clock::now());
+    const auto second = std::chrono::time_point_cast<seconds>(system_clock::now());
     std::this_thread::sleep_until(second + milliseconds(1500));
 }
 
