@@ -182,7 +182,8 @@ protected:
                 Look();
                 return agent_->ResidentKiB() < before_ + kOthersKiB;
             },
-            seconds(100)));
+            seconds(100)))
+            << agent_->ResidentKiB() << " KiB, at first " << before_;
     }
 
     /// Shows that the request for more rows than fit is refused.
@@ -260,8 +261,8 @@ TEST_F(ListMemory, IsBoundedForClientsThatReadNothingAndFreedAfterAMinute)
     EXPECT_GT(watch.Seconds(), 59);
     EXPECT_EQ(answer, "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=190000");
 
-    // The sessions go on behind the part that their clients have not read. A sanitized agent has read
-    // the log for longer than a session may be silent.
+    // The sessions go on behind the part that their clients have not read. A sanitized agent has
+    // read the log for longer than a session may be silent.
     for (IdleReader &reader : readers_) {
         if (!kIsSanitized && reader.HasList())
             ExpectGoesOn(reader.Client());

@@ -25,8 +25,10 @@ struct Block
 
 /// Sizes are multiples of this, which also keeps the alignment that SQLite needs.
 constexpr std::size_t kStep = 16;
-/// Larger allocations are left to the C library's allocator, which keeps none of them for a thread.
-constexpr std::size_t kLargestSize = 4096;
+/// A page of SQLite's cache and what SQLite knows of it. On the common heap, the pages of several
+/// connections that read much would stay with the agent as long as anything is allocated behind
+/// them. Larger allocations are left to the C library's allocator.
+constexpr std::size_t kLargestSize = 4096 + 512;
 static_assert(kStep % sizeof(Block) == 0 && alignof(Block) <= kStep);
 
 std::size_t RoundUp(std::size_t size)
@@ -34,7 +36,7 @@ std::size_t RoundUp(std::size_t size)
     return (size + kStep - 1) / kStep * kStep;
 }
 
-/// The small blocks of one thread at a time. A freed block serves the next allocation of its size.
+/// The blocks of one thread at a time. A freed block serves the next allocation of its size.
 /// A block may outlive the connection that it was allocated for, since SQLite shares what it knows
 /// of a file among the connections to it: the pool then waits for the block before it serves again.
 class Pool
@@ -53,8 +55,8 @@ public:
     void ReturnLate();
 
 private:
-    /// So large that the C library returns it to the system when it is freed. A connection writes to
-    /// less than half of one as a rule, and the rest of it takes no memory.
+    /// So large that the C library returns it to the system when it is freed. A connection that
+    /// reads little writes to a part of one, and the rest of it takes no memory.
     struct Chunk
     {
         static constexpr std::size_t kSize = std::size_t{128} * 1024 - kStep;
