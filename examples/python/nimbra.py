@@ -9,6 +9,7 @@ The commands and their keys are those of the protocol. Every value in a response
 are not supported.
 """
 
+import re
 import socket
 import time
 
@@ -35,6 +36,8 @@ RECORDS = {
     "ThreatInfo": "Level Desc".split(),
     "ThreatLevel": ["ThreatLevel"],
 }
+# The panel finds a command anywhere in a line.
+COMMAND = re.compile(r"(Hello|Login|Heartbeat|(Get|Set|Add|Del)[A-Za-z]+)\?", re.IGNORECASE)
 # These lists ignore Offset and Limit: the panel sends all rows.
 ALL_AT_ONCE = ("GetCardFormatEx", "GetAccessLevelEx", "GetThreatInfoEx")
 # These texts are compared as they are; in all others the panel requires doubled quotes.
@@ -65,6 +68,8 @@ def pair(key, value):
     text = str(value)
     if not text or set("&\n\0") & set(text):
         raise ValueError(f"{key}: a value cannot be empty or hold '&', a line feed or a zero byte")
+    if COMMAND.search(text):
+        raise ValueError(f"{key}: the panel would take a part of the value for a command")
     return f"{key}={text if key in RAW else text.replace(chr(39), chr(39) * 2)}"
 
 
