@@ -102,7 +102,7 @@ bool LivePanel(Process &agent, const Options &options, const sigset_t &awaited)
         const auto left = std::max(std::chrono::nanoseconds(next - SocketClock::now()),
                                    std::chrono::nanoseconds(0));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-        const timespec limit{seconds.count(), (left - seconds).count()};
+        const timespec limit{seconds.count(), static_cast<long>((left - seconds).count())};
         const int signal = sigtimedwait(&awaited, nullptr, &limit);
         if (signal == SIGCHLD && agent.Poll())
             return false;
