@@ -25,12 +25,6 @@ if(NIMBRA_SANITIZE)
     endif()
     target_compile_options(${sanitized} INTERFACE
         -fsanitize=${NIMBRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    # These checks of every pointer take a third of the time to compile code full of templates. Only a
-    # target with the property NIMBRA_CHECK_POINTERS has them; a null pointer ends the others too.
-    if(NIMBRA_SANITIZE MATCHES undefined)
-        target_compile_options(nimbra_flags INTERFACE
-            $<$<NOT:$<BOOL:$<TARGET_PROPERTY:NIMBRA_CHECK_POINTERS>>>:-fno-sanitize=null,alignment,object-size,vptr>)
-    endif()
     target_link_options(nimbra_common_flags INTERFACE -fsanitize=${NIMBRA_SANITIZE})
 endif()
 
