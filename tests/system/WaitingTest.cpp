@@ -29,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace nimbra::test {
@@ -129,6 +130,18 @@ std::size_t FirstFreeDescriptor(const Agent &agent)
         "/proc/" + std::to_string(agent.Pid()) + "/fd/" + std::to_string(number))))
         ++number;
     return number;
+}
+
+/// Waits until the agent can send no more to a client that reads nothing: nothing has arrived for a
+/// second.
+[[nodiscard]] bool HoldsAllThatFits(const ManagementClient &client)
+{
+    int arrived = 0;
+    return WaitUntil([&] {
+        const int before = arrived;
+        std::this_thread::sleep_for(seconds(1));
+        return ioctl(client.Socket(), FIONREAD, &arrived) == 0 && arrived == before;
+    });
 }
 
 /// Waits until the agent has started all of its threads, and discovery has opened its sockets.
@@ -247,7 +260,7 @@ TEST_F(WaitingWithLongLog, TakesNoProcessorTimeForAClientThatStopsInTheMiddleOfA
     ManagementClient &client = LogIn();
     client.SendLine("GetEventLogEx?Offset=0&Limit=100000");
     ASSERT_THAT(client.ReadLine(), Optional(StartsWith("GetEventLogExResponse?Result=0&")));
-    std::this_thread::sleep_for(seconds(1));
+    ASSERT_TRUE(HoldsAllThatFits(client));
     ExpectNoProcessorTime(agent_);
 }
 
