@@ -42,7 +42,7 @@ std::vector<CsvRow> Read(const std::string &content)
 }
 
 /// Returns the complaint about a file with this content, without the name of the file.
-std::string ComplaintAbout(const std::string &content)
+std::string RowError(const std::string &content)
 {
     try {
         static_cast<void>(Read(content));
@@ -109,9 +109,9 @@ TEST(CsvFile, MisplacedQuotationMarkIsAFaultOfItsLine)
 {
     const std::string complaint = ": A value that holds a quotation mark must be in quotation "
                                   "marks, with the mark doubled.";
-    EXPECT_EQ(ComplaintAbout("a,b\n1,x\"y\n"), ", line 2" + complaint);
-    EXPECT_EQ(ComplaintAbout("a,b\n\"1\"2,x\n"), ", line 2" + complaint);
-    EXPECT_EQ(ComplaintAbout("a,b\n1,\"x\n\n\n"),
+    EXPECT_EQ(RowError("a,b\n1,x\"y\n"), ", line 2" + complaint);
+    EXPECT_EQ(RowError("a,b\n\"1\"2,x\n"), ", line 2" + complaint);
+    EXPECT_EQ(RowError("a,b\n1,\"x\n\n\n"),
               ", line 2: The value lacks its closing quotation mark.");
 }
 

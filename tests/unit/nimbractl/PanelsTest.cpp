@@ -33,7 +33,7 @@ Read(const test::TemporaryDirectory &directory, const std::string &content)
 }
 
 /// Returns the complaint about a file with this content, without the directory.
-std::string ComplaintAbout(const std::string &content)
+std::string SettingError(const std::string &content)
 {
     const test::TemporaryDirectory directory;
     try {
@@ -80,23 +80,23 @@ TEST(Panels, RelativePasswordFileIsInTheDirectoryOfTheFile)
 
 TEST(Panels, FaultNamesThePanelAndTheSetting)
 {
-    EXPECT_EQ(ComplaintAbout("[a]\nuser=x\n"), "config, [a]: the host is missing.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\n[b]\n"), "config, [b]: the host is missing.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\npassword=secret\n"),
+    EXPECT_EQ(SettingError("[a]\nuser=x\n"), "config, [a]: the host is missing.");
+    EXPECT_EQ(SettingError("[a]\nhost=x\n[b]\n"), "config, [b]: the host is missing.");
+    EXPECT_EQ(SettingError("[a]\nhost=x\npassword=secret\n"),
               "config, [a]: there is no setting \"password\"; they are host, port, user, "
               "password-file, timeout, clock-offset.");
-    EXPECT_EQ(ComplaintAbout("colour=red\n"),
+    EXPECT_EQ(SettingError("colour=red\n"),
               "config: there is no setting \"colour\"; they are host, port, user, password-file, "
               "timeout, clock-offset.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\nport=0\n"),
+    EXPECT_EQ(SettingError("[a]\nhost=x\nport=0\n"),
               "config, [a]: port: 0 is not within 1 and 65535.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\ntimeout=soon\n"),
+    EXPECT_EQ(SettingError("[a]\nhost=x\ntimeout=soon\n"),
               "config, [a]: timeout: \"soon\" is no whole number of 32 bits.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\nclock-offset=noon\n"),
+    EXPECT_EQ(SettingError("[a]\nhost=x\nclock-offset=noon\n"),
               "config, [a]: clock-offset: \"noon\" is no offset such as +02:00.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=\n"), "config, [a]: host: the value is empty.");
-    EXPECT_EQ(ComplaintAbout("[a]\nhost=x\nhost=y\n"), "config, [a]: host is there twice.");
-    EXPECT_EQ(ComplaintAbout("[a,b]\nhost=x\n"),
+    EXPECT_EQ(SettingError("[a]\nhost=\n"), "config, [a]: host: the value is empty.");
+    EXPECT_EQ(SettingError("[a]\nhost=x\nhost=y\n"), "config, [a]: host is there twice.");
+    EXPECT_EQ(SettingError("[a,b]\nhost=x\n"),
               "config, [a,b]: a panel's name cannot hold a comma.");
 }
 

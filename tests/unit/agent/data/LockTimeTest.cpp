@@ -28,7 +28,7 @@ using std::chrono::seconds;
 using test::CapturedOutput;
 using test::Stopwatch;
 
-constexpr char kSource[] = "DataManager.cpp";
+constexpr char kSourceName[] = "DataManager.cpp";
 
 /// Waits for a lock until the lock time is spent.
 void Spend()
@@ -122,11 +122,11 @@ TEST_F(LockTimeOfRequest, IsSharedByAllStatements)
     const LockTime request;
     Run("BEGIN EXCLUSIVE");
     const Stopwatch watch;
-    Database first(path_.c_str(), kSource);
+    Database first(path_.c_str(), kSourceName);
     EXPECT_EQ(first.FirstNumber(SqlText("SELECT No FROM Door")), 0);
     EXPECT_TRUE(first.IsLocked());
     EXPECT_GE(watch.Seconds(), 2.9);
-    Database second(path_.c_str(), kSource);
+    Database second(path_.c_str(), kSourceName);
     EXPECT_EQ(second.Execute(SqlText("DELETE FROM Door")), SQLITE_BUSY);
     EXPECT_TRUE(second.IsLocked());
     EXPECT_LT(watch.Seconds(), 4.5);
@@ -145,7 +145,7 @@ TEST_F(LockTimeOfRequest, IsNewForNextRequest)
         Spend();
     }
     const LockTime request;
-    Database database(path_.c_str(), kSource);
+    Database database(path_.c_str(), kSourceName);
     EXPECT_EQ(database.FirstNumber(SqlText("SELECT No FROM Door")), 7);
     EXPECT_FALSE(database.IsLocked());
 }
@@ -153,7 +153,7 @@ TEST_F(LockTimeOfRequest, IsNewForNextRequest)
 TEST_F(LockTimeOfRequest, IsLeftForNextStatementWhenNotSpent)
 {
     const LockTime request;
-    Database database(path_.c_str(), kSource);
+    Database database(path_.c_str(), kSourceName);
     for (int i = 0; i < 2; ++i) {
         Run("BEGIN EXCLUSIVE");
         std::thread panel([this] {
@@ -175,7 +175,7 @@ TEST(ChangeTurn, IsHeldByOneThreadAtATime)
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&holders] {
             for (int round = 0; round < 20; ++round) {
-                const ChangeTurn turn(kSource);
+                const ChangeTurn turn(kSourceName);
                 ASSERT_TRUE(turn.IsHeld());
                 EXPECT_EQ(++holders, 1);
                 std::this_thread::sleep_for(milliseconds(1));
@@ -192,7 +192,7 @@ void ChangeTooLate()
     const LockTime request;
     LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
     const Stopwatch watch;
-    const ChangeTurn turn(kSource);
+    const ChangeTurn turn(kSourceName);
     EXPECT_FALSE(turn.IsHeld());
     EXPECT_GE(watch.Seconds(), 0.9);
     EXPECT_LT(watch.Seconds(), 2.5);
@@ -202,12 +202,12 @@ void ChangeTooLate()
 TEST(ChangeTurn, FailsAndLogsWhenLockTimeOfRequestIsSpent)
 {
     const CapturedOutput output;
-    std::optional<ChangeTurn> mine(std::in_place, kSource);
+    std::optional<ChangeTurn> mine(std::in_place, kSourceName);
     std::thread(ChangeTooLate).join();
-    EXPECT_THAT(output.Log(), ::testing::ElementsAre(
-                                  test::IsLogLine(kSource, "ChangeTooLate", "sqlite3_exec fail")));
+    EXPECT_THAT(output.Log(), ::testing::ElementsAre(test::IsLogLine(kSourceName, "ChangeTooLate",
+                                                                     "sqlite3_exec fail")));
     mine.reset();
-    const ChangeTurn next(kSource);
+    const ChangeTurn next(kSourceName);
     EXPECT_TRUE(next.IsHeld());
 }
 

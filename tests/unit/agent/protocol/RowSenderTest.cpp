@@ -19,11 +19,11 @@ namespace {
 
 using test::Stopwatch;
 
-/// The socket of a session and the connected socket of its client.
-class Connection
+/// The socket of a session, with a small send buffer, and the connected socket of its client.
+class SmallConnection
 {
 public:
-    explicit Connection(int kind = SOCK_STREAM)
+    explicit SmallConnection(int kind = SOCK_STREAM)
     {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, kind | SOCK_CLOEXEC, 0, ends), 0);
@@ -92,7 +92,7 @@ bool AddRows(RowSender *sender, int begin, int end, std::size_t size = 100)
 
 TEST(RowSender, SendsNothingForEmptyList)
 {
-    const Connection connection;
+    const SmallConnection connection;
     const Flag stop(false);
     RowSender sender(connection.Session(), stop);
     EXPECT_TRUE(sender.Flush());
@@ -102,7 +102,7 @@ TEST(RowSender, SendsNothingForEmptyList)
 
 TEST(RowSender, SendsShortListInOneCall)
 {
-    const Connection connection(SOCK_SEQPACKET);
+    const SmallConnection connection(SOCK_SEQPACKET);
     const Flag stop(false);
     RowSender sender(connection.Session(), stop);
     for (int i = 0; i < 25; ++i)
@@ -116,7 +116,7 @@ TEST(RowSender, SendsShortListInOneCall)
 TEST(RowSender, SendsLongListCompletelyAndInOrder)
 {
     for (const std::size_t size : {11U, 100U, 1023U}) {
-        const Connection connection;
+        const SmallConnection connection;
         const Flag stop(false);
         std::atomic<bool> isDone = false;
         std::string received;
@@ -135,7 +135,7 @@ TEST(RowSender, SendsLongListCompletelyAndInOrder)
 
 TEST(RowSender, DropsRowThatPeerDoesNotReadWithinItsLimit)
 {
-    const Connection connection;
+    const SmallConnection connection;
     const Flag stop(false);
     const std::size_t filled = connection.FillSocket();
     RowSender sender(connection.Session(), stop);
@@ -159,7 +159,7 @@ TEST(RowSender, DropsOnlyRestOfPartlySentRow)
 {
     constexpr std::size_t kSize = 1023;
     constexpr int kCount = 400;
-    const Connection connection;
+    const SmallConnection connection;
     const Flag stop(false);
     RowSender sender(connection.Session(), stop);
     std::string received;
@@ -185,7 +185,7 @@ TEST(RowSender, DropsOnlyRestOfPartlySentRow)
 TEST(RowSender, DropsEachRowAtOnceWhenSocketHasFailed)
 {
     std::signal(SIGPIPE, SIG_IGN);
-    Connection connection;
+    SmallConnection connection;
     connection.Close();
     const Flag stop(false);
     RowSender sender(connection.Session(), stop);
@@ -197,7 +197,7 @@ TEST(RowSender, DropsEachRowAtOnceWhenSocketHasFailed)
 
 TEST(RowSender, EndsAfterCurrentRowWhenStopped)
 {
-    const Connection connection;
+    const SmallConnection connection;
     Flag stop(false);
     const std::size_t filled = connection.FillSocket();
     RowSender sender(connection.Session(), stop);
@@ -225,7 +225,7 @@ TEST(RowSender, EndsAfterCurrentRowWhenStopped)
 
 TEST(RowSender, EndsAfterLimitOfCurrentRowWhenStoppedAndPeerDoesNotRead)
 {
-    const Connection connection;
+    const SmallConnection connection;
     Flag stop(true);
     const std::size_t filled = connection.FillSocket();
     RowSender sender(connection.Session(), stop);
