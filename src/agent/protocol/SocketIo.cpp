@@ -47,14 +47,19 @@ bool SendMessage(int socket, const char *text)
 bool RecvMessage(int socket, char *buffer, std::size_t size, bool *hasFailed)
 {
     Transfer transfer(socket, WaitForInput);
+    // A client sends a line when it has the answer to the last one: nothing has arrived yet.
+    transfer.WaitUntilReady();
     bool isIntact = true;
     std::size_t count = 0;
-    while (isIntact && count < size && transfer.HasTime()) {
+    while (isIntact && count < size) {
         // Byte by byte, so that a line never takes bytes of the next one.
         const ssize_t result = recv(socket, buffer + count, 1, MSG_DONTWAIT);
         isIntact = transfer.Continue(result);
-        if (result < 1)
+        if (result < 1) {
+            if (!transfer.HasTime())
+                break;
             continue;
+        }
         if (buffer[count] == '\n') {
             buffer[count] = '\0';
             return true;

@@ -15,6 +15,9 @@ public:
     /// `wait` is WaitForInput or WaitForOutput.
     SocketWait(int socket, bool (*wait)(int socket)) : socket_(socket), wait_(wait) {}
 
+    /// Waits before the first send or recv of the transfer.
+    void WaitUntilReady() { isReady_ = wait_(socket_); }
+
     /// Takes in what send or recv has returned, and waits when nothing was moved. Returns false,
     /// without a wait, when the socket has failed.
     [[nodiscard]] bool Continue(ssize_t result)
@@ -37,7 +40,7 @@ private:
             WaitForNextSecond();
             isReady_ = false;
         } else {
-            isReady_ = wait_(socket_);
+            WaitUntilReady();
         }
     }
 
