@@ -8,14 +8,22 @@
 #include "support/ManagementClient.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <ctime>
+#include <limits>
 #include <string>
 
 namespace nimbra::test {
 namespace {
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::Ge;
+using ::testing::Lt;
+using ::testing::MatchesRegex;
 
 constexpr std::int64_t kHour = 3600;
 
@@ -101,6 +109,22 @@ TEST_F(Clock, SessionsEndAndNewOnesAreServedAfterClockIsSetForward)
     EXPECT_TRUE(client.IsClosedByPeer());
     ManagementClient next = LoggedIn();
     EXPECT_EQ(next.Ask("GetThreatLevel?"), "GetThreatLevelResponse?Result=0&ThreatLevel=1");
+}
+
+TEST_F(Clock, TimesAfter2038Keep32Bits)
+{
+    ASSERT_TRUE(WaitForHeartbeats(1));
+    // A moment after the last second of 32 bits, which then reads as the first one.
+    constexpr std::int64_t kSeconds = (std::int64_t{1} << 31) + 1000;
+    constexpr int kAsNumber = std::numeric_limits<std::int32_t>::min() + 1000;
+    faults_.SetClock(kSeconds - std::time(nullptr));
+    EXPECT_TRUE(WaitForHeartbeats(server_.Count("HeartBeat?") + 2));
+    EXPECT_THAT(std::stoll(panel_.Value("SELECT CheckTime FROM Cloud")),
+                AllOf(Ge(kAsNumber), Lt(kAsNumber + 120)));
+    ManagementClient client;
+    client.SendLine("Nonsense");
+    ASSERT_TRUE(agent_.WaitForLog("Invalid Message"));
+    EXPECT_THAT(agent_.Log(), Contains(MatchesRegex("DEBUG: -214748[0-9]+:ClientWorker[.]cpp:.*")));
 }
 
 TEST_F(Clock, SessionsAndHeartbeatsContinueAfterClockIsSetForwardAndBack)

@@ -104,6 +104,19 @@ std::optional<std::string> SocketInLog(Agent &agent, const std::string &rest)
     return std::nullopt;
 }
 
+/// The line of the log after each line about the socket of a client.
+std::vector<std::string> LinesAfterPeers(Agent &agent)
+{
+    std::vector<std::string> lines;
+    bool isAfterPeer = false;
+    for (const std::string &line : agent.Log()) {
+        if (isAfterPeer)
+            lines.push_back(line);
+        isAfterPeer = line.starts_with("Socket: ") && line.find(", Addr: ") != std::string::npos;
+    }
+    return lines;
+}
+
 /// The rest of such a line for a client.
 std::string Peer(const std::string &address, int port)
 {
@@ -272,6 +285,8 @@ TEST_F(Listener, LogsSocketAddressPortAndCountOfEachClient)
     }
     EXPECT_TRUE(agent_.WaitForLog("Client Count: 3"));
     EXPECT_THAT(Counts(agent_), ElementsAre(1, 2, 3));
+    EXPECT_THAT(LinesAfterPeers(agent_),
+                ElementsAre("Client Count: 1", "Client Count: 2", "Client Count: 3"));
 }
 
 TEST_F(Listener, AcceptsClientWithin4Seconds)
@@ -582,9 +597,9 @@ TEST_F(Listener, EachSessionHasStackOf256KiB)
     EXPECT_GE(pointers.size(), 5U);
     const MemoryMap memory(agent_);
     for (const std::uint64_t pointer : pointers) {
-        EXPECT_GE(memory.SizeAt(pointer), 256U * 1024);
+        EXPECT_GE(memory.SizeAt(pointer), std::uint64_t{256} * 1024);
         // Sanitizers need larger stacks.
-        EXPECT_TRUE(kIsSanitized || memory.SizeAt(pointer) == 256U * 1024)
+        EXPECT_TRUE(kIsSanitized || memory.SizeAt(pointer) == std::uint64_t{256} * 1024)
             << memory.SizeAt(pointer);
     }
 }

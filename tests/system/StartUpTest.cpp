@@ -68,6 +68,14 @@ bool WaitForFile(const fs::path &path)
     return WaitUntil([&] { return fs::exists(path); });
 }
 
+/// Lets ifconfig wait for the test before it prints.
+void PauseIfconfig(const TestPanel &panel)
+{
+    const std::string ifconfig = ReadFile(panel.Paths().Ifconfig);
+    ReplaceProgram(panel.Paths().Ifconfig,
+                   std::string(kWaitForTest) + ifconfig.substr(ifconfig.find('\n') + 1));
+}
+
 /// Prevents opening the main database until it is restored.
 class HiddenDatabase
 {
@@ -288,6 +296,19 @@ TEST_P(QuitSignal, EndsAgentWhileDatabaseIsMissing)
     EXPECT_EQ(agent.CountInLog(", Port: 9000"), 0U);
 }
 
+TEST_P(QuitSignal, EndsAgentAfterConfigurationIsLoaded)
+{
+    const TestPanel panel;
+    PauseIfconfig(panel);
+    Agent agent(WithoutWaiting());
+    ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
+    agent.Signal(GetParam().Number);
+    WriteFile("/nimbra/var/go", "");
+    EXPECT_EQ(agent.WaitForExit(), 0);
+    EXPECT_EQ(agent.CountInLog("CloudEnable=0"), 1U);
+    EXPECT_EQ(agent.CountInLog("fail"), 0U);
+}
+
 TEST_P(QuitSignal, EndsIdleAgent)
 {
     const TestPanel panel;
@@ -463,9 +484,7 @@ TEST(Children, LeaveNoZombies)
 TEST(Start, IsRetriedWhenThreadCannotBeCreated)
 {
     const TestPanel panel;
-    const std::string ifconfig = ReadFile(panel.Paths().Ifconfig);
-    ReplaceProgram(panel.Paths().Ifconfig,
-                   std::string(kWaitForTest) + ifconfig.substr(ifconfig.find('\n') + 1));
+    PauseIfconfig(panel);
     Agent agent(WithoutWaiting(AsBoundUser()));
     ASSERT_TRUE(WaitForFile("/nimbra/var/runs"));
     {

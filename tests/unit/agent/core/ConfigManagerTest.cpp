@@ -143,8 +143,11 @@ TEST_F(ConfigManagerTest, CutsMacAddressAfter32Bytes)
 {
     EXPECT_EQ(MacIn("HWaddr " + std::string(31, 'a') + "\n"), std::string(31, 'A'));
     EXPECT_EQ(MacIn("HWaddr " + std::string(32, 'a') + "\n"), std::string(32, 'A'));
-    EXPECT_EQ(MacIn("HWaddr " + std::string(33, 'a') + "\n"), std::string(32, 'A'));
-    EXPECT_EQ(MacIn("HWaddr " + std::string(5000, 'a') + "\n"), std::string(32, 'A'));
+    const std::string deviceId = config_->DeviceId.Get();
+    for (const std::size_t length : {33U, 5000U}) {
+        EXPECT_EQ(MacIn("HWaddr " + std::string(length, 'a') + "\n"), std::string(32, 'A'));
+        EXPECT_EQ(config_->DeviceId.Get(), deviceId);
+    }
 }
 
 TEST_F(ConfigManagerTest, FailsWithoutMacAddress)
