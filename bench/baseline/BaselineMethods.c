@@ -485,7 +485,7 @@ static void AddDBQueryInfo(int turn)
 #name, name                                                                                \
     }
 
-const BaselineMethod kBaselineMethods[] = {
+const struct BaselineMethod kBaselineMethods[] = {
     METHOD(HashPassword),       METHOD(CheckPassword),    METHOD(AddDBQueryInfo),
     METHOD(WriteAuditLog),      METHOD(GetEventLog),      METHOD(GetEventLogEx),
     METHOD(GetEventCode),       METHOD(GetEventCodeEx),   METHOD(GetLiveVideoInfo),

@@ -36,7 +36,7 @@ static void Report(int descriptor, const std::string &failure)
 {
     std::vector<char *> arguments;
     arguments.reserve(command.size() + 1);
-    for (std::string argument : command)
+    for (const std::string &argument : command)
         arguments.push_back(strdup(argument.c_str()));
     arguments.push_back(nullptr);
     execv(program.c_str(), arguments.data());

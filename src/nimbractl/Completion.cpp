@@ -75,7 +75,7 @@ void AddPanelNames(Completion *completion)
 /// "FILE".
 void AddValues(const CLI::Option *option, Completion *completion)
 {
-    const std::string text = option->get_option_text();
+    const std::string &text = option->get_option_text();
     const std::string word = text.substr(0, text.find(' '));
     completion->IsFile = word == "FILE";
     if (word.starts_with("PANEL"))

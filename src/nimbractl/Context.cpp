@@ -63,7 +63,7 @@ std::string UnexpectedWords(const std::vector<std::string> &words)
     return sentence + ". --help lists what the command takes.";
 }
 
-int Fail(const Context &context, Status status, const std::string &sentence)
+int Fail(const Context &context, int status, const std::string &sentence)
 {
     WriteError(context, sentence);
     return status;

@@ -5,15 +5,12 @@
 
 namespace nimbra::ctl {
 
-/// The exit status of the program.
-enum Status : int
-{
-    kDone = 0,
-    kRefused = 1,      ///< refused or failed by the panel
-    kWrongUsage = 2,   ///< nothing was changed on the panel
-    kUnreachable = 3,  ///< the panel cannot be reached, or stopped responding
-    kInterrupted = 130 ///< Ctrl-C in the shell
-};
+// The exit status of the program.
+inline constexpr int kDone = 0;
+inline constexpr int kRefused = 1;       ///< refused or failed by the panel
+inline constexpr int kWrongUsage = 2;    ///< nothing was changed on the panel
+inline constexpr int kUnreachable = 3;   ///< the panel cannot be reached, or stopped responding
+inline constexpr int kInterrupted = 130; ///< Ctrl-C in the shell
 
 /// The panel refused a command, or it failed. The message is a sentence.
 class Refused : public std::runtime_error

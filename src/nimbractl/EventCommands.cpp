@@ -184,7 +184,7 @@ void ShowEvent(Context &context, const OneEvent &event)
     WriteRecord(context.Options.Output, record);
 }
 
-/// Returns the events that match, newest first: the newest `limit`, or all after `known`.
+/// Returns the events that match, oldest first: the newest `limit`, or all after `known`.
 std::vector<Record> NewestEvents(Context &context, const Request &request, int limit, int known)
 {
     std::vector<Record> events;
@@ -203,6 +203,7 @@ std::vector<Record> NewestEvents(Context &context, const Request &request, int l
     // Result 1 is also the result when there is no event yet.
     if (result > 1)
         throw Refused(request.Word(), result);
+    std::reverse(events.begin(), events.end()); // the panel lists the newest first
     return events;
 }
 
@@ -261,7 +262,7 @@ void RunUntilConnected(Context &context, const std::function<void()> &step)
 int NewestNumber(Context &context)
 {
     const std::vector<Record> newest = NewestEvents(context, Request("GetEventLogEx"), 1, 0);
-    return newest.empty() ? 0 : newest[0].Number("EventNo");
+    return newest.empty() ? 0 : newest.back().Number("EventNo");
 }
 
 void FollowEvents(Context &context, const FollowChoice &choice)
@@ -280,12 +281,12 @@ void FollowEvents(Context &context, const FollowChoice &choice)
             events = NewestEvents(context, request, choice.Last, std::max(choice.After, 0));
     });
     for (int written = 0;;) {
-        for (auto event = events.rbegin(); event != events.rend(); ++event) {
-            known = std::max(known, event->Number("EventNo"));
-            if (!IsShown(choice.Filter, *event))
+        for (Record &event : events) {
+            known = std::max(known, event.Number("EventNo"));
+            if (!IsShown(choice.Filter, event))
                 continue;
-            ConvertTime(choice.Filter.IsLocal, *event);
-            writer->Row(*event);
+            ConvertTime(choice.Filter.IsLocal, event);
+            writer->Row(event);
             if (++written == choice.Count)
                 return;
         }

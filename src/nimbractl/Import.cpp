@@ -395,12 +395,12 @@ void Send(Context &context, const ImportChoice &choice, const std::vector<Import
             continue;
         }
         ++summary->Refused;
-        const Refused refused(Place(choice.File, rows[i].Line) +
-                              Refused(requests[i]->Word(), result).what());
+        const std::string sentence =
+            Place(choice.File, rows[i].Line) + Refused(requests[i]->Word(), result).what();
         if (!choice.MayContinue)
-            throw refused;
+            throw Refused(sentence);
         bar.EndLine();
-        WriteError(context, refused.what());
+        WriteError(context, sentence);
     }
 }
 

@@ -231,7 +231,7 @@ private:
             return column.IsText ? std::min(column.Width, kGoodWidth) : column.Width;
         };
         bool isComplete = true;
-        for (auto name = kLeftOutFirst.begin();
+        for (const auto *name = kLeftOutFirst.begin();
              mayLeaveOut_ && name != kLeftOutFirst.end() && RowWidth(good) > limit; ++name)
             if (LeaveOut(*name) && std::exchange(isComplete, false))
                 limit -= std::min(limit, kMoreColumnsWidth);

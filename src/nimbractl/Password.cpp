@@ -42,7 +42,7 @@ std::string FromFile(const std::string &name, bool mustBePrivate)
     const Descriptor file(isInput ? 0 : open(name.c_str(), O_RDONLY | O_CLOEXEC));
     if (mustBePrivate)
         RequirePrivate(file, name);
-    const std::string line = ReadLine(isInput ? STDIN_FILENO : file.Get());
+    std::string line = ReadLine(isInput ? STDIN_FILENO : file.Get());
     if (line.empty())
         throw LocalFailure("Cannot read a password from " + (isInput ? "standard input" : name) +
                            ".");

@@ -43,7 +43,7 @@ client::Record PhotoRecord(int userNo, const std::string &fileName, std::size_t 
 /// hidden file that another program reads.
 std::string LocalName(const std::string &name)
 {
-    const std::string last = name.substr(name.find_last_of('/') + 1);
+    std::string last = name.substr(name.find_last_of('/') + 1);
     if (last.empty() || last[0] == '.')
         throw WrongUsage("The panel's name of the photo, \"" + Printable(name) +
                          "\", is no name for a file: give one.");

@@ -73,20 +73,20 @@ TEST(SamplePanel, HasAsManyRowsAsRequested)
     EXPECT_EQ(Count(panel, "GroupTable WHERE GroupKind=5"), "3");
     EXPECT_EQ(Count(panel, "DVR"), "7");
     EXPECT_EQ(Count(panel, "DVRChannel"), std::to_string(panel::kChannels.size()));
-    EXPECT_EQ(
-        panel.Rows(panel.Paths().NetworkDatabase, "SELECT IPAddress, Model, Type FROM Network"),
-        (std::vector<Row>{{"192.168.77.10", "11", "64"}}));
+    EXPECT_EQ(TestPanel::Rows(panel.Paths().NetworkDatabase,
+                              "SELECT IPAddress, Model, Type FROM Network"),
+              (std::vector<Row>{{"192.168.77.10", "11", "64"}}));
 }
 
 TEST(SamplePanel, HoldsTheExpectedEventForEachNumber)
 {
     constexpr int kEvents = 100'000;
     const TestPanel panel({.Events = kEvents});
-    const std::vector<Row> rows =
-        panel.Rows(panel.Paths().LogDatabase,
-                   "SELECT No, Date, Type, IFNULL(Port, 0), IFNULL(DeviceName, ''), EventCode,"
-                   " IFNULL(CardNo, 0), IFNULL(UserNo, 0), IFNULL(UserName, ''), IFNULL(Res1, 0)"
-                   " FROM Log ORDER BY No");
+    const std::vector<Row> rows = TestPanel::Rows(
+        panel.Paths().LogDatabase,
+        "SELECT No, Date, Type, IFNULL(Port, 0), IFNULL(DeviceName, ''), EventCode,"
+        " IFNULL(CardNo, 0), IFNULL(UserNo, 0), IFNULL(UserName, ''), IFNULL(Res1, 0)"
+        " FROM Log ORDER BY No");
     ASSERT_EQ(rows.size(), static_cast<std::size_t>(kEvents));
     for (int no = 1; no <= kEvents; ++no) {
         const panel::SampleEvent event = panel::ExpectedEvent(no);

@@ -358,7 +358,7 @@ TEST_F(UserImageUpload, TakesMemoryOnlyAsBytesArrive)
     }));
     EXPECT_EQ(client_->ReadLine(), kUploadShort);
     EXPECT_GT(watch.Seconds(), 3.9);
-    EXPECT_LT(largest, before + 64 * 1024);
+    EXPECT_LT(largest, before + std::size_t{64} * 1024);
     ExpectUnchanged();
     ExpectInStep();
 }

@@ -5,10 +5,12 @@
 
 #include <cstddef>
 
-/// The internal names of glibc's allocator, which can be called before dlsym works.
+// The internal names of glibc's allocator, which can be called before dlsym works.
+// NOLINTBEGIN(readability-identifier-naming): the C library's names
 extern "C" void *__libc_malloc(std::size_t size);
 extern "C" void *__libc_calloc(std::size_t number, std::size_t size);
 extern "C" void *__libc_realloc(void *memory, std::size_t size);
+// NOLINTEND(readability-identifier-naming)
 
 using nimbra::faults::Point;
 using nimbra::faults::ShallFail;

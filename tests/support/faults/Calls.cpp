@@ -209,7 +209,7 @@ int open(const char *path, int flags, ...)
 }
 
 /// Called by a hardened program in place of open64.
-int __open64_2(const char *path, int flags)
+int __open64_2(const char *path, int flags) // NOLINT(readability-identifier-naming): its name
 {
     return OpenFile(path, flags, 0);
 }

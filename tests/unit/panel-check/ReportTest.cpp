@@ -65,8 +65,8 @@ TEST(Report, ReplacesUnprintableBytesOfPanel)
 TEST(Report, EscapesQuotesAndBackslashesInJson)
 {
     Report report;
-    report.Ok("a", "\"\\\"");
-    EXPECT_THAT(report.ToJson(), ::testing::HasSubstr("\"finding\": \"\\\"\\\\\\\"\","));
+    report.Ok("a", R"("\")");
+    EXPECT_THAT(report.ToJson(), ::testing::HasSubstr(R"("finding": "\"\\\"",)"));
 }
 
 } // namespace
