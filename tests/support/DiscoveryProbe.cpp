@@ -1,5 +1,7 @@
 #include "support/DiscoveryProbe.h"
 
+#include "support/Files.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -68,6 +70,11 @@ std::string DestinationOf(msghdr &message)
 
 } // namespace
 
+bool IsDiscoveryOpen()
+{
+    return ReadFile("/proc/net/udp").find(":25E5 ") != std::string::npos;
+}
+
 DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
 {
     const int on = 1;
@@ -102,14 +109,17 @@ std::optional<DiscoveryProbe::Answer> DiscoveryProbe::ReceiveAnswer(milliseconds
     std::array<char, 2048> bytes;
     alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control;
     iovec part = {bytes.data(), bytes.size()};
+    sockaddr_in sender = {};
     msghdr message = {};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof sender;
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     message.msg_control = control.data();
     message.msg_controllen = control.size();
     const ssize_t count = recvmsg(socket_.Get(), &message, 0);
     return Answer{std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))),
-                  DestinationOf(message)};
+                  DestinationOf(message), ntohs(sender.sin_port)};
 }
 
 std::optional<std::string> DiscoveryProbe::Receive(milliseconds limit) const

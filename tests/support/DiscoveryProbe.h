@@ -9,6 +9,9 @@
 
 namespace nimbra::test {
 
+/// Whether some socket of this host is bound to the port of probes.
+[[nodiscard]] bool IsDiscoveryOpen();
+
 /// A management tool on the second host of the network: sends probes to the panel and receives the
 /// broadcast answers. One thread.
 class DiscoveryProbe
@@ -22,6 +25,7 @@ public:
     {
         std::string Text;
         std::string To; ///< its destination address
+        int FromPort;   ///< its source port
     };
 
     /// Sends one datagram to the panel's address, or to all hosts of the network.

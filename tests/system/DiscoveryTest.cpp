@@ -24,16 +24,10 @@ std::string AnswerTo(const std::string &key)
            "&PrivatePort=9000\n";
 }
 
-/// Whether some socket of this host is bound to the probe port.
-bool IsPortOpen()
-{
-    return ReadFile("/proc/net/udp").find(":25E5 ") != std::string::npos;
-}
-
 class Discovery : public ::testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_TRUE(WaitUntil(IsPortOpen)); }
+    void SetUp() override { ASSERT_TRUE(WaitUntil(IsDiscoveryOpen)); }
 
     /// Whether the agent answers a probe. All earlier datagrams have then been read.
     [[nodiscard]] bool IsServing() const { return probe_.Ask("Scan?Key=999") == AnswerTo("999"); }
@@ -67,6 +61,9 @@ TEST_F(Discovery, BroadcastsAnswerForAnySourcePort)
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->Text, AnswerTo("7"));
     EXPECT_EQ(answer->To, "255.255.255.255");
+    // The socket that sends is bound to no port.
+    EXPECT_NE(answer->FromPort, 9701);
+    EXPECT_NE(answer->FromPort, 9702);
 }
 
 TEST_F(Discovery, FindsWordInAnyCaseAnywhere)
@@ -199,7 +196,7 @@ TEST(DiscoveryPort, IsRetriedEverySecondUntilFree)
     // A failed attempt leaves no descriptor open; an attempt may be in progress now.
     EXPECT_LE(agent.Descriptors(), descriptors + 1);
     holder.reset();
-    ASSERT_TRUE(WaitUntil(IsPortOpen));
+    ASSERT_TRUE(WaitUntil(IsDiscoveryOpen));
     const std::size_t failures = agent.CountInLog("bind fail");
     EXPECT_EQ(probe.Ask("Scan?Key=9"), AnswerTo("9"));
     EXPECT_EQ(agent.CountInLog("bind fail"), failures);
@@ -211,7 +208,7 @@ TEST(DiscoveryModel, IsEmptyForUnknownModel)
     TestPanel::Run(panel.Paths().NetworkDatabase, "UPDATE Network SET Model=5");
     Agent agent;
     const DiscoveryProbe probe;
-    ASSERT_TRUE(WaitUntil(IsPortOpen));
+    ASSERT_TRUE(WaitUntil(IsDiscoveryOpen));
     EXPECT_EQ(probe.Ask("Scan?Key=1"),
               "ScanResponse?Result=0&Key=1&MacAddr=00:1A:2B:3C:4D:5E&ModelName="
               "&PrivateAddr=192.168.77.10&PrivatePort=9000\n");

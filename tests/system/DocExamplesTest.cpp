@@ -296,11 +296,7 @@ TEST_F(CloudExamplePlayer, ReportsMissingRequest)
 class DiscoveryPlayer : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(WaitUntil(
-            [] { return ReadFile("/proc/net/udp").find(":25E5 ") != std::string::npos; }));
-    }
+    void SetUp() override { ASSERT_TRUE(WaitUntil(IsDiscoveryOpen)); }
 
     TestPanel panel_;
     Agent agent_;

@@ -434,6 +434,7 @@ TEST(Shutdown, EndsLinkAndDiscoveryWhileSessionIsBusy)
     std::this_thread::sleep_for(seconds(5));
     EXPECT_EQ(server.Count("HeartBeat?"), heartbeats);
     EXPECT_TRUE(isSilent());
+    EXPECT_FALSE(IsDiscoveryOpen());
     EXPECT_TRUE(agent.IsRunning());
     WriteFile("/nimbra/var/go", "");
     EXPECT_EQ(agent.WaitForExit(), 0);

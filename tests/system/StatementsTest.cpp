@@ -36,6 +36,13 @@ std::string NameOf(const ::testing::TestParamInfo<ListQuery> &info)
     return CommandOf(info.param.Request);
 }
 
+/// Times of requests are those of the panel's time zone.
+Agent::Options InUtc(Agent::Options options)
+{
+    options.Environment.emplace_back("TZ", "UTC");
+    return options;
+}
+
 class ListStatements : public ::testing::TestWithParam<ListQuery>
 {
 protected:
@@ -50,7 +57,7 @@ protected:
 
     Faults faults_;
     TestPanel panel_;
-    Agent agent_{faults_.Preloaded()};
+    Agent agent_{InUtc(faults_.Preloaded())};
     ManagementClient client_ = LoggedIn();
 };
 
@@ -109,6 +116,38 @@ INSTANTIATE_TEST_SUITE_P(
                    "SELECT No, IFNULL(Name, '') FROM AccessLevel",
                    "SELECT COUNT(*) FROM GroupTable WHERE GroupKind=5",
                    "SELECT No, IFNULL(Name, '') FROM GroupTable WHERE GroupKind=5"}}),
+    NameOf);
+
+// Filters have an order of their own, whatever that of the keys.
+INSTANTIATE_TEST_SUITE_P(
+    AllFilters, ListStatements,
+    ::testing::Values(
+        ListQuery{
+            "GetEventLogEx?VideoTag=12&UserName=Ann&UserNo=10&CardNo=9&EventDesc=open&EventCode=7"
+            "&DeviceName=Lobby&DevicePort=5&DeviceType=4&ToTime=1970-01-01 00:00:03"
+            "&FromTime=1970-01-01 00:00:02&EventNo=1&Limit=8",
+            {"ATTACH DATABASE '/tmp/NimbraDB/Nimbra.db' as Nimbra",
+             "SELECT A.No, IFNULL(A.Date, 0), IFNULL(A.Type, 0), IFNULL(A.Port, 0), "
+             "IFNULL(A.DeviceName, ''), IFNULL(A.EventCode, 0), IFNULL(B.Name, ''), "
+             "IFNULL(A.CardNo, 0), IFNULL(A.UserNo, 0), IFNULL(A.UserName, ''), "
+             "IFNULL(A.Res1, 0) FROM Log AS A JOIN Nimbra.EventCode AS B ON "
+             "A.EventCode=B.EventCode  WHERE A.No=1 AND A.Date>=2 AND A.Date<=3 AND A.Type=4 "
+             "AND A.Port=5 AND A.DeviceName LIKE '%Lobby%' AND A.EventCode=7 AND "
+             "B.Name LIKE '%open%' AND A.CardNo=9 AND A.UserNo=10 AND A.UserName LIKE '%Ann%' "
+             "AND A.Res1=12 ORDER BY A.No DESC LIMIT 8"}},
+        ListQuery{
+            "GetUserInfoEx?ThreatLevel=10&Exempt=9&Ada=8&Email=seven&CellPhone=six&PhoneNumber=five"
+            "&LastName=four&MiddleName=three&FirstName=two&UserNo=1",
+            {"SELECT COUNT(*) FROM User  WHERE No=1 AND FirstName LIKE '%two%' AND "
+             "MiddleName LIKE '%three%' AND LastName LIKE '%four%' AND "
+             "PhoneNumber LIKE '%five%' AND CellPhone LIKE '%six%' AND Email LIKE '%seven%' AND "
+             "Ada=8 AND Exempt=9 AND ThreatLevel=10",
+             "SELECT No, IFNULL(FirstName, ''), IFNULL(MiddleName, ''), IFNULL(LastName, ''), "
+             "IFNULL(Phone, ''), IFNULL(CellPhone, ''), IFNULL(Email, ''), IFNULL(Ada, 0), "
+             "IFNULL(Exempt, 0), IFNULL(ThreatLevel, 0) FROM User  WHERE No=1 AND "
+             "FirstName LIKE '%two%' AND MiddleName LIKE '%three%' AND LastName LIKE '%four%' AND "
+             "PhoneNumber LIKE '%five%' AND CellPhone LIKE '%six%' AND Email LIKE '%seven%' AND "
+             "Ada=8 AND Exempt=9 AND ThreatLevel=10 LIMIT 25"}}),
     NameOf);
 
 } // namespace
