@@ -54,8 +54,12 @@ void SetSignals()
     // SIGABRT is ignored like the rest; panels rely on it.
     for (const int ignored : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2})
         std::signal(ignored, SIG_IGN);
+    // Calls that a signal interrupts go on. TSan's signal() would end them.
+    struct sigaction action = {};
+    action.sa_handler = [](int) { CloudDevice::RequestQuit(); };
+    action.sa_flags = SA_RESTART;
     for (const int quit : {SIGINT, SIGQUIT, SIGTERM})
-        std::signal(quit, [](int) { CloudDevice::RequestQuit(); });
+        sigaction(quit, &action, nullptr);
 }
 
 /// Tries to start until it succeeds; false when the program was asked to end before.
