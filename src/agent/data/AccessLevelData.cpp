@@ -1,8 +1,8 @@
 #include "base/PanelConstants.h"
-#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 #include "protocol/Request.h"
 
 #include <cstring>
@@ -92,11 +92,11 @@ bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
 
 bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     // Before anything is changed, since there may be no memory for it.
     std::string list(levels.AccessLevelNo.View());
     Database panel(kMainDatabase, kLogSource);
-    if (!turn.IsHeld() || !panel.IsOpen() ||
+    if (!lock.IsHeld() || !panel.IsOpen() ||
         !Change(panel, SqlText("UPDATE Card SET SelectType=%d WHERE No=%d", levels.SelectType,
                                levels.CardNo)) ||
         !Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", levels.CardNo)))

@@ -1,8 +1,8 @@
 #include "base/PanelConstants.h"
-#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 
 namespace nimbra {
 
@@ -56,7 +56,7 @@ bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
             return false;
     }
     page->Count = rows->Count();
-    return page->Count != 0 && !panel.IsLocked();
+    return page->Count != 0;
 }
 
 bool DataManager::GetCardInfo(CardInfo *card)
@@ -90,14 +90,14 @@ bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0 && !panel.IsLocked();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::SetCardInfo(const CardInfo &card)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    if (!turn.IsHeld() || !panel.IsOpen() ||
+    if (!lock.IsHeld() || !panel.IsOpen() ||
         !IsFree(panel, SqlText("SELECT No FROM Card WHERE No!=%d AND CardFormatNo=%d AND "
                                "CardNo='%s'",
                                card.No, card.FormatNo, card.CardNumber.Get())))
@@ -113,9 +113,9 @@ bool DataManager::SetCardInfo(const CardInfo &card)
 
 bool DataManager::AddCardInfo(const CardInfo &card)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    if (!turn.IsHeld() || !panel.IsOpen() ||
+    if (!lock.IsHeld() || !panel.IsOpen() ||
         !IsFree(panel, SqlText("SELECT No FROM Card WHERE CardFormatNo=%d AND CardNo='%s'",
                                card.FormatNo, card.CardNumber.Get())))
         return false;
@@ -132,9 +132,9 @@ bool DataManager::AddCardInfo(const CardInfo &card)
 
 bool DataManager::DelCardInfo(const CardInfo &card)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return turn.IsHeld() && panel.IsOpen() &&
+    return lock.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo=%d", card.No)) &&
            Change(panel, SqlText("DELETE FROM Card WHERE No=%d", card.No));
 }

@@ -23,8 +23,8 @@ class SqlText;
 
 /// The one gateway to the panel's databases. It keeps no connection and no cache: every method
 /// opens its database, runs its statements and closes it again, so that it sees what the panel
-/// wrote last. Any thread may call any method; the change methods take turns, so that two never
-/// hand out the same number.
+/// wrote last. Any thread may call any method; the change methods run one at a time, under
+/// WriteLock, so that two never assign the same number.
 ///
 /// A query method fills its record, or appends to `rows`, and returns true if there was anything;
 /// false means that nothing was found, that the database failed, or that the rows are more than
@@ -43,7 +43,7 @@ public:
     /// The SHA-256 of a text as 64 upper-case hexadecimal digits.
     [[nodiscard]] static FixedText<64> HashPassword(const char *text);
     /// Appends an executed statement to the journal that the panel software reads. A failure is
-    /// only logged. Called by the change methods, in their turn.
+    /// only logged. Called by the change methods, under WriteLock.
     void AddDBQueryInfo(const char *statement);
     /// Has the panel's command tool write an audit entry, and waits for it. Nothing fails.
     void WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName, int eventCode);

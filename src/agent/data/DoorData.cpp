@@ -75,7 +75,7 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0 && !panel.IsLocked();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)

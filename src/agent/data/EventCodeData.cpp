@@ -37,7 +37,7 @@ bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo>
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0 && !panel.IsLocked();
+    return filter->Page.Count != 0;
 }
 
 } // namespace nimbra

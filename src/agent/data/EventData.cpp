@@ -75,7 +75,7 @@ bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0 && !log.IsLocked();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::AttachPanel(Database &log, CallPlace place)

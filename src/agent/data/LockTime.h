@@ -4,8 +4,8 @@
 
 namespace nimbra {
 
-/// The time for which a request may wait for databases that the panel has locked, and for its turn
-/// among changes: 3 seconds in all. When they are spent, every further statement of the request
+/// The time for which a request may wait for databases that the panel has locked, and for
+/// WriteLock: 3 seconds in all. When they are spent, every further statement of the request
 /// fails at once. The object that a thread makes first holds the time of all that the thread makes
 /// while it lives: a session makes one for each request. One thread.
 class LockTime

@@ -1,9 +1,9 @@
 #include "base/PanelConstants.h"
-#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/Shell.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 
 namespace nimbra {
 
@@ -34,7 +34,7 @@ bool DataManager::GetThreatInfoEx(Paging *page, RowList<ThreatInfo> *rows)
             return false;
     }
     page->Count = rows->Count();
-    return page->Count != 0 && !panel.IsLocked();
+    return page->Count != 0;
 }
 
 bool DataManager::GetThreatLevel(std::int32_t *level)
@@ -52,9 +52,9 @@ bool DataManager::GetThreatLevel(std::int32_t *level)
 bool DataManager::SetThreatLevel(std::int32_t level)
 {
     {
-        const ChangeTurn turn(kLogSource);
+        const WriteLock lock(kLogSource);
         Database panel(kMainDatabase, kLogSource);
-        if (!turn.IsHeld() || !panel.IsOpen())
+        if (!lock.IsHeld() || !panel.IsOpen())
             return false;
         // The one change that is not journalled: the command tool informs the panel.
         if (panel.Execute(SqlText("UPDATE Threat SET ThreatStatus=%d", level)) != 0) {

@@ -1,8 +1,8 @@
 #include "base/PanelConstants.h"
-#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 
 namespace nimbra {
 
@@ -69,14 +69,14 @@ bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
             return false;
     }
     filter->Page.Count = rows->Count();
-    return filter->Page.Count != 0 && !panel.IsLocked();
+    return filter->Page.Count != 0;
 }
 
 bool DataManager::SetUserInfo(const UserInfo &user)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return turn.IsHeld() && panel.IsOpen() &&
+    return lock.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("UPDATE User SET FirstName='%s', MiddleName='%s', LastName='%s', "
                                  "Phone='%s', CellPhone='%s', Email='%s', Ada=%d, Exempt=%d, "
                                  "ThreatLevel=%d WHERE No=%d",
@@ -87,10 +87,10 @@ bool DataManager::SetUserInfo(const UserInfo &user)
 
 bool DataManager::AddUserInfo(const UserInfo &user)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
     std::int32_t number = 0;
-    return turn.IsHeld() && panel.IsOpen() && NextNo(panel, "User", &number) &&
+    return lock.IsHeld() && panel.IsOpen() && NextNo(panel, "User", &number) &&
            Change(panel,
                   SqlText("INSERT INTO User (Site, No, FirstName, MiddleName, LastName, Phone, "
                           "CellPhone, Email, Ada, Exempt, ThreatLevel) VALUES (%d, %d, '%s', '%s', "
@@ -102,9 +102,9 @@ bool DataManager::AddUserInfo(const UserInfo &user)
 
 bool DataManager::DelUserInfo(const UserInfo &user)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return turn.IsHeld() && panel.IsOpen() &&
+    return lock.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("DELETE FROM CardAccessLevel WHERE CardNo IN (SELECT No FROM Card "
                                  "WHERE UserNo=%d)",
                                  user.UserNo)) &&

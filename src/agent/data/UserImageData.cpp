@@ -1,14 +1,15 @@
 #include "base/PanelConstants.h"
-#include "data/ChangeTurn.h"
 #include "data/DataManager.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 
 namespace nimbra {
 
 namespace {
 
-/// The shortest file name that counts as a picture: one character and a three-letter extension.
+/// The shortest file name that counts as that of an image: one character and a three-letter
+/// extension.
 constexpr std::size_t kShortestName = 5;
 
 } // namespace
@@ -28,9 +29,9 @@ bool DataManager::GetUserImage(UserImage *image)
 
 bool DataManager::SetUserImage(const UserImage &image)
 {
-    const ChangeTurn turn(kLogSource);
+    const WriteLock lock(kLogSource);
     Database panel(kMainDatabase, kLogSource);
-    return turn.IsHeld() && panel.IsOpen() &&
+    return lock.IsHeld() && panel.IsOpen() &&
            Change(panel, SqlText("UPDATE User SET ImageFile='%s' WHERE No=%d", image.FileName.Get(),
                                  image.UserNo));
 }

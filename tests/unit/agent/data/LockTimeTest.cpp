@@ -1,8 +1,8 @@
 #include "data/LockTime.h"
 
-#include "data/ChangeTurn.h"
 #include "data/Database.h"
 #include "data/SqlText.h"
+#include "data/WriteLock.h"
 #include "support/CapturedOutput.h"
 #include "support/Matchers.h"
 #include "support/TemporaryDirectory.h"
@@ -96,6 +96,14 @@ TEST(LockTime, BelongsToFirstObjectOfThread)
     EXPECT_EQ(LockTime::Left(), seconds(3));
 }
 
+TEST(LockTime, IsSpentOutsideRequest)
+{
+    EXPECT_EQ(LockTime::Left(), seconds(0));
+    LockTime::SpendSince(LockTime::Clock::now() - seconds(1));
+    EXPECT_FALSE(LockTime::Wait(0));
+    EXPECT_TRUE(LockTime::IsSpent());
+}
+
 class LockTimeOfRequest : public ::testing::Test
 {
 protected:
@@ -167,7 +175,7 @@ TEST_F(LockTimeOfRequest, IsLeftForNextStatementWhenNotSpent)
     EXPECT_FALSE(LockTime::IsSpent());
 }
 
-TEST(ChangeTurn, IsHeldByOneThreadAtATime)
+TEST(WriteLock, IsHeldByOneThreadAtATime)
 {
     std::atomic<int> holders = 0;
     std::vector<std::thread> threads;
@@ -175,8 +183,8 @@ TEST(ChangeTurn, IsHeldByOneThreadAtATime)
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&holders] {
             for (int round = 0; round < 20; ++round) {
-                const ChangeTurn turn(kSourceName);
-                ASSERT_TRUE(turn.IsHeld());
+                const WriteLock lock(kSourceName);
+                ASSERT_TRUE(lock.IsHeld());
                 EXPECT_EQ(++holders, 1);
                 std::this_thread::sleep_for(milliseconds(1));
                 --holders;
@@ -186,28 +194,28 @@ TEST(ChangeTurn, IsHeldByOneThreadAtATime)
         thread.join();
 }
 
-/// Waits for a turn that another thread keeps, with one second of lock time left.
+/// Waits for a lock that another thread keeps, with one second of lock time left.
 void ChangeTooLate()
 {
     const LockTime request;
     LockTime::SpendSince(LockTime::Clock::now() - seconds(2));
     const Stopwatch watch;
-    const ChangeTurn turn(kSourceName);
-    EXPECT_FALSE(turn.IsHeld());
+    const WriteLock lock(kSourceName);
+    EXPECT_FALSE(lock.IsHeld());
     EXPECT_GE(watch.Seconds(), 0.9);
     EXPECT_LT(watch.Seconds(), 2.5);
     EXPECT_TRUE(LockTime::IsSpent());
 }
 
-TEST(ChangeTurn, FailsAndLogsWhenLockTimeOfRequestIsSpent)
+TEST(WriteLock, FailsAndLogsWhenLockTimeOfRequestIsSpent)
 {
     const CapturedOutput output;
-    std::optional<ChangeTurn> mine(std::in_place, kSourceName);
+    std::optional<WriteLock> mine(std::in_place, kSourceName);
     std::thread(ChangeTooLate).join();
     EXPECT_THAT(output.Log(), ::testing::ElementsAre(test::IsLogLine(kSourceName, "ChangeTooLate",
                                                                      "sqlite3_exec fail")));
     mine.reset();
-    const ChangeTurn next(kSourceName);
+    const WriteLock next(kSourceName);
     EXPECT_TRUE(next.IsHeld());
 }
 

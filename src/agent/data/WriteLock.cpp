@@ -1,4 +1,4 @@
-#include "data/ChangeTurn.h"
+#include "data/WriteLock.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -9,38 +9,38 @@ namespace {
 
 // A std::timed_mutex would do, but the thread sanitizer does not see how it is locked.
 std::mutex mutex;
-std::condition_variable turnEnded;
-bool isTurnTaken = false;
+std::condition_variable lockReleased;
+bool isLockTaken = false;
 
-bool TakeTurn(LockTime::Clock::duration longest)
+bool TakeLock(LockTime::Clock::duration longest)
 {
     std::unique_lock lock(mutex);
-    if (!turnEnded.wait_for(lock, longest, [] { return !isTurnTaken; }))
+    if (!lockReleased.wait_for(lock, longest, [] { return !isLockTaken; }))
         return false;
-    isTurnTaken = true;
+    isLockTaken = true;
     return true;
 }
 
 } // namespace
 
-ChangeTurn::ChangeTurn(const char *logSource, CallPlace place)
+WriteLock::WriteLock(const char *logSource, CallPlace place)
 {
     const LockTime::Clock::time_point begin = LockTime::Clock::now();
-    isHeld_ = TakeTurn(LockTime::Left());
+    isHeld_ = TakeLock(LockTime::Left());
     LockTime::SpendSince(begin);
     if (!isHeld_)
         Log(place.In(logSource), "sqlite3_exec fail");
 }
 
-ChangeTurn::~ChangeTurn()
+WriteLock::~WriteLock()
 {
     if (!isHeld_)
         return;
     {
         const std::lock_guard lock(mutex);
-        isTurnTaken = false;
+        isLockTaken = false;
     }
-    turnEnded.notify_one();
+    lockReleased.notify_one();
 }
 
 } // namespace nimbra
