@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -15,12 +16,12 @@ class FixedText
 {
 public:
     FixedText() = default;
-    explicit FixedText(std::string_view text) { Assign(text); }
+    explicit FixedText(std::string_view text) noexcept { Assign(text); }
 
     /// Takes over `text`, cut to N bytes and at its first zero byte.
-    void Assign(std::string_view text)
+    void Assign(std::string_view text) noexcept
     {
-        const std::size_t length = text.substr(0, text.find('\0')).copy(bytes_, N);
+        const std::size_t length = text.copy(bytes_, std::min(N, text.find('\0')));
         std::memset(bytes_ + length, 0, sizeof bytes_ - length);
     }
 
@@ -37,9 +38,9 @@ public:
     /// whole.
     void Set(std::size_t place, char character) { bytes_[place] = character; }
 
-    void Clear() { Assign({}); }
+    void Clear() noexcept { Assign({}); }
     [[nodiscard]] const char *Get() const { return bytes_; }
-    [[nodiscard]] std::string_view View() const { return bytes_; }
+    [[nodiscard]] std::string_view View() const noexcept { return bytes_; }
     [[nodiscard]] bool IsEmpty() const { return bytes_[0] == '\0'; }
 
     bool operator==(const FixedText &other) const { return View() == other.View(); }

@@ -16,7 +16,7 @@ namespace {
 
 class Pool;
 
-/// Stands before each allocation.
+/// Precedes each allocation.
 struct Block
 {
     Pool *Owner; ///< null for one of the C library's allocator

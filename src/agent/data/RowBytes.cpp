@@ -18,10 +18,12 @@ std::atomic<std::size_t> held{0};
 /// Takes a part of what all lists may hold; false when there is not so much left.
 bool Take(std::size_t size)
 {
-    if (held.fetch_add(size) + size <= RowBytes::kLimit)
-        return true;
-    held.fetch_sub(size);
-    return false;
+    std::size_t before = held;
+    do {
+        if (size > RowBytes::kLimit - before)
+            return false;
+    } while (!held.compare_exchange_weak(before, before + size));
+    return true;
 }
 
 } // namespace
@@ -42,12 +44,12 @@ bool RowBytes::Append(std::string_view row)
     return true;
 }
 
-const char *RowBytes::Front() const
+const char *RowBytes::Front() const noexcept
 {
     return blocks_.front().Bytes.get() + begin_;
 }
 
-void RowBytes::DropFront(std::size_t size)
+void RowBytes::DropFront(std::size_t size) noexcept
 {
     begin_ += size;
     if (begin_ == blocks_.front().End)
@@ -70,7 +72,7 @@ bool RowBytes::AddBlock()
     return false;
 }
 
-void RowBytes::DropBlock()
+void RowBytes::DropBlock() noexcept
 {
     held -= blocks_.front().Size;
     blocks_.pop_front();

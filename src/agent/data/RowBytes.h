@@ -27,10 +27,10 @@ public:
     [[nodiscard]] bool Append(std::string_view row);
     /// The bytes from the first row on, as far as they are in one piece: at least that row. Valid
     /// until DropFront. There is a row.
-    [[nodiscard]] const char *Front() const;
+    [[nodiscard]] const char *Front() const noexcept;
     /// Takes the first `size` bytes off, which are one row, and gives back memory that is no longer
     /// needed.
-    void DropFront(std::size_t size);
+    void DropFront(std::size_t size) noexcept;
 
     /// What all lists take at the moment.
     [[nodiscard]] static std::size_t Held();
@@ -44,7 +44,7 @@ private:
     };
 
     [[nodiscard]] bool AddBlock();
-    void DropBlock();
+    void DropBlock() noexcept;
 
     std::list<Block> blocks_;
     /// Where the first row begins in the first block.

@@ -52,25 +52,25 @@ public:
 private:
     // Each gives the position behind the field.
 
-    static char *Pack(std::int32_t number, char *place)
+    static char *Pack(std::int32_t number, char *place) noexcept
     {
         std::memcpy(place, &number, sizeof number);
         return place + sizeof number;
     }
     template <std::size_t N>
-    static char *Pack(const FixedText<N> &text, char *place)
+    static char *Pack(const FixedText<N> &text, char *place) noexcept
     {
         const std::size_t size = text.View().size() + 1;
         std::memcpy(place, text.Get(), size);
         return place + size;
     }
-    static const char *Unpack(const char *place, std::int32_t *number)
+    static const char *Unpack(const char *place, std::int32_t *number) noexcept
     {
         std::memcpy(number, place, sizeof *number);
         return place + sizeof *number;
     }
     template <std::size_t N>
-    static const char *Unpack(const char *place, FixedText<N> *text)
+    static const char *Unpack(const char *place, FixedText<N> *text) noexcept
     {
         const std::string_view bytes = place;
         text->Assign(bytes);

@@ -5,8 +5,8 @@
 
 namespace nimbra {
 
-/// `text` as one word of a shell command line: as it stands when it holds only letters, digits and
-/// ". _ @ : + -", otherwise (also when empty) in single quotes, so that the shell hands the very
+/// `text` as one word of a shell command line: unchanged when it holds only letters, digits and
+/// ". _ @ : + -", otherwise (also when empty) in single quotes, so that the shell passes the same
 /// bytes on and runs nothing of them. Any thread.
 [[nodiscard]] std::string ShellWord(std::string_view text);
 

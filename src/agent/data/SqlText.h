@@ -44,7 +44,7 @@ private:
     char text_[kSize] = {};
 };
 
-/// Whether `text` stays inside a literal that it is put into as it stands: each of its single
+/// Whether `text` stays inside a literal that it is put into unchanged: each of its single
 /// quotes has its double right behind it. Any thread.
 [[nodiscard]] bool StaysInLiteral(const char *text);
 

@@ -38,7 +38,7 @@ struct UserFilter
     Paging Page;
 };
 
-/// The picture of a user: a file in the panel's image directory.
+/// The image of a user: a file in the panel's image directory.
 struct UserImage
 {
     std::int32_t UserNo = 0;

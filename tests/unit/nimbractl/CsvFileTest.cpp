@@ -93,7 +93,7 @@ TEST(CsvFile, ByteOrderMarkIsLeftOutAtTheBeginningOnly)
                                                                    "b"})));
 }
 
-TEST(CsvFile, LongFileIsReadWhole)
+TEST(CsvFile, LongFileIsReadCompletely)
 {
     std::string content;
     for (int i = 0; i < 30000; ++i)

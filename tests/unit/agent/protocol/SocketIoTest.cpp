@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -206,10 +207,12 @@ std::string ReceiveLine(const Connection &connection, std::size_t size = kLineSi
 
 std::string RandomBytes(std::size_t count)
 {
-    std::mt19937 random(4711);
+    std::mt19937_64 random(4711);
     std::string bytes(count, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random());
+    for (std::size_t i = 0; i < count; i += sizeof(std::uint64_t)) {
+        const std::uint64_t next = random();
+        std::memcpy(bytes.data() + i, &next, std::min(sizeof next, count - i));
+    }
     return bytes;
 }
 
