@@ -22,10 +22,10 @@ int MillisecondsToNextSecond()
     return static_cast<int>((kSecond - Now().tv_nsec + kMillisecond - 1) / kMillisecond);
 }
 
-bool WaitForEvent(int socket, short event)
+bool WaitForEvent(int socket, short event, int milliseconds)
 {
     pollfd wait = {socket, event, 0};
-    return poll(&wait, 1, MillisecondsToNextSecond()) > 0;
+    return poll(&wait, 1, milliseconds) > 0;
 }
 
 } // namespace
@@ -37,12 +37,17 @@ std::time_t ClockSecond()
 
 bool WaitForInput(int socket)
 {
-    return WaitForEvent(socket, POLLIN);
+    return WaitForEvent(socket, POLLIN, MillisecondsToNextSecond());
 }
 
 bool WaitForOutput(int socket)
 {
-    return WaitForEvent(socket, POLLOUT);
+    return WaitForEvent(socket, POLLOUT, MillisecondsToNextSecond());
+}
+
+bool WaitForConnection(int socket, int seconds)
+{
+    return WaitForEvent(socket, POLLIN | POLLOUT, seconds * 1000);
 }
 
 void WaitForNextSecond()

@@ -15,7 +15,6 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <strings.h>
 #include <sys/socket.h>
 
@@ -23,7 +22,7 @@ namespace nimbra {
 
 namespace {
 
-constexpr std::time_t kConnectSeconds = 10;
+constexpr int kConnectSeconds = 10;
 constexpr std::time_t kRegistrationSeconds = 30;
 constexpr std::time_t kHeartbeatSeconds = 3;
 constexpr std::time_t kCheckTimeSeconds = 60;
@@ -39,9 +38,7 @@ constexpr int kRelayType = 0;
 /// Whether a connection in progress succeeds within its time.
 bool IsConnected(const Descriptor &socket)
 {
-    // poll, not select: its sets hold no descriptor above 1023.
-    pollfd wait = {socket.Get(), POLLIN | POLLOUT, 0};
-    if (poll(&wait, 1, kConnectSeconds * 1000) < 1)
+    if (!WaitForConnection(socket.Get(), kConnectSeconds))
         return false;
     int error = 0;
     socklen_t size = sizeof error;

@@ -80,7 +80,7 @@ private:
                                      CallPlace place = CallPlace::Here());
     /// Connects within 10 seconds; not open on failure. The socket is non-blocking.
     [[nodiscard]] Descriptor OpenSocket(const FixedText<32> &host, std::int32_t port);
-    /// The dotted address of a host name; any other text as it stands.
+    /// The dotted address of a host name; any other text unchanged.
     [[nodiscard]] static FixedText<32> ResolveAddress(const FixedText<32> &host);
     /// Sends a request, receives the reply and reads its keys, of which one is `result`. False, and
     /// logged as the calling method, unless the reply is `name` with a Result of 0.
