@@ -13,6 +13,9 @@
 #include <exception>
 #include <utility>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 
 namespace nimbra {
@@ -30,6 +33,10 @@ void ClientWorker::Start(Descriptor socket, const char *address, std::int32_t po
     socket_ = std::move(socket);
     peerAddress_.Assign(address);
     peerPort_ = port;
+    // The second part of a response, such as an image, does not wait for the client to acknowledge
+    // the first.
+    const int isOn = 1;
+    setsockopt(socket_.Get(), IPPROTO_TCP, TCP_NODELAY, &isOn, sizeof isOn);
     if (!StartThread<&ClientWorker::Run>(this)) {
         NIMBRA_LOG("pthread_create fail");
         End();

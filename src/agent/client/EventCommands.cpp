@@ -5,7 +5,7 @@ namespace nimbra {
 
 void ClientWorker::SetEvent(char *line)
 {
-    // Only records the client's wish: events are never sent unasked.
+    // Only records what the client requested: events are never sent unasked.
     std::int32_t enable = wantsEvents_ ? 1 : 0;
     ParseKeys(line, {{"Enable", &enable}});
     wantsEvents_ = enable != 0;
