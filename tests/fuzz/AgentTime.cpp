@@ -47,6 +47,11 @@ bool WaitForOutput(int socket)
     return WaitForInput(socket);
 }
 
+bool WaitForConnection(int /*socket*/, int /*seconds*/)
+{
+    return true;
+}
+
 void WaitForNextSecond()
 {
     PauseSeconds(1);

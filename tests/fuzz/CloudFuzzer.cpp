@@ -7,14 +7,19 @@
 #include "core/ConfigManager.h"
 #include "fuzz/AgentTime.h"
 #include "fuzz/Finding.h"
+#include "fuzz/InputSize.h"
+#include "fuzz/MemoryConnection.h"
 #include "fuzz/MessageModel.h"
 #include "fuzz/ValueModel.h"
+
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,7 +28,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace nimbra::fuzz {
 namespace {
@@ -94,7 +98,7 @@ public:
     }
 
     /// The replies that reset the link. A process has only one.
-    [[nodiscard]] std::vector<std::string> Prelude() const
+    [[nodiscard]] std::vector<std::string_view> Prelude() const
     {
         if (ports_.Reported == 0)
             return {kRegistered, kPortless};
@@ -114,15 +118,15 @@ public:
 
     void OnReply(std::string_view line)
     {
-        const Message reply = ReadMessage(line);
-        if (!IsSame(reply.Command, Name()))
+        Message reply(line);
+        if (!IsSame(reply.Command(), Name()))
             return OnFailure();
         std::int32_t result = -1;
         std::int32_t type = 0;
         std::int32_t port = 0;
         std::int32_t relayKey = 0;
         std::string address;
-        for (const Message::Pair &pair : reply.Pairs) {
+        for (Message::Pair pair; reply.Next(&pair);) {
             const std::int32_t number = NumberIn(pair.Value);
             if (IsSame(pair.Key, "Result"))
                 result = number;
@@ -218,11 +222,10 @@ in_addr_t AddressOf(const std::string &host)
 class Server : public AgentEnvironment
 {
 public:
-    explicit Server(const std::vector<std::string> &replies) : replies_(link_.Prelude())
+    explicit Server(const std::vector<std::string_view> &replies) : replies_(link_.Prelude())
     {
         replies_.insert(replies_.end(), replies.begin(), replies.end());
     }
-    ~Server() override { close(socket_); }
 
     /// Called in place of connect(2).
     int Connect(int socket, const sockaddr_in &address)
@@ -231,13 +234,14 @@ public:
         if (AgentNow() < refusedUntil_ || IsDone())
             return Refuse();
         CheckTarget(address);
-        if (replies_[next_].substr(0, 1) == kRefused) {
+        if (replies_[next_].starts_with(kRefused)) {
             ++next_;
             refusedUntil_ = AgentNow() + kConnectSeconds;
             link_.OnFailure();
             return Refuse();
         }
-        Join(socket);
+        connection_.emplace(socket);
+        step_ = Step::Asked;
         if (!link_.IsHandshakeWanted())
             link_.OnRelayed();
         // Every second connection is in progress first.
@@ -269,13 +273,20 @@ public:
     void Finish()
     {
         FinishConnection();
-        // Ends the sessions and starts the listener again, without threads.
+        if (hasSessions_)
+            EndSessions();
+        RequireDescriptorsClosed();
+    }
+
+private:
+    /// Starts the listener again, without threads.
+    void EndSessions()
+    {
         isOver_ = true;
         ClientManager::GetInstance()->Stop();
         Require(ClientManager::GetInstance()->Start(), "the listener does not start");
     }
 
-private:
     static int Refuse()
     {
         errno = ECONNREFUSED;
@@ -291,45 +302,20 @@ private:
         RequireEqual("port", static_cast<std::uint16_t>(link_.Port()), ntohs(address.sin_port));
     }
 
-    /// Replaces the link's socket by one end of a new connection.
-    void Join(int socket)
-    {
-        int ends[2];
-        Require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0, "socketpair");
-        Require(dup2(ends[0], socket) == socket, "dup2");
-        close(ends[0]);
-        socket_ = ends[1];
-        step_ = Step::Asked;
-    }
-
-    /// All bytes received from the agent.
-    [[nodiscard]] std::string Received() const
-    {
-        char bytes[4096];
-        const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
-        return {bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
-    }
-
-    void Send(std::string_view bytes) const
-    {
-        Require(send(socket_, bytes.data(), bytes.size(), MSG_DONTWAIT) ==
-                    static_cast<ssize_t>(bytes.size()),
-                "send");
-    }
-
     /// Receives the request and replies.
     void Serve()
     {
-        RequireEqual("request", link_.Request(), Received());
+        RequireEqual("request", link_.Request(), connection_->Receive());
         step_ = Step::Served;
         if (IsDone())
             return link_.OnFailure();
-        const std::string &reply = replies_[next_++];
-        if (reply.substr(0, 1) == kUnended) {
-            Send(reply);
+        const std::string_view reply = replies_[next_++];
+        if (reply.starts_with(kUnended)) {
+            connection_->Send(reply);
             return link_.OnFailure();
         }
-        Send(reply + "\n");
+        connection_->Send(reply);
+        connection_->Send("\n");
         if (reply.size() < kLongestLine)
             link_.OnReply(reply);
         else
@@ -342,12 +328,12 @@ private:
     void Greet()
     {
         if (step_ == Step::Asked) {
-            Send("Hello?\n");
+            connection_->Send("Hello?\n");
             step_ = Step::Greeted;
             return;
         }
-        const std::string answer = Received();
-        RequireEqual("a session's answer", kGreeting, answer.substr(0, std::strlen(kGreeting)));
+        const std::string_view answer = connection_->Receive();
+        Require(answer.starts_with(kGreeting), "a session's answer");
         Require(answer.find('\n') == answer.size() - 1, "a session's answer that is not one line");
         step_ = Step::Served;
     }
@@ -358,14 +344,11 @@ private:
         if (link_.Next() == Exchange::Session) {
             Require(step_ == Step::Served, "a relay that serves no session");
             link_.OnSessionEnd();
-        } else if (socket_ > 0) {
-            char byte = 0;
-            const bool isOpen =
-                recv(socket_, &byte, sizeof byte, MSG_DONTWAIT) < 0 && errno == EAGAIN;
-            Require(!isOpen, "a connection that is not closed");
+            hasSessions_ = true;
+        } else if (connection_) {
+            Require(connection_->IsClosed(), "a connection that is not closed");
         }
-        close(socket_);
-        socket_ = -1;
+        connection_.reset();
     }
 
     enum class Step
@@ -376,13 +359,14 @@ private:
     };
 
     LinkModel link_;
-    std::vector<std::string> replies_;
+    std::vector<std::string_view> replies_;
     std::size_t next_ = 0;
     std::time_t refusedUntil_ = 0;
     bool isSlow_ = false;
+    bool hasSessions_ = false;
     bool isOver_ = false;
     Step step_ = Step::Served;
-    int socket_ = -1;
+    std::optional<MemoryConnection> connection_;
 };
 
 Server *theServer = nullptr;
@@ -390,8 +374,20 @@ Server *theServer = nullptr;
 } // namespace
 } // namespace nimbra::fuzz
 
-// The linker prescribes the names of wrapping functions.
+// The linker prescribes the names of wrapping and wrapped functions.
 // NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
+extern "C" int __wrap_socket(int /*domain*/, int /*type*/, int /*protocol*/)
+{
+    return nimbra::fuzz::OpenDescriptor();
+}
+
+/// The panel of this fuzzer has no database: the link does without.
+extern "C" int __wrap_sqlite3_open(const char * /*name*/, sqlite3 **connection)
+{
+    *connection = nullptr;
+    return SQLITE_CANTOPEN;
+}
+
 extern "C" int __wrap_connect(int socket, const sockaddr *address, socklen_t /*size*/)
 {
     sockaddr_in to = {};
@@ -422,16 +418,22 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     return 0;
 }
 
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t maxSize);
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
+                                               std::size_t maxSize, unsigned seed)
+{
+    constexpr std::size_t kMostReplies = 24;
+    return nimbra::fuzz::Shorten(data, LLVMFuzzerMutate(data, size, maxSize), seed,
+                                 {maxSize, kMostReplies});
+}
+
 /// The input is the server's replies, one a line.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace nimbra::fuzz;
-    const std::vector<std::string> replies =
+    const std::vector<std::string_view> replies =
         Split({reinterpret_cast<const char *>(data), size}, "\n");
-    // Many short replies find no more than a few do, and take longer.
-    constexpr std::size_t kMostReplies = 24;
-    if (replies.size() > kMostReplies)
-        return -1;
     Server server(replies);
     theServer = &server;
     Require(nimbra::ServerManager::GetInstance()->Start(), "the link does not start");

@@ -1,9 +1,12 @@
 #include "fuzz/Commands.h"
 
+#include "fuzz/Finding.h"
 #include "fuzz/MessageModel.h"
 #include "fuzz/ValueModel.h"
 
 #include <algorithm>
+#include <charconv>
+#include <utility>
 
 namespace nimbra::fuzz {
 
@@ -184,22 +187,36 @@ std::vector<Command> MakeCommands()
     return commands;
 }
 
-std::string FieldText(const Key &key, const std::string &value)
+bool EndsWith(std::string_view text, std::string_view word)
+{
+    return text.size() >= word.size() && IsSame(text.substr(text.size() - word.size()), word);
+}
+
+Value ValueOf(const Key &key, std::string_view text)
 {
     const auto inSeconds = [](const ModelTime &time) {
-        return time.IsCertain ? std::to_string(time.Seconds) : kAnything;
+        return time.IsCertain ? Value(time.Seconds) : Value::Anything();
     };
     switch (key.Is) {
     case Kind::Text:
-        return value.substr(0, key.Size);
+        return Value(text.substr(0, key.Size));
     case Kind::Date:
-        return inSeconds(DateIn(value));
+        return inSeconds(DateIn(text));
     case Kind::Time:
-        return inSeconds(TimeIn(value));
+        return inSeconds(TimeIn(text));
     case Kind::Number:
         break;
     }
-    return std::to_string(NumberIn(value));
+    return Value(NumberIn(text));
+}
+
+/// Whether a text is a number as the agent writes it.
+bool IsNumber(std::string_view text)
+{
+    std::array<char, 16> digits;
+    const auto written =
+        std::to_chars(digits.data(), digits.data() + digits.size(), NumberIn(text));
+    return IsEqual(text, {digits.data(), static_cast<std::size_t>(written.ptr - digits.data())});
 }
 
 } // namespace
@@ -213,30 +230,80 @@ std::span<const Command> Commands()
 const Command *FindCommand(std::string_view line, bool isLoggedIn)
 {
     const std::string_view text = line.substr(0, line.find('\0'));
-    for (const Command &command :
-         Commands().first(isLoggedIn ? Commands().size() : kCommandsBeforeLogin))
-        if (Contains(text, std::string(command.Name) + "?"))
-            return &command;
-    return nullptr;
+    const std::span<const Command> commands = Commands();
+    const Command *found = nullptr;
+    std::size_t count = isLoggedIn ? commands.size() : kCommandsBeforeLogin;
+    // The first command of the table counts, wherever in the line it is.
+    for (std::size_t end = text.find('?'); end != std::string_view::npos;
+         end = text.find('?', end + 1))
+        for (std::size_t i = 0; i < count; ++i)
+            if (EndsWith(text.substr(0, end), commands[i].Name)) {
+                found = &commands[i];
+                count = i;
+            }
+    return found;
 }
 
-Fields FieldsOf(const Command &command, std::string_view line)
+bool Value::Predicts(const Value &other) const
 {
-    Fields fields;
+    return !isCertain_ ||
+           (isText_ == other.isText_ && number_ == other.number_ && IsEqual(text_, other.text_));
+}
+
+std::string Value::Shown() const
+{
+    return isText_ ? std::string(text_) : std::to_string(number_);
+}
+
+Fields::Fields(std::initializer_list<Field> fields)
+{
+    for (const Field &field : fields)
+        Add(field.Name, field.Value);
+}
+
+void Fields::Add(std::string_view name, const Value &value)
+{
+    fields_.at(count_++) = {name, value};
+}
+
+const Value &Fields::operator[](std::string_view name) const
+{
+    const std::size_t found = Find(name);
+    Require(found < count_, name);
+    return fields_.at(found).Value;
+}
+
+Value &Fields::operator[](std::string_view name)
+{
+    const std::size_t found = Find(name);
+    Require(found < count_, name);
+    return fields_.at(found).Value;
+}
+
+std::size_t Fields::Find(std::string_view name) const
+{
+    std::size_t i = 0;
+    while (i < count_ && !IsEqual(fields_.at(i).Name, name))
+        ++i;
+    return i;
+}
+
+void ReadFields(const Command &command, std::string_view line, Fields *fields)
+{
+    fields->Clear();
     for (const Key &key : command.Keys)
-        fields[key.Name] = key.Is == Kind::Text ? "" : "0";
-    for (const Message::Pair &pair : ReadMessage(line).Pairs)
+        fields->Add(key.Name, key.Is == Kind::Text ? Value("") : Value(0));
+    Message message(line);
+    for (Message::Pair pair; message.Next(&pair);)
         for (const Key &key : command.Keys)
             if (IsSame(pair.Key, key.Name))
-                fields[key.Name] = FieldText(key, pair.Value);
-    return fields;
+                (*fields)[key.Name] = ValueOf(key, pair.Value);
 }
 
 bool IsIncomplete(const Command &command, const Fields &fields)
 {
     return std::any_of(command.Keys.begin(), command.Keys.end(), [&fields](const Key &key) {
-        const std::string &value = fields.at(key.Name);
-        return key.IsRequired && (key.Is == Kind::Text ? value.empty() : value == "0");
+        return key.IsRequired && fields[key.Name].IsEmpty();
     });
 }
 
@@ -244,7 +311,8 @@ bool HasForm(std::string_view text, std::string_view form)
 {
     for (;;) {
         const std::size_t mark = form.find('%');
-        if (text.substr(0, mark) != form.substr(0, mark))
+        const std::string_view literal = form.substr(0, mark);
+        if (mark == std::string_view::npos ? !IsEqual(text, literal) : !StartsWith(text, literal))
             return false;
         if (mark == std::string_view::npos)
             return true;
@@ -256,8 +324,8 @@ bool HasForm(std::string_view text, std::string_view form)
         const std::size_t length = next.empty() ? text.size() : text.find(next);
         if (length == std::string_view::npos)
             return false;
-        const std::string value(text.substr(0, length));
-        if (isNumber && std::to_string(NumberIn(value)) != value)
+        const std::string_view value = text.substr(0, length);
+        if (isNumber && !IsNumber(value))
             return false;
         text.remove_prefix(length);
     }

@@ -2,9 +2,10 @@
 
 #include "data/Authority.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -50,13 +51,75 @@ struct Command
 /// The command in a line without its line feed; null: none.
 [[nodiscard]] const Command *FindCommand(std::string_view line, bool isLoggedIn);
 
-/// Each key of a command with its value as text: a number, a text cut to its maximum, the seconds
-/// of a date in UTC, or kAnything for a date that the model cannot predict.
-using Fields = std::map<std::string, std::string>;
-inline constexpr char kAnything[] = "?";
+/// The value of a key: a number or a text, which is not copied.
+class Value
+{
+public:
+    Value() = default;
+    explicit Value(std::int32_t number) : number_(number) {}
+    explicit Value(std::string_view text) : text_(text), isText_(true) {}
+    /// A number that the model cannot predict.
+    [[nodiscard]] static Value Anything()
+    {
+        Value anything;
+        anything.isCertain_ = false;
+        return anything;
+    }
 
-/// The values that a line gives to the keys of its command.
-[[nodiscard]] Fields FieldsOf(const Command &command, std::string_view line);
+    [[nodiscard]] std::int32_t Number() const { return number_; }
+    [[nodiscard]] std::string_view Text() const { return text_; }
+    /// Whether it is the value of a key that is missing.
+    [[nodiscard]] bool IsEmpty() const { return isCertain_ && number_ == 0 && text_.empty(); }
+    /// Whether the other value is what this one predicts.
+    [[nodiscard]] bool Predicts(const Value &other) const;
+    /// For messages.
+    [[nodiscard]] std::string Shown() const;
+
+private:
+    std::string_view text_;
+    std::int32_t number_ = 0;
+    bool isText_ = false;
+    bool isCertain_ = true;
+};
+
+/// Each key of a command with its value; the names are literals. Allocates nothing.
+class Fields
+{
+public:
+    struct Field
+    {
+        std::string_view Name;
+        fuzz::Value Value;
+    };
+
+    Fields() = default;
+    Fields(std::initializer_list<Field> fields);
+
+    void Clear() { count_ = 0; }
+    /// Adds a field that does not exist yet.
+    void Add(std::string_view name, const Value &value);
+    /// The value of a field; one that does not exist is a finding.
+    [[nodiscard]] const Value &operator[](std::string_view name) const;
+    [[nodiscard]] Value &operator[](std::string_view name);
+    [[nodiscard]] bool Has(std::string_view name) const { return Find(name) < count_; }
+    [[nodiscard]] std::size_t Count() const { return count_; }
+    // NOLINTBEGIN(readability-identifier-naming): the names that a range-based for looks for
+    [[nodiscard]] const Field *begin() const { return fields_.data(); }
+    [[nodiscard]] const Field *end() const { return fields_.data() + count_; }
+    // NOLINTEND(readability-identifier-naming)
+
+private:
+    static constexpr std::size_t kMost = 16;
+
+    [[nodiscard]] std::size_t Find(std::string_view name) const;
+
+    std::array<Field, kMost> fields_;
+    std::size_t count_ = 0;
+};
+
+/// Reads the values that a line, which must outlive them, gives to the keys of its command: a text
+/// is cut to its maximum, a date is in seconds of UTC.
+void ReadFields(const Command &command, std::string_view line, Fields *fields);
 /// Whether a required key is missing.
 [[nodiscard]] bool IsIncomplete(const Command &command, const Fields &fields);
 

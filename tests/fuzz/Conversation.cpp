@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <sys/socket.h>
-
 namespace nimbra::fuzz {
 
 namespace {
@@ -25,35 +23,61 @@ std::size_t NumberOf(std::string_view name, std::string_view text)
     return static_cast<std::size_t>(NumberIn(text.substr(text.rfind(name) + name.size())));
 }
 
+/// Removes the start of a text that must begin with it; false if it does not.
+bool Remove(std::string_view start, std::string_view *text)
+{
+    if (!StartsWith(*text, start))
+        return false;
+    text->remove_prefix(start.size());
+    return true;
+}
+
+/// The result in the first line of an answer, which `line` is without afterwards; a line that is
+/// not of the command is a finding.
+int TakeResult(const Command &command, std::string_view *line)
+{
+    const std::string_view whole = *line;
+    if (!Remove(command.Name, line) || !Remove("Response?Result=", line) || line->empty() ||
+        std::string_view("01239").find(line->front()) == std::string_view::npos)
+        Report("result of an answer", command.Name, whole);
+    const int result = line->front() - '0';
+    line->remove_prefix(1);
+    return result;
+}
+
+/// Checks the rows of a list; returns what follows them.
+std::string_view CheckRows(const Command &command, std::size_t count, std::string_view rest)
+{
+    for (; count > 0; --count) {
+        const std::size_t end = rest.find('\n');
+        Require(end < kLongestLine, "a row that is missing or too long");
+        if (!HasForm(rest.substr(0, end), command.Row))
+            Report("form of a row", command.Row, rest.substr(0, end));
+        rest.remove_prefix(end + 1);
+    }
+    return rest;
+}
+
 /// Checks the form of the answer to a command; returns its result.
 int CheckForm(const Command &command, std::string_view answer)
 {
-    const std::string lead = std::string(command.Name) + "Response?Result=";
-    Require(!answer.empty(), lead + ": no answer");
+    Require(!answer.empty(), "no answer to a command");
     const std::size_t end = answer.find('\n');
-    Require(end != std::string_view::npos, lead + ": an answer without a line feed");
+    Require(end != std::string_view::npos, "an answer without a line feed");
     std::string_view first = answer.substr(0, end);
     std::string_view rest = answer.substr(end + 1);
-    for (const int failure : {1, 2, 3, 9})
-        if (first == lead + std::to_string(failure) && rest.empty())
-            return failure;
-    if (!HasForm(first, lead + "0" + command.Answer))
-        Report("form of an answer", lead + "0" + command.Answer, first);
-    if (command.Row != nullptr) {
-        for (std::size_t count = NumberOf("Count=", first); count > 0; --count) {
-            const std::size_t rowEnd = rest.find('\n');
-            Require(rowEnd < kLongestLine, "a row that is missing or too long");
-            if (!HasForm(rest.substr(0, rowEnd), command.Row))
-                Report("form of a row", command.Row, rest.substr(0, rowEnd));
-            rest.remove_prefix(rowEnd + 1);
-        }
-    } else if (IsSame(command.Name, "GetUserImage")) {
+    const int result = TakeResult(command, &first);
+    if (!HasForm(first, result == 0 ? command.Answer : ""))
+        Report("form of an answer", command.Answer, first);
+    if (result == 0 && command.Row != nullptr) {
+        rest = CheckRows(command, NumberOf("Count=", first), rest);
+    } else if (result == 0 && IsSame(command.Name, "GetUserImage")) {
         const std::size_t size = NumberOf("Size=", first);
         Require(rest.size() >= size, "an image that is cut short");
         rest.remove_prefix(size);
     }
     RequireEqual("bytes after the answer", "", rest);
-    return 0;
+    return result;
 }
 
 } // namespace
@@ -61,34 +85,29 @@ int CheckForm(const Command &command, std::string_view answer)
 void Conversation::Run(std::string_view input, const std::string &address)
 {
     rest_ = input;
-    int ends[2];
-    Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "socketpair");
-    const Descriptor ours(ends[0]);
-    socket_ = ends[0];
+    Descriptor socket(OpenDescriptor());
+    connection_.emplace(socket.Get());
     EventCount sessionEnds;
-    ClientWorker session(&sessionEnds);
-    session.Start(Descriptor(ends[1]), address.c_str(), 40000);
-    Require(!session.IsRunning() && rest_.empty() && !isUnanswered_,
-            "the session ended before its client");
+    {
+        ClientWorker session(&sessionEnds);
+        session.Start(std::move(socket), address.c_str(), 40000);
+        Require(!session.IsRunning() && rest_.empty() && !isUnanswered_,
+                "the session ended before its client");
+    }
+    RequireDescriptorsClosed();
 }
 
 bool Conversation::OnSocketWait()
 {
-    if (Receive())
+    if (connection_->HasReceived()) {
+        received_ += connection_->Receive();
         return true;
+    }
     if (isUploading_ && received_.empty())
         return Upload();
     if (isUnanswered_)
         CheckAnswer();
     return SendNext();
-}
-
-bool Conversation::Receive()
-{
-    char bytes[65536];
-    const ssize_t count = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
-    received_.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return count > 0;
 }
 
 bool Conversation::SendNext()
@@ -100,27 +119,29 @@ bool Conversation::SendNext()
     line_ = rest_.substr(0, isComplete ? end : kLongestLine);
     // A line that is too long or has no end holds no command.
     command_ = isComplete ? FindCommand(line_, isLoggedIn_) : nullptr;
-    fields_ = command_ == nullptr ? Fields() : FieldsOf(*command_, line_);
-    isUploading_ = fields_.count("Size") != 0 && NumberIn(fields_["Size"]) > 0;
-    upload_.clear();
+    fields_.Clear();
+    if (command_ != nullptr)
+        ReadFields(*command_, line_, &fields_);
+    isUploading_ = fields_.Has("Size") && fields_["Size"].Number() > 0;
     isUnanswered_ = true;
     Send(line_.size() + (isComplete ? 1 : 0));
+    upload_ = rest_.substr(0, 0);
     return true;
 }
 
 bool Conversation::Upload()
 {
-    const auto size = static_cast<std::size_t>(NumberIn(fields_["Size"]));
+    const auto size = static_cast<std::size_t>(fields_["Size"].Number());
     const std::size_t count = std::min(size - upload_.size(), rest_.size());
-    upload_ += rest_.substr(0, count);
+    // What follows the line, so far.
+    upload_ = {upload_.data(), upload_.size() + count};
     Send(count);
     return count > 0;
 }
 
 void Conversation::Send(std::size_t count)
 {
-    Require(send(socket_, rest_.data(), count, MSG_DONTWAIT) == static_cast<ssize_t>(count),
-            "send");
+    connection_->Send(rest_.substr(0, count));
     rest_.remove_prefix(count);
 }
 
@@ -128,12 +149,14 @@ void Conversation::CheckAnswer()
 {
     isUnanswered_ = false;
     isUploading_ = false;
-    const std::string answer = std::exchange(received_, "");
-    if (command_ == nullptr)
-        return RequireEqual("answer to no command", "", answer);
-    const int result = CheckForm(*command_, answer);
+    if (command_ == nullptr) {
+        RequireEqual("answer to no command", "", received_);
+        return;
+    }
+    const int result = CheckForm(*command_, received_);
     isLoggedIn_ = isLoggedIn_ || (IsSame(command_->Name, "Login") && result == 0);
-    OnAnswered({line_, command_, fields_, upload_, result, answer});
+    OnAnswered({line_, command_, fields_, upload_, result, received_});
+    received_.clear();
 }
 
 } // namespace nimbra::fuzz

@@ -2,8 +2,10 @@
 
 #include "fuzz/AgentTime.h"
 #include "fuzz/Commands.h"
+#include "fuzz/MemoryConnection.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -23,12 +25,12 @@ public:
     /// A line and its answer.
     struct Exchange
     {
-        std::string Line; ///< without its line feed
+        std::string_view Line; ///< without its line feed
         const fuzz::Command *Command;
-        fuzz::Fields Fields;
-        std::string Upload; ///< the bytes that followed the line as an image
+        const fuzz::Fields &Fields;
+        std::string_view Upload; ///< the bytes that followed the line as an image
         int Result;
-        std::string Answer; ///< with all rows or bytes that follow
+        std::string_view Answer; ///< with all rows or bytes that follow
     };
 
 protected:
@@ -36,8 +38,6 @@ protected:
     virtual void OnAnswered(const Exchange &exchange) = 0;
 
 private:
-    /// Receives what the session has sent; false if nothing.
-    bool Receive();
     /// Sends the next line; false if the input is at its end.
     bool SendNext();
     bool Upload();
@@ -45,15 +45,15 @@ private:
     void CheckAnswer();
 
     std::string_view rest_;
-    std::string line_;
-    std::string upload_;
+    std::string_view line_;
+    std::string_view upload_;
     std::string received_;
     const fuzz::Command *command_ = nullptr;
     Fields fields_;
     bool isUnanswered_ = false; ///< a line has been sent whose answer has not been checked
     bool isUploading_ = false;
     bool isLoggedIn_ = false;
-    int socket_ = -1;
+    std::optional<MemoryConnection> connection_;
 };
 
 } // namespace nimbra::fuzz

@@ -24,15 +24,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The tables whose changes are journalled.
-constexpr std::array<std::string_view, 3> kJournalled{"User", "Card", "CardAccessLevel"};
-/// Other tables that requests change.
-constexpr std::array<std::string_view, 2> kOthers{"DBQueryInfo", "Threat"};
+/// The database that the journal is applied to.
+constexpr char kCopy[] = "/replayed.db";
 
-template <class List>
-bool IsIn(std::string_view name, const List &list)
+/// The tables that requests change. The changes of the first ones are journalled.
+constexpr std::array<std::string_view, 5> kChanged{"User", "Card", "CardAccessLevel", "Threat",
+                                                   "DBQueryInfo"};
+constexpr std::size_t kJournalled = 3;
+constexpr unsigned kThreat = 1U << 3U;
+
+bool MayChange(std::string_view table)
 {
-    return std::find(list.begin(), list.end(), name) != list.end();
+    return std::find(kChanged.begin(), kChanged.end(), table) != kChanged.end();
 }
 
 void WriteWhole(const fs::path &file, const std::string &bytes)
@@ -42,49 +45,13 @@ void WriteWhole(const fs::path &file, const std::string &bytes)
     Require(stream.good(), file.string() + ": cannot be written");
 }
 
-std::vector<std::string> Column(panel::SqliteFile &database, const std::string &sql)
+/// Moves a database file into memory; returns its content.
+std::string MoveToMemory(const fs::path &file, std::optional<MemoryDatabase> *database)
 {
-    std::vector<std::string> values;
-    panel::SqliteStatement statement(database, sql);
-    while (statement.Step())
-        values.push_back(statement.Row().at(0));
-    return values;
-}
-
-/// The query of each table for its rows as texts that show each value and its type.
-std::map<std::string, std::string> RowQueries(const fs::path &file)
-{
-    panel::SqliteFile database(file);
-    std::map<std::string, std::string> queries;
-    for (const std::string &name :
-         Column(database, "SELECT name FROM sqlite_master WHERE type='table'")) {
-        std::string row;
-        for (const std::string &column :
-             Column(database, "SELECT name FROM pragma_table_info('" + name + "')"))
-            row += (row.empty() ? "quote(" : "||','||quote(") + column + ")";
-        queries[name] = "SELECT " + row + " FROM " + name;
-    }
-    queries["schema"] = "SELECT name||sql FROM sqlite_master ORDER BY name";
-    return queries;
-}
-
-std::string Rows(panel::SqliteFile &database, const std::string &query)
-{
-    std::string rows;
-    for (const std::string &row : Column(database, query))
-        rows += row + "\n";
-    return rows;
-}
-
-/// Applies the journal of one database to another. Runs only the first statement of an entry; it
-/// must not have a second one.
-void Replay(const fs::path &journal, const fs::path &onto)
-{
-    panel::SqliteFile from(journal);
-    panel::SqliteFile to(onto);
-    for (const std::string &statement :
-         Column(from, "SELECT QueryData FROM DBQueryInfo WHERE DbKind=1 ORDER BY Idseq"))
-        panel::SqliteStatement(to, statement).Execute();
+    std::string content = ReadWhole(file);
+    fs::remove(file);
+    database->emplace(file, content);
+    return content;
 }
 
 } // namespace
@@ -105,9 +72,10 @@ std::string ReadWhole(const fs::path &file)
     return bytes;
 }
 
-FuzzPanel::FuzzPanel()
+FuzzPanel::FuzzPanel() : connections_(paths_.MainDatabase, kChanged), replayChanges_{kChanged}
 {
     Require(std::getenv("NIMBRA_SANDBOX") != nullptr, "runs in nimbra-sandbox only");
+    ConfigureSqlite();
     panel::PanelOptions options;
     options.Size = {.Events = 12, .Users = 6, .Cards = 6, .Doors = 4};
     options.CommandTool = NIMBRA_CALL_RECORDER_PATH;
@@ -117,16 +85,19 @@ FuzzPanel::FuzzPanel()
             .Run(std::string("INSERT INTO WebUser (ID, Password, UserRole) VALUES ('") +
                  account.Id + "', '" + panel::PasswordDigest(account.Password) + "', " +
                  std::to_string(static_cast<int>(panel::Role::Operator)) + ")");
-    mainBytes_ = ReadWhole(paths_.MainDatabase);
-    rowQueries_ = RowQueries(paths_.MainDatabase);
-    panel::SqliteFile database(paths_.MainDatabase);
-    for (const auto &[name, query] : rowQueries_)
-        rows_[name] = Rows(database, query);
-    logBytes_ = ReadWhole(paths_.LogDatabase);
-    networkBytes_ = ReadWhole(paths_.NetworkDatabase);
+    copy_.emplace(kCopy, MoveToMemory(paths_.MainDatabase, &main_));
+    MoveToMemory(paths_.LogDatabase, &log_);
+    MoveToMemory(paths_.NetworkDatabase, &network_);
+    now_.emplace(paths_.MainDatabase);
+    replayed_.emplace(kCopy);
+    texts_ = now_->Texts();
+    Watch(replayed_->Connection(), &replayChanges_);
     images_ = ReadImages();
-    for (const fs::path &directory : Watched())
+    std::vector<fs::path> directories = Watched();
+    for (const fs::path &directory : directories)
         entries_[directory] = Entries(directory);
+    directories.push_back(paths_.Images);
+    watch_.emplace(directories);
 }
 
 FuzzPanel::Files FuzzPanel::ReadImages() const
@@ -144,8 +115,8 @@ void FuzzPanel::RunTool(const char *line)
     ToolCall call = ShellWords(line);
     Require(!call.empty() && call[0] == paths_.CommandTool, "a program other than the tool");
     call.erase(call.begin());
-    // A real shell takes longer than the rest of the request.
-    constexpr std::size_t kOneIn = 16;
+    // A real shell takes longer than a whole session.
+    constexpr std::size_t kOneIn = 256;
     if (std::hash<std::string_view>()(line) % kOneIn == 0) {
         Require(__real_system(line) == 0, "the tool fails");
         Require(TakeRecord() == call, "the shell's arguments differ from the model's");
@@ -171,41 +142,77 @@ std::vector<ToolCall> FuzzPanel::NewCalls()
     return std::exchange(calls_, {});
 }
 
-void FuzzPanel::Check(std::optional<int> threatLevel)
+void FuzzPanel::Begin(bool isThorough)
 {
-    Require(ReadWhole(paths_.LogDatabase) == logBytes_, "the event log has changed");
-    Require(ReadWhole(paths_.NetworkDatabase) == networkBytes_, "the network database has changed");
-    if (ReadWhole(paths_.MainDatabase) != mainBytes_)
-        CheckTables(threatLevel);
-    CheckPlaces();
+    isThorough_ = isThorough;
+    connections_.Begin(!isThorough);
 }
 
-void FuzzPanel::CheckTables(std::optional<int> threatLevel) const
+void FuzzPanel::Check(std::optional<int> threatLevel)
 {
-    {
-        panel::SqliteFile database(paths_.MainDatabase);
-        RequireEqual("integrity", "ok", Column(database, "PRAGMA integrity_check").at(0));
-        const std::vector<std::string> numbers =
-            Column(database, "SELECT Idseq FROM DBQueryInfo ORDER BY rowid");
-        for (std::size_t i = 0; i < numbers.size(); ++i)
-            RequireEqual("number in the journal", std::to_string(i + 1), numbers[i]);
-        if (threatLevel)
-            for (const std::string &level : Column(database, "SELECT ThreatStatus FROM Threat"))
-                RequireEqual("threat level", std::to_string(*threatLevel), level);
-    }
-    const fs::path copy = paths_.CallLog.parent_path() / "replayed.db";
-    WriteWhole(copy, mainBytes_);
-    Replay(paths_.MainDatabase, copy);
-    panel::SqliteFile now(paths_.MainDatabase);
-    panel::SqliteFile replayed(copy);
-    for (const auto &[name, query] : rowQueries_) {
-        if (IsIn(name, kJournalled))
-            RequireEqual("rows after a replay of the journal, " + name, Rows(now, query),
-                         Rows(replayed, query));
-        else if (!IsIn(name, kOthers))
-            RequireEqual("rows that no client may change, " + name, rows_.at(name),
-                         Rows(now, query));
-    }
+    connections_.End();
+    Require(!log_->HasChanged(), "the event log has changed");
+    Require(!network_->HasChanged(), "the network database has changed");
+    const unsigned changed = connections_.TakeChanges();
+    Require(changed != 0 || !main_->HasChanged(), "a change without a statement that makes it");
+    if (main_->HasChanged() || isThorough_)
+        CheckTables(threatLevel, changed);
+    haveFilesChanged_ = watch_->HasChanged();
+    if (haveFilesChanged_)
+        CheckPlaces();
+}
+
+void FuzzPanel::CheckTables(std::optional<int> threatLevel, unsigned changed)
+{
+    // One transaction each, so that SQLite looks for changes once and undoes the replay.
+    now_->Run("BEGIN");
+    replayed_->Run("BEGIN");
+    if (isThorough_)
+        CheckAllTables();
+    ReplayJournal();
+    for (std::size_t i = 0; i < kJournalled; ++i)
+        if (isThorough_ || ((changed | replayChanges_.Made) >> i & 1U) != 0)
+            CheckReplayed(std::string(kChanged.at(i)));
+    if ((changed & kThreat) != 0)
+        now_->ForEach("SELECT ThreatStatus FROM Threat", [threatLevel](sqlite3_stmt *row) {
+            Require(threatLevel.has_value(), "a threat level that nobody has set");
+            RequireEqual("threat level", *threatLevel, sqlite3_column_int64(row, 0));
+        });
+    replayed_->Run("ROLLBACK");
+    now_->Run("COMMIT");
+}
+
+void FuzzPanel::CheckAllTables()
+{
+    now_->ForEach("PRAGMA integrity_check",
+                  [](sqlite3_stmt *row) { RequireEqual("integrity", "ok", ColumnText(row, 0)); });
+    const std::map<std::string, std::string> texts = now_->Texts();
+    Require(texts.size() == texts_.size(), "another number of tables");
+    for (const auto &[table, text] : texts)
+        if (!MayChange(table))
+            RequireEqual("rows that no client may change, " + table, texts_[table], text);
+}
+
+void FuzzPanel::ReplayJournal()
+{
+    replayChanges_.Made = 0;
+    int number = 0;
+    now_->ForEach("SELECT Idseq, DbKind, QueryData FROM DBQueryInfo ORDER BY rowid",
+                  [&](sqlite3_stmt *row) {
+                      RequireEqual("number in the journal", ++number, sqlite3_column_int64(row, 0));
+                      RequireEqual("kind in the journal", 1, sqlite3_column_int64(row, 1));
+                      replayed_->Run(ColumnText(row, 2).c_str());
+                  });
+}
+
+void FuzzPanel::CheckReplayed(const std::string &table)
+{
+    if (PanelTables::HaveSameRows(&*now_, &*replayed_, table))
+        return;
+    // To read all tables also changes SQLite's own one of virtual tables.
+    Unwatch(replayed_->Connection());
+    Report("rows after a replay of the journal, " + table, now_->Texts()[table],
+           replayed_->Texts()[table]);
 }
 
 void FuzzPanel::CheckPlaces() const
@@ -219,8 +226,15 @@ void FuzzPanel::CheckPlaces() const
 
 void FuzzPanel::Reset()
 {
-    if (ReadWhole(paths_.MainDatabase) != mainBytes_)
-        WriteWhole(paths_.MainDatabase, mainBytes_);
+    if (main_->HasChanged())
+        main_->Reset();
+    if (haveFilesChanged_)
+        ResetImages();
+    calls_.clear();
+}
+
+void FuzzPanel::ResetImages()
+{
     const Files now = ReadImages();
     for (const auto &[path, bytes] : now)
         if (images_.count(path) == 0)
@@ -228,7 +242,8 @@ void FuzzPanel::Reset()
     for (const auto &[path, bytes] : images_)
         if (now.count(path) == 0 || now.at(path) != bytes)
             WriteWhole(path, bytes);
-    calls_.clear();
+    // These changes are not the client's.
+    static_cast<void>(watch_->HasChanged());
 }
 
 } // namespace nimbra::fuzz

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "fuzz/DirectoryWatch.h"
+#include "fuzz/MemoryDatabase.h"
+#include "fuzz/PanelTables.h"
 #include "simulator/panel/PanelPaths.h"
 #include "simulator/panel/SampleData.h"
 
@@ -21,8 +24,8 @@ using ToolCall = std::vector<std::string>;
 inline constexpr panel::SampleLogin kQuotedNames[] = {{"Anna Berg", "berg 1"},
                                                       {"it''s $(id) & `id`", "x"}};
 
-/// A small sample panel on the real paths, whose command tool only records its calls. It checks its
-/// own state after a session and can be reset.
+/// A small sample panel on the real paths, whose command tool only records its calls. Its databases
+/// are in memory. It checks its own state after a session and can be reset.
 class FuzzPanel
 {
 public:
@@ -35,11 +38,15 @@ public:
     /// The calls since the last call of this method.
     [[nodiscard]] std::vector<ToolCall> NewCalls();
 
-    /// Reports a finding unless the databases are intact, only what clients may change has
-    /// changed, the journal has each change, and no unexpected file exists. `threatLevel` is the
-    /// last one set, if any.
+    /// Begins a session. A thorough one has new connections to the databases, and each of their
+    /// tables is read after it; otherwise connections are used again and only tables are read for
+    /// which a statement that changes them has been prepared.
+    void Begin(bool isThorough);
+    /// Ends a session. Reports a finding unless the databases are intact and closed, only what
+    /// clients may change has changed, the journal has each change, and no unexpected file exists.
+    /// `threatLevel` is the last one set, if any.
     void Check(std::optional<int> threatLevel);
-    /// Restores everything that a client may have changed.
+    /// Restores everything that a client has changed, after a check.
     void Reset();
 
     [[nodiscard]] const panel::PanelPaths &Paths() const { return paths_; }
@@ -60,15 +67,27 @@ private:
     [[nodiscard]] Files ReadImages() const;
     /// Takes the one call that the tool has recorded.
     [[nodiscard]] static ToolCall TakeRecord();
-    void CheckTables(std::optional<int> threatLevel) const;
+    void CheckTables(std::optional<int> threatLevel, unsigned changed);
+    void CheckAllTables();
+    void ReplayJournal();
+    void CheckReplayed(const std::string &table);
     void CheckPlaces() const;
+    void ResetImages();
 
     panel::PanelPaths paths_{"/"};
-    std::string mainBytes_;
-    std::map<std::string, std::string> rowQueries_; ///< by table of the main database
-    std::map<std::string, std::string> rows_;       ///< their results at the start
-    std::string logBytes_;
-    std::string networkBytes_;
+    std::optional<MemoryDatabase> main_;
+    std::optional<MemoryDatabase> log_;
+    std::optional<MemoryDatabase> network_;
+    std::optional<MemoryDatabase> copy_;  ///< with the first content of the main database
+    std::optional<PanelTables> now_;      ///< of the main database
+    std::optional<PanelTables> replayed_; ///< of the copy
+    /// The tables of the main database at the start.
+    std::map<std::string, std::string> texts_;
+    Connections connections_;
+    Changes replayChanges_; ///< of the copy
+    bool isThorough_ = false;
+    std::optional<DirectoryWatch> watch_; ///< of the directories with their files
+    bool haveFilesChanged_ = false;       ///< as the last check has found
     Files images_;
     std::map<std::filesystem::path, Names> entries_;
     std::vector<ToolCall> calls_;

@@ -18,7 +18,7 @@ bool IsSameLetter(char a, char b)
 }
 
 /// Removes the next piece from the text, with the separators before it and the one after it.
-std::optional<std::string> Take(std::string_view &text, char separator)
+std::optional<std::string_view> Take(std::string_view &text, char separator)
 {
     const std::size_t start = text.find_first_not_of(separator);
     if (start == std::string_view::npos) {
@@ -27,30 +27,31 @@ std::optional<std::string> Take(std::string_view &text, char separator)
     }
     text.remove_prefix(start);
     const std::size_t end = std::min(text.find(separator), text.size());
-    const std::string piece(text.substr(0, end));
+    const std::string_view piece = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     return piece;
 }
 
 } // namespace
 
-Message ReadMessage(std::string_view line)
+Message::Message(std::string_view line) : rest_(line.substr(0, line.find('\0')))
 {
-    std::string_view rest = line.substr(0, line.find('\0'));
-    Message message;
-    message.Command = Take(rest, '?').value_or("");
-    for (;;) {
-        const std::optional<std::string> key = Take(rest, '=');
-        const std::optional<std::string> value = Take(rest, '&');
-        if (!key || !value)
-            return message;
-        message.Pairs.push_back({*key, *value});
-    }
+    command_ = Take(rest_, '?').value_or("");
 }
 
-std::vector<std::string> Split(std::string_view text, std::string_view separator)
+bool Message::Next(Pair *pair)
 {
-    std::vector<std::string> pieces;
+    const std::optional<std::string_view> key = Take(rest_, '=');
+    const std::optional<std::string_view> value = Take(rest_, '&');
+    if (!key || !value)
+        return false;
+    *pair = {*key, *value};
+    return true;
+}
+
+std::vector<std::string_view> Split(std::string_view text, std::string_view separator)
+{
+    std::vector<std::string_view> pieces;
     for (;;) {
         const std::size_t end = text.find(separator);
         pieces.emplace_back(text.substr(0, end));
@@ -62,7 +63,12 @@ std::vector<std::string> Split(std::string_view text, std::string_view separator
 
 bool IsSame(std::string_view a, std::string_view b)
 {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), IsSameLetter);
+    if (a.size() != b.size())
+        return false;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        if (!IsSameLetter(a[i], b[i]))
+            return false;
+    return true;
 }
 
 bool IsUploadName(std::string_view name)

@@ -1,6 +1,7 @@
 #include "fuzz/RecordedData.h"
 
 #include "data/DataManager.h"
+#include "fuzz/Finding.h"
 
 namespace nimbra {
 
@@ -8,22 +9,23 @@ namespace {
 
 using fuzz::Fields;
 using fuzz::RecordedData;
+using fuzz::Value;
 
-std::string Text(std::int32_t number)
+Value Passed(std::int32_t number)
 {
-    return std::to_string(number);
+    return Value(number);
 }
 template <std::size_t N>
-std::string Text(const FixedText<N> &text)
+Value Passed(const FixedText<N> &text)
 {
-    return std::string(text.View());
+    return Value(RecordedData::Get().Keep(text.View()));
 }
 
 /// Records a call of the calling method; returns whether it succeeds.
 bool Record(const Fields &fields, CallPlace place = CallPlace::Here())
 {
     RecordedData &recorded = RecordedData::Get();
-    recorded.Calls.push_back({place.Method, fields});
+    recorded.AddCall({place.Method, fields});
     return recorded.Found > 0;
 }
 
@@ -31,7 +33,8 @@ bool Record(const Fields &fields, CallPlace place = CallPlace::Here())
 template <std::size_t N>
 void Fill(FixedText<N> &text)
 {
-    text.Assign(std::string(N, 'x'));
+    static const std::string full(N, 'x');
+    text.Assign(full);
 }
 
 void Fill(EventInfo &event)
@@ -52,7 +55,8 @@ void Fill(VideoInfo &video)
     Fill(video.Username);
     Fill(video.Password);
     Fill(video.CameraID);
-    video.Url.Assign("rtsp://" + std::string(249, 'x'));
+    static const std::string url = "rtsp://" + std::string(249, 'x');
+    video.Url.Assign(url);
     video.Type = video.Port = video.Channel = INT32_MIN;
 }
 void Fill(DoorInfo &door)
@@ -98,35 +102,36 @@ void FillRows(Paging &page, RowList<Record> *rows)
 
 Fields PageFields(const Paging &page)
 {
-    return {{"Offset", Text(page.Offset)}, {"Limit", Text(page.Limit)}};
+    return {{"Offset", Passed(page.Offset)}, {"Limit", Passed(page.Limit)}};
 }
 
 Fields operator+(Fields sum, const Fields &more)
 {
-    sum.insert(more.begin(), more.end());
+    for (const Fields::Field &field : more)
+        sum.Add(field.Name, field.Value);
     return sum;
 }
 
 Fields DataFields(const UserInfo &user)
 {
-    return {{"FirstName", Text(user.FirstName)},
-            {"MiddleName", Text(user.MiddleName)},
-            {"LastName", Text(user.LastName)},
-            {"PhoneNumber", Text(user.PhoneNumber)},
-            {"CellPhone", Text(user.CellPhone)},
-            {"Email", Text(user.Email)},
-            {"Ada", Text(user.Ada)},
-            {"Exempt", Text(user.Exempt)},
-            {"ThreatLevel", Text(user.ThreatLevel)}};
+    return {{"FirstName", Passed(user.FirstName)},
+            {"MiddleName", Passed(user.MiddleName)},
+            {"LastName", Passed(user.LastName)},
+            {"PhoneNumber", Passed(user.PhoneNumber)},
+            {"CellPhone", Passed(user.CellPhone)},
+            {"Email", Passed(user.Email)},
+            {"Ada", Passed(user.Ada)},
+            {"Exempt", Passed(user.Exempt)},
+            {"ThreatLevel", Passed(user.ThreatLevel)}};
 }
 
 Fields DataFields(const CardInfo &card)
 {
-    return {{"UserNo", Text(card.UserNo)},           {"FormatNo", Text(card.FormatNo)},
-            {"CardNumber", Text(card.CardNumber)},   {"KeyNumber", Text(card.KeyNumber)},
-            {"CardStatus", Text(card.CardStatus)},   {"CardType", Text(card.CardType)},
-            {"NeverExpire", Text(card.NeverExpire)}, {"ActDate", Text(card.ActDate)},
-            {"ExpDate", Text(card.ExpDate)}};
+    return {{"UserNo", Passed(card.UserNo)},           {"FormatNo", Passed(card.FormatNo)},
+            {"CardNumber", Passed(card.CardNumber)},   {"KeyNumber", Passed(card.KeyNumber)},
+            {"CardStatus", Passed(card.CardStatus)},   {"CardType", Passed(card.CardType)},
+            {"NeverExpire", Passed(card.NeverExpire)}, {"ActDate", Passed(card.ActDate)},
+            {"ExpDate", Passed(card.ExpDate)}};
 }
 
 } // namespace
@@ -135,6 +140,21 @@ fuzz::RecordedData &fuzz::RecordedData::Get()
 {
     static RecordedData recorded;
     return recorded;
+}
+
+void fuzz::RecordedData::ForgetCalls()
+{
+    calls_.clear();
+    textSize_ = 0;
+}
+
+std::string_view fuzz::RecordedData::Keep(std::string_view text)
+{
+    Require(text.size() <= texts_.size() - textSize_, "more text than a command has");
+    char *const kept = texts_.data() + textSize_;
+    text.copy(kept, text.size());
+    textSize_ += text.size();
+    return {kept, text.size()};
 }
 
 DataManager *DataManager::GetInstance()
@@ -146,7 +166,8 @@ DataManager *DataManager::GetInstance()
 bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<68> &password,
                                 AuthorityRecord *authority)
 {
-    const bool isAccepted = Record({{"Username", Text(userName)}, {"Password", Text(password)}});
+    const bool isAccepted =
+        Record({{"Username", Passed(userName)}, {"Password", Passed(password)}});
     if (isAccepted)
         *authority = RecordedData::Get().Rights;
     return isAccepted;
@@ -155,12 +176,13 @@ bool DataManager::CheckPassword(const FixedText<32> &userName, const FixedText<6
 void DataManager::WriteAuditLog(const FixedText<32> &address, const FixedText<32> &userName,
                                 int eventCode)
 {
-    Record({{"Address", Text(address)}, {"User", Text(userName)}, {"Event", Text(eventCode)}});
+    Record(
+        {{"Address", Passed(address)}, {"User", Passed(userName)}, {"Event", Passed(eventCode)}});
 }
 
 bool DataManager::GetEventLog(EventInfo *event)
 {
-    const bool isFound = Record({{"EventNo", Text(event->EventNo)}});
+    const bool isFound = Record({{"EventNo", Passed(event->EventNo)}});
     Fill(*event);
     return isFound;
 }
@@ -168,40 +190,40 @@ bool DataManager::GetEventLog(EventInfo *event)
 bool DataManager::GetEventLogEx(EventFilter *filter, RowList<EventInfo> *rows)
 {
     const bool isFound =
-        Record(PageFields(filter->Page) + Fields{{"EventNo", Text(filter->EventNo)},
-                                                 {"FromTime", Text(filter->FromTime)},
-                                                 {"ToTime", Text(filter->ToTime)},
-                                                 {"DeviceType", Text(filter->DeviceType)},
-                                                 {"DevicePort", Text(filter->DevicePort)},
-                                                 {"DeviceName", Text(filter->DeviceName)},
-                                                 {"EventCode", Text(filter->EventCode)},
-                                                 {"EventDesc", Text(filter->EventDesc)},
-                                                 {"CardNo", Text(filter->CardNo)},
-                                                 {"UserNo", Text(filter->UserNo)},
-                                                 {"UserName", Text(filter->UserName)},
-                                                 {"VideoTag", Text(filter->VideoTag)}});
+        Record(PageFields(filter->Page) + Fields{{"EventNo", Passed(filter->EventNo)},
+                                                 {"FromTime", Passed(filter->FromTime)},
+                                                 {"ToTime", Passed(filter->ToTime)},
+                                                 {"DeviceType", Passed(filter->DeviceType)},
+                                                 {"DevicePort", Passed(filter->DevicePort)},
+                                                 {"DeviceName", Passed(filter->DeviceName)},
+                                                 {"EventCode", Passed(filter->EventCode)},
+                                                 {"EventDesc", Passed(filter->EventDesc)},
+                                                 {"CardNo", Passed(filter->CardNo)},
+                                                 {"UserNo", Passed(filter->UserNo)},
+                                                 {"UserName", Passed(filter->UserName)},
+                                                 {"VideoTag", Passed(filter->VideoTag)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::GetEventCode(EventCodeInfo *code)
 {
-    const bool isFound = Record({{"Code", Text(code->Code)}});
+    const bool isFound = Record({{"Code", Passed(code->Code)}});
     Fill(*code);
     return isFound;
 }
 
 bool DataManager::GetEventCodeEx(EventCodeFilter *filter, RowList<EventCodeInfo> *rows)
 {
-    const bool isFound = Record(PageFields(filter->Page) +
-                                Fields{{"Code", Text(filter->Code)}, {"Desc", Text(filter->Desc)}});
+    const bool isFound = Record(PageFields(filter->Page) + Fields{{"Code", Passed(filter->Code)},
+                                                                  {"Desc", Passed(filter->Desc)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::GetLiveVideoInfo(VideoInfo *video)
 {
-    const bool isFound = Record({{"DoorNo", Text(video->DoorNo)}});
+    const bool isFound = Record({{"DoorNo", Passed(video->DoorNo)}});
     Fill(*video);
     return isFound;
 }
@@ -209,22 +231,23 @@ bool DataManager::GetLiveVideoInfo(VideoInfo *video)
 bool DataManager::GetPlayVideoInfo(VideoInfo *video)
 {
     const bool isFound =
-        Record({{"VideoTag", Text(video->VideoTag)}, {"EventTime", Text(video->EventTime)}});
+        Record({{"VideoTag", Passed(video->VideoTag)}, {"EventTime", Passed(video->EventTime)}});
     Fill(*video);
     return isFound;
 }
 
 bool DataManager::GetDoorInfo(DoorInfo *door)
 {
-    const bool isFound = Record({{"DoorNo", Text(door->DoorNo)}});
+    const bool isFound = Record({{"DoorNo", Passed(door->DoorNo)}});
     Fill(*door);
     return isFound;
 }
 
 bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
 {
-    const bool isFound = Record(PageFields(filter->Page) + Fields{{"DoorNo", Text(filter->DoorNo)},
-                                                                  {"Name", Text(filter->Name)}});
+    const bool isFound =
+        Record(PageFields(filter->Page) +
+               Fields{{"DoorNo", Passed(filter->DoorNo)}, {"Name", Passed(filter->Name)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
@@ -232,28 +255,28 @@ bool DataManager::GetDoorInfoEx(DoorFilter *filter, RowList<DoorInfo> *rows)
 bool DataManager::GetDoorLock(std::int32_t doorNo, std::int32_t *status)
 {
     *status = INT32_MIN;
-    return Record({{"Port", Text(doorNo)}});
+    return Record({{"Port", Passed(doorNo)}});
 }
 
 bool DataManager::SetDoorLock(std::int32_t doorNo, std::int32_t control)
 {
-    return Record({{"Port", Text(doorNo)}, {"Control", Text(control)}});
+    return Record({{"Port", Passed(doorNo)}, {"Control", Passed(control)}});
 }
 
 bool DataManager::GetAuxOutput(std::int32_t outputNo, std::int32_t *status)
 {
     *status = INT32_MIN;
-    return Record({{"Port", Text(outputNo)}});
+    return Record({{"Port", Passed(outputNo)}});
 }
 
 bool DataManager::SetAuxOutput(std::int32_t outputNo, std::int32_t control)
 {
-    return Record({{"Port", Text(outputNo)}, {"Control", Text(control)}});
+    return Record({{"Port", Passed(outputNo)}, {"Control", Passed(control)}});
 }
 
 bool DataManager::GetUserInfo(UserInfo *user)
 {
-    const bool isFound = Record({{"UserNo", Text(user->UserNo)}});
+    const bool isFound = Record({{"UserNo", Passed(user->UserNo)}});
     Fill(*user);
     return isFound;
 }
@@ -261,14 +284,14 @@ bool DataManager::GetUserInfo(UserInfo *user)
 bool DataManager::GetUserInfoEx(UserFilter *filter, RowList<UserInfo> *rows)
 {
     const bool isFound = Record(PageFields(filter->Page) + DataFields(filter->User) +
-                                Fields{{"UserNo", Text(filter->User.UserNo)}});
+                                Fields{{"UserNo", Passed(filter->User.UserNo)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::SetUserInfo(const UserInfo &user)
 {
-    return Record(DataFields(user) + Fields{{"UserNo", Text(user.UserNo)}});
+    return Record(DataFields(user) + Fields{{"UserNo", Passed(user.UserNo)}});
 }
 
 bool DataManager::AddUserInfo(const UserInfo &user)
@@ -278,12 +301,12 @@ bool DataManager::AddUserInfo(const UserInfo &user)
 
 bool DataManager::DelUserInfo(const UserInfo &user)
 {
-    return Record({{"UserNo", Text(user.UserNo)}});
+    return Record({{"UserNo", Passed(user.UserNo)}});
 }
 
 bool DataManager::GetUserImage(UserImage *image)
 {
-    const bool isFound = Record({{"UserNo", Text(image->UserNo)}});
+    const bool isFound = Record({{"UserNo", Passed(image->UserNo)}});
     image->FileName.Assign(RecordedData::Get().Found > 1 ? fuzz::kStoredImage
                                                          : fuzz::kMissingImage);
     return isFound;
@@ -291,12 +314,12 @@ bool DataManager::GetUserImage(UserImage *image)
 
 bool DataManager::SetUserImage(const UserImage &image)
 {
-    return Record({{"UserNo", Text(image.UserNo)}, {"FileName", Text(image.FileName)}});
+    return Record({{"UserNo", Passed(image.UserNo)}, {"FileName", Passed(image.FileName)}});
 }
 
 bool DataManager::GetCardFormat(CardFormatInfo *format)
 {
-    const bool isFound = Record({{"FormatNo", Text(format->FormatNo)}});
+    const bool isFound = Record({{"FormatNo", Passed(format->FormatNo)}});
     Fill(*format);
     return isFound;
 }
@@ -310,7 +333,7 @@ bool DataManager::GetCardFormatEx(Paging *page, RowList<CardFormatInfo> *rows)
 
 bool DataManager::GetCardInfo(CardInfo *card)
 {
-    const bool isFound = Record({{"CardNo", Text(card->No)}});
+    const bool isFound = Record({{"CardNo", Passed(card->No)}});
     Fill(*card);
     return isFound;
 }
@@ -318,14 +341,14 @@ bool DataManager::GetCardInfo(CardInfo *card)
 bool DataManager::GetCardInfoEx(CardFilter *filter, RowList<CardInfo> *rows)
 {
     const bool isFound =
-        Record(PageFields(filter->Page) + Fields{{"UserNo", Text(filter->UserNo)}});
+        Record(PageFields(filter->Page) + Fields{{"UserNo", Passed(filter->UserNo)}});
     FillRows(filter->Page, rows);
     return isFound;
 }
 
 bool DataManager::SetCardInfo(const CardInfo &card)
 {
-    return Record(DataFields(card) + Fields{{"CardNo", Text(card.No)}});
+    return Record(DataFields(card) + Fields{{"CardNo", Passed(card.No)}});
 }
 
 bool DataManager::AddCardInfo(const CardInfo &card)
@@ -335,13 +358,13 @@ bool DataManager::AddCardInfo(const CardInfo &card)
 
 bool DataManager::DelCardInfo(const CardInfo &card)
 {
-    return Record({{"CardNo", Text(card.No)}});
+    return Record({{"CardNo", Passed(card.No)}});
 }
 
 bool DataManager::GetAccessLevel(AccessLevelInfo *level)
 {
     const bool isFound =
-        Record({{"SelectType", Text(level->SelectType)}, {"LevelNo", Text(level->LevelNo)}});
+        Record({{"SelectType", Passed(level->SelectType)}, {"LevelNo", Passed(level->LevelNo)}});
     Fill(*level);
     return isFound;
 }
@@ -349,33 +372,36 @@ bool DataManager::GetAccessLevel(AccessLevelInfo *level)
 bool DataManager::GetAccessLevelEx(std::int32_t selectType, Paging *page,
                                    RowList<AccessLevelInfo> *rows)
 {
-    const bool isFound = Record(PageFields(*page) + Fields{{"SelectType", Text(selectType)}});
+    const bool isFound = Record(PageFields(*page) + Fields{{"SelectType", Passed(selectType)}});
     FillRows(*page, rows);
     return isFound;
 }
 
 bool DataManager::GetCardAccessLevel(CardAccessLevel *levels)
 {
-    const bool isFound = Record({{"CardNo", Text(levels->CardNo)}});
+    const bool isFound = Record({{"CardNo", Passed(levels->CardNo)}});
     // More numbers than an answer can hold.
-    std::string list;
-    while (list.size() < kLevelListSize)
-        list += (list.empty() ? "" : " ") + std::to_string(INT32_MAX);
-    levels->AccessLevelNo.Assign(list.substr(0, list.rfind(' ')));
+    static const std::string list = [] {
+        std::string numbers = std::to_string(INT32_MAX);
+        while (numbers.size() < kLevelListSize)
+            numbers += " " + std::to_string(INT32_MAX);
+        return numbers.substr(0, numbers.rfind(' '));
+    }();
+    levels->AccessLevelNo.Assign(list);
     levels->SelectType = INT32_MIN;
     return isFound;
 }
 
 bool DataManager::SetCardAccessLevel(const CardAccessLevel &levels)
 {
-    return Record({{"CardNo", Text(levels.CardNo)},
-                   {"SelectType", Text(levels.SelectType)},
-                   {"AccessLevelNo", Text(levels.AccessLevelNo)}});
+    return Record({{"CardNo", Passed(levels.CardNo)},
+                   {"SelectType", Passed(levels.SelectType)},
+                   {"AccessLevelNo", Passed(levels.AccessLevelNo)}});
 }
 
 bool DataManager::GetThreatInfo(ThreatInfo *threat)
 {
-    const bool isFound = Record({{"Level", Text(threat->Level)}});
+    const bool isFound = Record({{"Level", Passed(threat->Level)}});
     Fill(*threat);
     return isFound;
 }
@@ -395,7 +421,7 @@ bool DataManager::GetThreatLevel(std::int32_t *level)
 
 bool DataManager::SetThreatLevel(std::int32_t level)
 {
-    return Record({{"ThreatLevel", Text(level)}});
+    return Record({{"ThreatLevel", Passed(level)}});
 }
 
 } // namespace nimbra

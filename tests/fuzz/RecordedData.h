@@ -3,16 +3,18 @@
 #include "data/Authority.h"
 #include "fuzz/Commands.h"
 
+#include <array>
 #include <cstddef>
-#include <string>
+#include <span>
+#include <string_view>
 #include <vector>
 
 namespace nimbra::fuzz {
 
-/// A call of DataManager: the method and the values passed.
+/// A call of DataManager: the method and the values passed, valid until the calls are forgotten.
 struct DataCall
 {
-    std::string Method;
+    std::string_view Method;
     fuzz::Fields Fields;
 };
 
@@ -24,9 +26,24 @@ struct RecordedData
     AuthorityRecord Rights;
     /// The number of rows that the next call finds; 0: the call fails.
     std::size_t Found = 1;
-    std::vector<DataCall> Calls;
 
     [[nodiscard]] static RecordedData &Get();
+
+    [[nodiscard]] std::span<const DataCall> Calls() const { return calls_; }
+    void ForgetCalls();
+
+    /// For the replacement of DataManager.
+    void AddCall(const DataCall &call) { calls_.push_back(call); }
+    /// Keeps a text for a call.
+    [[nodiscard]] std::string_view Keep(std::string_view text);
+
+private:
+    /// More than the texts of the calls of one command.
+    static constexpr std::size_t kTextSize = 8192;
+
+    std::vector<DataCall> calls_;
+    std::array<char, kTextSize> texts_;
+    std::size_t textSize_ = 0;
 };
 
 /// The user image of a call that finds one row, a file that does not exist, and of a call that

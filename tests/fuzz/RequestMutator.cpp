@@ -2,6 +2,7 @@
 // handlers far sooner than random bytes.
 
 #include "fuzz/Commands.h"
+#include "fuzz/InputSize.h"
 #include "fuzz/MessageModel.h"
 
 #include <algorithm>
@@ -162,11 +163,14 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t s
                                                std::size_t maxSize, unsigned seed)
 {
     using namespace nimbra::fuzz;
+    constexpr std::size_t kMostLines = 24;
+    const InputSize maximum = {maxSize, kMostLines};
     if (seed % 2 == 0)
-        return LLVMFuzzerMutate(data, size, maxSize);
-    const std::string text =
-        Maker(seed).Mutate(Split({reinterpret_cast<const char *>(data), size}, "\n"));
+        return Shorten(data, LLVMFuzzerMutate(data, size, maxSize), seed, maximum);
+    const std::vector<std::string_view> lines =
+        Split({reinterpret_cast<const char *>(data), size}, "\n");
+    const std::string text = Maker(seed).Mutate({lines.begin(), lines.end()});
     const std::size_t count = std::min(text.size(), maxSize);
     std::memcpy(data, text.data(), count);
-    return count;
+    return Shorten(data, count, seed, maximum);
 }

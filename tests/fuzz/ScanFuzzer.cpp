@@ -36,7 +36,8 @@ std::string AnswerTo(std::string_view datagram)
     if (!Contains(text, "Scan?"))
         return "";
     std::int32_t key = 0;
-    for (const Message::Pair &pair : ReadMessage(text).Pairs)
+    Message message(text);
+    for (Message::Pair pair; message.Next(&pair);)
         key = IsSame(pair.Key, "Key") ? NumberIn(pair.Value) : key;
     if (key == 0)
         return "";
@@ -49,7 +50,7 @@ std::string AnswerTo(std::string_view datagram)
 class Network : public AgentEnvironment
 {
 public:
-    explicit Network(std::vector<std::string> datagrams) : datagrams_(std::move(datagrams)) {}
+    explicit Network(std::vector<std::string_view> datagrams) : datagrams_(std::move(datagrams)) {}
 
     bool OnSocketWait() override
     {
@@ -65,7 +66,7 @@ public:
             errno = EAGAIN;
             return -1;
         }
-        const std::string &datagram = datagrams_[next_++];
+        const std::string_view datagram = datagrams_[next_++];
         const std::size_t count = std::min(size, datagram.size());
         std::memcpy(buffer, datagram.data(), count);
         expected_ = AnswerTo(datagram);
@@ -88,7 +89,7 @@ public:
     }
 
 private:
-    std::vector<std::string> datagrams_;
+    std::vector<std::string_view> datagrams_;
     std::size_t next_ = 0;
     std::string expected_;
     std::string answer_;
