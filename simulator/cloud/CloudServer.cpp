@@ -100,7 +100,7 @@ std::size_t CloudServer::Count(const std::string &word) const
 
 void CloudServer::Listen(int port, Handler handler)
 {
-    Descriptor listener = OpenListener(port, false);
+    Descriptor listener = OpenListener(port, ListenOn::AllAddresses);
     const int number = listener.Get();
     listeners_.push_back(std::move(listener));
     Start([this, number, handler] { Accept(number, handler); });

@@ -31,7 +31,7 @@ struct Request
     std::chrono::steady_clock::time_point Time;
 };
 
-/// A session that the panel is told to open.
+/// A session that the server orders the panel to open.
 struct SessionOrder
 {
     int LinkType = 2;
@@ -49,7 +49,7 @@ public:
     struct Ports
     {
         int Server = 9500; ///< where panels register
-        int Relay = 9510;  ///< where panels open the sessions that they are told to open
+        int Relay = 9510;  ///< where panels open the sessions that the server orders
         int Client = 9520; ///< where management clients connect to be joined with a panel
     };
     using Answer = std::function<Reply(const std::string &request)>;
@@ -66,7 +66,7 @@ public:
     void SetAnswer(Answer answer);
     /// The correct answer to a registration, a heartbeat or a relay handshake.
     [[nodiscard]] Reply GoodAnswer(const std::string &request);
-    /// Makes the next correct heartbeat answer tell the panel to open a session.
+    /// Makes the next correct heartbeat answer order the panel to open a session.
     void Queue(const SessionOrder &order);
 
     /// All requests so far, those of handshakes included.

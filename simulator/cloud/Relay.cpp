@@ -10,13 +10,13 @@
 
 namespace nimbra::simulator {
 
-Descriptor OpenListener(int port, bool loopbackOnly)
+Descriptor OpenListener(int port, ListenOn where)
 {
     Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int reuse = 1;
     sockaddr_in address = {};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(loopbackOnly ? INADDR_LOOPBACK : INADDR_ANY);
+    address.sin_addr.s_addr = htonl(where == ListenOn::Loopback ? INADDR_LOOPBACK : INADDR_ANY);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     const int number = listener.Get();
     if (!listener.IsOpen() ||

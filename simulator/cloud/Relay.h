@@ -4,9 +4,14 @@
 
 namespace nimbra::simulator {
 
-/// Listens on a port, of loopback only or of every address. Throws std::system_error when it is
-/// taken.
-[[nodiscard]] Descriptor OpenListener(int port, bool loopbackOnly);
+enum class ListenOn
+{
+    Loopback,
+    AllAddresses
+};
+
+/// Listens on a port; 0 is any free one. Throws std::system_error when it is taken.
+[[nodiscard]] Descriptor OpenListener(int port, ListenOn where);
 
 /// Carries what one connection receives to the other until either closes or fails, and then ends
 /// both. What has been received before is carried first.

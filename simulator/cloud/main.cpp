@@ -79,7 +79,7 @@ void Serve(CloudServer &server, const std::string &misbehaviour)
 int main(int argc, char **argv)
 {
     CLI::App app("Cloud server for tests: answers the registrations and heartbeats of panels, and "
-                 "connects each management client with a session that it tells the panel to open. "
+                 "connects each management client with a session that it orders the panel to open. "
                  "Ends on SIGINT or SIGTERM.");
     CloudServer::Ports ports;
     int linkType = 2;

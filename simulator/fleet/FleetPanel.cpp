@@ -1,5 +1,8 @@
 #include "simulator/fleet/FleetPanel.h"
 
+#include "base/Descriptor.h"
+#include "simulator/fleet/ProcessStatus.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -68,28 +71,17 @@ void RunIp(const std::string &arguments)
 [[noreturn]] void RunAsPanel(int number, const fs::path &programs, pid_t parent)
 {
     const std::string log = "/tmp/agent-" + std::to_string(number) + ".log";
-    const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const Descriptor file(open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (file < 0 || unshare(CLONE_NEWNET) != 0 || getppid() != parent)
+    if (!file.IsOpen() || unshare(CLONE_NEWNET) != 0 || getppid() != parent)
         _exit(EXIT_FAILURE);
     // Goes on when the parent has laid the link.
     std::raise(SIGSTOP);
-    dup2(file, STDOUT_FILENO);
-    dup2(file, STDERR_FILENO);
-    close(file);
+    dup2(file.Get(), STDOUT_FILENO);
+    dup2(file.Get(), STDERR_FILENO);
     execl("/bin/sh", "sh", "-c", kRunPanel, "panel", AddressOf(number).c_str(),
           MacAddressOf(number).c_str(), kFleetServerAddress, programs.c_str(), nullptr);
     _exit(EXIT_FAILURE);
-}
-
-/// The number behind a name in a file of names and numbers; 0 if there is none.
-std::size_t NumberIn(const fs::path &file, const std::string &name)
-{
-    std::ifstream stream(file);
-    for (std::string word; stream >> word;)
-        if (word == name && stream >> word)
-            return std::strtoull(word.c_str(), nullptr, 10);
-    return 0;
 }
 
 } // namespace
@@ -173,12 +165,12 @@ std::size_t FleetPanel::Descriptors() const
 
 std::size_t FleetPanel::Threads() const
 {
-    return NumberIn(AgentDirectory() / "status", "Threads:");
+    return NumberInStatus(AgentDirectory(), "Threads");
 }
 
 std::size_t FleetPanel::ResidentKiB() const
 {
-    return NumberIn(AgentDirectory() / "status", "VmRSS:");
+    return NumberInStatus(AgentDirectory(), "VmRSS");
 }
 
 fs::path FleetPanel::AgentDirectory() const

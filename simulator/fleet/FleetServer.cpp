@@ -31,7 +31,7 @@ void Replace(std::string *text, std::string_view old, const std::string &replace
 
 } // namespace
 
-void FleetServer::Come()
+void FleetServer::Start()
 {
     {
         const std::lock_guard lock(lock_);
@@ -40,7 +40,7 @@ void FleetServer::Come()
         toRelay_.clear();
     }
     server_.emplace();
-    // The pointer stays valid for the requests that come while the server goes away.
+    // The pointer stays valid for the requests that come while the server stops.
     CloudServer *const server = &*server_;
     server->SetAnswer(
         [this, server](const std::string &request) { return Answer(*server, request); });
@@ -52,7 +52,7 @@ std::size_t FleetServer::Registered() const
     return registrations_.size();
 }
 
-std::size_t FleetServer::Beating() const
+std::size_t FleetServer::SendingHeartbeats() const
 {
     const std::lock_guard lock(lock_);
     return heartbeats_.size();

@@ -12,24 +12,23 @@
 
 namespace nimbra::simulator {
 
-/// The cloud server of a fleet, which can go away and come back, and what it has been asked since
-/// it last came. Panels connect to it while the object lives. Any thread, but one at a time changes
-/// whether the server is there.
+/// The cloud server of a fleet, which can be stopped and started again, and what it has been asked
+/// since it was last started. Any thread, but one at a time starts or stops it.
 class FleetServer
 {
 public:
     FleetServer() = default;
-    ~FleetServer() { GoAway(); }
+    ~FleetServer() { Stop(); }
     FleetServer(const FleetServer &) = delete;
     FleetServer &operator=(const FleetServer &) = delete;
 
     /// Throws std::system_error.
-    void Come();
-    void GoAway() { server_.reset(); }
+    void Start();
+    void Stop() { server_.reset(); }
 
     /// How many panels have registered, and how many have sent a heartbeat.
     [[nodiscard]] std::size_t Registered() const;
-    [[nodiscard]] std::size_t Beating() const;
+    [[nodiscard]] std::size_t SendingHeartbeats() const;
     /// All heartbeats.
     [[nodiscard]] std::size_t Heartbeats() const;
 

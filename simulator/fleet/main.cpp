@@ -1,5 +1,5 @@
-// A fleet: panels with their agents, and one cloud server that goes away and comes back. Prints how
-// often they try to connect, and when all of them are served again.
+// A fleet: panels with their agents, and one cloud server that is stopped and started again. Prints
+// how often they try to connect, and when all of them are served again.
 
 #include "simulator/fleet/FleetPanel.h"
 #include "simulator/fleet/FleetServer.h"
@@ -29,8 +29,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-/// A panel that was registering when the server came back tries again after 30 seconds; one whose
-/// client has gone keeps the session for 15.
+/// A panel that was registering when the server was started again tries again after 30 seconds; one
+/// whose client has disconnected keeps the session for 15.
 constexpr seconds kLimit{60};
 
 /// Long enough for a moment between two heartbeats.
@@ -95,7 +95,7 @@ public:
     {
         for (int number = 1; number <= panels; ++number)
             panels_.emplace_back(number, programs);
-        server_.Come();
+        server_.Start();
     }
 
     void AwaitService(const char *when)
@@ -104,7 +104,7 @@ public:
         const auto all = static_cast<std::size_t>(number_);
         WaitFor("registrations", [&] { return server_.Registered() == all; });
         const double registered = SecondsSince(start);
-        WaitFor("heartbeats", [&] { return server_.Beating() == all; });
+        WaitFor("heartbeats", [&] { return server_.SendingHeartbeats() == all; });
         std::printf("%s: all %d panels have registered after %.1f s, all send heartbeats after "
                     "%.1f s\n",
                     when, number_, registered, SecondsSince(start));
@@ -164,10 +164,10 @@ public:
                     static_cast<double>(Bytes() - bytes) / beaten);
     }
 
-    /// Takes the server away for a time, and counts what the panels try meanwhile.
+    /// Stops the server for a time, and counts what the panels try meanwhile.
     void ShowAbsence(seconds duration)
     {
-        server_.GoAway();
+        server_.Stop();
         SleepToMiddleOfSecond();
         std::vector<std::uint64_t> before = EachConnections();
         const std::uint64_t first = Connections();
@@ -193,15 +193,16 @@ public:
                     static_cast<int>(mostOfFleet), static_cast<double>(Bytes() - bytes) / attempts);
         Require(mean > 0.5 && mean < 1.2, "attempts are not made once a second");
         Require(mostOfPanel <= 3, "a panel tries too often");
-        server_.Come();
+        server_.Start();
     }
 
     /// With an absence that was too short for ten failed heartbeats.
     void AwaitHeartbeats()
     {
         const Clock::time_point start = Clock::now();
-        WaitFor("heartbeats",
-                [this] { return server_.Beating() == static_cast<std::size_t>(number_); });
+        WaitFor("heartbeats", [this] {
+            return server_.SendingHeartbeats() == static_cast<std::size_t>(number_);
+        });
         std::printf("server back: all %d panels send heartbeats after %.1f s\n", number_,
                     SecondsSince(start));
     }

@@ -39,6 +39,8 @@ using nimbra::panel::PanelOptions;
 using nimbra::panel::PanelPaths;
 using nimbra::simulator::CloudServer;
 using nimbra::simulator::ForwardConnections;
+using nimbra::simulator::ListenOn;
+using nimbra::simulator::OpenListener;
 using nimbra::simulator::Process;
 
 constexpr int kAgentPort = 9000;
@@ -137,7 +139,7 @@ int Run(Options &options)
     options.Panel.CommandTool = directory / "nimbra-cgi";
     options.Panel.CloudEnabled = true;
     // Another program with the agent's port would be taken for the agent.
-    nimbra::simulator::OpenListener(kAgentPort, false).Close();
+    OpenListener(kAgentPort, ListenOn::AllAddresses).Close();
     NameCloudServer();
     CreatePanel("/", options.Panel);
     const CloudServer cloud;

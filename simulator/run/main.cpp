@@ -4,10 +4,10 @@
 #include "simulator/panel/CommandLine.h"
 #include "simulator/panel/SamplePanel.h"
 #include "simulator/run/Process.h"
+#include "simulator/sandbox/SystemCall.h"
 
 #include <CLI/CLI.hpp>
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <deque>
@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -51,15 +50,6 @@ enum class Place
     RealPaths    ///< one, without any namespace
 };
 
-Descriptor OpenFile(const fs::path &path, int flags)
-{
-    constexpr mode_t kMode = 0644;
-    Descriptor file(open(path.c_str(), flags | O_CLOEXEC, kMode));
-    if (!file.IsOpen())
-        throw std::system_error(errno, std::generic_category(), path.string());
-    return file;
-}
-
 /// The programs of the simulator are in one directory.
 fs::path ProgramPath(const char *name)
 {
@@ -68,7 +58,7 @@ fs::path ProgramPath(const char *name)
 
 Place FindPlace(const Options &options)
 {
-    const Descriptor nowhere = OpenFile("/dev/null", O_WRONLY);
+    const Descriptor nowhere = sandbox::OpenFile("/dev/null", O_WRONLY);
     Process check({ProgramPath("nimbra-sandbox"), "--check"}, {}, nowhere.Get());
     const int status = check.Wait();
     if (status == 0)
@@ -127,17 +117,14 @@ private:
             command.push_back(std::to_string(descriptor.Get()));
             descriptors.push_back(descriptor.Get());
         };
-        std::array<int, 2> ends{};
-        if (pipe2(ends.data(), O_CLOEXEC) == -1)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        ready_ = Descriptor(ends[0]);
-        const Descriptor writeEnd(ends[1]);
-        add("--ready", writeEnd);
+        sandbox::Pipe ready = sandbox::MakePipe();
+        ready_ = std::move(ready.ReadEnd);
+        add("--ready", ready.WriteEnd);
         Descriptor listener;
         Descriptor cloudListener;
         if (place == Place::Sandbox) {
-            listener = OpenListener(port_, true);
-            cloudListener = OpenListener(port_ + kCloudPortOffset, true);
+            listener = OpenListener(port_, ListenOn::Loopback);
+            cloudListener = OpenListener(port_ + kCloudPortOffset, ListenOn::Loopback);
             add("--listener", listener);
             add("--cloud-listener", cloudListener);
         }
@@ -145,7 +132,8 @@ private:
             options.Logs.empty()
                 ? fs::path("/dev/null")
                 : fs::path(options.Logs) / ("panel-" + std::to_string(index_ + 1) + ".log");
-        const Descriptor output = OpenFile(log, O_WRONLY | O_CREAT | O_TRUNC);
+        constexpr mode_t kMode = 0644;
+        const Descriptor output = sandbox::OpenFile(log, O_WRONLY | O_CREAT | O_TRUNC, kMode);
         return Process(command, descriptors, output.Get());
     }
 

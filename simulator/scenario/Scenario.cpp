@@ -17,22 +17,22 @@ struct LineKind
 {
     std::string_view Start;
     ScenarioAction Action;
-    bool HasCount; ///< a number may follow at once: "<25 ..."
-    bool HasText;  ///< the rest, after a blank, is the text
+    bool HasCount = false; ///< a number may follow at once: "<25 ..."
+    bool HasText = false;  ///< the rest, after a blank, is the text
 };
 
 constexpr LineKind kLineKinds[] = {
-    {">file", ScenarioAction::SendFile, false, true},
-    {"<file", ScenarioAction::ExpectFile, false, true},
-    {"silence ", ScenarioAction::Silence, true, false},
-    {"pause ", ScenarioAction::Pause, true, false},
-    {"connect", ScenarioAction::Connect, false, false},
-    {"=", ScenarioAction::Title, false, true},
-    {":", ScenarioAction::Remark, false, true},
-    {">", ScenarioAction::Send, false, true},
-    {"<", ScenarioAction::Expect, true, true},
-    {"$", ScenarioAction::Run, false, true},
-    {"|", ScenarioAction::ExpectOutput, true, true},
+    {.Start = ">file", .Action = ScenarioAction::SendFile, .HasText = true},
+    {.Start = "<file", .Action = ScenarioAction::ExpectFile, .HasText = true},
+    {.Start = "silence ", .Action = ScenarioAction::Silence, .HasCount = true},
+    {.Start = "pause ", .Action = ScenarioAction::Pause, .HasCount = true},
+    {.Start = "connect", .Action = ScenarioAction::Connect},
+    {.Start = "=", .Action = ScenarioAction::Title, .HasText = true},
+    {.Start = ":", .Action = ScenarioAction::Remark, .HasText = true},
+    {.Start = ">", .Action = ScenarioAction::Send, .HasText = true},
+    {.Start = "<", .Action = ScenarioAction::Expect, .HasCount = true, .HasText = true},
+    {.Start = "$", .Action = ScenarioAction::Run, .HasText = true},
+    {.Start = "|", .Action = ScenarioAction::ExpectOutput, .HasCount = true, .HasText = true},
 };
 
 /// Takes a whole number from 1 to kMaxCount off the front of `*rest`; false when it holds another.

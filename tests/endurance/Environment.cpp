@@ -66,6 +66,19 @@ void ProbeBursts(Run &run, unsigned /*number*/)
     }
 }
 
+/// Runs statements as one transaction. One that fails, because a reader does not end in time, is
+/// rolled back: otherwise the database would stay locked.
+void RunTransaction(panel::SqliteFile &file, const std::string &sql)
+{
+    file.Run("BEGIN IMMEDIATE");
+    try {
+        file.Run(sql + "; COMMIT");
+    } catch (const std::exception &) {
+        file.Run("ROLLBACK");
+        throw;
+    }
+}
+
 /// The panel's own software: writes both databases and empties the journal.
 void PanelSoftware(Run &run, unsigned /*number*/)
 {
@@ -73,11 +86,13 @@ void PanelSoftware(Run &run, unsigned /*number*/)
     panel::SqliteFile log(run.Panel().Paths().LogDatabase);
     for (unsigned turn = 1; !run.IsOver(); ++turn) {
         try {
-            main.Run("BEGIN IMMEDIATE; UPDATE RelayStatus SET RelayOn=IFNULL(RelayOn, 0) + 1 "
-                     "WHERE Type=1; UPDATE WebUser SET Name='Turn " +
-                     std::to_string(turn) + "' WHERE ID='nobody'; COMMIT");
-            log.Run("BEGIN IMMEDIATE; INSERT INTO Log (Date, EventCode) VALUES (" +
-                    std::to_string(turn) + ", 10101); DELETE FROM Log WHERE No > 1000; COMMIT");
+            RunTransaction(main,
+                           "UPDATE RelayStatus SET RelayOn=IFNULL(RelayOn, 0) + 1 WHERE Type=1; "
+                           "UPDATE WebUser SET Name='Turn " +
+                               std::to_string(turn) + "' WHERE ID='nobody'");
+            RunTransaction(log, "INSERT INTO Log (Date, EventCode) VALUES (" +
+                                    std::to_string(turn) +
+                                    ", 10101); DELETE FROM Log WHERE No > 1000");
             if (turn % 100 == 0)
                 main.Run("DELETE FROM DBQueryInfo");
             run.Count("transactions of the panel", 2);

@@ -1,5 +1,6 @@
 #include "support/Agent.h"
 
+#include "simulator/fleet/ProcessStatus.h"
 #include "simulator/sandbox/SystemCall.h"
 #include "support/Files.h"
 #include "support/Sanitized.h"
@@ -60,17 +61,6 @@ bool IsMessage(std::string_view line, std::string_view source, std::string_view 
     };
     return isNumber(time) && isNumber(number) && file == source &&
            rest == std::string(method) + "(): " + std::string(message);
-}
-
-/// A field of /proc/<pid>/status, in its own unit.
-std::size_t StatusField(pid_t pid, const std::string &name)
-{
-    std::istringstream status(ReadFile("/proc/" + std::to_string(pid) + "/status"));
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind(name + ":", 0) == 0)
-            return std::stoul(line.substr(name.size() + 1));
-    return 0;
 }
 
 } // namespace
@@ -209,12 +199,13 @@ std::size_t Agent::Descriptors() const
 std::size_t Agent::Threads() const
 {
     constexpr std::size_t kThreadsOfSanitizer = kIsThreadSanitized ? 1 : 0;
-    return StatusField(pid_, "Threads") - kThreadsOfSanitizer;
+    return simulator::NumberInStatus("/proc/" + std::to_string(pid_), "Threads") -
+           kThreadsOfSanitizer;
 }
 
 std::size_t Agent::ResidentKiB() const
 {
-    return StatusField(pid_, "VmRSS");
+    return simulator::NumberInStatus("/proc/" + std::to_string(pid_), "VmRSS");
 }
 
 double Agent::CpuSeconds() const

@@ -3,12 +3,17 @@
 #include "support/EndAgent.h"
 #include "support/WithoutDatabases.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <cctype>
 #include <utility>
 
 namespace nimbra::test {
 
 namespace {
+
+using ::testing::HasSubstr;
 
 constexpr char kHandlers[] = "ClientWorker.cpp";
 constexpr char kDataMethods[] = "DataManager.cpp";
@@ -116,7 +121,7 @@ void CommandTest::ExpectReadsKeys(const std::string &request)
 {
     SCOPED_TRACE(request);
     const std::vector<std::string> answer = AskList(request);
-    EXPECT_NE(answer[0].find("Result=0"), std::string::npos) << answer[0];
+    EXPECT_THAT(answer[0], HasSubstr("Result=0"));
     EXPECT_EQ(AskList(WithUpperCaseKeys(request)), answer);
     const std::string command = CommandOf(request);
     EXPECT_EQ(AskList(command + "?Unknown=1&" + request.substr(command.size() + 1)), answer);

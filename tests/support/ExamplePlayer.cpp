@@ -1,5 +1,6 @@
 #include "support/ExamplePlayer.h"
 
+#include "simulator/cloud/Relay.h"
 #include "simulator/panel/SampleData.h"
 #include "simulator/scenario/Player.h"
 #include "simulator/scenario/Scenario.h"
@@ -8,13 +9,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -24,7 +23,9 @@
 
 namespace nimbra::test {
 
+using simulator::ListenOn;
 using simulator::MatchScenarioText;
+using simulator::OpenListener;
 using simulator::ParseScenarioLine;
 using simulator::PlayerOptions;
 using simulator::PlayScenario;
@@ -75,22 +76,6 @@ bool IsOfConversation(const ScenarioLine &line)
                                   ScenarioAction::SendFile, ScenarioAction::ExpectFile,
                                   ScenarioAction::Silence};
     return std::find(kActions.begin(), kActions.end(), line.Action) != kActions.end();
-}
-
-/// A listener on every address of this machine.
-Descriptor ListenAt(int port)
-{
-    Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int reuse = 1;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-    if (!listener.IsOpen() ||
-        bind(listener.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(listener.Get(), 5) != 0)
-        throw std::system_error(errno, std::generic_category(), "listening for the panel");
-    return listener;
 }
 
 /// The next connection; none when no peer connects soon.
@@ -218,7 +203,7 @@ std::string PlayConsole(const Example &example)
     return std::getline(output, came) ? Differs("(nothing more)", came) : "";
 }
 
-CloudPlayer::CloudPlayer() : server_(ListenAt(kServerPort))
+CloudPlayer::CloudPlayer() : server_(OpenListener(kServerPort, ListenOn::AllAddresses))
 {}
 
 CloudPlayer::~CloudPlayer()
@@ -293,7 +278,8 @@ void CloudPlayer::Obey(const std::string &answer)
     if (addresses_.insert(relay_.Address).second)
         if (const ProgramResult ip = ChangeAddress("add", relay_.Address); ip.Status != 0)
             throw std::runtime_error(relay_.Address + " cannot be had: " + ip.Output);
-    relay_.Socket = ListenAt(std::atoi(ValueOf(answer, "LinkPort").c_str()));
+    relay_.Socket =
+        OpenListener(std::atoi(ValueOf(answer, "LinkPort").c_str()), ListenOn::AllAddresses);
 }
 
 } // namespace nimbra::test

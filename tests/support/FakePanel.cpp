@@ -1,9 +1,9 @@
 #include "support/FakePanel.h"
 
+#include "simulator/cloud/Relay.h"
+
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include <netinet/in.h>
@@ -40,16 +40,13 @@ bool WaitFor(int socket, const Descriptor &stop)
 
 FakePanel::FakePanel(Answer answer, std::string greeting)
     : answer_(std::move(answer)), greeting_(std::move(greeting)),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)), stop_(sandbox::MakePipe())
+      listener_(simulator::OpenListener(0, simulator::ListenOn::Loopback)),
+      stop_(sandbox::MakePipe())
 {
     sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    auto *const generic = reinterpret_cast<sockaddr *>(&address);
-    if (!listener_.IsOpen() || bind(listener_.Get(), generic, size) != 0 ||
-        listen(listener_.Get(), 5) != 0 || getsockname(listener_.Get(), generic, &size) != 0)
-        throw std::system_error(errno, std::generic_category(), "fake panel");
+    sandbox::Check(getsockname(listener_.Get(), reinterpret_cast<sockaddr *>(&address), &size),
+                   "fake panel");
     port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] { Run(); });
 }

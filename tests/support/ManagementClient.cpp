@@ -1,10 +1,11 @@
 #include "support/ManagementClient.h"
 
+#include "support/TestSocket.h"
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -17,24 +18,14 @@ Deadline After(milliseconds limit)
     return SocketClock::now() + limit;
 }
 
-Descriptor Connect(const sockaddr_in &address)
-{
-    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(socket.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        socket.Close();
-    return socket;
-}
-
 } // namespace
 
 ManagementClient::ManagementClient(const std::string &address, int port, milliseconds limit)
 {
-    sockaddr_in peer = {};
-    peer.sin_family = AF_INET;
-    peer.sin_port = htons(static_cast<std::uint16_t>(port));
-    inet_pton(AF_INET, address.c_str(), &peer.sin_addr);
-    const auto isConnected = [this, &peer] {
-        socket_ = LineSocket(Connect(peer));
+    const auto isConnected = [this, &address, port] {
+        TestSocket socket;
+        if (socket.Connect(address.c_str(), port))
+            socket_ = LineSocket(socket.Release());
         return socket_.IsOpen();
     };
     if (!WaitUntil(isConnected, limit))

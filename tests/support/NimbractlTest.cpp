@@ -1,8 +1,13 @@
 #include "support/NimbractlTest.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 namespace nimbra::test {
+
+using ::testing::HasSubstr;
 
 std::vector<std::string> CtlCommand(const std::vector<std::string> &arguments,
                                     const std::vector<std::string> &environment)
@@ -36,7 +41,7 @@ void ExpectCtlFails(const std::vector<std::string> &arguments, int status,
 {
     const ProgramResult result = RunCtl(arguments);
     EXPECT_EQ(result.Status, status) << result.Output;
-    EXPECT_NE(result.Output.find(complaint), std::string::npos) << result.Output;
+    EXPECT_THAT(result.Output, HasSubstr(complaint));
 }
 
 std::vector<Row> RowsOf(const nlohmann::json &json, const std::vector<std::string> &members)

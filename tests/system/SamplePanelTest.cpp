@@ -6,6 +6,7 @@
 #include "support/TestPanel.h"
 #include "support/Waiting.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -17,6 +18,9 @@ namespace nimbra::test {
 namespace fs = std::filesystem;
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 constexpr char kTool[] = "/nimbra/sbin/nimbra-cgi";
 constexpr char kSamplePanel[] = NIMBRA_BUILD_DIRECTORY "/bin/nimbra-sample-panel";
@@ -168,7 +172,7 @@ TEST(SamplePanel, HasUserImages)
     EXPECT_EQ(fs::file_size(image(6)), 0U);
 }
 
-TEST(SamplePanel, IsReplacedAsAWhole)
+TEST(SamplePanel, IsReplacedCompletely)
 {
     const TestPanel first;
     first.Run("DELETE FROM User");
@@ -187,10 +191,10 @@ TEST(Ifconfig, PrintsTheHardwareAddressOfTheGivenInterfaceOnly)
     EXPECT_EQ(wired.Status, 0);
     EXPECT_EQ(wired.Output.substr(0, wired.Output.find('\n')),
               "eth0      Link encap:Ethernet  HWaddr 00:1a:2b:3c:4d:5e  ");
-    EXPECT_EQ(RunProgram({"/nimbra/bin/ifconfig", "lo"}).Output.find("HWaddr"), std::string::npos);
+    EXPECT_THAT(RunProgram({"/nimbra/bin/ifconfig", "lo"}).Output, Not(HasSubstr("HWaddr")));
     const ProgramResult unknown = RunProgram({"/nimbra/bin/ifconfig", "eth1"});
     EXPECT_EQ(unknown.Status, 1);
-    EXPECT_EQ(unknown.Output.find("HWaddr"), std::string::npos);
+    EXPECT_THAT(unknown.Output, Not(HasSubstr("HWaddr")));
 }
 
 TEST(CommandTool, LocksAndUnlocksDoorsOfBothContactSenses)
@@ -312,7 +316,7 @@ TEST_F(SamplePanelProgram, CreatesAPanelBelowAnotherRoot)
     const ProgramResult result = RunProgram(
         {kSamplePanel, "--root", "/nimbra/elsewhere", "--events", "3", "--doors", "2", "--cloud"});
     EXPECT_EQ(result.Status, 0) << result.Output;
-    EXPECT_NE(result.Output.find("admin1234"), std::string::npos);
+    EXPECT_THAT(result.Output, HasSubstr("admin1234"));
     EXPECT_FALSE(fs::exists("/tmp/NimbraDB"));
     const panel::PanelPaths paths("/nimbra/elsewhere");
     EXPECT_EQ(TestPanel::Rows(paths.MainDatabase, "SELECT Enabled FROM Cloud"),
@@ -332,7 +336,7 @@ TEST_F(SamplePanelProgram, ReplacesAPanelOnlyWhenForced)
     ASSERT_EQ(RunProgram({kTool, "savethreat"}).Status, 0);
     const ProgramResult refused = RunProgram({kSamplePanel, "--users", "2"});
     EXPECT_EQ(refused.Status, 1);
-    EXPECT_NE(refused.Output.find("/tmp/NimbraDB/Nimbra.db exists"), std::string::npos);
+    EXPECT_THAT(refused.Output, HasSubstr("/tmp/NimbraDB/Nimbra.db exists"));
     EXPECT_EQ(panel::ReadCalls("/nimbra/var/calls.log").size(), 1U);
     EXPECT_EQ(RunProgram({kSamplePanel, "--users", "2", "--force"}).Status, 0);
     EXPECT_TRUE(panel::ReadCalls("/nimbra/var/calls.log").empty());

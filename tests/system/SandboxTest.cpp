@@ -1,9 +1,11 @@
 #include "libnimbra-client/LineSocket.h"
+#include "simulator/cloud/Relay.h"
 #include "simulator/sandbox/SystemCall.h"
 #include "support/Files.h"
 #include "support/Program.h"
 #include "support/Waiting.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -29,6 +31,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+
 constexpr char kSandbox[] = NIMBRA_SANDBOX_PATH;
 constexpr char kContainer[] = NIMBRA_CONTAINER_PATH;
 
@@ -49,6 +54,12 @@ ProgramResult InsideWithSandbox(const std::string &script)
 ProgramResult OnRealPaths(const std::string &script)
 {
     return RunProgram({kSandbox, "--no-namespaces", "sh", "-c", script});
+}
+
+/// The same, and the sandbox is killed when the script has ended.
+void KillOnRealPaths(const std::string &script)
+{
+    EXPECT_EQ(OnRealPaths(script + "; kill -9 $PPID; exec sleep 1000").Status, 137);
 }
 
 /// The sandbox program where everyone may run it, below the fresh /tmp or elsewhere.
@@ -183,11 +194,11 @@ TEST(Sandbox, FailsNameLookUpsAtOnce)
 TEST(Sandbox, HasLoopbackAndAConnectedWiredInterface)
 {
     const ProgramResult result = Inside("ip -o -4 addr show; ip -o link show eth0; ip route");
-    EXPECT_NE(result.Output.find("127.0.0.1/8"), std::string::npos) << result.Output;
-    EXPECT_NE(result.Output.find("192.168.77.10/24"), std::string::npos);
-    EXPECT_NE(result.Output.find("00:1a:2b:3c:4d:5e"), std::string::npos);
-    EXPECT_NE(result.Output.find("state UP"), std::string::npos);
-    EXPECT_NE(result.Output.find("default via 192.168.77.20 dev eth0"), std::string::npos);
+    EXPECT_THAT(result.Output, HasSubstr("127.0.0.1/8"));
+    EXPECT_THAT(result.Output, HasSubstr("192.168.77.10/24"));
+    EXPECT_THAT(result.Output, HasSubstr("00:1a:2b:3c:4d:5e"));
+    EXPECT_THAT(result.Output, HasSubstr("state UP"));
+    EXPECT_THAT(result.Output, HasSubstr("default via 192.168.77.20 dev eth0"));
 }
 
 TEST(Sandbox, RunsACommandOnTheSecondHost)
@@ -203,13 +214,7 @@ TEST(Sandbox, RunsACommandOnTheSecondHost)
 
 TEST(Sandbox, IsReachedFromTheSecondHost)
 {
-    const Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(7777);
-    ASSERT_EQ(bind(listener.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-              0);
-    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    const Descriptor listener = simulator::OpenListener(7777, simulator::ListenOn::AllAddresses);
     std::thread visitor([] {
         EXPECT_EQ(RunProgram({kSandbox, "--peer", "bash", "-c",
                               "echo greetings > /dev/tcp/192.168.77.10/7777"})
@@ -232,7 +237,7 @@ TEST(Sandbox, FailsWithoutASecondHost)
     const ProgramResult result =
         RunProgram({"env", "-u", "NIMBRA_SECOND_HOST", kSandbox, "--peer", "true"});
     EXPECT_EQ(result.Status, 125);
-    EXPECT_NE(result.Output.find("--peer works only inside"), std::string::npos);
+    EXPECT_THAT(result.Output, HasSubstr("--peer works only inside"));
 }
 
 TEST(Sandbox, UsesTheNetworkOfTheMachineWithHostNetwork)
@@ -251,7 +256,7 @@ TEST(Sandbox, RunsSideBySideWithOthers)
         " sh -c 'echo '$i' > /nimbra/own; sleep 0.3; cat /nimbra/own; ip -br addr show eth0' & "
         "done | sort; wait");
     for (int i = 1; i <= 6; ++i)
-        EXPECT_NE(result.Output.find(std::to_string(i) + "\n"), std::string::npos) << result.Output;
+        EXPECT_THAT(result.Output, HasSubstr(std::to_string(i) + "\n"));
     EXPECT_EQ(result.Status, 0);
 }
 
@@ -291,7 +296,7 @@ TEST(Sandbox, WorksForAUserWithoutRights)
                                                   " readlink /proc/self/ns/user"});
     EXPECT_EQ(result.Status, 0) << result.Output;
     EXPECT_EQ(result.Output.substr(0, 2), "0\n");
-    EXPECT_NE(result.Output.find("192.168.77.10/24"), std::string::npos) << result.Output;
+    EXPECT_THAT(result.Output, HasSubstr("192.168.77.10/24"));
     EXPECT_FALSE(fs::exists("/tmp/b"));
 }
 
@@ -367,13 +372,84 @@ TEST_F(SandboxOnRealPaths, EndsProcessesThatTheCommandLeaves)
 TEST_F(SandboxOnRealPaths, CleansUpAfterAHolderThatWasKilled)
 {
     const std::string hosts = ReadFile("/etc/hosts");
-    const ProgramResult killed = OnRealPaths(
-        "mkdir /tmp/NimbraDB; echo 10.1.1.1 x > /etc/hosts; kill -9 $PPID; exec sleep 1000");
-    EXPECT_EQ(killed.Status, 137);
+    KillOnRealPaths("mkdir /tmp/NimbraDB; echo 10.1.1.1 x > /etc/hosts");
     ASSERT_TRUE(fs::exists("/tmp/NimbraDB"));
     const ProgramResult next = OnRealPaths("test ! -e /tmp/NimbraDB && cat /etc/hosts");
     EXPECT_EQ(next.Status, 0);
     EXPECT_EQ(next.Output, hosts);
+    EXPECT_FALSE(fs::exists("/nimbra"));
+}
+
+TEST_F(SandboxOnRealPaths, EndsProcessesOfAHolderThatWasKilled)
+{
+    KillOnRealPaths("setsid sleep 1000 >/dev/null 2>&1 & echo $! > /tmp/left");
+    const std::string environment =
+        "/proc/" + std::to_string(std::stoi(ReadFile("/tmp/left"))) + "/environ";
+    EXPECT_NE(ReadFile(environment), "");
+    EXPECT_EQ(OnRealPaths("echo ran").Output, "ran\n");
+    EXPECT_EQ(ReadFile(environment), "") << "the process lives on";
+}
+
+TEST_F(SandboxOnRealPaths, RestoresTheMachineAfterKillsAtAnyTime)
+{
+    const std::string hosts = ReadFile("/etc/hosts");
+    const std::string list = "ls -A / /tmp";
+    const std::string before = RunProgram({"sh", "-c", list}).Output;
+    for (int delay = 500; delay < 20'000; delay += 500) {
+        const ProgramResult killed =
+            RunProgram({"timeout", "--foreground", "--signal=KILL", std::to_string(delay) + "e-6",
+                        kSandbox, "--no-namespaces", "sh", "-c", "echo 10.1.1.1 x > /etc/hosts"});
+        // 124: the command ended just when the time was over.
+        EXPECT_THAT(killed.Status, AnyOf(0, 124, 137)) << killed.Output;
+    }
+    const ProgramResult last = OnRealPaths("cat /etc/hosts");
+    EXPECT_EQ(last.Status, 0);
+    EXPECT_EQ(last.Output, hosts);
+    EXPECT_EQ(RunProgram({"sh", "-c", list}).Output, before);
+}
+
+TEST_F(SandboxOnRealPaths, LeavesWhatOthersMadeAfterAHolderWasKilled)
+{
+    for (const std::string path : {"/nimbra", "/tmp/NimbraDB"}) {
+        KillOnRealPaths("mkdir /tmp/NimbraDB");
+        fs::remove_all("/nimbra");
+        fs::remove_all("/tmp/NimbraDB");
+        fs::create_directory(path);
+        WriteFile(path + "/precious", "x");
+        for (int run = 0; run < 2; ++run) {
+            EXPECT_EQ(OnRealPaths("echo ran").Output,
+                      "nimbra-sandbox: no private environment (not wanted), and the real " + path +
+                          " is in use\n");
+            EXPECT_TRUE(fs::exists(path + "/precious"));
+        }
+        fs::remove_all(path);
+    }
+}
+
+TEST_F(SandboxOnRealPaths, AreCleanedUpOnceThatIsPossible)
+{
+    // The mount hides /etc, whose disk the command fills.
+    const ProgramResult hosts = RunProgram(
+        {"unshare", "--mount", "sh", "-c",
+         "mount -t tmpfs -o size=8k none /etc && echo 10.1.1.1 own > /etc/hosts && "
+         "{ \"$1\" --no-namespaces sh -c ': > /etc/hosts; head -c 8k /dev/zero > /etc/full'; "
+         "\"$1\" --no-namespaces echo ran; rm /etc/full; \"$1\" --no-namespaces cat /etc/hosts; }",
+         "sh", kSandbox});
+    const std::string cannot = "/etc/hosts cannot be restored; /tmp/.nimbra-sandbox holds it from "
+                               "the third line on\n";
+    EXPECT_EQ(hosts.Output, "nimbra-sandbox: " + cannot +
+                                "nimbra-sandbox: no private environment (not wanted), and " +
+                                cannot + "10.1.1.1 own\n");
+
+    const ProgramResult paths = RunProgram(
+        {"unshare", "--mount", "sh", "-c",
+         "\"$1\" --no-namespaces sh -c 'mkdir /nimbra/held; mount -t tmpfs none /nimbra/held'; "
+         "\"$1\" --no-namespaces echo ran; umount /nimbra/held; \"$1\" --no-namespaces echo ran",
+         "sh", kSandbox});
+    const std::string busy = "the real paths cannot be removed: Device or resource busy\n";
+    EXPECT_EQ(paths.Output, "nimbra-sandbox: " + busy +
+                                "nimbra-sandbox: no private environment (not wanted), and " + busy +
+                                "ran\n");
     EXPECT_FALSE(fs::exists("/nimbra"));
 }
 

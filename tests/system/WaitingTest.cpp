@@ -44,6 +44,10 @@ constexpr double kAtOnce = 0.2;
 /// How long the agent is watched.
 constexpr seconds kWatched(5);
 
+/// How long its wake-ups are counted: so long that two a second are more than is allowed, but less
+/// than a session may be idle.
+constexpr seconds kCounted(7);
+
 /// Processor time that waiting may take while it is watched; a thread that spins takes all of it.
 constexpr double kLittleTime = kIsSanitized ? 0.5 : 0.2;
 
@@ -63,12 +67,12 @@ std::map<std::string, long> Sleeps(const Agent &agent)
     return sleeps;
 }
 
-/// How often each thread goes to sleep while it is watched, in ascending order. The thread that
+/// How often each thread goes to sleep in kCounted seconds, in ascending order. The thread that
 /// ThreadSanitizer adds is left out: it is the one that sleeps most often.
 std::vector<long> SleepsWhileWatched(const Agent &agent)
 {
     std::map<std::string, long> sleeps = Sleeps(agent);
-    std::this_thread::sleep_for(kWatched);
+    std::this_thread::sleep_for(kCounted);
     std::vector<long> counts;
     for (const auto &[thread, count] : Sleeps(agent))
         counts.push_back(count - sleeps[thread]);
