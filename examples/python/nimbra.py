@@ -97,41 +97,54 @@ class Panel:
 
     def rows(self, word, **filters):
         """All rows of a list, page by page. An empty list looks like a failure and gives no rows."""
-        page = {} if word in ALL_AT_ONCE else {"Limit": 200}
         offset = 0
         while True:
+            # A page after the end fails too. So a later page begins with the last row of the one before.
+            overlap = 1 if offset else 0
+            limit = 200 + overlap
+            page = {} if word in ALL_AT_ONCE else {"Offset": offset - overlap, "Limit": limit}
             try:
-                header, rows = self.ask(word, **filters, **page, **({"Offset": offset} if offset else {}))
+                _, rows = self.ask(word, **filters, **page)
             except PanelError as error:
-                if error.result == 1:
+                if error.result == 1 and not offset:
                     return
                 raise
-            yield from rows
-            offset += int(header["Count"])
-            if not page or int(header["Count"]) < page["Limit"]:
+            yield from rows[overlap:]
+            offset += len(rows) - overlap
+            if not page or len(rows) < limit:
                 return
 
     def newest_event(self):
-        """The number of the newest event; 0 in an empty log."""
+        """The number of the newest event. The login was one: a log without events cannot be read."""
         for event in self.rows("GetEventLogEx"):
             return int(event["EventNo"])
-        return 0
+        raise PanelError("GetEventLogEx", 1)
 
     def follow(self, last):
         """Yields the events after number `last`, oldest first, without an end."""
         while True:
-            new = []
-            for event in self.rows("GetEventLogEx"):  # newest first
-                number = int(event["EventNo"])
-                if number <= last:
-                    break
-                # An event that comes meanwhile moves the older ones to later pages.
-                if not new or number < int(new[-1]["EventNo"]):
-                    new.append(event)
+            try:
+                new = self._events_after(last)
+            except PanelError as error:
+                if error.result != 1:  # 1: the panel keeps its database locked
+                    raise
+                new = []
             for event in reversed(new):
                 last = int(event["EventNo"])
                 yield event
             time.sleep(1)
+
+    def _events_after(self, last):
+        """The events after number `last`, newest first."""
+        new = []
+        for event in self.rows("GetEventLogEx"):
+            number = int(event["EventNo"])
+            if number <= last:
+                break
+            # An event that comes meanwhile moves the older ones to later pages.
+            if not new or number < int(new[-1]["EventNo"]):
+                new.append(event)
+        return new
 
     def close(self):
         self._socket.close()

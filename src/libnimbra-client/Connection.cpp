@@ -64,10 +64,12 @@ void Session::Connection::SendLine(std::string_view line)
     Send(line);
 }
 
-std::optional<std::string> Session::Connection::ReadFirst(std::string_view beginning, bool mayProbe)
+std::optional<std::string> Session::Connection::ReadFirst(std::string_view beginning,
+                                                          OnSilence onSilence)
 {
     const Deadline deadline = Clock::now() + options_.ResponseTimeout;
-    const Deadline probeTime = mayProbe ? Clock::now() + kProbeAfter : deadline;
+    const Deadline probeTime =
+        onSilence == OnSilence::Probe ? Clock::now() + kProbeAfter : deadline;
     bool hasProbed = false;
     for (;;) {
         const bool isLast = hasProbed || probeTime >= deadline;

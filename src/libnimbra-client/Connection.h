@@ -13,6 +13,13 @@
 
 namespace nimbra::client {
 
+/// What happens when the panel sends nothing for some seconds after a line.
+enum class OnSilence
+{
+    Wait,
+    Probe ///< asks whether the panel has lost the line
+};
+
 /// One TCP connection of a session and its state. Throws ConnectionError and CancelledError.
 class Session::Connection
 {
@@ -23,8 +30,9 @@ public:
     void SendLine(std::string_view line);
 
     /// Returns the first line of the response to the line just sent, which must begin with
-    /// `beginning`. With `mayProbe`, returns nothing when the panel has provably lost the line.
-    [[nodiscard]] std::optional<std::string> ReadFirst(std::string_view beginning, bool mayProbe);
+    /// `beginning`. With a probe, returns nothing when the panel has provably lost the line.
+    [[nodiscard]] std::optional<std::string> ReadFirst(std::string_view beginning,
+                                                       OnSilence onSilence);
     /// Returns the next line of the same response.
     [[nodiscard]] std::string ReadNext();
     /// Returns the bytes after a line; fewer when they stop arriving.

@@ -87,15 +87,16 @@ int Session::List(const Request &request, const std::function<bool(const Record 
         return response.Result == 0 && !filter.HasPassed() ? 1 : response.Result;
     }
     for (int offset = options.Offset;;) {
-        const int limit = std::min(std::max(options.PageSize, 1), filter.Left());
-        const Response response = Execute(PageOf(request, offset, limit));
-        // An event list has no total: the page after the end is the only sign of the end.
+        // An event list has no total, and a page after its end fails like one that the panel cannot
+        // read. So a later page begins with the last row of the one before.
+        const int overlap =
+            schema->Paging == Paging::NewestFirst && offset > options.Offset ? 1 : 0;
+        const int limit = std::min(std::max(options.PageSize, 1), filter.Left()) + overlap;
+        const Response response = Execute(PageOf(request, offset - overlap, limit));
         if (response.Result != 0)
-            return response.Result == 1 && filter.HasPassed() && schema->Paging != Paging::Pages
-                       ? 0
-                       : response.Result;
+            return response.Result;
         const int count = static_cast<int>(response.Rows.size());
-        offset += count;
+        offset += count - overlap;
         if (!filter.Pass(response.Rows) || count < limit)
             return 0;
         if (schema->Paging == Paging::Pages && offset >= response.Header.Number("Total"))

@@ -62,15 +62,16 @@ std::size_t Announced(const Record &header, std::string_view key)
     return isKnown ? static_cast<std::size_t>(NumberIn(header.Text(key))) : 0;
 }
 
-/// Whether a probe after this line would be taken for something else: its response for the line's
-/// own, or its bytes for those of a user image.
-bool MustNotBeProbed(const std::string &line)
+/// Returns OnSilence::Wait for a line after which a probe would be taken for something else: its
+/// response for the line's own, or its bytes for those of a user image.
+OnSilence OnSilenceAfter(const std::string &line)
 {
     std::string lower = line;
     std::transform(lower.begin(), lower.end(), lower.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower.find("hello?") != std::string::npos ||
-           lower.find("setuserimage?") != std::string::npos;
+    const bool isMistaken = lower.find("hello?") != std::string::npos ||
+                            lower.find("setuserimage?") != std::string::npos;
+    return isMistaken ? OnSilence::Wait : OnSilence::Probe;
 }
 
 void CheckFileName(const std::string &name)
@@ -123,7 +124,7 @@ std::optional<Response> Session::ExecuteLine(const std::string &line)
                            ".");
     Connection &connection = Ready();
     connection.SendLine(line);
-    const std::optional<std::string> first = connection.ReadFirst("", !MustNotBeProbed(line));
+    const std::optional<std::string> first = connection.ReadFirst("", OnSilenceAfter(line));
     if (first) {
         Response response = ReadResponse(connection, *first);
         const std::size_t size = Announced(response.Header, "Size");
@@ -174,7 +175,7 @@ int Session::UploadUserImage(std::int32_t userNo, const std::string &fileName,
     connection.SendLine(line);
     const bool isSent = connection.SendBytes(bytes, progress);
     const std::optional<std::string> first =
-        connection.ReadFirst(ResponseTo(request.Word()), false);
+        connection.ReadFirst(ResponseTo(request.Word()), OnSilence::Wait);
     const int result = ResultOf(*first);
     // After these results the panel reads the rest of the bytes as requests.
     if (isSent && result != 3 && result != 9)
@@ -195,7 +196,7 @@ Session::Connection &Session::Ready()
     connection_.reset();
     connection_ = std::make_unique<Connection>(options_);
     connection_->SendLine("Hello?");
-    static_cast<void>(connection_->ReadFirst(ResponseTo("Hello"), false));
+    static_cast<void>(connection_->ReadFirst(ResponseTo("Hello"), OnSilence::Wait));
     connection_->Finish();
     if (!loginLine_.empty() && SendLogin(loginLine_) != 0)
         throw ConnectionError("The session had ended, and the panel no longer accepts the login.");
@@ -205,7 +206,8 @@ Session::Connection &Session::Ready()
 int Session::SendLogin(const std::string &line)
 {
     connection_->SendLine(line);
-    const std::optional<std::string> first = connection_->ReadFirst(ResponseTo("Login"), true);
+    const std::optional<std::string> first =
+        connection_->ReadFirst(ResponseTo("Login"), OnSilence::Probe);
     if (!first)
         throw ConnectionError("The panel did not respond to the login.");
     const int result = ResultOf(*first);
@@ -221,7 +223,7 @@ Session::Connection &Session::Begin(const std::string &line, const std::string &
         Connection &connection = Ready();
         connection.SendLine(line);
         // A line that the panel has lost did nothing: even a change may be sent again.
-        if (const auto first = connection.ReadFirst(ResponseTo(word), !MustNotBeProbed(line))) {
+        if (const auto first = connection.ReadFirst(ResponseTo(word), OnSilenceAfter(line))) {
             *response = ReadResponse(connection, *first);
             return connection;
         }

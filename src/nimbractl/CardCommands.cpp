@@ -83,7 +83,8 @@ void ShowCard(Context &context, const CardChange &card)
 }
 
 /// The panel does not report a new card's number, but a card number is unique within its format.
-std::optional<Record> FindNewCard(Context &context, const GivenFields &given)
+/// Throws Refused when there is none.
+Record FindNewCard(Context &context, const GivenFields &given)
 {
     std::optional<Record> found;
     const Request request =
@@ -94,7 +95,10 @@ std::optional<Record> FindNewCard(Context &context, const GivenFields &given)
             found = card;
         return !found;
     });
-    return result == 0 ? found : std::nullopt;
+    if (result != 0 || !found)
+        throw Refused(request.Word(), result);
+    UsePanelDays(context, *found);
+    return *found;
 }
 
 void RequireCardKeys(const GivenFields &given)
@@ -109,18 +113,32 @@ void RequireCardKeys(const GivenFields &given)
     }
 }
 
-/// The panel stores cards of users and formats that do not exist. A login without the right to read
-/// them may still add cards.
+/// Reports a number that the panel lacks or cannot look up.
+[[noreturn]] void FailMissing(const std::string &name, int number, const char *word, int result)
+{
+    throw Refused("There is no " + name + " " + std::to_string(number) +
+                  ", or the panel cannot read its database; nothing is sent. (" + word +
+                  ": Result=" + std::to_string(result) + ")");
+}
+
 void RequireExisting(Context &context, const char *word, const char *key, const GivenFields &given,
                      const std::string &name)
 {
-    const std::string &number = given.at(key);
-    const int result =
-        context.Panel.Get().Execute(Request(word).Number(key, std::stoi(number))).Result;
+    const auto found = given.find(key);
+    if (found == given.end())
+        return;
+    const int number = std::stoi(found->second);
+    const int result = context.Panel.Get().Execute(Request(word).Number(key, number)).Result;
     if (result != 0 && result != 9)
-        throw Refused("There is no " + name + " " + number +
-                      ", or the panel cannot read its database; nothing is sent. (" + word +
-                      ": Result=" + std::to_string(result) + ")");
+        FailMissing(name, number, word, result);
+}
+
+/// The panel stores cards of users and formats that do not exist. A login without the right to read
+/// them may still add and change cards.
+void RequireUserAndFormat(Context &context, const GivenFields &given)
+{
+    RequireExisting(context, "GetUserInfo", "UserNo", given, "user");
+    RequireExisting(context, "GetCardFormat", "FormatNo", given, "card format");
 }
 
 /// Reports the values that are stored for dates that are not given.
@@ -146,16 +164,11 @@ void AddCard(Context &context, const CardChange &card)
     RequireCardKeys(card.Given);
     Request request("AddCardInfo");
     AddGiven(request, kCardFields, card.Given);
-    RequireExisting(context, "GetUserInfo", "UserNo", card.Given, "user");
-    RequireExisting(context, "GetCardFormat", "FormatNo", card.Given, "card format");
+    RequireUserAndFormat(context, card.Given);
     context.Panel.Execute(request);
     NoteMissingDates(card.Given);
-    if (std::optional<Record> added = FindNewCard(context, card.Given)) {
-        UsePanelDays(context, *added);
-        WriteRecord(context.Options.Output, *added);
-    } else {
-        WriteNote("The card is added; its number cannot be found.");
-    }
+    ShowChange("The card is added",
+               [&] { WriteRecord(context.Options.Output, FindNewCard(context, card.Given)); });
 }
 
 void SetCard(Context &context, const CardChange &card)
@@ -164,18 +177,12 @@ void SetCard(Context &context, const CardChange &card)
     RequireCardKeys(card.Given);
     Request check("SetCardInfo");
     AddGiven(check, kCardFields, card.Given);
+    RequireUserAndFormat(context, card.Given);
     Request request("SetCardInfo");
     request.Number("CardNo", card.Number);
     AddGivenOrKept(request, kCardFields, card.Given, ReadCard(context, card.Number), card.MayCut);
     context.Panel.Execute(request);
-    // A card whose format does not exist cannot be read, but is changed.
-    client::Response after = context.Panel.Get().Execute(GetCard(card.Number));
-    if (after.Result != 0) {
-        WriteNote("The card is changed; the panel does not show it.");
-        return;
-    }
-    UsePanelDays(context, after.Header);
-    WriteRecord(context.Options.Output, after.Header);
+    ShowChange("The card is changed", [&] { ShowCard(context, card); });
 }
 
 void DeleteCards(Context &context, const Cards &cards)
@@ -215,14 +222,16 @@ void RequireLevels(Context &context, int kind, const std::vector<int> &levels)
         context.Panel.Get().Execute(Request("GetAccessLevelEx").Number("SelectType", kind));
     if (response.Result == 9)
         return;
+    const std::string name = kind == 2 ? "group of access levels" : "access level";
+    if (response.Result != 0)
+        FailMissing(name, levels[0], "GetAccessLevelEx", response.Result);
     for (const int level : levels) {
         const bool exists =
             std::any_of(response.Rows.begin(), response.Rows.end(),
                         [level](const Record &row) { return row.Number("LevelNo") == level; });
         if (!exists)
-            throw Refused("There is no " +
-                          std::string(kind == 2 ? "group of access levels " : "access level ") +
-                          std::to_string(level) + "; nothing is changed.");
+            throw Refused("There is no " + name + " " + std::to_string(level) +
+                          "; nothing is changed.");
     }
 }
 
@@ -241,7 +250,7 @@ void SetLevels(Context &context, const LevelChange &card)
         levels += (levels.empty() ? "" : " ") + std::to_string(level);
     request.RawText("AccessLevelNo", levels, client::kRequestBytes);
     context.Panel.Execute(request);
-    ShowLevels(context, card);
+    ShowChange("The card is changed", [&] { ShowLevels(context, card); });
 }
 
 void AddLevelCommands(CLI::App &cards, Context &context)

@@ -2,6 +2,7 @@
 #include "nimbractl/Context.h"
 #include "nimbractl/Import.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
 
@@ -22,17 +23,23 @@ bool IsNewValue(const ImportRow &row, const std::string &field)
     return row.Before == nullptr || row.Given.contains(field);
 }
 
-/// Returns the rows of a list by their number; nothing when the login may not read them.
+/// Returns the records of a list by their number, which rows of the file refer to with the same
+/// key; nothing when the login may not read them.
 std::optional<std::map<std::string, Record>> ListByNumber(Context &context, const char *word,
-                                                          const char *key)
+                                                          const char *key,
+                                                          const std::vector<ImportRow> &rows)
 {
-    std::map<std::string, Record> rows;
-    const int result = context.Panel.Get().List(Request(word), [&rows, key](const Record &row) {
-        rows.emplace(row.Text(key), row);
+    std::map<std::string, Record> records;
+    const int result = context.Panel.Get().List(Request(word), [&records, key](const Record &row) {
+        records.emplace(row.Text(key), row);
         return true;
     });
-    // Result 1 is also that of an empty list.
-    return result > 1 ? std::nullopt : std::optional(std::move(rows));
+    const bool isNeeded = std::any_of(rows.begin(), rows.end(),
+                                      [key](const ImportRow &row) { return IsNewValue(row, key); });
+    // Result 1 is that of an empty list, and of one that the panel cannot read.
+    if (result == 1 && (isNeeded || !records.empty()))
+        throw Refused(word, result);
+    return result > 1 ? std::nullopt : std::optional(std::move(records));
 }
 
 /// Finds rows with a number of a user or a format that the panel lacks: it would store them.
@@ -118,9 +125,9 @@ void Check(Context &context, const ImportKind &kind, const std::vector<ImportRow
            const ImportRecords &cards, ImportFaults &faults)
 {
     // A login without the right to read users or formats may still add cards.
-    if (const auto users = ListByNumber(context, "GetUserInfoEx", "UserNo"))
+    if (const auto users = ListByNumber(context, "GetUserInfoEx", "UserNo", rows))
         CheckNumbers(rows, "UserNo", *users, "user", faults);
-    if (const auto formats = ListByNumber(context, "GetCardFormatEx", "FormatNo")) {
+    if (const auto formats = ListByNumber(context, "GetCardFormatEx", "FormatNo", rows)) {
         CheckNumbers(rows, "FormatNo", *formats, "card format", faults);
         CheckFormatNames(rows, kind.ReadOnly, *formats, faults);
     }

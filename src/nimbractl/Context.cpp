@@ -34,8 +34,9 @@ std::size_t EditDistance(const std::string &a, const std::string &b)
 }
 
 /// Returns the sentence for a word that is not a command: the group that lacks it, and the nearest
-/// command of the group. Empty when the words before are a command, not a group.
-std::string UnknownCommand(const CLI::App &app, const std::string &word)
+/// command of the group, unless the word is an option. Empty when the words before are a command,
+/// not a group.
+std::string UnknownWord(const CLI::App &app, const std::string &word)
 {
     const CLI::App *group = &app;
     std::string name;
@@ -51,8 +52,10 @@ std::string UnknownCommand(const CLI::App &app, const std::string &word)
             nearest = command->get_name();
     if (nearest.empty())
         return "";
-    return "There is no command \"" + word + "\"" + (name.empty() ? "" : " in \"" + name + "\"") +
-           "; the nearest is \"" + nearest + "\". --help lists all.";
+    const bool isOption = word.starts_with('-');
+    return std::string("There is no ") + (isOption ? "option" : "command") + " \"" + word + "\"" +
+           (name.empty() ? "" : " in \"" + name + "\"") +
+           (isOption ? "" : "; the nearest is \"" + nearest + "\"") + ". --help lists all.";
 }
 
 std::string UnexpectedWords(const std::vector<std::string> &words)
@@ -184,6 +187,17 @@ void WriteDone(Context &context, const std::string &sentence, const char *key, i
     WriteDone(context, sentence, record);
 }
 
+void ShowChange(const std::string &done, const std::function<void()> &show)
+{
+    try {
+        show();
+    } catch (const WrongUsage &) {
+        throw; // the output cannot be written
+    } catch (const std::runtime_error &) {
+        WriteNote(done + "; the panel does not show it.");
+    }
+}
+
 void WriteNote(const std::string &sentence)
 {
     std::fprintf(stderr, "nimbractl: %s\n", Printable(sentence).c_str());
@@ -252,7 +266,7 @@ int RunCommandLine(CLI::App &app, Context &context, std::vector<std::string> wor
     } catch (const CLI::RequiredError &error) {
         // The parser reports a missing command before unexpected words.
         const std::vector<std::string> unknown = app.remaining(true);
-        const std::string sentence = unknown.empty() ? "" : UnknownCommand(app, unknown[0]);
+        const std::string sentence = unknown.empty() ? "" : UnknownWord(app, unknown[0]);
         return Fail(context, kWrongUsage,
                     sentence.empty() ? error.what() + std::string(". --help shows more.")
                                      : sentence);

@@ -103,6 +103,11 @@ void WriteDone(Context &context, const std::string &sentence, const client::Reco
 /// The same with a record of a result and the number of what was changed.
 void WriteDone(Context &context, const std::string &sentence, const char *key, int number);
 
+/// Runs `show`, which reads from the panel what a change has made and writes it. The change is
+/// done: when the panel does not show it, this is reported after the sentence `done`, and is no
+/// failure.
+void ShowChange(const std::string &done, const std::function<void()> &show);
+
 /// Writes a sentence to standard error.
 void WriteNote(const std::string &sentence);
 /// The same for an error, with the line of the script.

@@ -16,7 +16,7 @@ struct DiscoverChoice
 };
 
 using client::FieldKind;
-constexpr std::array<client::Field, 5> kFields{{
+constexpr std::array<client::Field, 5> kPanelFields{{
     {"Name", FieldKind::Text},
     {"Address", FieldKind::Text},
     {"Port", FieldKind::Number},
@@ -26,13 +26,13 @@ constexpr std::array<client::Field, 5> kFields{{
 
 void Discover(Context &context, const DiscoverChoice &choice)
 {
-    const auto writer = MakeListWriter(context.Options.Output, kFields);
+    const auto writer = MakeListWriter(context.Options.Output, kPanelFields);
     client::DiscoveryOptions options;
     options.Targets = choice.Targets;
     options.Duration = std::chrono::milliseconds(static_cast<int>(choice.Seconds * 1000));
     options.IsCancelled = context.Panel.IsCancelled;
     options.OnFound = [&writer](const client::DiscoveredPanel &panel) {
-        client::Record record(kFields, "");
+        client::Record record(kPanelFields, "");
         record.Set("Name", panel.ModelName);
         record.Set("Address", panel.Address);
         record.Set("Port", std::to_string(panel.Port));

@@ -29,15 +29,18 @@ struct Switched
 {
     const char *GetWord;
     const char *SetWord;
+    const char *Done;
     std::array<client::Field, 2> Fields;
     StatusWords Words;
 };
 constexpr Switched kLocks{"GetDoorLock",
                           "SetDoorLock",
+                          "The lock is switched",
                           {{{"DoorNo", FieldKind::Number}, {"Status", FieldKind::Number}}},
                           kLockWords};
 constexpr Switched kOutputs{"GetAuxOutput",
                             "SetAuxOutput",
+                            "The output is switched",
                             {{{"OutputNo", FieldKind::Number}, {"Status", FieldKind::Number}}},
                             kSwitchWords};
 
@@ -57,7 +60,7 @@ void Switch(Context &context, const Switched &what, int number, int control)
 {
     context.Panel.Execute(Request(what.GetWord).Number("Port", number));
     context.Panel.Execute(Request(what.SetWord).Number("Port", number).Number("Control", control));
-    ShowStatus(context, what, number);
+    ShowChange(what.Done, [&] { ShowStatus(context, what, number); });
 }
 
 template <const Switched &what, int control>

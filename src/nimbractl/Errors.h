@@ -10,7 +10,7 @@ inline constexpr int kDone = 0;
 inline constexpr int kRefused = 1;       ///< refused or failed by the panel
 inline constexpr int kWrongUsage = 2;    ///< nothing was changed on the panel
 inline constexpr int kUnreachable = 3;   ///< the panel cannot be reached, or stopped responding
-inline constexpr int kInterrupted = 130; ///< Ctrl-C in the shell
+inline constexpr int kInterrupted = 130; ///< Ctrl-C in the shell or in an import
 
 /// The panel refused a command, or it failed. The message is a sentence.
 class Refused : public std::runtime_error

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <nimbra-client/CommandSchema.h>
@@ -48,6 +50,11 @@ constexpr std::array<FieldOption, 8> kFilters{{
     {"--video-tag", {"VideoTag", FieldKind::Number}, "Only events of this camera channel"},
 }};
 
+TimeZone ZoneOf(bool isLocal)
+{
+    return isLocal ? TimeZone::Local : TimeZone::Utc;
+}
+
 struct EventFilter
 {
     GivenFields Given;
@@ -58,7 +65,7 @@ struct EventFilter
     bool IsLocal = false; ///< times are those of this machine's time zone
     client::ListOptions Paging;
 
-    [[nodiscard]] TimeZone Zone() const { return IsLocal ? TimeZone::Local : TimeZone::Utc; }
+    [[nodiscard]] TimeZone Zone() const { return ZoneOf(IsLocal); }
 };
 
 struct FollowChoice
@@ -76,12 +83,16 @@ struct WatchChoice
     int Events = 10;
     int Count = 0;
     bool IsLocal = false;
+
+    [[nodiscard]] TimeZone Zone() const { return ZoneOf(IsLocal); }
 };
 
 struct OneEvent
 {
     int Number = 0;
     bool IsLocal = false;
+
+    [[nodiscard]] TimeZone Zone() const { return ZoneOf(IsLocal); }
 };
 
 /// The code of the event of a login through the protocol.
@@ -150,9 +161,9 @@ bool IsShown(const EventFilter &filter, const Record &event)
     return !filter.NoLogins || event.Number("EventCode") != kLoginCode;
 }
 
-void ConvertTime(bool isLocal, Record &event)
+void ConvertTime(TimeZone zone, Record &event)
 {
-    if (isLocal)
+    if (zone == TimeZone::Local)
         event.Set("EventTime", ToLocalTime(event.Text("EventTime")));
 }
 
@@ -161,50 +172,69 @@ void ListEvents(Context &context, const EventFilter &filter)
     RowRules rules;
     if (filter.NoLogins)
         rules.IsShown = [&filter](const Record &event) { return IsShown(filter, event); };
-    rules.Edit = [&filter](Record &event) { ConvertTime(filter.IsLocal, event); };
+    rules.Edit = [&filter](Record &event) { ConvertTime(filter.Zone(), event); };
     client::ListOptions paging = filter.Paging;
     const bool isPage =
         paging.Limit == 0 && IsOutputTerminal() && context.Options.Output.Format == Format::Table;
     if (isPage) // a line for the heading, one for the note, one for the next prompt
         paging.Limit = static_cast<int>(std::max<std::size_t>(GetTerminalSize().Rows, 8) - 3);
     const bool isComplete = WriteList(context, MakeRequest(context, filter), paging, {}, rules);
-    if (isPage && !isComplete)
-        std::fprintf(stderr,
-                     "%sThe newest %d events; --limit NUMBER shows more, --offset %d the "
-                     "next page.\n",
-                     PanelPrefix(context.Options).c_str(), paging.Limit,
+    if (isPage && !isComplete) {
+        const std::string which = paging.Offset == 0
+                                      ? "The newest " + std::to_string(paging.Limit) + " events"
+                                      : std::to_string(paging.Limit) + " events after the newest " +
+                                            std::to_string(paging.Offset);
+        std::fprintf(stderr, "%s%s; --limit NUMBER shows more, --offset %d the next page.\n",
+                     PanelPrefix(context.Options).c_str(), which.c_str(),
                      paging.Offset + paging.Limit);
+    }
 }
 
 void ShowEvent(Context &context, const OneEvent &event)
 {
     Record record =
         context.Panel.Execute(Request("GetEventLog").Number("EventNo", event.Number)).Header;
-    ConvertTime(event.IsLocal, record);
+    ConvertTime(event.Zone(), record);
     WriteRecord(context.Options.Output, record);
 }
 
-/// Returns the events that match, oldest first: the newest `limit`, or all after `known`.
-std::vector<Record> NewestEvents(Context &context, const Request &request, int limit, int known)
+/// The events of one query, oldest first.
+struct Batch
 {
-    std::vector<Record> events;
+    std::vector<Record> Events;
+    int Newest = 0; ///< the largest number that the panel has returned; 0 without an event
+};
+
+/// Reads the events after number `known`, and before them the newest `last` that are shown. Returns
+/// nothing when the panel does not return them all: it was keeping its database locked.
+std::optional<Batch> ReadEvents(Context &context, const Request &request, const EventFilter &filter,
+                                int known, int last)
+{
+    Batch batch;
     client::ListOptions options;
-    options.Limit = limit;
-    options.PageSize = limit > 0 ? std::min(limit, kPageSize) : kNewPageSize;
+    options.PageSize = last > 0 ? std::min(last, kPageSize) : kNewPageSize;
+    int past = 0;
     const int result = context.Panel.Get().List(
         request,
-        [&events, known](const Record &event) {
-            if (event.Number("EventNo") <= known)
+        [&](const Record &event) {
+            const int number = event.Number("EventNo");
+            batch.Newest = std::max(batch.Newest, number);
+            if (number <= known && past == last)
                 return false;
-            events.push_back(event);
+            if (!IsShown(filter, event))
+                return true;
+            past += number <= known ? 1 : 0;
+            batch.Events.push_back(event);
             return true;
         },
         options);
-    // Result 1 is also the result when there is no event yet.
     if (result > 1)
         throw Refused(request.Word(), result);
-    std::reverse(events.begin(), events.end()); // the panel lists the newest first
-    return events;
+    // On the first page, Result 1 also means that no event matches.
+    if (result == 1 && batch.Newest > 0)
+        return {};
+    std::reverse(batch.Events.begin(), batch.Events.end()); // the panel lists the newest first
+    return batch;
 }
 
 /// Waits between two requests and keeps the session alive. A lost connection is left to the next
@@ -233,22 +263,25 @@ std::chrono::milliseconds Milliseconds(double seconds)
     return std::chrono::milliseconds(static_cast<int>(seconds * 1000));
 }
 
-/// Runs `step` again after a lost connection, with longer and longer pauses. Reports the loss and
-/// the return of the panel.
-void RunUntilConnected(Context &context, const std::function<void()> &step)
+/// Runs `step` until it returns true, with longer and longer pauses, also after a lost connection.
+/// Reports what went wrong, once, and the return of the panel.
+void RunUntilDone(Context &context, const std::function<bool()> &step)
 {
     std::chrono::seconds pause(1);
-    for (bool isLost = false;;) {
+    for (std::string fault;;) {
+        std::string present = "The panel does not return the list.";
         try {
-            step();
-            if (isLost)
-                WriteNote("The panel responds again.");
-            return;
+            if (step()) {
+                if (!fault.empty())
+                    WriteNote("The panel responds again.");
+                return;
+            }
         } catch (const client::ConnectionError &error) {
-            if (!isLost)
-                WriteNote(std::string(error.what()) + " Trying again.");
-            isLost = true;
+            present = error.what();
         }
+        if (present != fault)
+            WriteNote(present + " Trying again.");
+        fault = present;
         const auto end = Clock::now() + pause;
         while (Clock::now() < end) {
             context.Panel.CheckCancelled();
@@ -258,11 +291,23 @@ void RunUntilConnected(Context &context, const std::function<void()> &step)
     }
 }
 
-/// Returns the number of the newest event; 0 when there is none.
-int NewestNumber(Context &context)
+/// Notes the number of the newest event. Returns false when the panel returns none: this client's
+/// login is an event, so the log is not empty.
+bool ReadNewestNumber(Context &context, int *number)
 {
-    const std::vector<Record> newest = NewestEvents(context, Request("GetEventLogEx"), 1, 0);
-    return newest.empty() ? 0 : newest.back().Number("EventNo");
+    client::ListOptions options;
+    options.Limit = 1;
+    const Request request("GetEventLogEx");
+    const int result = context.Panel.Get().List(
+        request,
+        [number](const Record &event) {
+            *number = event.Number("EventNo");
+            return false;
+        },
+        options);
+    if (result > 1)
+        throw Refused(request.Word(), result);
+    return result == 0;
 }
 
 void FollowEvents(Context &context, const FollowChoice &choice)
@@ -273,50 +318,97 @@ void FollowEvents(Context &context, const FollowChoice &choice)
     // Only a panel that was reached before is tried again.
     static_cast<void>(context.Panel.Get());
     int known = std::max(choice.After, 0);
-    std::vector<Record> events;
-    RunUntilConnected(context, [&] {
-        if (choice.After < 0)
-            known = NewestNumber(context);
-        if (choice.After >= 0 || choice.Last > 0)
-            events = NewestEvents(context, request, choice.Last, std::max(choice.After, 0));
+    Batch batch;
+    const auto read = [&](int last) {
+        std::optional<Batch> events = ReadEvents(context, request, choice.Filter, known, last);
+        if (events)
+            batch = std::move(*events);
+        return events.has_value();
+    };
+    RunUntilDone(context, [&] {
+        if (choice.After < 0 && !ReadNewestNumber(context, &known))
+            return false;
+        return (choice.After < 0 && choice.Last == 0) || read(choice.Last);
     });
-    for (int written = 0;;) {
-        for (Record &event : events) {
-            known = std::max(known, event.Number("EventNo"));
-            if (!IsShown(choice.Filter, event))
-                continue;
-            ConvertTime(choice.Filter.IsLocal, event);
+    for (int written = 0, newest = 0;;) {
+        if (batch.Newest > 0 && batch.Newest < newest) {
+            WriteNote("The event log begins anew.");
+            known = newest = 0;
+        } else {
+            newest = std::max(newest, batch.Newest);
+            known = std::max(known, newest);
+        }
+        for (Record &event : batch.Events) {
+            ConvertTime(choice.Filter.Zone(), event);
             writer->Row(event);
             if (++written == choice.Count)
                 return;
         }
         Pause(context, Milliseconds(choice.Interval));
-        RunUntilConnected(context, [&] { events = NewestEvents(context, request, 0, known); });
+        RunUntilDone(context, [&] { return read(0); });
     }
 }
 
-/// Writes a list as a table, or the sentence for an empty one.
-void WriteRows(Context &context, const Request &request, int limit, const ListStyle &style,
-               bool isLocal)
+/// The rows of a list for a view that is shown again and again.
+struct View
 {
+    std::vector<Record> Rows;
+    int Result = 0;
+
+    /// False when a later page has failed: the panel was keeping its database locked.
+    [[nodiscard]] bool IsComplete() const { return Result == 0 || Rows.empty(); }
+};
+
+View ReadView(Context &context, const Request &request, int limit)
+{
+    View view;
     client::ListOptions options;
     options.Limit = limit;
-    const auto writer = MakeListWriter(context.Options.Output,
-                                       client::FindCommandSchema(request.Word())->Row, style);
-    const int result = context.Panel.Get().List(
+    view.Result = context.Panel.Get().List(
         request,
-        [&writer, isLocal](Record row) {
-            ConvertTime(isLocal, row);
-            writer->Row(row);
+        [&view](const Record &row) {
+            view.Rows.push_back(row);
             return true;
         },
         options);
+    if (view.Result > 1)
+        throw Refused(request.Word(), view.Result);
+    return view;
+}
+
+/// Writes a list as a table, or the sentence for an empty one.
+void WriteView(Context &context, const Request &request, View view, const ListStyle &style,
+               TimeZone zone)
+{
+    const auto writer = MakeListWriter(context.Options.Output,
+                                       client::FindCommandSchema(request.Word())->Row, style);
+    for (Record &row : view.Rows) {
+        ConvertTime(zone, row);
+        writer->Row(row);
+    }
     writer->End();
-    if (result > 1)
-        throw Refused(request.Word(), result);
     // A panel without doors or events has nothing to watch yet.
-    if (result == 1)
-        std::printf("%s\n", client::ResultMessage(request.Word(), result).c_str());
+    if (view.Result == 1)
+        std::printf("%s\n", client::ResultMessage(request.Word(), view.Result).c_str());
+}
+
+/// Shows the doors and the latest events once; false when the panel did not return them.
+bool ShowDoors(Context &context, const WatchChoice &choice)
+{
+    const Request doors("GetDoorInfoEx");
+    const Request events("GetEventLogEx");
+    // The last view stays until there is another one.
+    const View allDoors = ReadView(context, doors, 0);
+    const View latest = ReadView(context, events, choice.Events);
+    if (!allDoors.IsComplete() || !latest.IsComplete())
+        return false;
+    if (CanMoveCursor(STDOUT_FILENO))
+        std::printf("\033[H\033[2J");
+    WriteView(context, doors, allDoors, {.Status = kLockWords}, TimeZone::Utc);
+    std::printf("\n");
+    WriteView(context, events, latest, {}, choice.Zone());
+    std::fflush(stdout);
+    return true;
 }
 
 void WatchDoors(Context &context, const WatchChoice &choice)
@@ -327,14 +419,7 @@ void WatchDoors(Context &context, const WatchChoice &choice)
     // Only a panel that was reached before is tried again.
     static_cast<void>(context.Panel.Get());
     for (int shown = 0;;) {
-        RunUntilConnected(context, [&] {
-            if (CanMoveCursor(STDOUT_FILENO))
-                std::printf("\033[H\033[2J");
-            WriteRows(context, Request("GetDoorInfoEx"), 0, {.Status = kLockWords}, false);
-            std::printf("\n");
-            WriteRows(context, Request("GetEventLogEx"), choice.Events, {}, choice.IsLocal);
-            std::fflush(stdout);
-        });
+        RunUntilDone(context, [&] { return ShowDoors(context, choice); });
         if (++shown == choice.Count)
             return;
         Pause(context, Milliseconds(choice.Interval));

@@ -39,11 +39,6 @@ const FieldOption *FindField(const ImportKind &kind, const std::string &name)
     return found == kind.Fields.end() ? nullptr : &*found;
 }
 
-bool IsRequired(const ImportKind &kind, const std::string &name)
-{
-    return std::find(kind.Required.begin(), kind.Required.end(), name) != kind.Required.end();
-}
-
 /// The value that an empty one stands for.
 std::string EmptyValue(FieldKind kind)
 {
@@ -52,7 +47,8 @@ std::string EmptyValue(FieldKind kind)
     return kind == FieldKind::Date ? std::string(kNoDate) : "";
 }
 
-/// Reads the rows of a file and finds the faults that show without the panel.
+/// Reads the rows of a file and finds the faults that show without the panel. Texts and dates are
+/// checked later: a record of the panel may hold some that cannot be sent.
 class RowReader
 {
 public:
@@ -113,14 +109,10 @@ private:
         }
         const FieldOption &option = *FindField(kind_, column);
         std::string value = text.empty() ? EmptyValue(option.Field.Kind) : text;
-        const std::string fault = FindFault(option, value);
-        const bool isNumber = option.Field.Kind == FieldKind::Number;
+        const std::string fault =
+            option.Field.Kind == FieldKind::Number ? FindFault(option, value) : "";
         if (!fault.empty())
             faults_.Add(row->Line, column, fault);
-        else if (IsRequired(kind_, column) && (value.empty() || (isNumber && value == "0")))
-            faults_.Add(row->Line, column,
-                        isNumber ? "The value cannot be empty or 0."
-                                 : "The value cannot be empty.");
         else
             row->Given[column] = value;
     }
@@ -182,8 +174,8 @@ ImportRecords ReadRecords(Context &context, const ImportKind &kind,
         records->insert_or_assign(number, std::move(record));
         return true;
     });
-    // Result 1 is also that of an empty list.
-    if (result > 1 && HasChanges(rows))
+    // Result 1 is that of an empty list, and of one that the panel cannot read.
+    if (result != 0 && (HasChanges(rows) || (result == 1 && !records->empty())))
         throw Refused(kind.ListWord, result);
     return result > 1 ? std::nullopt : records;
 }
@@ -207,14 +199,28 @@ void Compare(const ImportKind &kind, const ImportRecords &records, std::vector<I
     }
 }
 
-/// Finds texts that are sent and are not UTF-8, as those of another system's file may be. A text
-/// that the panel has cut within a character is not sent when it is unchanged.
-void CheckTexts(const std::vector<ImportRow> &rows, ImportFaults &faults)
+/// Finds faults of the values that are sent. Texts of another system's file may not be UTF-8.
+void CheckValues(const ImportKind &kind, std::vector<ImportRow> &rows, ImportFaults &faults)
 {
-    for (const ImportRow &row : rows)
-        for (const auto &[field, value] : row.Given)
+    for (ImportRow &row : rows) {
+        const bool isMissing = row.Number != 0 && row.Before == nullptr;
+        if (isMissing || row.IsUnchanged())
+            continue;
+        for (auto &[field, value] : row.Given)
             if (!IsUtf8(value))
                 faults.Add(row.Line, field, "The value is not UTF-8.");
+            else if (const std::string fault = FindFault(*FindField(kind, field), value);
+                     !fault.empty())
+                faults.Add(row.Line, field, fault);
+        for (const std::string &field : kind.Required) {
+            const std::string value = row.After(field);
+            const bool isNumber = FindField(kind, field)->Field.Kind == FieldKind::Number;
+            if (value.empty() || (isNumber && value == "0"))
+                faults.Add(row.Line, field,
+                           isNumber ? "The value cannot be empty or 0."
+                                    : "The value cannot be empty.");
+        }
+    }
 }
 
 /// Returns the request of a row.
@@ -454,7 +460,8 @@ void RunImport(Context &context, const ImportKind &kind, const ImportChoice &cho
         records = ReadRecords(context, kind, rows);
     ImportFaults faults(choice.File);
     Compare(kind, records, rows, faults);
-    CheckTexts(rows, faults);
+    CheckValues(kind, rows, faults);
+    faults.ThrowIfAny(context);
     const auto requests = MakeRequests(kind, rows, choice.MayCut, faults);
     if (kind.Check)
         kind.Check(rows, records, faults);

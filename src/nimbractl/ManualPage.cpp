@@ -49,6 +49,14 @@ void PrintOptions(const CLI::App &app, const std::string &indent)
     }
 }
 
+/// Returns the paragraph of a command's help before the footer of all commands; empty without one.
+std::string OwnFooter(const CLI::App &command)
+{
+    const std::string footer = command.get_footer();
+    const std::size_t end = footer.find("\n\n");
+    return end == std::string::npos ? "" : footer.substr(0, end);
+}
+
 void PrintCommands(const CLI::App &app, const std::string &prefix)
 {
     for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
@@ -64,6 +72,8 @@ void PrintCommands(const CLI::App &app, const std::string &prefix)
             line += argument->get_required() ? " " + text : " [" + text + "]";
         }
         std::printf("%s\n\t%s\n\n", line.c_str(), Sentence(command->get_description()).c_str());
+        if (const std::string footer = OwnFooter(*command); !footer.empty())
+            std::printf("\t%s\n\n", Escaped(footer).c_str());
         PrintOptions(*command, "\t");
     }
 }

@@ -102,7 +102,8 @@ void SetThreat(Context &context, const Number &number)
     context.Panel.Execute(Request("SetThreatLevel").Number("ThreatLevel", number.Value));
     constexpr static std::array<client::Field, 1> kFields{
         {{"ThreatLevel", client::FieldKind::Number}}};
-    WriteThreat(context, client::Record(kFields, "ThreatLevel=" + std::to_string(number.Value)));
+    const client::Record record(kFields, "ThreatLevel=" + std::to_string(number.Value));
+    ShowChange("The threat level is set", [&] { WriteThreat(context, record); });
 }
 
 void AddThreatCommands(CLI::App &app, Context &context)

@@ -223,7 +223,9 @@ int RunScript(Context &context)
         }
         timer.SendIfDue();
         for (std::size_t end = 0; (end = input.find('\n')) != std::string::npos;) {
-            const std::string line = input.substr(0, end);
+            std::string line = input.substr(0, end);
+            if (line.ends_with('\r'))
+                line.pop_back();
             input.erase(0, end + 1);
             ++context.ScriptLine;
             if (RunLine(context, line, &status) == Next::Exit)

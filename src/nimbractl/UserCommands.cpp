@@ -90,7 +90,8 @@ void ShowUser(Context &context, const UserChange &user)
 }
 
 /// The panel does not report a new user's number: it is the largest of those with the same names.
-std::optional<Record> FindNewUser(Context &context, const GivenFields &given)
+/// Throws Refused when there is none.
+Record FindNewUser(Context &context, const GivenFields &given)
 {
     Request request("GetUserInfoEx");
     for (const FieldOption &filter : kUserFilters)
@@ -106,7 +107,10 @@ std::optional<Record> FindNewUser(Context &context, const GivenFields &given)
             newest = user;
         return true;
     };
-    return context.Panel.Get().List(request, take) == 0 ? newest : std::nullopt;
+    const int result = context.Panel.Get().List(request, take);
+    if (result != 0 || !newest)
+        throw Refused(request.Word(), result);
+    return *newest;
 }
 
 void AddUser(Context &context, const UserChange &user)
@@ -117,10 +121,7 @@ void AddUser(Context &context, const UserChange &user)
         throw WrongUsage("A user must have a last name.");
     static_cast<void>(request.Line());
     context.Panel.Execute(request);
-    if (const std::optional<Record> added = FindNewUser(context, user.Given))
-        WriteUser(context, *added);
-    else
-        WriteNote("The user is added; its number cannot be found.");
+    ShowChange("The user is added", [&] { WriteUser(context, FindNewUser(context, user.Given)); });
 }
 
 void SetUser(Context &context, const UserChange &user)
@@ -136,7 +137,7 @@ void SetUser(Context &context, const UserChange &user)
     request.Number("UserNo", user.Number);
     AddGivenOrKept(request, kUserFields, user.Given, before.Header, user.MayCut);
     context.Panel.Execute(request);
-    WriteUser(context, context.Panel.Execute(GetUser(user.Number)).Header);
+    ShowChange("The user is changed", [&] { ShowUser(context, user); });
 }
 
 void DeleteUsers(Context &context, const Users &users)

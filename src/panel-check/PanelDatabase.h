@@ -16,7 +16,7 @@ namespace nimbra::check {
 class PanelDatabase
 {
 public:
-    /// Opens the file and reads its schema; Error() tells whether that succeeded.
+    /// Opens the file and reads its schema; Error() reports whether that succeeded.
     explicit PanelDatabase(const std::string &path);
 
     /// Whether SQLite accepts a query. Nothing is run.

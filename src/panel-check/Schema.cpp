@@ -67,7 +67,7 @@ constexpr Table kTables[] = {
     {kMainDatabase, "Controller", kController, "the panel's own account cannot log in"},
     {kMainDatabase, "WebUser", kWebUser, "web users cannot log in"},
     {kMainDatabase, "UserRoleTable", kUserRoleTable, "web users have no rights"},
-    {kMainDatabase, "DBQueryInfo", kDBQueryInfo, "the panel is not told of changes"},
+    {kMainDatabase, "DBQueryInfo", kDBQueryInfo, "the panel is not notified of changes"},
     {kMainDatabase, "User", kUser, "requests for users fail"},
     {kMainDatabase, "Card", kCard, "requests for cards fail"},
     {kMainDatabase, "CardFormat", kCardFormat, "requests for cards and card formats fail"},

@@ -72,8 +72,8 @@ bool IsInPath(const std::string &name)
 {
     // Its own group, so that everything that it runs can be ended with it.
     setpgid(0, 0);
-    const int quiet = open("/dev/null", O_RDWR | O_CLOEXEC);
-    dup2(quiet, STDERR_FILENO);
+    const Descriptor quiet(open("/dev/null", O_RDWR | O_CLOEXEC));
+    dup2(quiet.Get(), STDERR_FILENO);
     ConfigManager *config = ConfigManager::GetInstance();
     const bool isFound = config->ReadMacAddress() &&
                          write(output, config->MacAddr.Get(), config->MacAddr.View().size()) > 0;

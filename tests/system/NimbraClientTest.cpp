@@ -63,7 +63,7 @@ TEST(ClientSession, DoesNotRepeatALineThatIsAnsweredLate)
     EXPECT_EQ(panel.Count("GetThreatLevel?"), 2U);
 }
 
-TEST(ClientSession, HeartbeatsDoNotGetIntoTheWayOfAnswers)
+TEST(ClientSession, DistinguishesResponsesOfHeartbeatsAndRequests)
 {
     FakePanel panel([](const std::string &line) {
         return BeginsWith(line, "GetThreatLevel?")
@@ -80,7 +80,7 @@ TEST(ClientSession, HeartbeatsDoNotGetIntoTheWayOfAnswers)
     EXPECT_EQ(panel.Count("Hello?"), 1U);
 }
 
-TEST(ClientSession, NoticesThatNobodyAnswersItsHeartbeats)
+TEST(ClientSession, FailsWhenHeartbeatsAreNotAnswered)
 {
     FakePanel panel([](const std::string &line) { return line == "Heartbeat?" ? "\n" : ""; });
     Session session(OptionsFor(panel));
@@ -91,34 +91,58 @@ TEST(ClientSession, NoticesThatNobodyAnswersItsHeartbeats)
     EXPECT_THROW(beat(), client::ConnectionError);
 }
 
+/// Lists all events, two a page; returns the result.
+int ListEvents(Session &session, std::vector<int> *numbers)
+{
+    client::ListOptions options;
+    options.PageSize = 2;
+    return session.List(
+        Request("GetEventLogEx"),
+        [numbers](const Record &event) {
+            numbers->push_back(event.Number("EventNo"));
+            return true;
+        },
+        options);
+}
+
 TEST(ClientSession, EventsThatArriveMeanwhileAreNotListedTwice)
 {
-    // Between the two pages an event is added in front, so that 9 moves to the second page.
+    // Between the two pages an event is added in front, so that 9 moves to the second page, which
+    // begins with the last row of the first one.
     FakePanel panel([](const std::string &line) -> std::optional<std::string> {
         if (line == "GetEventLogEx?Limit=2")
             return "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=2\n"
                    "EventNo=10&EventTime=x\nEventNo=9&EventTime=x\n";
-        if (line == "GetEventLogEx?Offset=2&Limit=2")
-            return "GetEventLogExResponse?Result=0&Total=100000&Offset=2&Count=2\n"
-                   "EventNo=9&EventTime=x\nEventNo=8&EventTime=x\n";
+        if (line == "GetEventLogEx?Offset=1&Limit=3")
+            return "GetEventLogExResponse?Result=0&Total=100000&Offset=1&Count=3\n"
+                   "EventNo=10&EventTime=x\nEventNo=9&EventTime=x\nEventNo=8&EventTime=x\n";
+        if (line == "GetEventLogEx?Offset=3&Limit=3")
+            return "GetEventLogExResponse?Result=0&Total=100000&Offset=3&Count=1\n"
+                   "EventNo=8&EventTime=x\n";
         return BeginsWith(line, "GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
     });
     Session session(OptionsFor(panel));
     std::vector<int> numbers;
-    client::ListOptions options;
-    options.PageSize = 2;
-    const int result = session.List(
-        Request("GetEventLogEx"),
-        [&numbers](const Record &event) {
-            numbers.push_back(event.Number("EventNo"));
-            return true;
-        },
-        options);
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(ListEvents(session, &numbers), 0);
     EXPECT_EQ(numbers, (std::vector<int>{10, 9, 8}));
 }
 
-TEST(ClientSession, ALaterPageThatFailsIsTold)
+TEST(ClientSession, EventListReturnsResultOfFailedLaterPage)
+{
+    // As after the end of the list, but the panel only keeps its database locked.
+    FakePanel panel([](const std::string &line) -> std::optional<std::string> {
+        if (line == "GetEventLogEx?Limit=2")
+            return "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=2\n"
+                   "EventNo=10&EventTime=x\nEventNo=9&EventTime=x\n";
+        return BeginsWith(line, "GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
+    });
+    Session session(OptionsFor(panel));
+    std::vector<int> numbers;
+    EXPECT_EQ(ListEvents(session, &numbers), 1);
+    EXPECT_EQ(numbers, (std::vector<int>{10, 9}));
+}
+
+TEST(ClientSession, ListReturnsResultOfFailedLaterPage)
 {
     FakePanel panel([](const std::string &line) -> std::optional<std::string> {
         if (line == "GetDoorInfoEx?Limit=1")
@@ -140,7 +164,7 @@ TEST(ClientSession, ALaterPageThatFailsIsTold)
                  client::RequestError);
 }
 
-TEST(ClientSession, CanBeCancelledAndUsedOn)
+TEST(ClientSession, CanBeUsedAfterCancellation)
 {
     FakePanel panel([](const std::string &line) -> std::optional<std::string> {
         if (BeginsWith(line, "GetThreatLevel?"))
@@ -173,7 +197,7 @@ protected:
     client::SessionOptions options_;
 };
 
-TEST_F(ClientOnPanel, FindsOutHowFarThePanelsClockIsFromUtc)
+TEST_F(ClientOnPanel, MeasuresClockOffsetOfPanel)
 {
     Session session(options_);
     ASSERT_EQ(session.Login("admin", "admin1234"), 0);
@@ -183,7 +207,7 @@ TEST_F(ClientOnPanel, FindsOutHowFarThePanelsClockIsFromUtc)
     EXPECT_EQ(client::MeasureClockOffset(session), std::nullopt);
 }
 
-TEST_F(ClientOnPanel, OpensASessionAgainThatHasEndedBySilence)
+TEST_F(ClientOnPanel, ReopensSessionThatHasEndedAfterSilence)
 {
     Session session(options_);
     EXPECT_EQ(session.Login("admin", "wrong"), 1);
@@ -193,7 +217,7 @@ TEST_F(ClientOnPanel, OpensASessionAgainThatHasEndedBySilence)
     EXPECT_EQ(panel_.Calls().size(), 2U); // two logins
 }
 
-TEST_F(ClientOnPanel, GoesOnAfterAnUploadWithoutTheRight)
+TEST_F(ClientOnPanel, ContinuesAfterUploadWithoutRight)
 {
     Session session(options_);
     ASSERT_EQ(session.Login("guard", "guard2468"), 0);

@@ -1,6 +1,7 @@
 // nimbractl and events as they arrive: following across a lost connection, times, watching doors.
 
 #include "support/Agent.h"
+#include "support/FakePanel.h"
 #include "support/Files.h"
 #include "support/NimbractlTest.h"
 #include "support/Terminal.h"
@@ -10,12 +11,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <ctime>
+#include <functional>
+#include <numeric>
 #include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace nimbra::test {
@@ -110,7 +115,114 @@ TEST(NimbractlFollow, NeitherMissesNorRepeatsEventsAcrossALostConnection)
     EXPECT_EQ(Numbers(ReadFile("/tmp/followed")), expected);
 }
 
+/// The value behind a key of a request; 0 without one.
+int ValueOf(const std::string &line, const std::string &key)
+{
+    const std::size_t at = line.find(key + "=");
+    return at == std::string::npos ? 0 : std::stoi(line.substr(at + key.size() + 1));
+}
+
+/// A panel with events 1 to `newest`, newest first, and a test that refuses some of the requests.
+/// The test looks at `asked`, the number of requests for events so far, and may change `newest`.
+class EventPanel
+{
+public:
+    using Refuses = std::function<bool(const std::string &line, int asked, int *newest)>;
+
+    EventPanel(int newest, Refuses refuses)
+        : newest_(newest), refuses_(std::move(refuses)), panel_([this](const std::string &line) {
+              return line.rfind("GetEventLogEx?", 0) == 0 ? Answer(line) : "";
+          })
+    {}
+
+    /// Follows the events until `count` are written; returns their numbers and the errors.
+    [[nodiscard]] std::pair<std::vector<int>, std::string> Follow(int count) const
+    {
+        Follower follower({"--port", std::to_string(panel_.Port()), "events", "follow", "--count",
+                           std::to_string(count), "--interval", "0.1", "-o", "jsonl"});
+        EXPECT_EQ(follower.WaitForExit(), 0);
+        return {Numbers(ReadFile("/tmp/followed")), ReadFile("/tmp/errors")};
+    }
+
+private:
+    std::string Answer(const std::string &line)
+    {
+        if (refuses_(line, asked_++, &newest_))
+            return "GetEventLogExResponse?Result=1\n";
+        const int offset = ValueOf(line, "Offset");
+        const int count = std::min(ValueOf(line, "Limit"), newest_ - offset);
+        if (count < 1)
+            return "GetEventLogExResponse?Result=1\n";
+        std::string answer =
+            "GetEventLogExResponse?Result=0&Total=100000&Offset=" + std::to_string(offset) +
+            "&Count=" + std::to_string(count) + "\n";
+        for (int i = 0; i < count; ++i)
+            answer += "EventNo=" + std::to_string(newest_ - offset - i) + "\n";
+        return answer;
+    }
+
+    int newest_;
+    int asked_ = 0;
+    Refuses refuses_;
+    FakePanel panel_;
+};
+
+std::vector<int> Range(int first, int last)
+{
+    std::vector<int> numbers(static_cast<std::size_t>(last - first + 1));
+    std::iota(numbers.begin(), numbers.end(), first);
+    return numbers;
+}
+
+TEST(NimbractlFollow, ReadsEventsAgainWhenALaterPageFails)
+{
+    std::atomic<int> refused = 0; // the panel has a thread of its own
+    const EventPanel panel(100, [&refused](const std::string &line, int asked, int *newest) {
+        if (asked == 1)
+            *newest = 160;
+        return ValueOf(line, "Offset") > 30 && ++refused == 1;
+    });
+    const auto &[numbers, errors] = panel.Follow(60);
+    EXPECT_EQ(numbers, Range(101, 160));
+    EXPECT_EQ(refused, 2);
+    EXPECT_THAT(errors, HasSubstr("The panel does not return the list. Trying again."));
+}
+
+TEST(NimbractlFollow, BeginsBehindNewestEventWhenTheLogIsLockedAtFirst)
+{
+    const EventPanel panel(100, [](const std::string &, int asked, int *newest) {
+        *newest += asked == 3 ? 2 : 0;
+        return asked < 2;
+    });
+    const auto &[numbers, errors] = panel.Follow(2);
+    EXPECT_EQ(numbers, Range(101, 102));
+    EXPECT_THAT(errors, HasSubstr("The panel does not return the list. Trying again."));
+}
+
+TEST(NimbractlFollow, BeginsAnewWhenTheLogDoes)
+{
+    const EventPanel panel(100, [](const std::string &, int asked, int *newest) {
+        if (asked == 1)
+            *newest = 101;
+        if (asked == 2)
+            *newest = 3;
+        return false;
+    });
+    const auto &[numbers, errors] = panel.Follow(4);
+    EXPECT_EQ(numbers, (std::vector<int>{101, 1, 2, 3}));
+    EXPECT_THAT(errors, HasSubstr("The event log begins anew."));
+}
+
 using NimbractlEvents = NimbractlTest;
+
+TEST_F(NimbractlEvents, FollowCountsOnlyShownEventsAsPast)
+{
+    AddEvents(1001, 1003);
+    const ProgramResult result =
+        RunCtl({"events", "follow", "--no-logins", "--last", "3", "--count", "3", "-o", "jsonl"});
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(Numbers(result.Output), Range(1001, 1003));
+}
 
 TEST_F(NimbractlEvents, FollowBeginsAfterAKnownEventOldestFirst)
 {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <csignal>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace nimbra::test {
@@ -168,29 +169,33 @@ TEST_F(NimbractlImport, AllRowsAreCheckedBeforeTheFirstIsSent)
                  {"1, Colour: There is no such column; the columns are UserNo, FirstName, "
                   "MiddleName, LastName, PhoneNumber, CellPhone, Email, Ada, Exempt, ThreatLevel.",
                   "1, UserNo: The column is there twice."});
+    ExpectFaults("users",
+                 "UserNo,LastName,Ada,Email\n"
+                 "1,Fox,0,\n"
+                 "x,Fox,0,\n"
+                 "0,Fox,0,\n"
+                 "3,Fox,one,\n"
+                 "4,Fox,99999999999,\n"
+                 "6,Fox\n"
+                 "1,Wolf,0,\n",
+                 {"3, UserNo: \"x\" is no whole number of 32 bits.",
+                  "4, UserNo: 0 is not within 1 and 2147483647.",
+                  "5, Ada: \"one\" is no whole number of 32 bits.",
+                  "6, Ada: \"99999999999\" is no whole number of 32 bits.",
+                  "7: The row has 2 values; the header has 4.",
+                  "8, UserNo: Line 2 has this number, too."});
     ExpectFaults(
         "users",
         "UserNo,LastName,Ada,Email\n"
-        "1,Fox,0,\n"
         "2,,0,\n"
-        "x,Fox,0,\n"
-        "0,Fox,0,\n"
-        "3,Fish & Chips,one,\n"
-        "4,Fox,99999999999,\n"
+        "3,Fish & Chips,0,\n"
         "5,\"two\nlines\",0,\n"
-        "6,Fox\n"
-        "1,Wolf,0,\n"
         ",Fox,0," +
             std::string(33, 'x') + "\n",
-        {"3, LastName: The value cannot be empty.",
-         "4, UserNo: \"x\" is no whole number of 32 bits.",
-         "5, UserNo: 0 is not within 1 and 2147483647.",
-         "6, LastName: The value of LastName holds \"&\", which the protocol cannot carry.",
-         "6, Ada: \"one\" is no whole number of 32 bits.",
-         "7, Ada: \"99999999999\" is no whole number of 32 bits.",
-         "8, LastName: The value of LastName holds a line feed, which the protocol cannot carry.",
-         "10: The row has 2 values; the header has 4.", "11, UserNo: Line 2 has this number, too.",
-         "12, Email: The value of Email has 33 bytes (a single quote counts twice); the panel "
+        {"2, LastName: The value cannot be empty.",
+         "3, LastName: The value of LastName holds \"&\", which the protocol cannot carry.",
+         "4, LastName: The value of LastName holds a line feed, which the protocol cannot carry.",
+         "6, Email: The value of Email has 33 bytes (a single quote counts twice); the panel "
          "keeps 32."});
     ExpectFaults("users", "UserNo,FirstName\n,Ann\n77,Bob\n",
                  {"2, LastName: A new record needs this column."});
@@ -231,6 +236,34 @@ TEST_F(NimbractlImport, TextsThatThePanelReportsInPartAreNotCut)
     EXPECT_EQ(panel_.Value("SELECT Email FROM User WHERE No=9"), email.substr(0, 32));
 }
 
+TEST_F(NimbractlImport, UnchangedValuesThatCannotBeSentAreAccepted)
+{
+    panel_.Run("UPDATE User SET FirstName='Salt & Pepper', Ada=0 WHERE No=3");
+    panel_.Run("UPDATE User SET FirstName='" + std::string(31, 'x') + "''' WHERE No=4");
+    panel_.Run("UPDATE User SET LastName='', Ada=0 WHERE No=5");
+    panel_.Run("UPDATE Card SET UserNo=0, CardNo='', ActDate=-2147483648 WHERE No=2");
+    Export("users");
+    EXPECT_EQ(Import("users").Output, "Users: 0 added, 0 changed, 12 unchanged.\n");
+    Export("cards");
+    EXPECT_THAT(Import("cards").Output, StartsWith("Cards: 0 added, 0 changed, "));
+    ExpectFaults("users", "UserNo,FirstName,Ada\n3,Salt & Pepper,1\n",
+                 {"2: The value of FirstName holds \"&\", which the protocol cannot carry."});
+    ExpectFaults("users", "UserNo,Ada\n5,1\n", {"2, LastName: The value cannot be empty."});
+    ExpectFaults("cards", "CardNo,CardStatus\n2,77\n",
+                 {"2, UserNo: The value cannot be empty or 0.",
+                  "2, CardNumber: The value cannot be empty."});
+}
+
+TEST_F(NimbractlImport, NewRecordsAreAddedToPanelWithoutRecords)
+{
+    panel_.Run("DELETE FROM Card");
+    EXPECT_EQ(ImportText("cards", "UserNo,FormatNo,CardNumber,NeverExpire\n3,1,4711,1\n").Output,
+              "Cards: 1 added, 0 changed, 0 unchanged.\n");
+    panel_.Run("DELETE FROM User");
+    EXPECT_EQ(ImportText("users", "UserNo,LastName\n,Fox\n").Output,
+              "Users: 1 added, 0 changed, 0 unchanged.\n");
+}
+
 /// A panel that refuses users of the name "Bad".
 class NimbractlImportRefused : public NimbractlImport
 {
@@ -259,7 +292,7 @@ TEST_F(NimbractlImportRefused, RowEndsTheImport)
     EXPECT_EQ(NewNames(), (std::vector<Row>{{"Fox"}}));
 }
 
-TEST_F(NimbractlImportRefused, RowIsLeftBehindWithContinue)
+TEST_F(NimbractlImportRefused, RowIsSkippedWithContinue)
 {
     const ProgramResult result = Import("users", {"--continue"});
     EXPECT_EQ(result.Status, 1);
@@ -330,14 +363,14 @@ TEST_F(NimbractlImport, CardsAreComparedWithTheOtherRecordsOfThePanel)
                  ",3,99,,4712\n"
                  ",3,1,No such format,4713\n"
                  ",3,1,26-bit Wiegand,4713\n"
-                 "5,3,1,,4714\n"
                  ",3," +
                      format + ",," + number + "\n",
                  {"2, UserNo: There is no user 999.", "3, FormatNo: There is no card format 99.",
                   "4, FormatName: The name cannot be changed; FormatNo chooses the format.",
                   "5, CardNumber: Line 4 has this number in the same format.",
-                  "6, CardNo: There is no such card, or its format is gone.",
-                  "7, CardNumber: Card 2 has this number in the same format."});
+                  "6, CardNumber: Card 2 has this number in the same format."});
+    ExpectFaults("cards", "CardNo,UserNo\n5,3\n",
+                 {"2, CardNo: There is no such card, or its format is gone."});
     ExpectFaults("cards", "UserNo,FormatNo,CardNumber\n0,1,4711\n3,,4711\n3,1,\n",
                  {"2, UserNo: The value cannot be empty or 0.",
                   "3, FormatNo: The value cannot be empty or 0.",
@@ -375,6 +408,41 @@ TEST_F(NimbractlImport, ProgressIsShownOnATerminalOnly)
     EXPECT_TRUE(terminal.WaitFor("##] 100%\r\nUsers: 40 added, 0 changed, 0 unchanged.\r\n"))
         << terminal.Output();
     EXPECT_THAT(Import("users").Output, Not(HasSubstr("Importing")));
+}
+
+TEST(NimbractlImportFailures, EmptyListThatARowNeedsIsRefused)
+{
+    FakePanel panel([](const std::string &line) {
+        const std::string word = line.substr(0, line.find('?'));
+        return word.starts_with("Get") ? word + "Response?Result=1\n" : "";
+    });
+    for (const auto &[group, content] : {std::pair{"users", "UserNo,LastName\n3,Fox\n"},
+                                         {"cards", "UserNo,FormatNo,CardNumber\n3,1,4711\n"}}) {
+        const ProgramResult result =
+            ImportText(group, content, {"--port", std::to_string(panel.Port())});
+        EXPECT_EQ(result.Status, 1);
+        EXPECT_EQ(result.Output, "nimbractl: The panel has no such users, or cannot read its "
+                                 "database. (GetUserInfoEx: Result=1)\n");
+    }
+}
+
+TEST(NimbractlImportFailures, PartOfAListIsRefused)
+{
+    FakePanel panel([](const std::string &line) -> std::string {
+        if (line == "GetCardInfoEx?Limit=200") {
+            std::string page = "GetCardInfoExResponse?Result=0&Total=201&Offset=0&Count=200\n";
+            for (int i = 1; i <= 200; ++i)
+                page += "CardNo=" + std::to_string(i) + "\n";
+            return page;
+        }
+        return line.starts_with("GetCardInfoEx?") ? "GetCardInfoExResponse?Result=1\n" : "";
+    });
+    const ProgramResult result =
+        ImportText("cards", "UserNo,FormatNo,CardNumber\n3,1,4711\n",
+                   {"--clock-offset", "Z", "--port", std::to_string(panel.Port())});
+    EXPECT_EQ(result.Status, 1);
+    EXPECT_EQ(result.Output, "nimbractl: The panel has no such cards, or cannot read its database. "
+                             "(GetCardInfoEx: Result=1)\n");
 }
 
 TEST(NimbractlImportFailures, LostConnectionLeavesOneRowUnknown)

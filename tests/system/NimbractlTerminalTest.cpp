@@ -70,7 +70,7 @@ protected:
     Terminal terminal_;
 };
 
-TEST_F(NimbractlTerminal, ThePasswordIsAskedForWithoutEcho)
+TEST_F(NimbractlTerminal, PasswordIsAskedForWithoutEcho)
 {
     Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
     ASSERT_TRUE(terminal.WaitFor("Password of admin at 127.0.0.1: "));
@@ -78,11 +78,11 @@ TEST_F(NimbractlTerminal, ThePasswordIsAskedForWithoutEcho)
     terminal.Type("admin1234\n");
     EXPECT_EQ(terminal.WaitForExit(), 0);
     EXPECT_TRUE(terminal.WaitFor("ThreatLevel")) << terminal.Output();
-    EXPECT_EQ(terminal.Output().find("admin1234"), std::string::npos);
+    EXPECT_THAT(terminal.Output(), Not(HasSubstr("admin1234")));
     EXPECT_TRUE(terminal.IsAsBefore());
 }
 
-TEST_F(NimbractlTerminal, AWrongPasswordAtThePromptIsRefused)
+TEST_F(NimbractlTerminal, WrongPasswordAtPromptIsRefused)
 {
     Terminal terminal(CtlCommand({"threat", "get"}, WithoutPassword()));
     ASSERT_TRUE(terminal.WaitFor("Password of admin"));
@@ -115,7 +115,7 @@ TEST(NimbractlPrompt, NoPasswordIsWrongUsage)
     EXPECT_TRUE(terminal.WaitFor("No password was given"));
 }
 
-TEST_F(NimbractlTerminal, ATransferShowsItsProgressOnATerminalOnly)
+TEST_F(NimbractlTerminal, TransferShowsProgressOnTerminalOnly)
 {
     WriteFile("/tmp/face.png", std::string(400000, 'x'));
     Terminal put(CtlCommand({"users", "photo", "put", "7", "/tmp/face.png"}, WithPassword()));
@@ -201,7 +201,7 @@ TEST_F(NimbractlTerminal, ErrorsAfterRowsOfJsonBeginALine)
         "]\r\n");
 }
 
-TEST_F(NimbractlTerminal, WideCharactersKeepTheColumnsInLine)
+TEST_F(NimbractlTerminal, WideCharactersKeepColumnsAligned)
 {
     panel_.Run("UPDATE Door SET Name='東口東口東口' WHERE No=1");
     panel_.Run("UPDATE Door SET Name='Küche 🚪' WHERE No=2");
@@ -231,7 +231,7 @@ TEST_F(NimbractlTerminal, HelpFitsTheTerminal)
     EXPECT_THAT(RunCtl({"--help"}).Output, HasSubstr("--port PORT [9000] (Env:NIMBRA_PORT)"));
 }
 
-TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
+TEST_F(NimbractlTerminal, ColoursAreLeftOutForNoColorDumbTerminalAndPipe)
 {
     constexpr char kBold[] = "\033[1m";
     const auto shown = [](const std::vector<std::string> &extra) {
@@ -239,13 +239,13 @@ TEST_F(NimbractlTerminal, ColoursAreForTerminalsThatWantThem)
         environment.insert(environment.end(), extra.begin(), extra.end());
         Terminal terminal(CtlCommand({"formats"}, environment));
         EXPECT_EQ(terminal.WaitForExit(), 0);
-        EXPECT_NE(terminal.Output().find("26-bit Wiegand"), std::string::npos);
+        EXPECT_THAT(terminal.Output(), HasSubstr("26-bit Wiegand"));
         return terminal.Output();
     };
-    EXPECT_NE(shown({}).find(kBold), std::string::npos);
-    EXPECT_EQ(shown({"NO_COLOR=1"}).find(kBold), std::string::npos);
-    EXPECT_EQ(shown({"TERM=dumb"}).find('\033'), std::string::npos);
-    EXPECT_EQ(RunCtl({"formats"}).Output.find('\033'), std::string::npos);
+    EXPECT_THAT(shown({}), HasSubstr(kBold));
+    EXPECT_THAT(shown({"NO_COLOR=1"}), Not(HasSubstr(kBold)));
+    EXPECT_THAT(shown({"TERM=dumb"}), Not(HasSubstr("\033")));
+    EXPECT_THAT(RunCtl({"formats"}).Output, Not(HasSubstr("\033")));
 }
 
 TEST_F(NimbractlTerminal, ControlCEndsFollowAndLeavesTheTerminalAsItWas)
@@ -257,7 +257,7 @@ TEST_F(NimbractlTerminal, ControlCEndsFollowAndLeavesTheTerminalAsItWas)
     EXPECT_TRUE(terminal.IsAsBefore());
 }
 
-TEST_F(NimbractlShell, DoesCommandsWithCompletionAndHistory)
+TEST_F(NimbractlShell, RunsCommandsWithCompletionAndHistory)
 {
     Do("doors show 2", "Lobby");
     // "th" and "g" are completed to "threat get".
@@ -295,7 +295,7 @@ TEST_F(NimbractlShell, KeepsPasswordsOutOfTheHistory)
     EXPECT_EQ(ReadFile("/tmp/.local/state/nimbractl/history"), "threat get\nexit\n");
 }
 
-TEST_F(NimbractlShell, ControlCGivesUpALineOrACommandAndNothingElse)
+TEST_F(NimbractlShell, StaysOpenWhenControlCCancelsLineOrCommand)
 {
     terminal_.Type(std::string("doors lock 2") + kControlC);
     EXPECT_TRUE(terminal_.WaitFor(kPrompt));
@@ -311,7 +311,7 @@ TEST_F(NimbractlShell, ControlCGivesUpALineOrACommandAndNothingElse)
     EXPECT_TRUE(terminal_.IsAsBefore());
 }
 
-TEST_F(NimbractlShell, ControlCKeepsThePromptWhole)
+TEST_F(NimbractlShell, ShowsPromptOnNewLineAfterControlC)
 {
     terminal_.Type("users li");
     EXPECT_TRUE(terminal_.WaitFor("users li"));

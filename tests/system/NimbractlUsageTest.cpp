@@ -7,16 +7,21 @@
 #include "support/NimbractlTest.h"
 #include "support/TestPanel.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace nimbra::test {
 
 namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 using NimbractlUsage = NimbractlTest;
 
@@ -33,7 +38,7 @@ ProgramResult RunWith(const std::vector<std::string> &environment,
     return RunProgram(command);
 }
 
-TEST(NimbractlHelp, EveryCommandHasIts)
+TEST(NimbractlHelp, ShowsUsageOfEveryCommand)
 {
     const std::vector<std::string> commands = {"discover",
                                                "doors list",
@@ -78,13 +83,13 @@ TEST(NimbractlHelp, EveryCommandHasIts)
         const ProgramResult help =
             RunProgram({"sh", "-c", "exec " + CtlCommand({}).back() + " " + command + " --help"});
         EXPECT_EQ(help.Status, 0) << command;
-        EXPECT_NE(help.Output.find("Usage: nimbractl " + command), std::string::npos)
-            << help.Output;
-        EXPECT_NE(all.find("\n" + command + "\n"), std::string::npos) << command;
+        EXPECT_THAT(help.Output, HasSubstr("Usage: nimbractl " + command));
+        EXPECT_THAT(all, HasSubstr("\n" + command + "\n"));
     }
     for (const char *command : {"users", "cards"})
-        EXPECT_NE(RunCtl({command, "set", "--help"}).Output.find("read first"), std::string::npos);
-    EXPECT_NE(RunCtl({"--help"}).Output.find("Exit status:"), std::string::npos);
+        EXPECT_THAT(RunCtl({command, "set", "--help"}).Output, HasSubstr("read first"));
+    EXPECT_THAT(RunCtl({"--help"}).Output, HasSubstr("Exit status:"));
+    EXPECT_THAT(RunCtl({"--help"}).Output, HasSubstr("\n  130 interrupted"));
     EXPECT_EQ(RunCtl({"--version"}).Output, "nimbractl 5.00-05h\n");
 }
 
@@ -97,6 +102,9 @@ TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
     ExpectCtlFails({"doors", "unlok"}, 2,
                    "nimbractl: There is no command \"unlok\" in \"doors\"; the nearest is "
                    "\"unlock\". --help lists all.\n");
+    ExpectCtlFails({"doors", "--limt", "5"}, 2,
+                   "nimbractl: There is no option \"--limt\" in \"doors\". --help lists all.\n");
+    ExpectCtlFails({"--limt"}, 2, "nimbractl: There is no option \"--limt\". --help lists all.\n");
     ExpectCtlFails({"users", "photo", "gte"}, 2,
                    R"(no command "gte" in "users photo"; the nearest is "get")");
     ExpectCtlFails({"cards", "add", "one"}, 2, "--user-no is required. --help shows more.");
@@ -121,7 +129,7 @@ TEST(NimbractlHelp, WrongUsageIsStatus2AndSaysWhatIsWrong)
         "nimbractl: Name the user with --user, or in the environment variable NIMBRA_USER.\n");
 }
 
-TEST_F(NimbractlUsage, ThePasswordComesFromAFileOrTheEnvironment)
+TEST_F(NimbractlUsage, PasswordIsReadFromFileOrEnvironment)
 {
     const std::vector<std::string> right = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
                                             "NIMBRA_PASSWORD=operate!1"};
@@ -137,13 +145,12 @@ TEST_F(NimbractlUsage, ThePasswordComesFromAFileOrTheEnvironment)
                               "cannot read its database. (Login as \"operator\": Result=1)\n");
 }
 
-TEST_F(NimbractlUsage, WithoutAPasswordAndATerminalItIsWrongUsage)
+TEST_F(NimbractlUsage, MissingPasswordWithoutTerminalIsStatus2)
 {
     const std::vector<std::string> none = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator"};
     const ProgramResult result = RunWith(none, {"threat", "get"});
     EXPECT_EQ(result.Status, 2);
-    EXPECT_NE(result.Output.find("no terminal to ask for the password"), std::string::npos)
-        << result.Output;
+    EXPECT_THAT(result.Output, HasSubstr("no terminal to ask for the password"));
     EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/tmp/none"}).Status, 2);
     EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/dev/null"}).Status, 2);
 }
@@ -158,7 +165,7 @@ TEST_F(NimbractlUsage, OptionsOnTheCommandLineOverruleTheEnvironment)
               "FormatNo,Name,Default\n2,34-bit Wiegand,0\n");
 }
 
-TEST_F(NimbractlUsage, AMissingRightIsStatus1)
+TEST_F(NimbractlUsage, MissingRightIsStatus1)
 {
     const std::vector<std::string> guard = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=guard",
                                             "NIMBRA_PASSWORD=guard2468"};
@@ -172,7 +179,7 @@ TEST_F(NimbractlUsage, AMissingRightIsStatus1)
               "(SetUserImage: Result=9)\n");
 }
 
-TEST_F(NimbractlUsage, APanelThatCannotReadItsTablesIsStatus1)
+TEST_F(NimbractlUsage, PanelThatCannotReadItsTablesIsStatus1)
 {
     panel_.Run("DROP TABLE ThreatLevel");
     const ProgramResult result = RunCtl({"threat", "list"});
@@ -181,7 +188,7 @@ TEST_F(NimbractlUsage, APanelThatCannotReadItsTablesIsStatus1)
                              "database. (GetThreatInfoEx: Result=1)\n");
 }
 
-TEST_F(NimbractlUsage, APanelThatStopsAnsweringIsStatus3)
+TEST_F(NimbractlUsage, PanelThatStopsAnsweringIsStatus3)
 {
     ASSERT_TRUE(agent_.Suspend());
     const Stopwatch watch;
@@ -193,7 +200,7 @@ TEST_F(NimbractlUsage, APanelThatStopsAnsweringIsStatus3)
     agent_.Signal(SIGCONT);
 }
 
-TEST(NimbractlFailures, APanelThatCannotBeReachedIsStatus3)
+TEST(NimbractlFailures, UnreachablePanelIsStatus3)
 {
     ExpectCtlFails({"formats"}, 3, "Cannot connect to 127.0.0.1 port 9000: Connection refused");
     ExpectCtlFails({"--host", "no-such-host.invalid", "formats"}, 3, "Cannot find the address");
@@ -214,7 +221,7 @@ void ExpectFailsOn(const std::string &word, const std::optional<std::string> &an
     ExpectCtlFails(words, 3, complaint);
 }
 
-TEST(NimbractlFailures, APanelThatAnswersNonsenseIsStatus3)
+TEST(NimbractlFailures, InvalidResponseIsStatus3)
 {
     const std::string strange = "does not speak the panel's protocol";
     ExpectFailsOn("Hello?", "SSH-2.0-OpenSSH_9.2\r\n", {"formats"}, strange);
@@ -230,7 +237,7 @@ TEST(NimbractlFailures, APanelThatAnswersNonsenseIsStatus3)
     ExpectFailsOn("GetThreatLevel?", std::nullopt, {"threat", "get"}, "closed the connection");
 }
 
-TEST(NimbractlFailures, APanelThatAnswersWithoutItsNumbersIsStatus3)
+TEST(NimbractlFailures, ResponseWithoutValidNumberIsStatus3)
 {
     const std::string strange = "does not speak the panel's protocol";
     for (const char *result : {"", "abc", "-1", "0x", "99999999999"})
@@ -249,7 +256,7 @@ TEST(NimbractlFailures, APanelThatAnswersWithoutItsNumbersIsStatus3)
     EXPECT_FALSE(std::filesystem::exists("/tmp/x"));
 }
 
-TEST(NimbractlFailures, WhatAPanelTellsCannotSteerTheTerminal)
+TEST(NimbractlFailures, ControlCharactersOfPanelArePrintedAsQuestionMarks)
 {
     FakePanel panel([](const std::string &line) {
         return line.compare(0, 12, "GetDoorInfo?") == 0
@@ -257,12 +264,11 @@ TEST(NimbractlFailures, WhatAPanelTellsCannotSteerTheTerminal)
                      "Status=0\n"
                    : "";
     });
-    EXPECT_NE(RunCtl({"--port", std::to_string(panel.Port()), "doors", "show", "1"})
-                  .Output.find("a?[2Jb\302?2Jc\303\233\n"),
-              std::string::npos);
+    EXPECT_THAT(RunCtl({"--port", std::to_string(panel.Port()), "doors", "show", "1"}).Output,
+                HasSubstr("a?[2Jb\302?2Jc\303\233\n"));
 }
 
-TEST(NimbractlFailures, APhotoIsNotStoredInAHiddenFileUnlessAskedTo)
+TEST(NimbractlFailures, PhotoIsStoredInHiddenFileOnlyWhenFileIsNamed)
 {
     FakePanel panel([](const std::string &line) {
         return line.compare(0, 13, "GetUserImage?") == 0
@@ -278,7 +284,7 @@ TEST(NimbractlFailures, APhotoIsNotStoredInAHiddenFileUnlessAskedTo)
     EXPECT_EQ(ReadFile("/tmp/.profile"), "abc");
 }
 
-TEST(NimbractlFailures, AnExistingFileIsRefusedBeforeTheDownload)
+TEST(NimbractlFailures, ExistingFileIsRefusedBeforeDownload)
 {
     FakePanel panel([](const std::string &) { return ""; });
     WriteFile("/tmp/here.png", "old");
@@ -289,7 +295,7 @@ TEST(NimbractlFailures, AnExistingFileIsRefusedBeforeTheDownload)
     EXPECT_EQ(ReadFile("/tmp/here.png"), "old");
 }
 
-TEST(NimbractlFailures, APhotoNeverLeavesTheCurrentDirectory)
+TEST(NimbractlFailures, PhotoWithPathInNameIsStoredInCurrentDirectory)
 {
     FakePanel panel([](const std::string &line) {
         return line.compare(0, 13, "GetUserImage?") == 0
@@ -307,7 +313,66 @@ TEST(NimbractlFailures, APhotoNeverLeavesTheCurrentDirectory)
     EXPECT_EQ(ReadFile("/tmp/escaped.png"), "");
 }
 
-TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
+/// Runs a command on a panel that makes the change, and responds to each request after it with
+/// `after`; without a value, it closes the connection instead.
+void ExpectChangeSucceeds(const std::vector<std::string> &command,
+                          const std::optional<std::string> &after, const std::string &output)
+{
+    FakePanel panel(
+        [&after, isChanged = false](const std::string &line) mutable -> std::optional<std::string> {
+            const std::string word = line.substr(0, line.find('?'));
+            if (word == "Hello" || word == "Login")
+                return "";
+            if (isChanged)
+                return after ? std::optional(word + "Response?" + *after) : std::nullopt;
+            isChanged = word.starts_with("Add") || word.starts_with("Set");
+            return word + "Response?Result=0\n";
+        });
+    std::vector<std::string> words = {"--port", std::to_string(panel.Port()), "--clock-offset",
+                                      "Z"};
+    words.insert(words.end(), command.begin(), command.end());
+    const ProgramResult result = RunCtl(words);
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output, output);
+}
+
+TEST(NimbractlFailures, ChangeThatThePanelDoesNotShowIsStatus0)
+{
+    const std::string unseen = "; the panel does not show it.\n";
+    for (const std::optional<std::string> &after : {std::optional<std::string>("Result=1\n"), {}}) {
+        const auto expect = [&](const std::vector<std::string> &command, const char *done) {
+            ExpectChangeSucceeds(command, after, "nimbractl: " + std::string(done) + unseen);
+        };
+        expect({"users", "add", "--last-name", "Fox"}, "The user is added");
+        expect({"users", "set", "3", "--ada", "1"}, "The user is changed");
+        expect({"cards", "add", "--user-no", "3", "--format", "1", "--card-number", "4711",
+                "--never-expire", "1"},
+               "The card is added");
+        expect({"cards", "set", "3", "--status", "1"}, "The card is changed");
+        expect({"cards", "levels", "set", "3", "--none"}, "The card is changed");
+        expect({"doors", "unlock", "1"}, "The lock is switched");
+        expect({"outputs", "on", "1"}, "The output is switched");
+    }
+    ExpectChangeSucceeds({"threat", "set", "4"}, "Result=1\n", "ThreatLevel  4\n");
+    ExpectChangeSucceeds({"threat", "set", "4"}, {}, "nimbractl: The threat level is set" + unseen);
+}
+
+TEST(NimbractlFailures, AccessLevelsThatThePanelDoesNotListAreNotSet)
+{
+    FakePanel panel([](const std::string &line) {
+        if (line.starts_with("GetAccessLevelEx?"))
+            return "GetAccessLevelExResponse?Result=1\n";
+        return line.starts_with("GetCardAccessLevel?")
+                   ? "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=\n"
+                   : "";
+    });
+    ExpectCtlFails({"--port", std::to_string(panel.Port()), "cards", "levels", "set", "3", "5"}, 1,
+                   "There is no access level 5, or the panel cannot read its database; nothing is "
+                   "sent. (GetAccessLevelEx: Result=1)");
+    EXPECT_EQ(panel.Count("SetCardAccessLevel?"), 0U);
+}
+
+TEST_F(NimbractlUsage, ShellReadsCommandsFromStandardInputInOneSession)
 {
     WriteFile("/tmp/script", "doors show 2\n"
                              "\n"
@@ -327,12 +392,22 @@ TEST_F(NimbractlUsage, TheShellTakesCommandsFromAPipeInOneSession)
     for (const char *text :
          {"Name    Lobby\n", ",O'Neill,", "Line 5: There is no command \"bad\"",
           "{\n  \"ThreatLevel\": 1\n}\n", "Show a door.", "Line 8: The line lacks the closing '"})
-        EXPECT_NE(result.Output.find(text), std::string::npos) << text << "\n" << result.Output;
+        EXPECT_THAT(result.Output, HasSubstr(text));
     EXPECT_EQ(panel_.Value("SELECT ThreatStatus FROM Threat"), "1");
     EXPECT_EQ(panel_.Calls().size(), 1U); // one login
 }
 
-TEST(NimbractlAfar, TheCloudServersPortLeadsToThePanel)
+TEST_F(NimbractlUsage, ShellReadsLinesThatEndWithCarriageReturn)
+{
+    WriteFile("/tmp/script", "doors show 2 -o csv\r\n\r\nexit\r\nthreat set 5\r\n");
+    const ProgramResult result =
+        RunWith({"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=admin", "NIMBRA_PASSWORD=admin1234"},
+                {"shell"}, "/tmp/script");
+    EXPECT_EQ(result.Status, 0);
+    EXPECT_EQ(result.Output, "DoorNo,Name,Status\n2,Lobby,1\n");
+}
+
+TEST(NimbractlRemoteAccess, PrintsSameOutputThroughCloudServer)
 {
     NameHost("127.0.0.1", "cloud.nimbra.example");
     const TestPanel panel({}, TestPanel::Cloud::Enabled);
@@ -340,27 +415,25 @@ TEST(NimbractlAfar, TheCloudServersPortLeadsToThePanel)
     const Agent agent;
     const std::vector<std::string> local = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
                                             "NIMBRA_PASSWORD=operate!1"};
-    std::vector<std::string> afar = local;
-    afar.emplace_back("NIMBRA_PORT=9520");
+    std::vector<std::string> remote = local;
+    remote.emplace_back("NIMBRA_PORT=9520");
     for (const std::vector<std::string> &words :
          {std::vector<std::string>{"doors", "list"}, {"users", "show", "3", "-o", "json"}}) {
-        const ProgramResult result = RunWith(afar, words);
+        const ProgramResult result = RunWith(remote, words);
         EXPECT_EQ(result.Status, 0);
         EXPECT_EQ(result.Output, RunWith(local, words).Output);
     }
     EXPECT_EQ(server.Count("RelayDevice?"), 2U);
 }
 
-TEST_F(NimbractlUsage, TheExampleOfTheLibraryListsTheDoors)
+TEST_F(NimbractlUsage, LibraryExampleListsDoors)
 {
     const ProgramResult result =
         RunProgram({"env", "NIMBRA_PASSWORD=admin1234",
                     NIMBRA_BUILD_DIRECTORY "/bin/nimbra-client-example", "127.0.0.1", "admin"});
     EXPECT_EQ(result.Status, 0);
-    EXPECT_EQ(result.Output.find("  1 Front Entrance                   locked\n"
-                                 "  2 Lobby                            unlocked\n"),
-              0U)
-        << result.Output;
+    EXPECT_THAT(result.Output, StartsWith("  1 Front Entrance                   locked\n"
+                                          "  2 Lobby                            unlocked\n"));
 }
 
 } // namespace

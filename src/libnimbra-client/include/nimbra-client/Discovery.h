@@ -23,9 +23,10 @@ struct DiscoveryOptions
 {
     /// Addresses or names to probe. Empty: broadcast on all networks of this machine.
     std::vector<std::string> Targets;
-    /// The whole time of the discovery.
+    /// The whole time of the discovery, up to 100 years; 0 or less sends no probe.
     std::chrono::milliseconds Duration = std::chrono::seconds(5);
-    /// Probes are repeated after this time because datagrams may be lost.
+    /// Probes are repeated after this time because datagrams may be lost. More than 0, or they are
+    /// sent without a pause; up to 100 years.
     std::chrono::milliseconds ProbeInterval = std::chrono::milliseconds(1500);
     /// Called several times a second; when it returns true, CancelledError is thrown.
     std::function<bool()> IsCancelled;

@@ -23,12 +23,15 @@ inline constexpr int kManagementPort = 9000;
 
 struct SessionOptions
 {
-    std::string Host; ///< address or name
-    int Port = kManagementPort;
+    std::string Host;           ///< address or name
+    int Port = kManagementPort; ///< 1 to 65535, not checked
+    /// The longest wait for a connection, from 0 (no wait) to 100 years.
     std::chrono::milliseconds ConnectTimeout = std::chrono::seconds(10);
-    /// The longest wait for a response. A panel whose database is locked takes some seconds.
+    /// The longest wait for a response, from 0 (no wait) to 100 years. A panel whose database is
+    /// locked takes some seconds.
     std::chrono::milliseconds ResponseTimeout = std::chrono::seconds(15);
-    /// Called several times a second during a wait; when it returns true, CancelledError is thrown.
+    /// Called several times a second during a wait, on the caller's thread; when it returns true,
+    /// CancelledError is thrown.
     std::function<bool()> IsCancelled;
 };
 
@@ -44,12 +47,12 @@ struct Response
 
 struct ListOptions
 {
-    int Offset = 0;     ///< rows to skip
-    int Limit = 0;      ///< most rows to return; 0: all
-    int PageSize = 200; ///< rows of one request
+    int Offset = 0;     ///< rows to skip; must not be negative
+    int Limit = 0;      ///< most rows to return; 0 or less: all
+    int PageSize = 200; ///< rows of one request; less than 1 means 1
 };
 
-/// Called with the number of bytes transferred and the total.
+/// Called with the number of bytes transferred and the total, on the caller's thread.
 using ProgressCallback = std::function<void(std::size_t done, std::size_t total)>;
 
 /// The image of a user. FileName and Bytes are set when Result is 0.
@@ -89,10 +92,11 @@ public:
     /// zero byte, or longer than kRequestBytes.
     [[nodiscard]] std::optional<Response> ExecuteLine(const std::string &line);
 
-    /// Requests the rows of a list command page by page and calls `onRow` with each, until it
-    /// returns false. Each row is passed once, also when rows are added meanwhile. Returns the
-    /// Result: 0 when there was a row, else that of the first page; that of a later page when it
-    /// fails. `request` holds the filters only. Throws RequestError for another command.
+    /// Requests the rows of a list command page by page and calls `onRow` with each, on the
+    /// caller's thread, until it returns false. Each row is passed once, also when rows are added
+    /// meanwhile. Returns the Result: 0 when there was a row, else that of the first page; that of
+    /// a later page when it fails. `request` holds the filters only. Throws RequestError for
+    /// another command.
     [[nodiscard]] int List(const Request &request, const std::function<bool(const Record &)> &onRow,
                            const ListOptions &options = {});
 
