@@ -4,7 +4,6 @@
 
 #include <openssl/sha.h>
 
-#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -32,35 +31,54 @@ static void Keep(Rows *rows, const void *bytes, size_t count)
     rows->Size += count;
 }
 
-/* Steps through one row, or through all rows, and keeps the columns: 'n' a number, 's' a text. */
-static void Read(sqlite3 *database, const char *sql, const char *columns, bool isList)
+/* Keeps the columns of a row: 'n' a number, 's' a text. */
+static void KeepRow(Rows *rows, sqlite3_stmt *statement, const char *columns)
+{
+    for (int column = 0; columns[column] != '\0'; ++column) {
+        if (columns[column] == 'n') {
+            const int number = sqlite3_column_int(statement, column);
+            Keep(rows, &number, sizeof number);
+        } else {
+            const char *text = (const char *)sqlite3_column_text(statement, column);
+            Keep(rows, text, strlen(text) + 1);
+        }
+    }
+}
+
+/* Ends a query, which must have had a row. */
+static void End(Rows *rows, sqlite3_stmt *statement, const char *sql)
+{
+    sqlite3_finalize(statement);
+    if (rows->Size == 0)
+        BaselineFail(sql);
+    free(rows->Bytes);
+}
+
+/* Steps through one row and keeps its columns. */
+static void ReadOne(sqlite3 *database, const char *sql, const char *columns)
 {
     Rows rows = {NULL, 0, 0};
     sqlite3_stmt *statement = BaselinePrepare(database, sql);
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        for (int column = 0; columns[column] != '\0'; ++column) {
-            if (columns[column] == 'n') {
-                const int number = sqlite3_column_int(statement, column);
-                Keep(&rows, &number, sizeof number);
-            } else {
-                const char *text = (const char *)sqlite3_column_text(statement, column);
-                Keep(&rows, text, strlen(text) + 1);
-            }
-        }
-        if (!isList)
-            break;
-    }
-    sqlite3_finalize(statement);
-    if (rows.Size == 0)
-        BaselineFail(sql);
-    free(rows.Bytes);
+    if (sqlite3_step(statement) == SQLITE_ROW)
+        KeepRow(&rows, statement, columns);
+    End(&rows, statement, sql);
+}
+
+/* Steps through all rows and keeps their columns. */
+static void ReadAll(sqlite3 *database, const char *sql, const char *columns)
+{
+    Rows rows = {NULL, 0, 0};
+    sqlite3_stmt *statement = BaselinePrepare(database, sql);
+    while (sqlite3_step(statement) == SQLITE_ROW)
+        KeepRow(&rows, statement, columns);
+    End(&rows, statement, sql);
 }
 
 /* One row, or all rows, of a query of the main database. */
 static void GetOne(const char *sql, const char *columns)
 {
     sqlite3 *panel = BaselineOpen(BASELINE_MAIN_DATABASE);
-    Read(panel, sql, columns, false);
+    ReadOne(panel, sql, columns);
     sqlite3_close(panel);
 }
 
@@ -68,7 +86,7 @@ static void GetList(const char *count, const char *sql, const char *columns)
 {
     sqlite3 *panel = BaselineOpen(BASELINE_MAIN_DATABASE);
     BaselineFirstNumber(panel, count);
-    Read(panel, sql, columns, true);
+    ReadAll(panel, sql, columns);
     sqlite3_close(panel);
 }
 
@@ -134,7 +152,7 @@ static void CheckPassword(int turn)
     snprintf(sql, sizeof sql,
              "SELECT FormIndex, IFNULL(Authority, 0) FROM UserRoleTable WHERE UserRole=%d",
              sqlite3_column_int(user, 0));
-    Read(panel, sql, "nn", true);
+    ReadAll(panel, sql, "nn");
     sqlite3_finalize(user);
     sqlite3_finalize(controller);
     sqlite3_close(panel);
@@ -150,8 +168,8 @@ static void GetEventLog(int turn)
 {
     (void)turn;
     sqlite3 *log = BaselineOpenLog();
-    Read(log, "SELECT " BASELINE_EVENT_COLUMNS " FROM " BASELINE_EVENT_TABLES " WHERE A.No = 20",
-         "nnnsnsnnsn", false);
+    ReadOne(log, "SELECT " BASELINE_EVENT_COLUMNS " FROM " BASELINE_EVENT_TABLES " WHERE A.No = 20",
+            "nnnsnsnnsn");
     sqlite3_close(log);
 }
 
@@ -159,10 +177,10 @@ static void GetEventLogEx(int turn)
 {
     (void)turn;
     sqlite3 *log = BaselineOpenLog();
-    Read(log,
-         "SELECT A.No, " BASELINE_EVENT_COLUMNS " FROM " BASELINE_EVENT_TABLES
-         "  ORDER BY A.No DESC LIMIT 25",
-         "nnnnsnsnnsn", true);
+    ReadAll(log,
+            "SELECT A.No, " BASELINE_EVENT_COLUMNS " FROM " BASELINE_EVENT_TABLES
+            "  ORDER BY A.No DESC LIMIT 25",
+            "nnnnsnsnnsn");
     sqlite3_close(log);
 }
 
@@ -226,7 +244,7 @@ static void GetDoorInfo(int turn)
 {
     (void)turn;
     sqlite3 *panel = BaselineOpen(BASELINE_MAIN_DATABASE);
-    Read(panel, "SELECT IFNULL(Name, '') FROM Door WHERE No=1 AND Disable=0", "s", false);
+    ReadOne(panel, "SELECT IFNULL(Name, '') FROM Door WHERE No=1 AND Disable=0", "s");
     BaselineDoorLock(1);
     sqlite3_close(panel);
 }
@@ -410,9 +428,9 @@ static void GetAccessLevelEx(int turn)
     (void)turn;
     sqlite3 *panel = BaselineOpen(BASELINE_MAIN_DATABASE);
     BaselineFirstNumber(panel, "SELECT COUNT(*) FROM AccessLevel");
-    Read(panel, "SELECT No, IFNULL(Name, '') FROM AccessLevel", "ns", true);
+    ReadAll(panel, "SELECT No, IFNULL(Name, '') FROM AccessLevel", "ns");
     BaselineFirstNumber(panel, "SELECT COUNT(*) FROM GroupTable WHERE GroupKind=5");
-    Read(panel, "SELECT No, IFNULL(Name, '') FROM GroupTable WHERE GroupKind=5", "ns", true);
+    ReadAll(panel, "SELECT No, IFNULL(Name, '') FROM GroupTable WHERE GroupKind=5", "ns");
     sqlite3_close(panel);
 }
 
@@ -424,7 +442,7 @@ static void GetCardAccessLevel(int turn)
         BaselinePrepare(panel, "SELECT IFNULL(SelectType, 0) FROM Card WHERE No=7");
     if (sqlite3_step(card) != SQLITE_ROW)
         BaselineFail("Card");
-    Read(panel, "SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=7", "n", true);
+    ReadAll(panel, "SELECT AccessLevelNo FROM CardAccessLevel WHERE CardNo=7", "n");
     sqlite3_finalize(card);
     sqlite3_close(panel);
 }

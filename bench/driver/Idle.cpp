@@ -74,9 +74,9 @@ void MeasureIdleSessions(const Plan &plan, Report *report)
 
 /// The agent keeps the session of a client that has closed its connection, and ends it like one
 /// that is silent.
-void MeasureGoneClients(const Plan &plan, Report *report)
+void MeasureDisconnectedClients(const Plan &plan, Report *report)
 {
-    const int count = plan.Work.GoneClients;
+    const int count = plan.Work.DisconnectedClients;
     const Server server(plan.Agent);
     {
         Crowd crowd(plan.Agent.Port);
@@ -88,7 +88,7 @@ void MeasureGoneClients(const Plan &plan, Report *report)
     share.Add(Role::Agent,
               ShareOf(server, [&] { Sleep(std::min(plan.Work.IdleSeconds, kSilentSeconds)); }));
     if (server.Threads().size() <= static_cast<std::size_t>(count))
-        throw std::runtime_error("the sessions of clients that have gone ended too early");
+        throw std::runtime_error("the sessions of disconnected clients ended too early");
     report->Figures.push_back(
         share.Take(kGroup, std::to_string(count) + " clients that have gone", kUnit, AtMost(0.5)));
 }
@@ -157,7 +157,7 @@ void MeasureIdle(const Plan &plan, Report *report)
 {
     CreatePanel(plan, 1000, 1000);
     MeasureIdleSessions(plan, report);
-    MeasureGoneClients(plan, report);
+    MeasureDisconnectedClients(plan, report);
     MeasureStalledClient(plan, report);
     MeasureRefusingCloudServer(plan, report);
 }

@@ -26,7 +26,7 @@ struct Effort
     int Starts;
     double IdleSeconds;
     std::vector<int> IdleSessions;
-    int GoneClients;
+    int DisconnectedClients;
     int MemoryRounds;
     std::vector<int> MemorySessions; ///< ascending, the first is 0
     int LoadRounds;

@@ -1,5 +1,6 @@
 #include "bench/driver/Server.h"
 
+#include "base/Descriptor.h"
 #include "bench/driver/Clock.h"
 
 #include <cerrno>
@@ -65,11 +66,11 @@ Server::Server(const ServerProgram &program) : port_(program.Port)
         throw std::system_error(errno, std::generic_category(), "fork");
     if (pid_ == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-        dup2(nowhere, STDIN_FILENO);
-        dup2(nowhere, STDOUT_FILENO);
+        const Descriptor nowhere(open("/dev/null", O_RDWR | O_CLOEXEC));
+        dup2(nowhere.Get(), STDIN_FILENO);
+        dup2(nowhere.Get(), STDOUT_FILENO);
         if (program.OnError == ServerProgram::Errors::Drop)
-            dup2(nowhere, STDERR_FILENO);
+            dup2(nowhere.Get(), STDERR_FILENO);
         execv(arguments[0], arguments.data());
         _exit(127);
     }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <stdexcept>
 
 #include <sys/epoll.h>
@@ -19,12 +20,15 @@ constexpr Bound kAgainstBaseline{Bound::Side::AtLeast, 1.00, Bound::Subject::Age
 /// A rate that does not fall is measured to within 5 % of the one before.
 constexpr Bound kAgainstFewer{Bound::Side::AtLeast, 0.95, Bound::Subject::Agent};
 
-/// A server with many sessions.
+/// A server with as many sessions as the largest load needs.
 class LoadedServer
 {
 public:
-    explicit LoadedServer(const ServerProgram &program) : server_(program), sessions_(program.Port)
-    {}
+    LoadedServer(const ServerProgram &program, const Plan &plan)
+        : server_(program), sessions_(program.Port)
+    {
+        sessions_.GrowTo(static_cast<std::size_t>(plan.Work.LoadSessions.back()));
+    }
 
     [[nodiscard]] Crowd &Sessions() { return sessions_; }
 
@@ -33,19 +37,19 @@ private:
     Crowd sessions_;
 };
 
-/// Requests a second when every session sends the next one as soon as it has its answer.
-double LoadedRate(std::vector<Client> *clients, double seconds)
+/// Requests a second when each of the sessions sends the next one as soon as it has its answer.
+double LoadedRate(std::span<Client> clients, double seconds)
 {
     const Descriptor events(epoll_create1(EPOLL_CLOEXEC));
-    for (std::size_t i = 0; i < clients->size(); ++i) {
+    for (std::size_t i = 0; i < clients.size(); ++i) {
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u64 = i;
-        epoll_ctl(events.Get(), EPOLL_CTL_ADD, (*clients)[i].Socket(), &event);
-        (*clients)[i].Send(kRequest);
+        epoll_ctl(events.Get(), EPOLL_CTL_ADD, clients[i].Socket(), &event);
+        clients[i].Send(kRequest);
     }
     int answers = 0;
-    std::size_t open = clients->size();
+    std::size_t open = clients.size();
     const double begin = Now();
     double end = begin;
     while (open > 0) {
@@ -55,7 +59,7 @@ double LoadedRate(std::vector<Client> *clients, double seconds)
         if (count <= 0)
             throw std::runtime_error("the server is silent under load");
         for (int i = 0; i < count; ++i) {
-            Client &client = (*clients)[ready[static_cast<std::size_t>(i)].data.u64];
+            Client &client = clients[ready[static_cast<std::size_t>(i)].data.u64];
             static_cast<void>(client.ReadLine());
             if (Now() - begin < seconds) {
                 ++answers;
@@ -87,24 +91,26 @@ double LowestAgainstFewer(const Curve &curve)
 void MeasureSessions(const Plan &plan, Report *report)
 {
     CreatePanel(plan, 1000, 1000);
-    LoadedServer agent(plan.Agent);
-    LoadedServer baseline(plan.Baseline);
-    Curve curve{"GetDoorInfo?", "requests/s", {}};
-    std::vector<double> ratios;
-    for (const int count : plan.Work.LoadSessions) {
-        agent.Sessions().GrowTo(static_cast<std::size_t>(count));
-        baseline.Sessions().GrowTo(static_cast<std::size_t>(count));
-        Rounds rounds;
-        for (int turn = 0; turn < 2 * plan.Work.LoadRounds; ++turn) {
+    LoadedServer agent(plan.Agent, plan);
+    LoadedServer baseline(plan.Baseline, plan);
+    // Every round has every load: rates are compared that the machine gave within seconds.
+    std::vector<Rounds> rounds(plan.Work.LoadSessions.size());
+    for (int turn = 0; turn < 2 * plan.Work.LoadRounds; ++turn)
+        for (std::size_t i = 0; i < rounds.size(); ++i) {
             agent.Sessions().KeepAlive();
             baseline.Sessions().KeepAlive();
             const Role role = RoleAt(turn);
             Crowd &crowd = role == Role::Agent ? agent.Sessions() : baseline.Sessions();
-            rounds.Add(role, LoadedRate(&crowd.Clients(), plan.Work.LoadSeconds));
+            const auto count = static_cast<std::size_t>(plan.Work.LoadSessions[i]);
+            const std::span<Client> clients(crowd.Clients().data(), count);
+            rounds[i].Add(role, LoadedRate(clients, plan.Work.LoadSeconds));
         }
-        const Figure figure = rounds.Take("", "GetDoorInfo?", "requests/s");
+    Curve curve{"GetDoorInfo?", "requests/s", {}};
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < rounds.size(); ++i) {
+        const Figure figure = rounds[i].Take("", "GetDoorInfo?", "requests/s");
         ratios.push_back(figure.Ratio.value_or(0));
-        curve.Points.push_back({count, figure});
+        curve.Points.push_back({plan.Work.LoadSessions[i], figure});
     }
     report->Sessions.push_back(curve);
     report->Figures.push_back({kGroup,
