@@ -240,7 +240,7 @@ TEST_F(AccessLevel, ListOf400LevelsHoldsAsManyWholeNumbersAsFitLine)
     EXPECT_EQ(client_->ReadLine(), "HeartbeatResponse?Result=0");
 }
 
-TEST_F(AccessLevel, ListThatFitsLineIsWholeAndOneByteMoreDropsLastNumber)
+TEST_F(AccessLevel, ListThatFitsLineIsCompleteAndOneByteMoreDropsLastNumber)
 {
     const std::string lead = "GetCardAccessLevelResponse?Result=0&SelectType=1&AccessLevelNo=";
     const std::size_t space = kLongestLine - lead.size();
@@ -401,7 +401,7 @@ TEST_F(AccessLevel, UnknownCardAndLevelsAreAccepted)
     EXPECT_EQ(panel_.Value("SELECT COUNT(*) FROM Card"), "3");
 }
 
-TEST_F(AccessLevel, ListOfLongestRequestIsTakenWhole)
+TEST_F(AccessLevel, ListOfLongestRequestIsTakenCompletely)
 {
     std::string request = "SetCardAccessLevel?CardNo=9&SelectType=1&AccessLevelNo=";
     std::string list;

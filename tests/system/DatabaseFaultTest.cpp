@@ -147,7 +147,7 @@ TEST_F(LockDuringChange, RestOfChangeIsDelayedBy2SecondLock)
               std::to_string(kLongList + 2));
 }
 
-TEST_F(LockDuringChange, ChangeStopsWhereLongLockMeetsIt)
+TEST_F(LockDuringChange, ChangeStopsAtStatementBlockedByLongLock)
 {
     StartLongRequest();
     const std::size_t calls = panel_.Calls().size();

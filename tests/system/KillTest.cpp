@@ -25,6 +25,7 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 
 constexpr int kRounds = 10;
 constexpr int kChangesEachRound = 20;
@@ -73,7 +74,7 @@ public:
             const auto answer = client.ReadLine();
             if (!answer)
                 break;
-            EXPECT_NE(answer->find("Response?Result=0"), std::string::npos) << *answer;
+            EXPECT_THAT(*answer, HasSubstr("Response?Result=0"));
             changes_.back().IsAnswered = true;
             ++answered;
         }

@@ -2,8 +2,10 @@
 // and the panel's other programs keep their memory.
 
 #include "support/Agent.h"
+#include "support/Files.h"
 #include "support/ManagementClient.h"
 #include "support/MemoryGroup.h"
+#include "support/Program.h"
 #include "support/Sanitized.h"
 #include "support/TestPanel.h"
 
@@ -13,8 +15,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/socket.h>
@@ -295,8 +299,42 @@ protected:
     const MemoryGroup group_{kGroupMiB * 1024 * 1024};
 };
 
-TEST_F(ListMemoryInGroup, SparesAgentAndItsNeighbours)
+/// Another program of the panel in the group, with some memory of its own in use.
+class Neighbour
 {
+public:
+    explicit Neighbour(const MemoryGroup &group)
+    {
+        std::vector<std::string> command = group.Joined().Wrapper;
+        command.insert(command.end(), {"sh", "-c",
+                                       "text=$(head -c 2000000 /dev/zero | tr '\\0' x)\n"
+                                       "touch /nimbra/var/runs\n"
+                                       "while [ ! -e /nimbra/var/go ]; do sleep 0.2; done\n"
+                                       "echo ${#text}"});
+        thread_ = std::thread([this, command] { result_ = RunProgram(command); });
+        EXPECT_TRUE(WaitUntil([] { return std::filesystem::exists("/nimbra/var/runs"); }));
+    }
+    ~Neighbour() { static_cast<void>(Finish()); }
+    Neighbour(const Neighbour &) = delete;
+    Neighbour &operator=(const Neighbour &) = delete;
+
+    /// Lets it print the size of its memory and end; returns what it has printed.
+    [[nodiscard]] std::string Finish()
+    {
+        WriteFile("/nimbra/var/go", "");
+        if (thread_.joinable())
+            thread_.join();
+        return result_.Output;
+    }
+
+private:
+    std::thread thread_;
+    ProgramResult result_ = {};
+};
+
+TEST_F(ListMemoryInGroup, KillsNoProcessWhenListsExceedMemory)
+{
+    Neighbour neighbour(group_);
     StartAgent(500000, group_.Joined());
     AskAll();
     ExpectOthersRefused();
@@ -308,6 +346,7 @@ TEST_F(ListMemoryInGroup, SparesAgentAndItsNeighbours)
     readers_.clear();
     EXPECT_TRUE(WaitUntil([&] { return client.AskList(kLongList).size() == 100001; }));
     EXPECT_TRUE(agent_->IsRunning());
+    EXPECT_EQ(neighbour.Finish(), "2000000\n");
     EXPECT_EQ(group_.Kills(), 0U);
 }
 
