@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <list>
 #include <ostream>
@@ -154,6 +155,15 @@ class DataManagerMethod : public ::testing::TestWithParam<Method>
 {
 protected:
     DataManagerMethod() { panel::CreatePanel("", {.Size = {}, .CommandTool = "/bin/true"}); }
+    /// Removes the panel: other tests may run in the same sandbox.
+    ~DataManagerMethod() override
+    {
+        const panel::PanelPaths paths("");
+        for (const std::filesystem::path &directory :
+             {paths.Databases, paths.Ifconfig.parent_path(), paths.CommandTool.parent_path(),
+              paths.Images.parent_path(), paths.CallLog.parent_path()})
+            std::filesystem::remove_all(directory);
+    }
 
     /// Calls the method as a request does, with 100 ms for locks; returns its result.
     static bool Call()
