@@ -151,8 +151,11 @@ TEST_F(NimbractlUsage, MissingPasswordWithoutTerminalIsStatus2)
     const ProgramResult result = RunWith(none, {"threat", "get"});
     EXPECT_EQ(result.Status, 2);
     EXPECT_THAT(result.Output, HasSubstr("no terminal to ask for the password"));
-    EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/tmp/none"}).Status, 2);
-    EXPECT_EQ(RunWith(none, {"threat", "get", "--password-file", "/dev/null"}).Status, 2);
+    for (const std::string file : {"/tmp/none", "/dev/null"}) {
+        const ProgramResult unread = RunWith(none, {"threat", "get", "--password-file", file});
+        EXPECT_EQ(unread.Status, 2);
+        EXPECT_EQ(unread.Output, "nimbractl: Cannot read a password from " + file + ".\n");
+    }
 }
 
 TEST_F(NimbractlUsage, OptionsOnTheCommandLineOverruleTheEnvironment)
