@@ -392,21 +392,47 @@ void WriteView(Context &context, const Request &request, View view, const ListSt
         std::printf("%s\n", client::ResultMessage(request.Word(), view.Result).c_str());
 }
 
+/// Drops the last rows of both lists for which the terminal has no lines; returns the number of
+/// doors dropped. Doors have priority over all but a few events.
+std::size_t FitToTerminal(std::vector<Record> *doors, std::vector<Record> *events)
+{
+    constexpr std::size_t kFewestEvents = 5;
+    // Two headings, an empty line, and that of the cursor.
+    constexpr std::size_t kOtherLines = 4;
+    const std::size_t all = GetTerminalSize().Rows;
+    const std::size_t lines = all - std::min(all, kOtherLines);
+    const std::size_t left = lines - std::min(lines, doors->size());
+    events->resize(std::min(events->size(), std::max(left, kFewestEvents)));
+    const std::size_t room = lines - std::min(lines, events->size());
+    if (doors->size() <= room)
+        return 0;
+    // One line says how many there are.
+    const std::size_t shown = room - std::min<std::size_t>(room, 1);
+    const std::size_t dropped = doors->size() - shown;
+    doors->resize(shown);
+    return dropped;
+}
+
 /// Shows the doors and the latest events once; false when the panel did not return them.
 bool ShowDoors(Context &context, const WatchChoice &choice)
 {
     const Request doors("GetDoorInfoEx");
     const Request events("GetEventLogEx");
     // The last view stays until there is another one.
-    const View allDoors = ReadView(context, doors, 0);
-    const View latest = ReadView(context, events, choice.Events);
+    View allDoors = ReadView(context, doors, 0);
+    View latest = ReadView(context, events, choice.Events);
     if (!allDoors.IsComplete() || !latest.IsComplete())
         return false;
-    if (CanMoveCursor(STDOUT_FILENO))
+    std::size_t dropped = 0;
+    if (CanMoveCursor(STDOUT_FILENO)) {
+        dropped = FitToTerminal(&allDoors.Rows, &latest.Rows);
         std::printf("\033[H\033[2J");
-    WriteView(context, doors, allDoors, {.Status = kLockWords}, TimeZone::Utc);
+    }
+    WriteView(context, doors, std::move(allDoors), {.Status = kLockWords}, TimeZone::Utc);
+    if (dropped > 0)
+        std::printf("Doors that do not fit on the terminal: %zu\n", dropped);
     std::printf("\n");
-    WriteView(context, events, latest, {}, choice.Zone());
+    WriteView(context, events, std::move(latest), {}, choice.Zone());
     std::fflush(stdout);
     return true;
 }

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <ctime>
 #include <functional>
 #include <numeric>
@@ -318,6 +319,41 @@ TEST_F(NimbractlEvents, WatchShowsDoorsAndEventsAgainAndChangesNothing)
     terminal.Type("\x03");
     EXPECT_EQ(terminal.WaitForExit(), -SIGINT);
     EXPECT_TRUE(terminal.IsAsBefore());
+}
+
+/// Runs doors watch once on a terminal with so many lines; returns what it shows.
+std::string WatchOnTerminal(int lines, const std::string &events)
+{
+    std::vector<std::string> command = {
+        "sh", "-c", "stty rows " + std::to_string(lines) + " cols 200 && exec \"$@\"", "sh"};
+    const std::vector<std::string> watch =
+        CtlCommand({"doors", "watch", "--count", "1", "--events", events});
+    command.insert(command.end(), watch.begin(), watch.end());
+    Terminal terminal(command);
+    EXPECT_EQ(terminal.WaitForExit(), 0);
+    return terminal.Output();
+}
+
+TEST_F(NimbractlEvents, WatchFitsTheHeightOfTheTerminal)
+{
+    const auto linesOf = [](const std::string &text) {
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    const std::ptrdiff_t doors =
+        std::stoi(panel_.Value("SELECT COUNT(*) FROM Door WHERE Disable=0"));
+    // The last line is the cursor's.
+    const int all = static_cast<int>(doors) + 10 + 4;
+    EXPECT_EQ(linesOf(WatchOnTerminal(all, "10")), all - 1);
+    EXPECT_EQ(linesOf(WatchOnTerminal(all, "1000")), all - 1);
+    const std::string fewerEvents = WatchOnTerminal(all - 3, "10");
+    EXPECT_EQ(linesOf(fewerEvents), all - 4);
+    EXPECT_THAT(fewerEvents, Not(HasSubstr("do not fit")));
+    const std::string fewerDoors = WatchOnTerminal(12, "10");
+    EXPECT_EQ(linesOf(fewerDoors), 11);
+    EXPECT_THAT(fewerDoors,
+                HasSubstr("\nDoors that do not fit on the terminal: " + std::to_string(doors - 2)));
+    EXPECT_THAT(WatchOnTerminal(1, "2"),
+                HasSubstr("Doors that do not fit on the terminal: " + std::to_string(doors)));
 }
 
 TEST_F(NimbractlEvents, WatchReportsAMissingRight)
