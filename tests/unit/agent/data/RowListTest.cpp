@@ -143,6 +143,20 @@ TEST(RowList, UsesNoMemoryWhenEmpty)
     EXPECT_EQ(RowBytes::Held(), 0U);
 }
 
+TEST(RowBytes, FillsEachBlockToItsLastByte)
+{
+    RowBytes rows;
+    const std::string row(RowBytes::kLongestRow, 'r');
+    ASSERT_TRUE(rows.Append(row));
+    const std::size_t firstBlock = RowBytes::Held();
+    ASSERT_EQ(firstBlock % row.size(), 0U);
+    for (std::size_t used = row.size(); used < firstBlock; used += row.size())
+        EXPECT_TRUE(rows.Append(row));
+    EXPECT_EQ(RowBytes::Held(), firstBlock);
+    EXPECT_TRUE(rows.Append("r"));
+    EXPECT_GT(RowBytes::Held(), firstBlock);
+}
+
 TEST(RowList, ReleasesMemoryAsRowsAreTaken)
 {
     RowList<DoorInfo> rows;
