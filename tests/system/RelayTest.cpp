@@ -101,6 +101,8 @@ class RelayAddress : public Relay, public ::testing::WithParamInterface<const ch
 TEST_P(RelayAddress, IsAuditedAsServerSentIt)
 {
     const std::string address = GetParam();
+    if (address.ends_with("-relay"))
+        NameHost("127.0.0.1", address);
     Start();
     AnswerHandshake(
         {.Text = "RelayDeviceResponse?Result=0\nLogin?Username=admin&Password=admin1234\n"});
@@ -113,9 +115,11 @@ TEST_P(RelayAddress, IsAuditedAsServerSentIt)
     EXPECT_FALSE(std::filesystem::exists("/tmp/owned"));
 }
 
-/// Text after a blank is not part of a dotted address, but it is audited.
+/// A text that starts with a letter is a host name. Text after a blank is not part of a dotted
+/// address, but it is audited.
 INSTANTIATE_TEST_SUITE_P(Each, RelayAddress,
-                         ::testing::Values("127.0.0.1", "localhost", "LocalHost",
+                         ::testing::Values("127.0.0.1", "localhost", "LocalHost", "A-relay",
+                                           "Z-relay", "a-relay", "z-relay",
                                            "127.0.0.1 ;touch /tmp/owned",
                                            "127.0.0.1 $(touch /tmp/owned)", "127.0.0.1 'quoted'"));
 

@@ -19,7 +19,7 @@
 #include <malloc.h>
 
 // Of the runtime of a sanitizer, which has an allocator of its own; null without one.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): it has this name there
+// NOLINTNEXTLINE(*-reserved-identifier,cert-dcl*,readability-identifier-naming): its name there
 extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace nimbra {
