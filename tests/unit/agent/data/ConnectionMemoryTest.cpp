@@ -139,6 +139,26 @@ TEST_F(ConnectionMemoryTest, ClosedConnectionKeepsLittleMemory)
     EXPECT_GT(growth(), 3000000U - 256 * 1024);
 }
 
+TEST_F(ConnectionMemoryTest, ClosedConnectionsOfManyThreadsKeepTwoChunks)
+{
+    constexpr int kThreads = 8;
+    const std::size_t before = AllocatedBytes();
+    std::atomic<int> open = 0;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < kThreads; ++number)
+        threads.emplace_back([&open] {
+            const ConnectionMemory connection;
+            const Piece piece(1000, 'p');
+            // All connections are open at the same time.
+            for (++open; open < kThreads;)
+                std::this_thread::yield();
+            sqlite3_free(piece.Bytes);
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_LT(AllocatedBytes(), before + std::size_t{3} * 128 * 1024);
+}
+
 TEST_F(ConnectionMemoryTest, LastOpenConnectionOfAThreadKeepsTheMemory)
 {
     const ConnectionMemory outer;
