@@ -234,7 +234,7 @@ TEST(RowSender, EndsAfterLimitOfCurrentRowWhenStoppedAndPeerDoesNotRead)
     WaitForNextSecond();
     const Stopwatch watch;
     EXPECT_FALSE(AddRows(&sender, 0, 100));
-    EXPECT_THAT(watch.Seconds(), testing::AllOf(testing::Gt(4.8), testing::Lt(5.8)));
+    EXPECT_THAT(watch.Seconds(), testing::AllOf(testing::Gt(4.5), testing::Lt(5.95)));
     EXPECT_EQ(connection.Receive(), std::string(filled, '#'));
 }
 
