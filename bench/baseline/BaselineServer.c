@@ -10,6 +10,7 @@
 
 #include <errno.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
 #include <stdbool.h>
 #include <stdint.h>
@@ -304,9 +305,18 @@ static void SetLimit(int socket, int option, time_t seconds)
         BaselineFail("setsockopt");
 }
 
+/* Sends the second part of a response before the client has acknowledged the first. */
+static void SendAtOnce(int socket)
+{
+    const int on = 1;
+    if (setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0)
+        BaselineFail("setsockopt");
+}
+
 static void *RunSession(void *argument)
 {
     const int socket = (int)(intptr_t)argument;
+    SendAtOnce(socket);
     SetLimit(socket, SO_RCVTIMEO, IdleSeconds);
     SetLimit(socket, SO_SNDTIMEO, TransferSeconds);
     char line[LineSize];
