@@ -6,11 +6,11 @@ Effort FullEffort()
 {
     return {.MethodRounds = 9,
             .MethodSeconds = 0.02,
-            .RequestRounds = 11,
+            .RequestRounds = 21,
             .RequestScale = 10,
             .ListRounds = 7,
             .ListEvents = 100000,
-            .TripRounds = 101,
+            .TripRounds = 401,
             .QuietTrips = 15,
             .BusyTrips = 100,
             .Connections = 100,

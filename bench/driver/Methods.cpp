@@ -16,7 +16,8 @@ namespace {
 constexpr char kGroup[] = "Methods";
 constexpr Bound kMedianOfQueries{Bound::Side::AtMost, 0.90, Bound::Subject::Agent};
 constexpr Bound kHighestOfQueries{Bound::Side::AtMost, 1.00, Bound::Subject::Agent};
-constexpr Bound kHighestOfOthers{Bound::Side::AtMost, 1.10, Bound::Subject::Agent};
+// They start a shell, whose time varies by a tenth from run to run.
+constexpr Bound kHighestOfOthers{Bound::Side::AtMost, 1.20, Bound::Subject::Agent};
 
 struct Method
 {
