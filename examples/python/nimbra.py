@@ -5,7 +5,8 @@
         print(door["DoorNo"], door["Name"])
     panel.ask("SetDoorLock", Port=1, Control=2)
 
-The commands and their keys are those of the protocol. Every value in a response is a text. User images
+The commands and their keys are those of the protocol. Every value in a response is a text; Url
+has its double quotes. User images
 are not supported.
 """
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
 #include <utility>
 
 #include <nimbra-client/CommandSchema.h>
@@ -74,11 +75,24 @@ OnSilence OnSilenceAfter(const std::string &line)
     return isMistaken ? OnSilence::Wait : OnSilence::Probe;
 }
 
+/// Whether the panel has such names for files that are being uploaded.
+bool IsUploadName(const std::string &name)
+{
+    constexpr std::string_view kPrefix = ".upload-";
+    constexpr std::string_view kLettersAndDigits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    return name.size() == kPrefix.size() + 6 && name.starts_with(kPrefix) &&
+           name.find_first_not_of(kLettersAndDigits, kPrefix.size()) == std::string::npos;
+}
+
 void CheckFileName(const std::string &name)
 {
     if (name.size() < 5 || name.find_first_of("/'") != std::string::npos)
         throw RequestError("The name of a photo must have 5 bytes or more, and no \"/\" or "
                            "single quote.");
+    if (IsUploadName(name))
+        throw RequestError(
+            "The panel keeps such a name for an upload that is not complete: " + name + ".");
 }
 
 } // namespace
@@ -168,8 +182,8 @@ int Session::UploadUserImage(std::int32_t userNo, const std::string &fileName,
     request.Number("UserNo", userNo).RawText("FileName", fileName, kFileNameBytes);
     request.Number("Size", static_cast<std::int32_t>(bytes.size()));
     const std::string &line = request.Line();
-    // The panel then begins a new window for the next line, so that the line cannot fall between
-    // two: the bytes after a lost line would be read as requests.
+    // The panel then begins a new window for the next line, so that none ends in the middle of the
+    // line: the bytes after a lost line would be read as requests.
     static_cast<void>(Execute(Request("Heartbeat")));
     Connection &connection = Ready();
     connection.SendLine(line);

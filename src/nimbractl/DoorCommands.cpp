@@ -102,7 +102,7 @@ void AddDoorCommands(CLI::App &app, Context &context)
         ListDoors);
     list.App
         ->add_option("--name", list.Into->Name,
-                     "Only doors with this text in their name; % is any text, _ any letter")
+                     "Only doors with this text in their name; % is any text, _ any character")
         ->option_text("TEXT");
     AddPaging(*list.App, list.Into->Paging);
     const char *const kDoorHelp = "The door's number";

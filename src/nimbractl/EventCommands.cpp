@@ -469,7 +469,7 @@ void AddFilterOptions(CLI::App &app, EventFilter &filter)
     AddLocalOption(app, filter.IsLocal);
     AddFooter(app,
               "A text is found anywhere, in upper and lower case of ASCII letters; % in it is "
-              "any text, _ any letter. All filters must match. Times are UTC unless --local is "
+              "any text, _ any character. All filters must match. Times are UTC unless --local is "
               "given. --user is not a filter: it is the name to log in with.");
 }
 
@@ -493,6 +493,8 @@ void AddEventCommands(CLI::App &app, Context &context)
         ->option_text("TIME");
     AddFilterOptions(*list.App, *list.Into);
     AddPaging(*list.App, list.Into->Paging);
+    list.App->get_option("--limit")->description(
+        "Show at most this many rows; by default all, or the newest page on a terminal");
     const auto show = AddReadCommand<OneEvent>(events, "show", "Show an event", context, ShowEvent);
     AddNumber(*show.App, "number", show.Into->Number, "The event's number")->required();
     AddLocalOption(*show.App, show.Into->IsLocal);

@@ -35,9 +35,10 @@ void AddRawCommand(CLI::App &app, Context &context)
 {
     const auto command = AddCommand<RawLine>(
         app, "raw",
-        "Send a line of the protocol without a change and print the lines of the response as "
-        "received. "
-        "Nothing is checked, doubled or left out. The bytes of a photo are dropped",
+        "Send a line of the protocol without a change and print the lines of the response, control "
+        "characters as ?. Keys and values are not checked, doubled or left out. The bytes of a "
+        "photo "
+        "are dropped",
         context, SendRaw);
     command.App->add_option("line", command.Into->Line, "The line, such as 'GetDoorInfo?DoorNo=1'")
         ->required()

@@ -177,7 +177,7 @@ void AddUserCommands(CLI::App &app, Context &context)
     AddPaging(*list.App, list.Into->Paging);
     AddFooter(*list.App,
               "A text is found anywhere, in upper and lower case of ASCII letters; % in it is any "
-              "text, _ any letter. All filters must match.");
+              "text, _ any character. All filters must match.");
 
     const auto show = AddReadCommand<UserChange>(users, "show", "Show a user", context, ShowUser);
     const auto add = AddCommand<UserChange>(

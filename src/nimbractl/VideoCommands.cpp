@@ -75,8 +75,11 @@ void AddVideoCommands(CLI::App &app, Context &context)
     const auto play = AddReadCommand<VideoChoice>(video, "play", "Show the recording of an event",
                                                   context, ShowRecording);
     AddNumber(*play.App, "event", play.Into->Number, "The event's number");
-    AddNumber(*play.App, "--tag", play.Into->Tag, "A channel instead of an event: its VideoTag");
-    play.App->add_option("--time", play.Into->Time, "The beginning of the recording, UTC")
+    AddNumber(*play.App, "--tag", play.Into->Tag,
+              "A channel instead of an event: its VideoTag; needs --time");
+    play.App
+        ->add_option("--time", play.Into->Time,
+                     "The beginning of the recording, UTC; only with --tag")
         ->check(IsTime())
         ->option_text("TIME");
     for (const auto &command : {live, play})

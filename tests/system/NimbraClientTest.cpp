@@ -224,7 +224,13 @@ TEST_F(ClientOnPanel, ContinuesAfterUploadWithoutRight)
     const std::vector<char> bytes(1000000, 'x');
     EXPECT_EQ(session.UploadUserImage(7, "user0007.png", bytes), 9);
     EXPECT_EQ(session.Execute(Request("GetDoorInfo").Number("DoorNo", 1)).Result, 0);
-    EXPECT_THROW(static_cast<void>(session.UploadUserImage(7, "a.b", bytes)), client::RequestError);
+    for (const char *name : {"a.b", "a/b.png", "it's.png", ".upload-Zz0189"})
+        EXPECT_THROW(static_cast<void>(session.UploadUserImage(7, name, bytes)),
+                     client::RequestError)
+            << name;
+    for (const char *name :
+         {".upload-abc12", ".upload-abc1234", ".upload-abc.12", "xupload-abc123"})
+        EXPECT_EQ(session.UploadUserImage(7, name, bytes), 9) << name;
     EXPECT_THROW(static_cast<void>(session.UploadUserImage(7, "user.png", {})),
                  client::RequestError);
 }

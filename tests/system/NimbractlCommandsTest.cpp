@@ -358,6 +358,8 @@ TEST_F(NimbractlCommands, PhotosThatCannotBeTransferredAreExplained)
                    "\"/\"");
     ExpectCtlFails({"users", "photo", "put", "7", "/tmp/some.png", "--name", "it's.png"}, 2,
                    "quote");
+    ExpectCtlFails({"users", "photo", "put", "7", "/tmp/some.png", "--name", ".upload-abc123"}, 2,
+                   "an upload that is not complete: .upload-abc123");
     EXPECT_EQ(Audited(), std::vector<std::string>{});
 }
 

@@ -76,14 +76,14 @@ public:
     Session(Session &&) noexcept;
     Session &operator=(Session &&) noexcept;
 
-    /// Logs in. Returns the Result: 0 success, 1 wrong name or password. Keeps name and password
-    /// for opening the session again. Throws RequestError for a name or a password that cannot be
-    /// sent.
+    /// Logs in. Returns the Result: 0 success, 1 wrong name or password, or the panel cannot read
+    /// its database. Keeps name and password for opening the session again. Throws RequestError for
+    /// a name or a password that cannot be sent.
     [[nodiscard]] int Login(const std::string &user, const std::string &password);
 
     /// Sends a request and returns its response, rows included. Sends the line once more when the
-    /// panel has provably lost it (it reads in windows of 5 seconds and drops what arrives between
-    /// two). Throws RequestError for a line that is too long.
+    /// panel has provably lost it (it reads in windows of 5 seconds and drops the part of a line
+    /// that has arrived when one ends). Throws RequestError for a line that is too long.
     [[nodiscard]] Response Execute(const Request &request);
 
     /// Sends a line without a check of its pairs, once. Returns nothing when the panel leaves the
@@ -106,7 +106,8 @@ public:
 
     /// Uploads the image of a user and returns the Result. Throws RequestError for an empty image,
     /// for one of more than kUserImageBytes, and for a name that the panel would refuse or not find
-    /// again: of less than 5 or more than kFileNameBytes bytes, or with a "/" or a quote.
+    /// again: of less than 5 or more than kFileNameBytes bytes, with a "/" or a quote, or that of
+    /// an unfinished upload on the panel, ".upload-" and six letters or digits.
     [[nodiscard]] int UploadUserImage(std::int32_t userNo, const std::string &fileName,
                                       const std::vector<char> &bytes,
                                       const ProgressCallback &progress = {});
