@@ -23,7 +23,6 @@ using std::chrono::milliseconds;
 class Run
 {
 public:
-    /// Records the responses to requests for rows that the run does not change.
     explicit Run(const test::TestPanel &panel);
 
     [[nodiscard]] const test::TestPanel &Panel() const { return panel_; }

@@ -122,7 +122,7 @@ void Sustain(const std::function<bool()> &isToGoOn, Agent &agent, Result &result
 /// resources.
 void LetGo(Agent &agent, Result &result)
 {
-    // A heartbeat opens a descriptor for a moment.
+    // While the cloud server is away, the link holds a socket for up to ten seconds.
     static_cast<void>(test::WaitUntil(
         [&] {
             result.LogLines += agent.ForgetLog();
@@ -148,8 +148,10 @@ Result RunRounds(double seconds, double roundSeconds)
     const Stopwatch watch;
     Agent agent;
     // Threads: main, listener, reaper, cloud link and discovery. No connection to the cloud server.
-    static_cast<void>(test::WaitUntil(
-        [&] { return agent.Threads() == 5 && agent.Descriptors() == Agent::kDescriptorsAtRest; }));
+    if (!test::WaitUntil([&] {
+            return agent.Threads() == 5 && agent.Descriptors() == Agent::kDescriptorsAtRest;
+        }))
+        throw std::runtime_error("the agent does not come to rest");
     result.AtStart = Look(agent);
     run.Learn();
     do {

@@ -107,6 +107,13 @@ Agent::~Agent()
     FailOnReports();
 }
 
+Agent::Options Agent::InTimeZone(const std::string &timeZone)
+{
+    Options options;
+    options.Environment = {{"TZ", timeZone}};
+    return options;
+}
+
 const std::vector<std::string> &Agent::Log()
 {
     ReadOutput();
@@ -149,12 +156,16 @@ bool Agent::WaitForMessage(std::string_view source, std::string_view method,
     return WaitUntil([&] { return CountMessages(source, method, message) >= count; }, limit);
 }
 
-void Agent::Signal(int signal) const
+void Agent::Signal(int signal)
 {
+    if (!IsRunning())
+        return;
+    isKilled_ = isKilled_ || signal == SIGKILL;
+    isToldToEnd_ = isToldToEnd_ || signal == SIGTERM || signal == SIGINT || signal == SIGQUIT;
     kill(pid_, signal);
 }
 
-bool Agent::Suspend() const
+bool Agent::Suspend()
 {
     Signal(SIGSTOP);
     return WaitUntil([this] {
@@ -238,8 +249,8 @@ void Agent::ReadOutput()
 
 void Agent::FailOnReports()
 {
-    const bool isKilledByTest = status_ == -SIGKILL;
-    bool isBad = status_ != 0 && !isKilledByTest;
+    const bool isWanted = (isToldToEnd_ && status_ == 0) || (isKilled_ && status_ == -SIGKILL);
+    bool isBad = !isWanted;
     isBad = isBad || std::any_of(lines_.begin(), lines_.end(), IsReport);
     if (!isBad && !::testing::Test::HasFailure())
         return;

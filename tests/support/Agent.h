@@ -33,6 +33,8 @@ public:
         bool WaitUntilServing = true;
     };
 
+    [[nodiscard]] static Options InTimeZone(const std::string &timeZone);
+
     Agent() : Agent(Options()) {}
     explicit Agent(Options options);
     ~Agent();
@@ -57,10 +59,10 @@ public:
                                       std::string_view message, std::size_t count = 1,
                                       milliseconds limit = kSoon);
 
-    void Signal(int signal) const;
+    void Signal(int signal);
     /// Stops the agent until it gets SIGCONT, and returns when all its threads have stopped. False
     /// if they have not within `kSoon`.
-    [[nodiscard]] bool Suspend() const;
+    [[nodiscard]] bool Suspend();
     /// The exit status, or the negative number of the signal that ended the agent; nothing if it
     /// still runs.
     [[nodiscard]] std::optional<int> WaitForExit(milliseconds limit = kSoon);
@@ -85,6 +87,9 @@ private:
     std::string unfinished_;
     std::vector<std::string> lines_;
     std::optional<int> status_;
+    // By a signal of the test.
+    bool isToldToEnd_ = false;
+    bool isKilled_ = false;
 };
 
 } // namespace nimbra::test

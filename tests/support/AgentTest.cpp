@@ -4,19 +4,8 @@
 
 namespace nimbra::test {
 
-namespace {
-
-Agent::Options InTimeZone(const std::string &timeZone)
-{
-    Agent::Options options;
-    options.Environment = {{"TZ", timeZone}};
-    return options;
-}
-
-} // namespace
-
 AgentTest::AgentTest(const panel::PanelSize &size, const std::string &timeZone)
-    : panel_(size), agent_(InTimeZone(timeZone))
+    : panel_(size), agent_(Agent::InTimeZone(timeZone))
 {}
 
 AgentTest::~AgentTest()

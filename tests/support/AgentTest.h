@@ -17,8 +17,8 @@ class AgentTest : public ::testing::Test
 {
 protected:
     explicit AgentTest(const panel::PanelSize &size = {}, const std::string &timeZone = "UTC0");
-    /// Ends the agent while the clients send, so that it does not wait until they have been silent
-    /// for 10 seconds.
+    /// Ends the agent while the clients send, so that it does not wait for the rest of their time
+    /// to send a line, up to 5 seconds.
     ~AgentTest() override;
 
     /// Creates a client, which exists until the end of the test.

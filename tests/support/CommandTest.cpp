@@ -18,17 +18,10 @@ using ::testing::HasSubstr;
 constexpr char kHandlers[] = "ClientWorker.cpp";
 constexpr char kDataMethods[] = "DataManager.cpp";
 
-Agent::Options InTimeZone(const std::string &timeZone)
-{
-    Agent::Options options;
-    options.Environment = {{"TZ", timeZone}};
-    return options;
-}
-
 } // namespace
 
 CommandTest::CommandTest(const panel::PanelSize &size, const std::string &timeZone)
-    : panel_(size), agent_(InTimeZone(timeZone)), client_(LoggedIn())
+    : panel_(size), agent_(Agent::InTimeZone(timeZone)), client_(LoggedIn())
 {}
 
 CommandTest::~CommandTest()
@@ -82,11 +75,12 @@ void CommandTest::ExpectBreaksOff(const std::string &request,
 {
     SCOPED_TRACE(request);
     const std::string command = CommandOf(request);
+    const std::size_t messages = agent_.CountMessages(kHandlers, command, command + " fail");
     const std::size_t failures = agent_.CountMessages(kDataMethods, command, "sqlite3_exec fail");
     const std::size_t calls = panel_.Calls().size();
     std::vector<std::string> journal = panel_.Journal();
     EXPECT_EQ(Ask(request), command + "Response?Result=1");
-    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail", messages + 1));
     EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_exec fail"), failures + 1);
     journal.insert(journal.end(), statements.begin(), statements.end());
     EXPECT_EQ(panel_.Journal(), journal);
@@ -98,9 +92,10 @@ void CommandTest::ExpectNeedsDatabase(const std::string &request)
     SCOPED_TRACE(request);
     const std::string command = CommandOf(request);
     const std::size_t calls = panel_.Calls().size();
+    const std::size_t messages = agent_.CountMessages(kHandlers, command, command + " fail");
     const WithoutDatabases withoutDatabases(panel_);
     EXPECT_EQ(Ask(request), command + "Response?Result=1");
-    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail"));
+    EXPECT_TRUE(agent_.WaitForMessage(kHandlers, command, command + " fail", messages + 1));
     EXPECT_EQ(agent_.CountMessages(kDataMethods, command, "sqlite3_open fail"), 1U);
     EXPECT_EQ(panel_.Calls(calls), std::vector<panel::Call>());
 }
@@ -122,7 +117,9 @@ void CommandTest::ExpectReadsKeys(const std::string &request)
     SCOPED_TRACE(request);
     const std::vector<std::string> answer = AskList(request);
     EXPECT_THAT(answer[0], HasSubstr("Result=0"));
+    const std::size_t unknown = agent_.CountInLog("Invalid Token");
     EXPECT_EQ(AskList(WithUpperCaseKeys(request)), answer);
+    EXPECT_EQ(agent_.CountInLog("Invalid Token"), unknown);
     const std::string command = CommandOf(request);
     EXPECT_EQ(AskList(command + "?Unknown=1&" + request.substr(command.size() + 1)), answer);
     EXPECT_EQ(agent_.CountMessages(kHandlers, command, "Invalid Token: Unknown"), 1U);

@@ -1,6 +1,7 @@
 #include "support/DiscoveryProbe.h"
 
 #include "support/Files.h"
+#include "support/TestSocket.h"
 
 #include <array>
 #include <cerrno>
@@ -24,15 +25,6 @@ constexpr char kPanelAddress[] = "192.168.77.10";
 constexpr int kProbePort = 9701;
 constexpr int kAnswerPort = 9702;
 
-sockaddr_in AddressOf(const char *address, int port)
-{
-    sockaddr_in result = {};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(static_cast<std::uint16_t>(port));
-    inet_pton(AF_INET, address, &result.sin_addr);
-    return result;
-}
-
 /// A datagram socket of the second host. Only the thread that makes it moves to that network.
 Descriptor SocketOnSecondHost()
 {
@@ -48,7 +40,7 @@ Descriptor SocketOnSecondHost()
 
 void SendTo(const Descriptor &socket, const char *address, std::string_view datagram)
 {
-    const sockaddr_in panel = AddressOf(address, kProbePort);
+    const sockaddr_in panel = SocketAddress(address, kProbePort);
     sendto(socket.Get(), datagram.data(), datagram.size(), 0,
            reinterpret_cast<const sockaddr *>(&panel), sizeof panel);
 }
@@ -78,7 +70,7 @@ bool IsDiscoveryOpen()
 DiscoveryProbe::DiscoveryProbe() : socket_(SocketOnSecondHost())
 {
     const int on = 1;
-    const sockaddr_in own = AddressOf("0.0.0.0", kAnswerPort);
+    const sockaddr_in own = SocketAddress("0.0.0.0", kAnswerPort);
     if (!socket_.IsOpen() ||
         setsockopt(socket_.Get(), SOL_SOCKET, SO_BROADCAST, &on, sizeof on) != 0 ||
         setsockopt(socket_.Get(), IPPROTO_IP, IP_PKTINFO, &on, sizeof on) != 0 ||

@@ -6,7 +6,7 @@
 
 namespace nimbra::test {
 
-void EndAgent(const Agent &agent, ManagementClient &client)
+void EndAgent(Agent &agent, ManagementClient &client)
 {
     agent.Signal(SIGTERM);
     static_cast<void>(WaitUntil([&client] {

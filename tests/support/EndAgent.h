@@ -7,6 +7,6 @@ namespace nimbra::test {
 
 /// Asks the agent to end, and lets the client send until its session has ended: the agent need not
 /// wait for its silence.
-void EndAgent(const Agent &agent, ManagementClient &client);
+void EndAgent(Agent &agent, ManagementClient &client);
 
 } // namespace nimbra::test

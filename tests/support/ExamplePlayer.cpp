@@ -39,11 +39,6 @@ constexpr int kServerPort = 9500;
 constexpr char kRegistration[] = "> SetDeviceInfo?*";
 constexpr char kRegistrationAnswer[] = "< SetDeviceInfoResponse?Result=0&DeviceNo=7";
 
-bool BeginsWith(const std::string &text, const std::string &beginning)
-{
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
-
 bool Matches(const std::string &pattern, const std::string &text)
 {
     std::string shown;
@@ -187,7 +182,7 @@ std::string PlayConsole(const Example &example)
     // before it in $?.
     std::string script = "cd /tmp\nexec 2>&1\n";
     for (const std::string &line : example.Lines)
-        if (BeginsWith(line, "$ "))
+        if (line.starts_with("$ "))
             script += "status=$?; printf '%s\\n' " + InSingleQuotes(line) + "; (exit $status)\n" +
                       line.substr(2) + "\n";
     const ProgramResult result = RunProgram(
@@ -243,21 +238,24 @@ std::string CloudPlayer::PlayConnection(const std::vector<std::string> &lines)
     if (isRelay && OwnAddress(panel.Socket()) != relay.Address)
         return Differs("a connection to " + relay.Address, "one to " + OwnAddress(panel.Socket()));
     std::string failure = PlayLines(panel, lines);
-    if (failure.empty() && !isRelay && !panel.IsClosedByPeer())
+    if (!failure.empty())
+        return failure;
+    if (!isRelay && !panel.IsClosedByPeer())
         return "the agent does not close the connection\n";
-    return failure;
+    const std::optional<std::string> more = panel.ReadLine(milliseconds(0));
+    return more ? Differs("(nothing more)", *more) : "";
 }
 
 std::string CloudPlayer::PlayLines(ManagementClient &panel, const std::vector<std::string> &lines)
 {
     std::string unsent; // consecutive lines are sent together
     for (const std::string &line : lines) {
-        if (BeginsWith(line, "< ")) {
+        if (line.starts_with("< ")) {
             unsent += line.substr(2) + "\n";
             Obey(line);
             continue;
         }
-        if (!BeginsWith(line, "> "))
+        if (!line.starts_with("> "))
             return NotALine(line);
         panel.Send(unsent);
         unsent.clear();
@@ -272,7 +270,7 @@ std::string CloudPlayer::PlayLines(ManagementClient &panel, const std::vector<st
 void CloudPlayer::Obey(const std::string &answer)
 {
     const std::string type = ValueOf(answer, "LinkType");
-    if (!BeginsWith(answer, "< HeartBeatResponse?") || type.empty() || type == "0")
+    if (!answer.starts_with("< HeartBeatResponse?") || type.empty() || type == "0")
         return;
     relay_.Address = ValueOf(answer, "LinkAddr");
     if (addresses_.insert(relay_.Address).second)

@@ -14,18 +14,13 @@ namespace nimbra::test {
 
 namespace {
 
-bool BeginsWith(const std::string &text, const std::string &beginning)
-{
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
-
 std::string SuccessOf(const std::string &line)
 {
     if (line == "Hello?")
         return "HelloResponse?Result=0&Key=1\n";
     if (line == "Heartbeat?")
         return "HeartbeatResponse?Result=0\n";
-    return BeginsWith(line, "Login?") ? "LoginResponse?Result=0\n" : "";
+    return line.starts_with("Login?") ? "LoginResponse?Result=0\n" : "";
 }
 
 /// Waits until the socket can be read; false when the panel is to end.
@@ -68,7 +63,7 @@ std::size_t FakePanel::Count(const std::string &beginning) const
     const std::vector<std::string> lines = Lines();
     return static_cast<std::size_t>(
         std::count_if(lines.begin(), lines.end(), [&beginning](const std::string &line) {
-            return BeginsWith(line, beginning);
+            return line.starts_with(beginning);
         }));
 }
 

@@ -16,7 +16,7 @@ namespace nimbra::test {
 class ManagementClient
 {
 public:
-    /// Connects, and tries again for a while if nobody listens yet. Fails the test if it cannot.
+    /// Connects, and tries again for a while if nobody listens yet. Throws if it cannot.
     explicit ManagementClient(const std::string &address = "127.0.0.1", int port = 9000,
                               milliseconds limit = kSoon);
     /// Takes over a connected socket.

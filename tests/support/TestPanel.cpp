@@ -34,6 +34,11 @@ TestPanel::TestPanel(const panel::PanelSize &size, Cloud cloud)
     panel::CreatePanel("/", options);
 }
 
+CloudPanel::CloudPanel() : TestPanel({}, Cloud::Enabled)
+{
+    NameHost("127.0.0.1", "cloud.nimbra.example");
+}
+
 void TestPanel::Run(const std::string &file, const std::string &sql)
 {
     panel::SqliteFile(file).Run(sql);

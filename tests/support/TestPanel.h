@@ -61,6 +61,14 @@ private:
     panel::PanelPaths paths_{"/"};
 };
 
+/// A panel whose cloud link is enabled and finds its server on this machine. For an agent that is
+/// started afterwards.
+class CloudPanel : public TestPanel
+{
+public:
+    CloudPanel();
+};
+
 /// The call of the command tool that records an event of a client at 127.0.0.1.
 [[nodiscard]] panel::Call AuditCall(int eventCode, const std::string &userName = "admin");
 

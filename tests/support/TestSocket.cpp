@@ -7,8 +7,6 @@
 
 namespace nimbra::test {
 
-namespace {
-
 sockaddr_in SocketAddress(const char *address, int port)
 {
     sockaddr_in result = {};
@@ -17,8 +15,6 @@ sockaddr_in SocketAddress(const char *address, int port)
     inet_pton(AF_INET, address, &result.sin_addr);
     return result;
 }
-
-} // namespace
 
 TestSocket::TestSocket(int type) : socket_(socket(AF_INET, type | SOCK_CLOEXEC, 0))
 {}

@@ -4,9 +4,13 @@
 
 #include <utility>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 namespace nimbra::test {
+
+/// The address in digits and dots. Any thread.
+[[nodiscard]] sockaddr_in SocketAddress(const char *address, int port);
 
 /// An IPv4 socket of a test. One thread.
 class TestSocket

@@ -58,11 +58,26 @@ std::map<std::string, int> LinesByGroup(const nlohmann::json &report)
     return lines;
 }
 
+/// A document without what is between the marks of a part, "<!-- Name -->" and "<!-- /Name -->".
+std::string WithoutFigures(const std::string &document)
+{
+    std::istringstream lines(document);
+    std::string text;
+    bool isPart = false;
+    for (std::string line; std::getline(lines, line);) {
+        isPart = isPart && !line.starts_with("<!-- /");
+        if (!isPart)
+            text += line + "\n";
+        isPart = isPart || (line.starts_with("<!-- ") && !line.starts_with("<!-- /"));
+    }
+    return text;
+}
+
 } // namespace
 
 TEST(Benchmark, FillsEveryLineOfTableAndDocument)
 {
-    fs::copy_file(NIMBRA_PERFORMANCE_DOCUMENT, kDocument);
+    WriteFile(kDocument, WithoutFigures(ReadFile(NIMBRA_PERFORMANCE_DOCUMENT)));
     ProgramResult result;
     const nlohmann::json report = Measure({"--update-document", kDocument}, &result);
     ASSERT_EQ(0, result.Status) << result.Output;

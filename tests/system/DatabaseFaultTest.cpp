@@ -117,6 +117,11 @@ protected:
     void StartLongRequest()
     {
         ASSERT_EQ(Levels(), 1);
+        // Each insert takes some milliseconds, so that the request lasts until the test locks the
+        // database.
+        panel_.Run("CREATE TRIGGER Slow AFTER INSERT ON CardAccessLevel BEGIN"
+                   " SELECT COUNT(*) FROM EventCode a, EventCode b, EventCode c WHERE"
+                   " a.EventCode + b.EventCode + c.EventCode < 0; END");
         client_->SendLine(LongListRequest());
         ASSERT_TRUE(WaitUntil([&] { return Levels() > 5; }));
     }
@@ -261,8 +266,10 @@ TEST_F(LockedDatabase, OtherSessionsAreServedMeanwhile)
     ManagementClient other = LoggedIn();
     const Lock lock(main_);
     client_->SendLine("SetUserInfo?UserNo=1&LastName=Late");
+    EXPECT_TRUE(client_->IsSilent(milliseconds(300)));
     EXPECT_EQ(other.Ask("Heartbeat?"), "HeartbeatResponse?Result=0");
     EXPECT_EQ(other.Ask("SetEvent?Enable=1"), "SetEventResponse?Result=0");
+    EXPECT_TRUE(client_->IsSilent(milliseconds(0)));
     EXPECT_EQ(client_->ReadLine(), "SetUserInfoResponse?Result=1");
 }
 

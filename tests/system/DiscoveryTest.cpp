@@ -3,6 +3,7 @@
 #include "support/Agent.h"
 #include "support/DiscoveryProbe.h"
 #include "support/Files.h"
+#include "support/Sanitized.h"
 #include "support/TestPanel.h"
 #include "support/TestSocket.h"
 
@@ -172,12 +173,13 @@ TEST_F(Discovery, SurvivesRandomDatagrams)
     EXPECT_LT(agent_.ResidentKiB(), before + 4096);
 }
 
-TEST_F(Discovery, EndsWithin4Seconds)
+TEST_F(Discovery, EndsQuickly)
 {
     ASSERT_TRUE(IsServing());
     const Stopwatch watch;
     EXPECT_EQ(agent_.End(), 0);
-    EXPECT_LT(watch.Seconds(), 4);
+    // A sanitizer on a busy machine takes longer.
+    EXPECT_LT(watch.Seconds(), kIsSanitized ? 9 : 4);
 }
 
 TEST(DiscoveryPort, IsRetriedEverySecondUntilFree)

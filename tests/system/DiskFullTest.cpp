@@ -98,7 +98,7 @@ TEST_F(DiskFull, DatabaseChangesFailCompletelyAndReadsSucceed)
     std::size_t done = 0;
     std::size_t missing = 0;
     for (std::size_t pages = 0; pages <= kEnoughPages; ++pages) {
-        // Two changes: a small one, and one that needs new pages.
+        // Two changes of different length.
         for (const std::string length : {"1", "32"}) {
             const std::string name = "P" + std::to_string(pages) + "L" + length;
             SCOPED_TRACE(name);

@@ -30,6 +30,7 @@ namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 /// The Info of a block whose panel is two hours ahead of UTC.
@@ -260,9 +261,7 @@ TEST_F(ConversationPlayer, LogsInUnlessBlockIsAnonymous)
 class CloudExamplePlayer : public ::testing::Test
 {
 protected:
-    CloudExamplePlayer() { NameHost("127.0.0.1", "cloud.nimbra.example"); }
-
-    TestPanel panel_{{}, TestPanel::Cloud::Enabled};
+    CloudPanel panel_;
     CloudPlayer player_;
     Agent agent_;
 };
@@ -280,15 +279,15 @@ INSTANTIATE_TEST_SUITE_P(Protocol, CloudExample,
 
 TEST_F(CloudExamplePlayer, ReportsUnexpectedRequest)
 {
-    EXPECT_NE(player_.Play(WithOther(FirstOf("cloud"), "> HeartBeat?", "> HeartBeat?DeviceNo=8")),
-              "");
+    EXPECT_THAT(player_.Play(WithOther(FirstOf("cloud"), "> HeartBeat?", "> HeartBeat?DeviceNo=8")),
+                HasSubstr("expected: HeartBeat?DeviceNo=8"));
 }
 
 TEST_F(CloudExamplePlayer, ReportsMissingRequest)
 {
     Example example = FirstOf("cloud");
     example.Lines.emplace_back("> HeartBeat?DeviceNo=7");
-    EXPECT_NE(player_.Play(example), "");
+    EXPECT_THAT(player_.Play(example), HasSubstr("expected: HeartBeat?DeviceNo=7"));
 }
 
 // Discovery.

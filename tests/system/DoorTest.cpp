@@ -304,15 +304,19 @@ TEST_F(Door, SetDoorLockRunsCommandToolPauses1SecondAndAudits)
         {"Port=-5", {"door", "-5", "locked"}, 11213},
         {"Port=-2147483648&Control=2", {"door", "-2147483648", "m_unlock"}, 11212},
         {"", {"door", "0", "locked"}, 11213}};
+    double shortest = 100;
     for (const Control &control : controls) {
         SCOPED_TRACE(control.Keys);
         const std::size_t calls = panel_.Calls().size();
         const Stopwatch watch;
         EXPECT_EQ(Ask("SetDoorLock?" + control.Keys), "SetDoorLockResponse?Result=0");
-        EXPECT_GE(watch.Seconds(), 1.0);
+        shortest = std::min(shortest, watch.Seconds());
         EXPECT_THAT(panel_.Calls(calls),
                     ElementsAre(control.Command, AuditCall(control.EventCode)));
     }
+    // A busy machine delays some.
+    EXPECT_GE(shortest, 1.0);
+    EXPECT_LT(shortest, 2.0);
     EXPECT_EQ(agent_.CountMessages("ClientWorker.cpp", "SetDoorLock", "Invalid Token: Unknown"),
               1U);
     EXPECT_THAT(panel_.Journal(), IsEmpty());

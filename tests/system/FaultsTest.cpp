@@ -457,7 +457,9 @@ TEST_F(SessionFault, PermanentReceiveFaultEndsSessionLikeSilentOne)
 {
     ManagementClient other = LoggedIn();
     faults_.Fail(Point::Receive, EIO, 1, Faults::kAlways);
+    const Stopwatch watch;
     EXPECT_TRUE(other.IsClosedByPeer(seconds(40)));
+    EXPECT_GT(watch.Seconds(), 9);
     faults_.Stop(Point::Receive);
     client_ = std::make_unique<ManagementClient>(LoggedIn());
 }

@@ -60,9 +60,8 @@ public:
     {}
 
     /// Requests changes until the agent has ended; `answered` counts the answered ones.
-    void Work(std::atomic<int> &answered)
+    void Work(ManagementClient &client, std::atomic<int> &answered)
     {
-        ManagementClient client = LoggedIn();
         for (int serial = 1;; ++serial) {
             Change change{static_cast<Change::Kind>(random_() % 6),
                           "T" + std::to_string(random_()) + "S" + std::to_string(serial) + "E"};
@@ -231,12 +230,15 @@ TEST(KilledAgent, KeepsAnsweredChangesAndLeavesNoPartialOnes)
         SCOPED_TRACE("round " + std::to_string(round));
         Agent agent;
         std::vector<Changer> changers;
-        for (int number = 1; number <= kClients; ++number)
+        std::vector<ManagementClient> clients;
+        for (int number = 1; number <= kClients; ++number) {
             changers.emplace_back(number, round);
+            clients.push_back(LoggedIn());
+        }
         std::atomic<int> answered = 0;
         std::vector<std::thread> threads;
-        for (Changer &changer : changers)
-            threads.emplace_back([&] { changer.Work(answered); });
+        for (std::size_t i = 0; i < changers.size(); ++i)
+            threads.emplace_back([&, i] { changers[i].Work(clients[i], answered); });
         EXPECT_TRUE(WaitUntil([&] { return answered >= kChangesEachRound; }, seconds(60)));
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
         agent.Signal(SIGKILL);

@@ -30,16 +30,11 @@ client::SessionOptions OptionsFor(const FakePanel &panel)
     return options;
 }
 
-bool BeginsWith(const std::string &text, const std::string &beginning)
-{
-    return text.compare(0, beginning.size(), beginning) == 0;
-}
-
 TEST(ClientSession, SendsALineAgainThatThePanelHasProvablyLost)
 {
     int losses = 0;
     FakePanel panel([&losses](const std::string &line) {
-        if (!BeginsWith(line, "SetThreatLevel?") || ++losses == 1)
+        if (!line.starts_with("SetThreatLevel?") || ++losses == 1)
             return "";
         return "SetThreatLevelResponse?Result=0\n";
     });
@@ -52,7 +47,7 @@ TEST(ClientSession, SendsALineAgainThatThePanelHasProvablyLost)
 TEST(ClientSession, DoesNotRepeatALineThatIsAnsweredLate)
 {
     FakePanel panel([](const std::string &line) {
-        if (!BeginsWith(line, "GetThreatLevel?"))
+        if (!line.starts_with("GetThreatLevel?"))
             return "";
         std::this_thread::sleep_for(std::chrono::milliseconds(3500));
         return "GetThreatLevelResponse?Result=0&ThreatLevel=3\n";
@@ -66,7 +61,7 @@ TEST(ClientSession, DoesNotRepeatALineThatIsAnsweredLate)
 TEST(ClientSession, DistinguishesResponsesOfHeartbeatsAndRequests)
 {
     FakePanel panel([](const std::string &line) {
-        return BeginsWith(line, "GetThreatLevel?")
+        return line.starts_with("GetThreatLevel?")
                    ? "GetThreatLevelResponse?Result=0&ThreatLevel=3\n"
                    : "";
     });
@@ -119,7 +114,7 @@ TEST(ClientSession, EventsThatArriveMeanwhileAreNotListedTwice)
         if (line == "GetEventLogEx?Offset=3&Limit=3")
             return "GetEventLogExResponse?Result=0&Total=100000&Offset=3&Count=1\n"
                    "EventNo=8&EventTime=x\n";
-        return BeginsWith(line, "GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
+        return line.starts_with("GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
     });
     Session session(OptionsFor(panel));
     std::vector<int> numbers;
@@ -134,7 +129,7 @@ TEST(ClientSession, EventListReturnsResultOfFailedLaterPage)
         if (line == "GetEventLogEx?Limit=2")
             return "GetEventLogExResponse?Result=0&Total=100000&Offset=0&Count=2\n"
                    "EventNo=10&EventTime=x\nEventNo=9&EventTime=x\n";
-        return BeginsWith(line, "GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
+        return line.starts_with("GetEventLogEx?") ? "GetEventLogExResponse?Result=1\n" : "";
     });
     Session session(OptionsFor(panel));
     std::vector<int> numbers;
@@ -148,7 +143,7 @@ TEST(ClientSession, ListReturnsResultOfFailedLaterPage)
         if (line == "GetDoorInfoEx?Limit=1")
             return "GetDoorInfoExResponse?Result=0&Total=2&Offset=0&Count=1\n"
                    "DoorNo=1&Name=x&Status=0\n";
-        return BeginsWith(line, "GetDoorInfoEx?") ? "GetDoorInfoExResponse?Result=1\n" : "";
+        return line.starts_with("GetDoorInfoEx?") ? "GetDoorInfoExResponse?Result=1\n" : "";
     });
     Session session(OptionsFor(panel));
     int rows = 0;
@@ -167,9 +162,9 @@ TEST(ClientSession, ListReturnsResultOfFailedLaterPage)
 TEST(ClientSession, CanBeUsedAfterCancellation)
 {
     FakePanel panel([](const std::string &line) -> std::optional<std::string> {
-        if (BeginsWith(line, "GetThreatLevel?"))
+        if (line.starts_with("GetThreatLevel?"))
             return "GetThreatLevelResponse?Result=0&ThreatLevel=3\n";
-        return BeginsWith(line, "GetCardFormatEx?")
+        return line.starts_with("GetCardFormatEx?")
                    ? "GetCardFormatExResponse?Result=0&Total=2&Offset=0&Count=2\n"
                    : "";
     });

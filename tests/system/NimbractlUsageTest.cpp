@@ -46,6 +46,7 @@ TEST(NimbractlHelp, ShowsUsageOfEveryCommand)
                                                "doors lock",
                                                "doors unlock",
                                                "doors hold",
+                                               "doors watch",
                                                "outputs get",
                                                "outputs on",
                                                "outputs off",
@@ -412,10 +413,9 @@ TEST_F(NimbractlUsage, ShellReadsLinesThatEndWithCarriageReturn)
 
 TEST(NimbractlRemoteAccess, PrintsSameOutputThroughCloudServer)
 {
-    NameHost("127.0.0.1", "cloud.nimbra.example");
-    const TestPanel panel({}, TestPanel::Cloud::Enabled);
+    const CloudPanel panel;
     const simulator::CloudServer server;
-    const Agent agent;
+    Agent agent;
     const std::vector<std::string> local = {"NIMBRA_HOST=127.0.0.1", "NIMBRA_USER=operator",
                                             "NIMBRA_PASSWORD=operate!1"};
     std::vector<std::string> remote = local;

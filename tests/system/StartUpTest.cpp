@@ -122,8 +122,10 @@ std::string Children(const Agent &agent)
 {
     std::string children;
     for (const auto &task :
-         fs::directory_iterator("/proc/" + std::to_string(agent.Pid()) + "/task"))
+         fs::directory_iterator("/proc/" + std::to_string(agent.Pid()) + "/task")) {
+        EXPECT_TRUE(fs::exists(task.path() / "children"));
         children += ReadFile(task.path() / "children");
+    }
     return children;
 }
 
@@ -445,6 +447,8 @@ TEST(OtherSignals, AreIgnored)
     const TestPanel panel;
     Agent agent;
     ManagementClient client = LoggedIn();
+    // Another thread logs this.
+    ASSERT_TRUE(agent.WaitForLog("Client Count: 1"));
     const std::vector<std::string> before = agent.Log();
     const std::uint64_t ignored = SignalMask(agent, "SigIgn");
     for (const int signal : {SIGCHLD, SIGPIPE, SIGABRT, SIGUSR1, SIGUSR2}) {

@@ -320,8 +320,7 @@ TEST(WaitingDiscovery, TriesAFailedReceiptOnceASecond)
 
 TEST(WaitingLink, TriesAServerThatRefusesOnceASecond)
 {
-    NameHost("127.0.0.1", "cloud.nimbra.example");
-    const TestPanel panel({}, TestPanel::Cloud::Enabled);
+    const CloudPanel panel;
     Agent agent;
     // The first attempt is under way within a second, and goes on for ten.
     std::this_thread::sleep_for(seconds(2));

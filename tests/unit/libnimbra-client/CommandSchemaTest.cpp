@@ -1,12 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+#include <string>
+
 #include <nimbra-client/CommandSchema.h>
 #include <nimbra-client/ResultMessage.h>
 
 namespace nimbra::client {
 
 namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
 
 TEST(ClientCommandSchema, ListsEveryCommandOnce)
 {
@@ -26,8 +33,19 @@ TEST(ClientCommandSchema, ExplainsEveryResultInOneSentence)
 {
     for (const CommandSchema &schema : CommandSchemas())
         for (const int result : {0, 1, 2, 3, 9, 77})
-            EXPECT_THAT(ResultMessage(schema.Word, result), ::testing::EndsWith("."))
+            EXPECT_THAT(ResultMessage(schema.Word, result),
+                        AllOf(EndsWith("."), Not(HasSubstr(". "))))
                 << schema.Word << " " << result;
+}
+
+TEST(ClientCommandSchema, ExplainsEachResultInItsOwnWords)
+{
+    for (const CommandSchema &schema : CommandSchemas()) {
+        const std::set<std::string> messages = {
+            ResultMessage(schema.Word, 0), ResultMessage(schema.Word, 1),
+            ResultMessage(schema.Word, 9), ResultMessage(schema.Word, 77)};
+        EXPECT_EQ(messages.size(), 4U) << schema.Word;
+    }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <optional>
 #include <string>
 #include <thread>
@@ -29,11 +30,14 @@ protected:
     {
         std::array<int, 2> ends{};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-        near_ = LineSocket(Descriptor(ends[0]), [this] { return isCancelled_; });
+        near_ = LineSocket(Descriptor(ends[0]), [this] { return isCancelled_.load(); });
         far_ = LineSocket(Descriptor(ends[1]));
     }
 
-    bool isCancelled_ = false;
+    /// By then, a thread that has been started waits; if not, a test shows less.
+    static constexpr milliseconds kUntilWaiting{100};
+
+    std::atomic<bool> isCancelled_ = false;
     LineSocket near_;
     LineSocket far_;
 };
@@ -77,9 +81,13 @@ TEST_F(LineSocketTest, TimesOutWhenPeerStopsReading)
 
 TEST_F(LineSocketTest, EndsWaitWhenCancelled)
 {
-    isCancelled_ = true;
-    std::string_view bytes = "x";
+    std::thread other([this] {
+        std::this_thread::sleep_for(kUntilWaiting);
+        isCancelled_ = true;
+    });
     EXPECT_EQ(near_.Receive(Deadline::max()).Status, IoStatus::Cancelled);
+    other.join();
+    std::string_view bytes = "x";
     EXPECT_EQ(near_.Send(&bytes, Deadline::max()).Status, IoStatus::Cancelled);
 }
 
@@ -99,7 +107,13 @@ TEST_F(LineSocketTest, SendsAndReceivesAtTheSameTime)
 {
     const std::string line(3'000'000, 'a');
     std::thread sender([this, &line] { EXPECT_TRUE(near_.Send(line + "\n")); });
-    std::thread echo([this] { EXPECT_TRUE(far_.Send(far_.ReadLine().value_or("") + "\n")); });
+    std::thread echo([this, left = line.size() + 1]() mutable {
+        while (left > 0 && far_.Receive(Deadline::max()).IsDone()) {
+            const std::string bytes = far_.TakeBytes(left);
+            left -= bytes.size();
+            EXPECT_TRUE(far_.Send(bytes));
+        }
+    });
     EXPECT_THAT(near_.ReadLine(), Optional(line));
     sender.join();
     echo.join();
@@ -130,6 +144,7 @@ TEST_F(LineSocketTest, FailsWithoutSocket)
 TEST_F(LineSocketTest, WakesWaitingThreadWhenShutDown)
 {
     std::thread reader([this] { EXPECT_EQ(near_.ReadLine(), std::nullopt); });
+    std::this_thread::sleep_for(kUntilWaiting);
     near_.Shutdown();
     reader.join();
 }

@@ -343,20 +343,23 @@ TEST_F(ImageFile, ReadsAsOldOrNewContentWhileReplaced)
     const std::string first(200000, '1');
     const std::string second(70000, '2');
     ASSERT_TRUE(Write("anna.png", first));
+    std::atomic<bool> areBothRead = false;
     std::atomic<bool> isDone = false;
     std::thread writer([&] {
-        for (int i = 0; i < 100; ++i)
+        for (int i = 0; i < 100 || (!areBothRead && i < 100000); ++i)
             EXPECT_TRUE(Write("anna.png", i % 2 == 0 ? second : first));
         isDone = true;
     });
-    int reads = 0;
+    int firsts = 0;
+    int seconds = 0;
     while (!isDone) {
         const std::string content = Read("anna.png");
         EXPECT_TRUE(content == first || content == second) << content.size();
-        ++reads;
+        ++(content == first ? firsts : seconds);
+        areBothRead = firsts > 2 && seconds > 2;
     }
     writer.join();
-    EXPECT_GT(reads, 0);
+    EXPECT_TRUE(areBothRead);
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <climits>
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -232,17 +233,37 @@ TEST(RowList, RefusesRowsAtLimitOfAllLists)
 
 TEST(RowList, CountsMemoryOfAllThreads)
 {
+    constexpr std::size_t kThreads = 8;
+    constexpr int kRounds = 20;
+    const auto fill = [](RowList<DoorInfo> *rows) {
+        for (std::int32_t i = 0; i < 2000; ++i)
+            EXPECT_TRUE(rows->Append(Door(i)));
+    };
+    std::size_t one = 0;
+    {
+        RowList<DoorInfo> rows;
+        fill(&rows);
+        one = RowBytes::Held();
+    }
+    EXPECT_GT(one, 0U);
+    std::barrier areFilled(kThreads + 1);
+    std::barrier areCounted(kThreads + 1);
     std::vector<std::thread> threads;
-    threads.reserve(8);
-    for (int thread = 0; thread < 8; ++thread)
-        threads.emplace_back([] {
-            for (int round = 0; round < 20; ++round) {
+    threads.reserve(kThreads);
+    for (std::size_t thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round) {
                 RowList<DoorInfo> rows;
-                for (std::int32_t i = 0; i < 2000; ++i)
-                    ASSERT_TRUE(rows.Append(Door(i)));
-                EXPECT_GT(RowBytes::Held(), 0U);
+                fill(&rows);
+                areFilled.arrive_and_wait();
+                areCounted.arrive_and_wait();
             }
         });
+    for (int round = 0; round < kRounds; ++round) {
+        areFilled.arrive_and_wait();
+        EXPECT_EQ(RowBytes::Held(), kThreads * one);
+        areCounted.arrive_and_wait();
+    }
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(RowBytes::Held(), 0U);

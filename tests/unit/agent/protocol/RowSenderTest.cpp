@@ -226,16 +226,21 @@ TEST(RowSender, EndsAfterCurrentRowWhenStopped)
 
 TEST(RowSender, EndsAfterLimitOfCurrentRowWhenStoppedAndPeerDoesNotRead)
 {
-    const SmallConnection connection;
-    Flag stop(true);
-    const std::size_t filled = connection.FillSocket();
-    RowSender sender(connection.Session(), stop);
-    // The limit is five begins of a second.
-    WaitForNextSecond();
-    const Stopwatch watch;
-    EXPECT_FALSE(AddRows(&sender, 0, 100));
-    EXPECT_THAT(watch.Seconds(), testing::AllOf(testing::Gt(4.5), testing::Lt(5.95)));
-    EXPECT_EQ(connection.Receive(), std::string(filled, '#'));
+    // The limit is five begins of a second. A busy machine may delay one measurement.
+    const auto isRight = [](double seconds) { return seconds > 4.5 && seconds < 5.95; };
+    double seconds = 0;
+    for (int i = 0; i < 3 && !isRight(seconds); ++i) {
+        const SmallConnection connection;
+        const Flag stop(true);
+        const std::size_t filled = connection.FillSocket();
+        RowSender sender(connection.Session(), stop);
+        WaitForNextSecond();
+        const Stopwatch watch;
+        EXPECT_FALSE(AddRows(&sender, 0, 100));
+        seconds = watch.Seconds();
+        EXPECT_EQ(connection.Receive(), std::string(filled, '#'));
+    }
+    EXPECT_PRED1(isRight, seconds);
 }
 
 } // namespace
