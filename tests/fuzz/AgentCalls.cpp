@@ -2,6 +2,7 @@
 
 #include "base/Log.h"
 #include "fuzz/Finding.h"
+#include "fuzz/MessageModel.h"
 
 #include <array>
 #include <cstdarg>
@@ -40,16 +41,11 @@ std::size_t ReadText(std::string_view text)
             "a log line that is empty or too long");
 }
 
-char Lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 /// Whether the text, which is at least as long as the word, begins with it in any case.
 bool BeginsWith(const char *text, std::string_view word)
 {
     for (std::size_t i = 0; i < word.size(); ++i)
-        if (Lower(text[i]) != Lower(word[i]))
+        if (fuzz::Lower(text[i]) != fuzz::Lower(word[i]))
             return false;
     return true;
 }

@@ -269,9 +269,10 @@ public:
 
     bool OnThread() override { return !isOver_; }
 
-    /// After the link has ended.
+    /// After the link has ended, which it must do only when it is told to.
     void Finish()
     {
+        Require(IsDone(), "the link has ended before the last reply");
         FinishConnection();
         if (hasSessions_)
             EndSessions();

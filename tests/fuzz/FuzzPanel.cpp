@@ -155,7 +155,7 @@ void FuzzPanel::Check(std::optional<int> threatLevel)
     Require(!network_->HasChanged(), "the network database has changed");
     const unsigned changed = connections_.TakeChanges();
     Require(changed != 0 || !main_->HasChanged(), "a change without a statement that makes it");
-    if (main_->HasChanged() || isThorough_)
+    if (main_->HasChanged() || isThorough_ || threatLevel)
         CheckTables(threatLevel, changed);
     haveFilesChanged_ = watch_->HasChanged();
     if (haveFilesChanged_)
@@ -173,13 +173,21 @@ void FuzzPanel::CheckTables(std::optional<int> threatLevel, unsigned changed)
     for (std::size_t i = 0; i < kJournalled; ++i)
         if (isThorough_ || ((changed | replayChanges_.Made) >> i & 1U) != 0)
             CheckReplayed(std::string(kChanged.at(i)));
-    if ((changed & kThreat) != 0)
-        now_->ForEach("SELECT ThreatStatus FROM Threat", [threatLevel](sqlite3_stmt *row) {
-            Require(threatLevel.has_value(), "a threat level that nobody has set");
-            RequireEqual("threat level", *threatLevel, sqlite3_column_int64(row, 0));
-        });
+    if ((changed & kThreat) != 0 || threatLevel)
+        CheckThreat(threatLevel);
     replayed_->Run("ROLLBACK");
     now_->Run("COMMIT");
+}
+
+void FuzzPanel::CheckThreat(std::optional<int> level)
+{
+    Require(level.has_value(), "a threat level that nobody has set");
+    int rows = 0;
+    now_->ForEach("SELECT ThreatStatus FROM Threat", [level, &rows](sqlite3_stmt *row) {
+        RequireEqual("threat level", *level, sqlite3_column_int64(row, 0));
+        ++rows;
+    });
+    Require(rows == 1, "another number of threat levels in force");
 }
 
 void FuzzPanel::CheckAllTables()

@@ -68,6 +68,7 @@ private:
     /// Takes the one call that the tool has recorded.
     [[nodiscard]] static ToolCall TakeRecord();
     void CheckTables(std::optional<int> threatLevel, unsigned changed);
+    void CheckThreat(std::optional<int> level);
     void CheckAllTables();
     void ReplayJournal();
     void CheckReplayed(const std::string &table);

@@ -5,12 +5,12 @@
 
 namespace nimbra::fuzz {
 
-namespace {
-
 char Lower(char c)
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
+
+namespace {
 
 bool IsSameLetter(char a, char b)
 {

@@ -32,6 +32,9 @@ private:
     std::string_view rest_;
 };
 
+/// An ASCII letter in lower case; other characters as they are.
+[[nodiscard]] char Lower(char c);
+
 /// The pieces of a text, which must outlive them, between the separators; at least one piece.
 [[nodiscard]] std::vector<std::string_view> Split(std::string_view text,
                                                   std::string_view separator);
