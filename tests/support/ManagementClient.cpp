@@ -86,6 +86,14 @@ bool ManagementClient::IsClosedByPeer(milliseconds limit)
     return hasEnded_;
 }
 
+std::string ManagementClient::Upload(int userNo, const std::string &name, const std::string &bytes)
+{
+    SendLine("SetUserImage?UserNo=" + std::to_string(userNo) + "&FileName=" + name +
+             "&Size=" + std::to_string(bytes.size()));
+    Send(bytes);
+    return ReadLine().value_or("(no answer)");
+}
+
 std::string ManagementClient::Login(const std::string &user, const std::string &password)
 {
     return Ask("Login?Username=" + user + "&Password=" + password);

@@ -42,6 +42,8 @@ public:
 
     /// Logs in and returns the response line.
     [[nodiscard]] std::string Login(const std::string &user, const std::string &password);
+    /// Uploads the image of a user and returns the response; "(no answer)" if none arrives.
+    [[nodiscard]] std::string Upload(int userNo, const std::string &name, const std::string &bytes);
 
     /// Closes the connection. Reset discards the unread data of both sides.
     void Close() { socket_.Close(); }

@@ -317,15 +317,6 @@ protected:
         client_->SendLine(kHeartbeat);
     }
 
-    /// Uploads the image of user 1; returns the response.
-    [[nodiscard]] std::string Upload(const std::string &bytes) const
-    {
-        client_->SendLine("SetUserImage?UserNo=1&FileName=user0001.jpg&Size=" +
-                          std::to_string(bytes.size()));
-        client_->Send(bytes);
-        return client_->ReadLine().value_or("(no answer)");
-    }
-
     std::unique_ptr<ManagementClient> client_;
 
 private:
@@ -500,16 +491,18 @@ using ImageFileFault = SessionFaultCase;
 TEST_P(ImageFileFault, KeepsOldImage)
 {
     for (std::uint32_t number = 1; number < GetParam().First; ++number)
-        EXPECT_EQ(Upload("an earlier image"), "SetUserImageResponse?Result=0");
+        EXPECT_EQ(client_->Upload(1, "user0001.jpg", "an earlier image"),
+                  "SetUserImageResponse?Result=0");
     const auto files = panel_.Files();
     const auto rows = TestPanel::Dump(panel_.Paths().MainDatabase);
     Inject(Fault{GetParam().Name, GetParam().At, GetParam().Error});
-    EXPECT_EQ(Upload(std::string(100000, 'x')), "SetUserImageResponse?Result=2");
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", std::string(100000, 'x')),
+              "SetUserImageResponse?Result=2");
     EXPECT_EQ(faults_.Failed(GetParam().At), 1U);
     ExpectMessage(GetParam());
     EXPECT_TRUE(panel_.Files() == files);
     EXPECT_EQ(TestPanel::Dump(panel_.Paths().MainDatabase), rows);
-    EXPECT_EQ(Upload("the new image"), "SetUserImageResponse?Result=0");
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", "the new image"), "SetUserImageResponse?Result=0");
     EXPECT_EQ(client_->Ask("GetUserImage?UserNo=1"),
               "GetUserImageResponse?Result=0&FileName=user0001.jpg&Size=13");
     EXPECT_EQ(client_->ReadBytes(13), "the new image");
@@ -532,7 +525,7 @@ INSTANTIATE_TEST_SUITE_P(Call, ImageFileFault,
 
 TEST_F(SessionFault, UploadIsSyncedRenamedAndThenItsDirectoryIsSynced)
 {
-    EXPECT_EQ(Upload("the new image"), "SetUserImageResponse?Result=0");
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", "the new image"), "SetUserImageResponse?Result=0");
     EXPECT_GT(faults_.Turn(Point::Sync), faults_.Turn(Point::Write));
     EXPECT_GT(faults_.Turn(Point::Rename), faults_.Turn(Point::Sync));
     EXPECT_GT(faults_.Turn(Point::SyncDirectory), faults_.Turn(Point::Rename));
@@ -543,7 +536,7 @@ TEST_F(SessionFault, UploadIsSyncedRenamedAndThenItsDirectoryIsSynced)
 TEST_F(SessionFault, UploadSucceedsWhenDirectoryCannotBeSynced)
 {
     faults_.Fail(Point::SyncDirectory, EIO);
-    EXPECT_EQ(Upload("the new image"), "SetUserImageResponse?Result=0");
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", "the new image"), "SetUserImageResponse?Result=0");
     EXPECT_EQ(faults_.Failed(Point::SyncDirectory), 1U);
     EXPECT_EQ(client_->Ask("GetUserImage?UserNo=1"),
               "GetUserImageResponse?Result=0&FileName=user0001.jpg&Size=13");

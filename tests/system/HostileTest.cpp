@@ -399,11 +399,6 @@ TEST_F(HostileInput, AccessLevelListsHoldNumbersOnly)
 
 TEST_F(HostileInput, ImageNamesDoNotLeaveStatementOrDirectory)
 {
-    const auto upload = [&](const std::string &name) {
-        client_->SendLine("SetUserImage?UserNo=1&FileName=" + name + "&Size=4");
-        client_->Send("evil");
-        return client_->ReadLine().value_or("(no answer)");
-    };
     std::vector<std::string> names(std::begin(kEnding), std::end(kEnding));
     names.insert(names.end(), std::begin(kOdd), std::end(kOdd));
     for (const char *path : {"..", ".", "../owned", "/tmp/owned", "../../../../tmp/owned",
@@ -416,7 +411,7 @@ TEST_F(HostileInput, ImageNamesDoNotLeaveStatementOrDirectory)
         const bool isPath = name.find('/') != std::string::npos || name == "." || name == "..";
         const bool isEnding = Undoubled(name).find('\'') != std::string::npos &&
                               std::find(std::begin(kOdd), std::end(kOdd), name) == std::end(kOdd);
-        const std::string answer = upload(name);
+        const std::string answer = client_->Upload(1, name, "evil");
         EXPECT_EQ(answer, std::string("SetUserImageResponse?Result=") + (isPath     ? "2"
                                                                          : isEnding ? "1"
                                                                                     : "0"));

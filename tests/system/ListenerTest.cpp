@@ -86,8 +86,10 @@ std::set<int> OpenDescriptors(const fs::path &process)
 std::set<int> DescriptorsAtRest(const Agent &agent)
 {
     std::set<int> numbers;
-    EXPECT_TRUE(
-        WaitUntil([&] { return (numbers = OpenDescriptors(ProcessFile(agent, ""))).size() == 6; }));
+    EXPECT_TRUE(WaitUntil([&] {
+        numbers = OpenDescriptors(ProcessFile(agent, ""));
+        return numbers.size() == Agent::kDescriptorsAtRest;
+    }));
     return numbers;
 }
 

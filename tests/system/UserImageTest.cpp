@@ -55,15 +55,6 @@ std::string UploadLine(int userNo, const std::string &name, std::size_t size)
            "&Size=" + std::to_string(size);
 }
 
-/// Uploads an image; returns the answer line.
-std::string Upload(ManagementClient &client, int userNo, const std::string &name,
-                   const std::string &bytes)
-{
-    client.SendLine(UploadLine(userNo, name, bytes.size()));
-    client.Send(bytes);
-    return client.ReadLine().value_or("(no answer)");
-}
-
 /// The answer line of a download.
 std::string DownloadAnswer(const std::string &name, std::size_t size)
 {
@@ -112,7 +103,7 @@ protected:
         const std::string others = "SELECT No, ImageFile FROM User WHERE No IS NOT " +
                                    std::to_string(userNo) + " ORDER BY No";
         const std::vector<Row> rows = panel_.Rows(others);
-        EXPECT_EQ(Upload(*client_, userNo, name, bytes), kUploadDone) << name;
+        EXPECT_EQ(client_->Upload(userNo, name, bytes), kUploadDone) << name;
         EXPECT_THAT(panel_.Calls(calls), ElementsAre(AuditCall(10303)));
         files[PathOf(name)] = bytes;
         EXPECT_TRUE(panel_.Files() == files) << name;
@@ -454,7 +445,7 @@ TEST_F(UserImageUpload, RefusesNameOutsideImageDirectory)
     SaveState();
     std::size_t count = 0;
     for (const char *name : {"..", "../x.jpg", "/tmp/owned.jpg", "sub/x.jpg"}) {
-        EXPECT_EQ(Upload(*client_, 1, name, "evil"), kUploadNotOpened) << name;
+        EXPECT_EQ(client_->Upload(1, name, "evil"), kUploadNotOpened) << name;
         EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail", ++count));
         ExpectInStep();
     }
@@ -468,7 +459,7 @@ TEST_F(UserImageUpload, RefusesNameOutsideImageDirectory)
 TEST_F(UserImageUpload, RefusesNameOfUnfinishedUpload)
 {
     SaveState();
-    EXPECT_EQ(Upload(*client_, 1, ".upload-a1B2c3", "image"), kUploadNotOpened);
+    EXPECT_EQ(client_->Upload(1, ".upload-a1B2c3", "image"), kUploadNotOpened);
     EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail"));
     ExpectUnchanged();
     ExpectUpload(1, ".upload-a1B2c34", "image");
@@ -508,13 +499,13 @@ TEST_F(UserImageUpload, RefusesFileThatCannotBeCreated)
     SaveState();
     std::size_t count = 0;
     for (const std::string &name : {std::string("directory.jpg"), std::string(256, 'n')}) {
-        EXPECT_EQ(Upload(*client_, 1, name, "image"), kUploadNotOpened);
+        EXPECT_EQ(client_->Upload(1, name, "image"), kUploadNotOpened);
         EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "fopen fail", ++count));
     }
     ExpectUnchanged();
 
     fs::rename(panel_.Paths().Images, "/nimbra/images-away");
-    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", "image"), kUploadNotOpened);
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", "image"), kUploadNotOpened);
     EXPECT_EQ(Ask("GetUserImage?UserNo=1"), kDownloadNotOpened);
     fs::rename("/nimbra/images-away", panel_.Paths().Images);
     ExpectUnchanged();
@@ -528,9 +519,9 @@ TEST_F(UserImageUpload, KeepsFileWhenNameCannotBeStored)
     const auto database = TestPanel::Dump(panel_.Paths().MainDatabase);
     const std::size_t calls = panel_.Calls().size();
     std::map<std::string, std::string> files = panel_.Files();
-    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new image"), kUploadFails);
+    EXPECT_EQ(client_->Upload(1, "new.jpg", "new image"), kUploadFails);
     // A name whose quote would end the SQL literal.
-    EXPECT_EQ(Upload(*client_, 1, "o'neill.jpg", "quoted image"), kUploadFails);
+    EXPECT_EQ(client_->Upload(1, "o'neill.jpg", "quoted image"), kUploadFails);
     EXPECT_TRUE(agent_.WaitForMessage(kHandlers, "SetUserImage", "SetUserImage fail", 2));
     EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_exec fail"), 2U);
     files[PathOf("new.jpg")] = "new image";
@@ -545,7 +536,7 @@ TEST_F(UserImageUpload, KeepsFileWhenDatabaseCannotBeOpened)
 {
     {
         const WithoutDatabases withoutDatabases(panel_);
-        EXPECT_EQ(Upload(*client_, 1, "new.jpg", "new image"), kUploadFails);
+        EXPECT_EQ(client_->Upload(1, "new.jpg", "new image"), kUploadFails);
         EXPECT_EQ(agent_.CountMessages("DataManager.cpp", "SetUserImage", "sqlite3_open fail"), 1U);
     }
     EXPECT_EQ(ReadFile(PathOf("new.jpg")), "new image");
@@ -558,7 +549,7 @@ TEST_F(UserImageUpload, LeavesOldFileToItsReaders)
     const std::string old = ReadFile(PathOf("user0001.jpg"));
     std::ifstream reader(PathOf("user0001.jpg"), std::ios::binary);
     ASSERT_TRUE(reader.is_open());
-    EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", ImageBytes(kLarge)), kUploadDone);
+    EXPECT_EQ(client_->Upload(1, "user0001.jpg", ImageBytes(kLarge)), kUploadDone);
     EXPECT_TRUE(std::string(std::istreambuf_iterator<char>(reader), {}) == old);
     EXPECT_TRUE(ReadFile(PathOf("user0001.jpg")) == ImageBytes(kLarge));
 }
@@ -572,7 +563,7 @@ TEST_F(UserImageUpload, KeepsOneWholeImageOfConcurrentUploads)
         clients.emplace_back([i] {
             ManagementClient client = LoggedIn();
             for (int round = 0; round < 5; ++round)
-                EXPECT_EQ(Upload(client, 1, "shared.jpg", ImageBytes(200000 + i, i)), kUploadDone);
+                EXPECT_EQ(client.Upload(1, "shared.jpg", ImageBytes(200000 + i, i)), kUploadDone);
         });
     for (std::thread &client : clients)
         client.join();
@@ -600,7 +591,7 @@ TEST_F(UserImageUpload, NeedsRightToChangeUsers)
 
     client_.emplace(LoggedIn({"changer", panel::kOperator.Password}));
     const std::size_t calls = panel_.Calls().size();
-    EXPECT_EQ(Upload(*client_, 1, "new.jpg", "four"), kUploadDone);
+    EXPECT_EQ(client_->Upload(1, "new.jpg", "four"), kUploadDone);
     EXPECT_THAT(panel_.Calls(calls), ElementsAre(AuditCall(10303, "changer")));
     ExpectRefused("GetUserImage?UserNo=1", 9, "Authority fail");
 }
@@ -620,8 +611,8 @@ TEST_F(UserImage, NeedsLogin)
 TEST_F(UserImage, TransfersCloseTheirDescriptors)
 {
     const auto transfer = [&] {
-        EXPECT_EQ(Upload(*client_, 1, "user0001.jpg", ImageBytes(1000)), kUploadDone);
-        EXPECT_EQ(Upload(*client_, 1, "../x", ImageBytes(1000)), kUploadNotOpened);
+        EXPECT_EQ(client_->Upload(1, "user0001.jpg", ImageBytes(1000)), kUploadDone);
+        EXPECT_EQ(client_->Upload(1, "../x", ImageBytes(1000)), kUploadNotOpened);
         EXPECT_EQ(Ask("SetUserImage?Size=0"), kUploadShort);
         EXPECT_EQ(Ask("GetUserImage?UserNo=5"), kDownloadNotOpened);
         ExpectDownload(1, "user0001.jpg", ImageBytes(1000));
