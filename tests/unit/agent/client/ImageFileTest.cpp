@@ -4,6 +4,7 @@
 #include "support/Files.h"
 #include "support/Waiting.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -88,6 +89,15 @@ TEST_F(ImageFile, IsReadWhenLargeOrEmpty)
     Put("empty.jpg", "");
     EXPECT_TRUE(Read("large.jpg") == large);
     EXPECT_EQ(Read("empty.jpg"), "");
+}
+
+TEST_F(ImageFile, IsReadToItsEndWhenShorterThanItsSize)
+{
+    // A file of the kernel, whose size is that of a page.
+    fs::create_symlink("/sys/kernel/uevent_seqnum", PathOf("short.png"));
+    ASSERT_GT(fs::file_size(PathOf("short.png")), 1000U);
+    EXPECT_THAT(Read("short.png"),
+                testing::AllOf(testing::SizeIs(testing::Lt(100U)), testing::EndsWith("\n")));
 }
 
 TEST_F(ImageFile, ReplacesContentOfBuffer)
