@@ -633,6 +633,8 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"Fcntl", Point::StatusFlags, EBADF, 2, 1, kLink, "OpenSocket", "fcntl fail"},
         // Retried every second.
         Fault{"Connect", Point::Connect, ENETUNREACH, 1, 4},
+        // Two calls every second: the first only says that the attempt before was refused.
+        Fault{"ConnectAborted", Point::Connect, ECONNABORTED, 1, 14},
         Fault{"Send", Point::Send, EPIPE, 1, 1, kLink, "HeartBeat", "SendMessage fail"},
         Fault{"Send", Point::Send, EPIPE, 2, 1, kLink, "HeartBeat", "SendMessage fail"},
         Fault{"Recv", Point::Receive, ECONNRESET, 1, 1, kLink, "HeartBeat", "RecvMessage fail"},
